@@ -1,0 +1,10 @@
+# A version script that can only ever let out the names of src/exports.txt.
+function(certkern_version_script target list version)
+  file(STRINGS ${list} names)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${list})
+  list(JOIN names ";\n    " body)
+  set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.map)
+  file(GENERATE OUTPUT ${script} CONTENT "${version} {\n  global:\n    ${body};\n  local:\n    *;\n};\n")
+  target_link_options(${target} PRIVATE -Wl,--version-script=${script})
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${script})
+endfunction()

@@ -1,0 +1,27 @@
+// Every bound that foreign bytes or callers meet stands here, by name.
+#ifndef CERTKERN_PLATFORM_LIMITS_H
+#define CERTKERN_PLATFORM_LIMITS_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace certkern {
+
+// Sizes cross the interface as 32-bit words; arithmetic is done in 64 bits and refused above this.
+inline constexpr uint64_t kMaxInterfaceSize = 0xFFFFFFFFu;
+
+// Narrow form of a general name's text, NUL included.
+inline constexpr size_t kMaxAltNameText = 512;
+
+// Content octets of one arc of an object identifier that the decoder takes.
+inline constexpr size_t kMaxOidArcOctets = 8;
+
+// A configuration file larger than this is refused, not read.
+inline constexpr size_t kMaxConfigurationFile = size_t{1} << 20;
+
+// Smallest working buffer of the text encodings.
+inline constexpr size_t kTextBufferSize = 4096;
+
+}  // namespace certkern
+
+#endif
