@@ -15,6 +15,11 @@ CERTKERN_API void SetLastError(DWORD dwErrCode);
 #define CP_UTF16LE 1200
 #define CP_UTF8 65001
 
+#define MB_PRECOMPOSED 0x1u
+#define MB_ERR_INVALID_CHARS 0x8u
+#define WC_ERR_INVALID_CHARS 0x80u
+#define WC_NO_BEST_FIT_CHARS 0x400u
+
 CERTKERN_API int MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int cbMultiByte, LPWSTR lpWideCharStr,
                                      int cchWideChar);
 CERTKERN_API int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int cchWideChar, LPSTR lpMultiByteStr,
