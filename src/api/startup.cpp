@@ -1,6 +1,7 @@
 #include "api/startup.h"
 
-#include <ranges>
+#include <algorithm>
+#include <iterator>
 
 #include "platform/trace.h"
 
@@ -39,9 +40,9 @@ void BeginLibrary() {
 }
 
 void EndLibrary() {
-  for (const StartupStep& step : kSteps | std::views::reverse) {
+  std::for_each(std::rbegin(kSteps), std::rend(kSteps), [](const StartupStep& step) {
     if (step.end) step.end();
-  }
+  });
 }
 
 }  // namespace certkern

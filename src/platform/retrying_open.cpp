@@ -10,7 +10,7 @@
 
 #include <bit>
 #include <cerrno>
-#include <cstdarg>
+#include <string_view>
 
 #include "platform/exceptions.h"
 #include "platform/id_bracket.h"
@@ -48,40 +48,28 @@ class SignalBlock {
   bool blocked_ = false;
 };
 
-// One line of the system log: who, when and where, then the text.
-struct LogLine {
-  static constexpr size_t kSize = 1024;
+// One line to the system log: who, when and where, then the text.
+template <class... Args>
+void Log(const RetryingOpenSystem& system, int priority, int line, const char* format, Args... args) {
+  constexpr std::string_view kSource = SourceName(__FILE__);
+  timeval now{};
+  support_gettimeofday(&now);
+  tm parts{};
+  char clock[32] = "";
+  if (localtime_r(&now.tv_sec, &parts)) strftime(clock, sizeof clock, "%Y-%m-%d %H:%M:%S", &parts);
+  char text[1024];
+  const int used = snprintf(text, sizeof text, "%s%s%s.%06ld %.*s:%d p:%d t:0x%p ", "libcertkern", " ", clock,
+                            static_cast<long>(now.tv_usec), static_cast<int>(kSource.size()), kSource.data(),
+                            line, static_cast<int>(getpid()), reinterpret_cast<void*>(pthread_self()));
+  if (used < 0 || static_cast<size_t>(used) >= sizeof text) return;
+  snprintf(text + used, sizeof text - static_cast<size_t>(used), format, args...);
+  system.log(priority, text);
+}
 
-  explicit LogLine(int line) {
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    tm parts{};
-    char clock[32] = "";
-    if (localtime_r(&now.tv_sec, &parts)) strftime(clock, sizeof clock, "%Y-%m-%d %H:%M:%S", &parts);
-    constexpr std::string_view kSource = SourceName(__FILE__);
-    used = snprintf(text, kSize, "%s%s%s.%06ld %.*s:%d p:%d t:0x%p ", "libcertkern", " ", clock,
-                    static_cast<long>(now.tv_usec), static_cast<int>(kSource.size()), kSource.data(), line,
-                    static_cast<int>(getpid()), reinterpret_cast<void*>(pthread_self()));
-    if (used < 0) used = 0;
-  }
-
-  [[gnu::format(printf, 2, 3)]] const char* with(const char* format, ...) {
-    if (static_cast<size_t>(used) >= kSize) return text;
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(text + used, kSize - static_cast<size_t>(used), format, arguments);
-    va_end(arguments);
-    return text;
-  }
-
-  char text[kSize];
-  int used = 0;
-};
-
-void LogBracketFailure(const RetryingOpenSystem& system, const char* operation, int result, int error) {
-  system.log(kPriorityFault,
-             LogLine(__LINE__).with("%s() %s() rc=%d errno = %s(%d)%s", kName, operation, result,
-                                    support_strerror(error), error, ""));
+void LogBracketFailure(const RetryingOpenSystem& system, int line, const char* operation, int result,
+                       int error) {
+  Log(system, kPriorityFault, line, "%s() %s() rc=%d errno = %s(%d)%s", kName, operation, result,
+      support_strerror(error), error, "");
 }
 
 // One open under the caller's ids, errno telling a failure. False when the ids themselves could not be had: trying
@@ -90,7 +78,7 @@ bool OpenUnderIds(const RetryingOpenSystem& system, const char* path, const char
   IdBracket ids;
   if (ids.enterResult() != 0) {
     const int error = errno;
-    LogBracketFailure(system, "support_thread_actualize_uids", ids.enterResult(), error);
+    LogBracketFailure(system, __LINE__, "support_thread_actualize_uids", ids.enterResult(), error);
     errno = error ? error : EPERM;
     return false;
   }
@@ -98,7 +86,7 @@ bool OpenUnderIds(const RetryingOpenSystem& system, const char* path, const char
   if (const int result = ids.leave(); result != 0) {
     const int error = errno;
     stream.reset();
-    LogBracketFailure(system, "support_thread_deactualize_uids", result, error);
+    LogBracketFailure(system, __LINE__, "support_thread_deactualize_uids", result, error);
     errno = error ? error : EPERM;
     return false;
   }
@@ -123,6 +111,10 @@ constexpr RetryingOpenSystem kSystem = {
 }  // namespace
 
 std::FILE* RetryingOpen(const RetryingOpenSystem& system, const char* path, const char* mode) {
+  if (!path || !mode) {
+    errno = EINVAL;
+    return nullptr;
+  }
   SignalBlock signals;
   FileStream stream;
   for (uint32_t retry = 1;; ++retry) {
@@ -130,9 +122,8 @@ std::FILE* RetryingOpen(const RetryingOpenSystem& system, const char* path, cons
     if (stream) return stream.release();
     const int error = errno;
     if (!IsPassing(error)) {
-      system.log(kPriorityAnswer,
-                 LogLine(__LINE__).with("%s(\"%s\", \"%s\") = 0x%p fail %s(%d)%s", kName, path, mode,
-                                        static_cast<void*>(nullptr), support_strerror(error), error, ""));
+      Log(system, kPriorityAnswer, __LINE__, "%s(\"%s\", \"%s\") = 0x%p fail %s(%d)%s", kName, path, mode,
+          static_cast<void*>(nullptr), support_strerror(error), error, "");
       errno = error;
       return nullptr;
     }
@@ -144,9 +135,8 @@ std::FILE* RetryingOpen(const RetryingOpenSystem& system, const char* path, cons
     signals.block();
     system.sleepMilliseconds((step + 1) * 3 - 2);
     if (step + 1 != 2) {
-      system.log(kPriorityFault,
-                 LogLine(__LINE__).with("EINTR/EAGAIN storm detect by %s(), retry=%d errno = %s(%d)%s", kName,
-                                        static_cast<int>(retry), support_strerror(error), error, ""));
+      Log(system, kPriorityFault, __LINE__, "EINTR/EAGAIN storm detect by %s(), retry=%d errno = %s(%d)%s",
+          kName, static_cast<int>(retry), support_strerror(error), error, "");
       errno = error;
       return nullptr;
     }
