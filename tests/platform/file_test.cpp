@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "fake_support.h"
+#include "platform/id_bracket.h"
 #include "temporary_directory.h"
 
 using namespace certkern;
@@ -274,6 +275,7 @@ TEST_F(IdBrackets, OpenAsSomebodyElse) {
   };
   const std::string path = directory.write("secret", "x");
   ASSERT_EQ(chmod(path.c_str(), 0600), 0);
+  ASSERT_EQ(chmod(directory.path("").c_str(), 0777), 0) << "where nobody could make a file of that name";
   for (const Creation creation :
        {Creation::New, Creation::Always, Creation::Existing, Creation::OpenAlways}) {
     SCOPED_TRACE(static_cast<DWORD>(creation));
@@ -301,6 +303,23 @@ TEST_F(IdBrackets, FailuresOfTheBracketItself) {
   fakeIds.deactualize = [] { return EPERM; };
   EXPECT_FALSE(OpenStoreFile(path.c_str(), kReadAccess, Creation::Existing));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_CANNOT_MAKE});
+}
+
+TEST_F(IdBrackets, EveryWayOutLeaves) {
+  fakeIds.deactualize = [] {
+    ++left;
+    errno = EBADF;
+    return 0;
+  };
+  { IdBracket ids; }
+  EXPECT_EQ(left, 1) << "as when a cancelled thread unwinds";
+  {
+    IdBracket ids;
+    errno = EAGAIN;
+    EXPECT_EQ(ids.leave(), 0);
+    EXPECT_EQ(errno, EAGAIN) << "what the open has left";
+  }
+  EXPECT_EQ(left, 2) << "once";
 }
 
 TEST(OpenStoreFileConcurrent, OneOfManyCreatesIt) {
