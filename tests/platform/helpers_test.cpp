@@ -13,6 +13,7 @@
 #include "platform/never_destroyed.h"
 #include "platform/owner.h"
 #include "platform/random_name.h"
+#include "platform/sizes.h"
 #include "platform/thread_slot.h"
 
 using namespace certkern;
@@ -101,6 +102,12 @@ TEST(Exceptions, PlacesDoNotDependOnTheBuild) {
   } catch (const CryptException& exception) {
     EXPECT_EQ(exception.code(), DWORD{ERROR_INTERNAL_ERROR}) << "a failure without a code is no success";
   }
+}
+
+TEST(Sizes, NarrowedOrRefused) {
+  EXPECT_EQ(CheckedDword(0xFFFFFFFFu), 0xFFFFFFFFu);
+  EXPECT_THROW(static_cast<void>(CheckedDword(uint64_t{1} << 32)), CryptException);
+  EXPECT_FALSE(FitsDword(~uint64_t{0}));
 }
 
 std::string Narrow(const WideText& text) {
