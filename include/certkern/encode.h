@@ -17,57 +17,57 @@ CERTKERN_EXTERN_C_BEGIN
 #define PKCS_7_ASN_ENCODING 0x00010000u
 
 /** Structure types: what lpszStructType may be beside an OID string. */
-#define X509_CERT ((LPCSTR)1)                             /**< CERT_SIGNED_CONTENT_INFO */
-#define X509_CERT_TO_BE_SIGNED ((LPCSTR)2)                /**< CERT_INFO */
-#define X509_CERT_CRL_TO_BE_SIGNED ((LPCSTR)3)            /**< CRL_INFO */
-#define X509_CERT_REQUEST_TO_BE_SIGNED ((LPCSTR)4)        /**< CERT_REQUEST_INFO */
-#define X509_EXTENSIONS ((LPCSTR)5)                       /**< CERT_EXTENSIONS */
-#define X509_NAME_VALUE ((LPCSTR)6)                       /**< CERT_NAME_VALUE */
+#define X509_CERT ((LPCSTR)1)                      /**< CERT_SIGNED_CONTENT_INFO */
+#define X509_CERT_TO_BE_SIGNED ((LPCSTR)2)         /**< CERT_INFO */
+#define X509_CERT_CRL_TO_BE_SIGNED ((LPCSTR)3)     /**< CRL_INFO */
+#define X509_CERT_REQUEST_TO_BE_SIGNED ((LPCSTR)4) /**< CERT_REQUEST_INFO */
+#define X509_EXTENSIONS ((LPCSTR)5)                /**< CERT_EXTENSIONS */
+#define X509_NAME_VALUE ((LPCSTR)6)                /**< CERT_NAME_VALUE */
 #define X509_ANY_STRING X509_NAME_VALUE
-#define X509_NAME ((LPCSTR)7)                             /**< CERT_NAME_INFO */
-#define X509_PUBLIC_KEY_INFO ((LPCSTR)8)                  /**< CERT_PUBLIC_KEY_INFO */
-#define X509_AUTHORITY_KEY_ID ((LPCSTR)9)                 /**< CERT_AUTHORITY_KEY_ID_INFO */
-#define X509_KEY_ATTRIBUTES ((LPCSTR)10)                  /**< known, without a codec */
-#define X509_ALTERNATE_NAME ((LPCSTR)12)                  /**< CERT_ALT_NAME_INFO */
-#define X509_KEY_USAGE ((LPCSTR)14)                       /**< CRYPT_BIT_BLOB */
-#define X509_BASIC_CONSTRAINTS2 ((LPCSTR)15)              /**< CERT_BASIC_CONSTRAINTS2_INFO */
-#define X509_CERT_POLICIES ((LPCSTR)16)                   /**< CERT_POLICIES_INFO */
-#define PKCS_UTC_TIME ((LPCSTR)17)                        /**< FILETIME */
-#define RSA_CSP_PUBLICKEYBLOB ((LPCSTR)19)                /**< key blob, by the extension library */
-#define X509_UNICODE_NAME ((LPCSTR)20)                    /**< CERT_NAME_INFO with wide values */
-#define PKCS_ATTRIBUTE ((LPCSTR)22)                       /**< CRYPT_ATTRIBUTE */
-#define PKCS_CONTENT_INFO_SEQUENCE_OF_ANY ((LPCSTR)23)    /**< CRYPT_CONTENT_INFO_SEQUENCE_OF_ANY */
-#define X509_UNICODE_NAME_VALUE ((LPCSTR)24)              /**< CERT_NAME_VALUE with a wide value */
+#define X509_NAME ((LPCSTR)7)                          /**< CERT_NAME_INFO */
+#define X509_PUBLIC_KEY_INFO ((LPCSTR)8)               /**< CERT_PUBLIC_KEY_INFO */
+#define X509_AUTHORITY_KEY_ID ((LPCSTR)9)              /**< CERT_AUTHORITY_KEY_ID_INFO */
+#define X509_KEY_ATTRIBUTES ((LPCSTR)10)               /**< known, without a codec */
+#define X509_ALTERNATE_NAME ((LPCSTR)12)               /**< CERT_ALT_NAME_INFO */
+#define X509_KEY_USAGE ((LPCSTR)14)                    /**< CRYPT_BIT_BLOB */
+#define X509_BASIC_CONSTRAINTS2 ((LPCSTR)15)           /**< CERT_BASIC_CONSTRAINTS2_INFO */
+#define X509_CERT_POLICIES ((LPCSTR)16)                /**< CERT_POLICIES_INFO */
+#define PKCS_UTC_TIME ((LPCSTR)17)                     /**< FILETIME */
+#define RSA_CSP_PUBLICKEYBLOB ((LPCSTR)19)             /**< key blob, by the extension library */
+#define X509_UNICODE_NAME ((LPCSTR)20)                 /**< CERT_NAME_INFO with wide values */
+#define PKCS_ATTRIBUTE ((LPCSTR)22)                    /**< CRYPT_ATTRIBUTE */
+#define PKCS_CONTENT_INFO_SEQUENCE_OF_ANY ((LPCSTR)23) /**< CRYPT_CONTENT_INFO_SEQUENCE_OF_ANY */
+#define X509_UNICODE_NAME_VALUE ((LPCSTR)24)           /**< CERT_NAME_VALUE with a wide value */
 #define X509_UNICODE_ANY_STRING X509_UNICODE_NAME_VALUE
-#define X509_OCTET_STRING ((LPCSTR)25)                    /**< CRYPT_DATA_BLOB */
-#define X509_BITS ((LPCSTR)26)                            /**< CRYPT_BIT_BLOB */
-#define X509_INTEGER ((LPCSTR)27)                         /**< int */
-#define X509_MULTI_BYTE_INTEGER ((LPCSTR)28)              /**< CRYPT_INTEGER_BLOB */
-#define X509_ENUMERATED ((LPCSTR)29)                      /**< int */
+#define X509_OCTET_STRING ((LPCSTR)25)       /**< CRYPT_DATA_BLOB */
+#define X509_BITS ((LPCSTR)26)               /**< CRYPT_BIT_BLOB */
+#define X509_INTEGER ((LPCSTR)27)            /**< int */
+#define X509_MULTI_BYTE_INTEGER ((LPCSTR)28) /**< CRYPT_INTEGER_BLOB */
+#define X509_ENUMERATED ((LPCSTR)29)         /**< int */
 #define X509_CRL_REASON_CODE X509_ENUMERATED
-#define X509_CHOICE_OF_TIME ((LPCSTR)30)                  /**< FILETIME */
-#define X509_AUTHORITY_KEY_ID2 ((LPCSTR)31)               /**< CERT_AUTHORITY_KEY_ID2_INFO */
-#define X509_AUTHORITY_INFO_ACCESS ((LPCSTR)32)           /**< CERT_AUTHORITY_INFO_ACCESS */
-#define X509_SEQUENCE_OF_ANY ((LPCSTR)34)                 /**< CRYPT_SEQUENCE_OF_ANY */
-#define X509_CRL_DIST_POINTS ((LPCSTR)35)                 /**< CRL_DIST_POINTS_INFO */
-#define X509_ENHANCED_KEY_USAGE ((LPCSTR)36)              /**< CERT_ENHKEY_USAGE */
-#define X509_MULTI_BYTE_UINT ((LPCSTR)38)                 /**< CRYPT_UINT_BLOB */
-#define PKCS_SMIME_CAPABILITIES ((LPCSTR)42)              /**< known, without a codec */
+#define X509_CHOICE_OF_TIME ((LPCSTR)30)                   /**< FILETIME */
+#define X509_AUTHORITY_KEY_ID2 ((LPCSTR)31)                /**< CERT_AUTHORITY_KEY_ID2_INFO */
+#define X509_AUTHORITY_INFO_ACCESS ((LPCSTR)32)            /**< CERT_AUTHORITY_INFO_ACCESS */
+#define X509_SEQUENCE_OF_ANY ((LPCSTR)34)                  /**< CRYPT_SEQUENCE_OF_ANY */
+#define X509_CRL_DIST_POINTS ((LPCSTR)35)                  /**< CRL_DIST_POINTS_INFO */
+#define X509_ENHANCED_KEY_USAGE ((LPCSTR)36)               /**< CERT_ENHKEY_USAGE */
+#define X509_MULTI_BYTE_UINT ((LPCSTR)38)                  /**< CRYPT_UINT_BLOB */
+#define PKCS_SMIME_CAPABILITIES ((LPCSTR)42)               /**< known, without a codec */
 #define X509_PKIX_POLICY_QUALIFIER_USERNOTICE ((LPCSTR)46) /**< CERT_POLICY_QUALIFIER_USER_NOTICE */
-#define X509_DH_PARAMETERS ((LPCSTR)47)                   /**< CERT_DH_PARAMETERS */
-#define X509_ISSUING_DIST_POINT ((LPCSTR)54)              /**< CRL_ISSUING_DIST_POINT */
-#define X509_POLICY_MAPPINGS ((LPCSTR)56)                 /**< CERT_POLICY_MAPPINGS_INFO */
-#define X509_POLICY_CONSTRAINTS ((LPCSTR)57)              /**< CERT_POLICY_CONSTRAINTS_INFO, decoding only */
-#define X509_CERTIFICATE_TEMPLATE ((LPCSTR)64)            /**< CERT_TEMPLATE_EXT */
-#define OCSP_SIGNED_REQUEST ((LPCSTR)65)                  /**< OCSP_SIGNED_REQUEST_INFO */
-#define OCSP_REQUEST ((LPCSTR)66)                         /**< OCSP_REQUEST_INFO */
-#define OCSP_RESPONSE ((LPCSTR)67)                        /**< OCSP_RESPONSE_INFO */
-#define OCSP_BASIC_SIGNED_RESPONSE ((LPCSTR)68)           /**< OCSP_BASIC_SIGNED_RESPONSE_INFO */
-#define OCSP_BASIC_RESPONSE ((LPCSTR)69)                  /**< OCSP_BASIC_RESPONSE_INFO */
-#define X509_OBJECT_IDENTIFIER ((LPCSTR)73)               /**< LPSTR, dotted decimal */
-#define X509_ALGORITHM_IDENTIFIER ((LPCSTR)74)            /**< CRYPT_ALGORITHM_IDENTIFIER */
-#define PKCS7_SIGNER_INFO ((LPCSTR)500)                   /**< CMSG_SIGNER_INFO */
-#define CMS_SIGNER_INFO ((LPCSTR)501)                     /**< CMSG_CMS_SIGNER_INFO */
+#define X509_DH_PARAMETERS ((LPCSTR)47)                    /**< CERT_DH_PARAMETERS */
+#define X509_ISSUING_DIST_POINT ((LPCSTR)54)               /**< CRL_ISSUING_DIST_POINT */
+#define X509_POLICY_MAPPINGS ((LPCSTR)56)                  /**< CERT_POLICY_MAPPINGS_INFO */
+#define X509_POLICY_CONSTRAINTS ((LPCSTR)57)               /**< CERT_POLICY_CONSTRAINTS_INFO, decoding only */
+#define X509_CERTIFICATE_TEMPLATE ((LPCSTR)64)             /**< CERT_TEMPLATE_EXT */
+#define OCSP_SIGNED_REQUEST ((LPCSTR)65)                   /**< OCSP_SIGNED_REQUEST_INFO */
+#define OCSP_REQUEST ((LPCSTR)66)                          /**< OCSP_REQUEST_INFO */
+#define OCSP_RESPONSE ((LPCSTR)67)                         /**< OCSP_RESPONSE_INFO */
+#define OCSP_BASIC_SIGNED_RESPONSE ((LPCSTR)68)            /**< OCSP_BASIC_SIGNED_RESPONSE_INFO */
+#define OCSP_BASIC_RESPONSE ((LPCSTR)69)                   /**< OCSP_BASIC_RESPONSE_INFO */
+#define X509_OBJECT_IDENTIFIER ((LPCSTR)73)                /**< LPSTR, dotted decimal */
+#define X509_ALGORITHM_IDENTIFIER ((LPCSTR)74)             /**< CRYPT_ALGORITHM_IDENTIFIER */
+#define PKCS7_SIGNER_INFO ((LPCSTR)500)                    /**< CMSG_SIGNER_INFO */
+#define CMS_SIGNER_INFO ((LPCSTR)501)                      /**< CMSG_CMS_SIGNER_INFO */
 
 /** An algorithm and its parameters. Parameters holds the whole encoded element; empty means "by the table": absent
  *  or NULL, whichever the algorithm wants. RFC 5280, 4.1.1.2. */
@@ -201,7 +201,8 @@ CERTKERN_RECORD_SIZE(CERT_SIGNED_CONTENT_INFO, 64);
 #define CERT_RDN_UTF8_STRING 13
 #define CERT_RDN_TYPE_MASK 0x000000FFu
 #define CERT_RDN_FLAGS_MASK 0xFF000000u
-#define CERT_RDN_DISABLE_CHECK_TYPE_FLAG 0x40000000u /**< write the characters without asking if the type has them */
+#define CERT_RDN_DISABLE_CHECK_TYPE_FLAG \
+  0x40000000u /**< write the characters without asking if the type has them */
 
 /** A string with its type. Value.cbData is in bytes: four to a character for the wide types. */
 typedef struct _CERT_NAME_VALUE {
@@ -343,7 +344,8 @@ CERTKERN_RECORD_SIZE(CERT_ACCESS_DESCRIPTION, 32);
 typedef struct _CERT_AUTHORITY_INFO_ACCESS {
   DWORD cAccDescr;
   PCERT_ACCESS_DESCRIPTION rgAccDescr;
-} CERT_AUTHORITY_INFO_ACCESS, *PCERT_AUTHORITY_INFO_ACCESS, CERT_SUBJECT_INFO_ACCESS, *PCERT_SUBJECT_INFO_ACCESS;
+} CERT_AUTHORITY_INFO_ACCESS, *PCERT_AUTHORITY_INFO_ACCESS, CERT_SUBJECT_INFO_ACCESS,
+    *PCERT_SUBJECT_INFO_ACCESS;
 CERTKERN_RECORD_SIZE(CERT_AUTHORITY_INFO_ACCESS, 16);
 
 typedef struct _CRYPT_SEQUENCE_OF_ANY {
@@ -505,8 +507,8 @@ CERTKERN_RECORD_SIZE(CRYPT_DECODE_PARA, 24);
  *  @errors ERROR_MORE_DATA: too little room; CRYPT_E_BAD_ENCODE: an unknown type or a record that has no encoding;
  *          E_INVALIDARG, CRYPT_E_NOT_CHAR_STRING, CRYPT_E_INVALID_IA5_STRING, CRYPT_E_INVALID_NUMERIC_STRING,
  *          CRYPT_E_INVALID_PRINTABLE_STRING, CRYPT_E_ASN1_CHOICE: a name value that its type cannot hold */
-CERTKERN_API BOOL CryptEncodeObject(DWORD dwCertEncodingType, LPCSTR lpszStructType, const void* pvStructInfo, BYTE* pbEncoded,
-                                    DWORD* pcbEncoded);
+CERTKERN_API BOOL CryptEncodeObject(DWORD dwCertEncodingType, LPCSTR lpszStructType, const void* pvStructInfo,
+                                    BYTE* pbEncoded, DWORD* pcbEncoded);
 
 /** As CryptEncodeObject; with CRYPT_ENCODE_ALLOC_FLAG the buffer comes from the caller's allocator.
  *  @param dwFlags      0 or CRYPT_ENCODE_ALLOC_FLAG
@@ -514,8 +516,9 @@ CERTKERN_API BOOL CryptEncodeObject(DWORD dwCertEncodingType, LPCSTR lpszStructT
  *  @param pvEncoded    with the flag: address of a pointer that receives the buffer, which the caller frees
  *  @param pcbEncoded   receives the size; may be NULL with the flag
  *  @errors ERROR_INVALID_PARAMETER: other flags, half an allocator; ERROR_NOT_ENOUGH_MEMORY */
-CERTKERN_API BOOL CryptEncodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStructType, const void* pvStructInfo, DWORD dwFlags,
-                                      PCRYPT_ENCODE_PARA pEncodePara, void* pvEncoded, DWORD* pcbEncoded);
+CERTKERN_API BOOL CryptEncodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStructType,
+                                      const void* pvStructInfo, DWORD dwFlags, PCRYPT_ENCODE_PARA pEncodePara,
+                                      void* pvEncoded, DWORD* pcbEncoded);
 
 /** Decodes BER into a record. The input need not outlive the call.
  *  @param dwCertEncodingType  must have X509_ASN_ENCODING or PKCS_7_ASN_ENCODING
@@ -527,16 +530,17 @@ CERTKERN_API BOOL CryptEncodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStruc
  *  @errors ERROR_INVALID_PARAMETER: a null argument, no input, an unknown type or flag; CRYPT_E_ASN1_EOD,
  *          CRYPT_E_ASN1_BADTAG: malformed input; CRYPT_E_ASN1_ERROR: malformed in another way, when the last error
  *          was 0 before the call */
-CERTKERN_API BOOL CryptDecodeObject(DWORD dwCertEncodingType, LPCSTR lpszStructType, const BYTE* pbEncoded, DWORD cbEncoded,
-                                    DWORD dwFlags, void* pvStructInfo, DWORD* pcbStructInfo);
+CERTKERN_API BOOL CryptDecodeObject(DWORD dwCertEncodingType, LPCSTR lpszStructType, const BYTE* pbEncoded,
+                                    DWORD cbEncoded, DWORD dwFlags, void* pvStructInfo, DWORD* pcbStructInfo);
 
 /** As CryptDecodeObject; with CRYPT_DECODE_ALLOC_FLAG the buffer comes from the caller's allocator.
  *  @param pDecodePara    the allocator; NULL or neither function set: LocalAlloc, LocalFree
  *  @param pvStructInfo   with the flag: address of a pointer that receives the buffer, which the caller frees
  *  @param pcbStructInfo  receives the size; may be NULL with the flag
  *  @errors ERROR_INVALID_PARAMETER: half an allocator; ERROR_NOT_ENOUGH_MEMORY */
-CERTKERN_API BOOL CryptDecodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStructType, const BYTE* pbEncoded, DWORD cbEncoded,
-                                      DWORD dwFlags, PCRYPT_DECODE_PARA pDecodePara, void* pvStructInfo, DWORD* pcbStructInfo);
+CERTKERN_API BOOL CryptDecodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStructType, const BYTE* pbEncoded,
+                                      DWORD cbEncoded, DWORD dwFlags, PCRYPT_DECODE_PARA pDecodePara,
+                                      void* pvStructInfo, DWORD* pcbStructInfo);
 
 /** Flags of the text encodings: the form in the low bits, modifiers above. */
 #define CRYPT_STRING_BASE64HEADER 0x0u
@@ -544,10 +548,10 @@ CERTKERN_API BOOL CryptDecodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStruc
 #define CRYPT_STRING_BINARY 0x2u
 #define CRYPT_STRING_BASE64REQUESTHEADER 0x3u
 #define CRYPT_STRING_HEX 0x4u
-#define CRYPT_STRING_HEXASCII 0x5u      /**< refused */
+#define CRYPT_STRING_HEXASCII 0x5u /**< refused */
 #define CRYPT_STRING_BASE64_ANY 0x6u
 #define CRYPT_STRING_ANY 0x7u
-#define CRYPT_STRING_HEX_ANY 0x8u       /**< refused */
+#define CRYPT_STRING_HEX_ANY 0x8u /**< refused */
 #define CRYPT_STRING_BASE64X509CRLHEADER 0x9u
 #define CRYPT_STRING_HEXADDR 0xAu       /**< refused */
 #define CRYPT_STRING_HEXASCIIADDR 0xBu  /**< refused */
@@ -561,8 +565,10 @@ CERTKERN_API BOOL CryptDecodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStruc
  *  @param pcchString in: characters at pszString; out: for a size query the count with the NUL, otherwise without
  *  @errors ERROR_INVALID_PARAMETER: a null argument, no bytes, an unknown form; ERROR_MORE_DATA: too little room, as
  *          much as fits was written, without a NUL */
-CERTKERN_API BOOL CryptBinaryToStringA(const BYTE* pbBinary, DWORD cbBinary, DWORD dwFlags, LPSTR pszString, DWORD* pcchString);
-CERTKERN_API BOOL CryptBinaryToStringW(const BYTE* pbBinary, DWORD cbBinary, DWORD dwFlags, LPWSTR pszString, DWORD* pcchString);
+CERTKERN_API BOOL CryptBinaryToStringA(const BYTE* pbBinary, DWORD cbBinary, DWORD dwFlags, LPSTR pszString,
+                                       DWORD* pcchString);
+CERTKERN_API BOOL CryptBinaryToStringW(const BYTE* pbBinary, DWORD cbBinary, DWORD dwFlags, LPWSTR pszString,
+                                       DWORD* pcchString);
 
 /** Reads bytes from Base64, PEM or hexadecimal.
  *  @param cchString  characters of text; 0: up to the NUL
@@ -572,10 +578,10 @@ CERTKERN_API BOOL CryptBinaryToStringW(const BYTE* pbBinary, DWORD cbBinary, DWO
  *  @param pdwFlags   may be NULL; receives the form that matched, but for CRYPT_STRING_HEX
  *  @errors ERROR_INVALID_PARAMETER: a null argument, an unknown form; CRYPT_E_BAD_ENCODE: no such text;
  *          ERROR_MORE_DATA: too little room, *pcbBinary unchanged */
-CERTKERN_API BOOL CryptStringToBinaryA(LPCSTR pszString, DWORD cchString, DWORD dwFlags, BYTE* pbBinary, DWORD* pcbBinary,
-                                       DWORD* pdwSkip, DWORD* pdwFlags);
-CERTKERN_API BOOL CryptStringToBinaryW(LPCWSTR pszString, DWORD cchString, DWORD dwFlags, BYTE* pbBinary, DWORD* pcbBinary,
-                                       DWORD* pdwSkip, DWORD* pdwFlags);
+CERTKERN_API BOOL CryptStringToBinaryA(LPCSTR pszString, DWORD cchString, DWORD dwFlags, BYTE* pbBinary,
+                                       DWORD* pcbBinary, DWORD* pdwSkip, DWORD* pdwFlags);
+CERTKERN_API BOOL CryptStringToBinaryW(LPCWSTR pszString, DWORD cchString, DWORD dwFlags, BYTE* pbBinary,
+                                       DWORD* pcbBinary, DWORD* pdwSkip, DWORD* pdwFlags);
 
 #define LMEM_FIXED 0x0u
 #define LMEM_MOVEABLE 0x2u
