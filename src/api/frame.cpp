@@ -23,8 +23,7 @@ void WriteAtLast(Write write) {
     write();
   } catch (abi::__forced_unwind&) {
     throw;
-  } catch (
-      ...) {  // the caller learns the code, which matters more than the record
+  } catch (...) {  // the caller learns the code, which matters more than the record
   }
 }
 
