@@ -27,7 +27,7 @@ typedef struct _SV_ISSUER_SERIAL {
 } SV_ISSUER_SERIAL, *PSV_ISSUER_SERIAL;
 CERTKERN_RECORD_SIZE(SV_ISSUER_SERIAL, 32);
 
-/** A certificate named by its hash. RFC 5035, 4. */
+/** A certificate named by its hash. RFC 5035. */
 typedef struct _SV_CERT_HASH_ID {
   CRYPT_ALGORITHM_IDENTIFIER HashAlgorithm; /**< NULL identifier: the default of the form */
   CRYPT_HASH_BLOB CertHash;                 /**< over the whole encoded certificate */
@@ -35,7 +35,7 @@ typedef struct _SV_CERT_HASH_ID {
 } SV_CERT_HASH_ID, *PSV_CERT_HASH_ID;
 CERTKERN_RECORD_SIZE(SV_CERT_HASH_ID, 48);
 
-/** The certificates that a signature is bound to; the signer's own comes first. RFC 5035, 3. */
+/** The certificates that a signature is bound to; the signer's own comes first. RFC 5035. */
 typedef struct _SV_SIGNING_CERTIFICATE {
   DWORD cCert;
   PSV_CERT_HASH_ID rgCert;

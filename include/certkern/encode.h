@@ -7,6 +7,7 @@
 #define CERTKERN_ENCODE_H
 
 #include <certkern/errors.h>
+#include <certkern/text.h>
 #include <certkern/types.h>
 
 CERTKERN_EXTERN_C_BEGIN
@@ -93,6 +94,7 @@ typedef struct _CERT_EXTENSION {
 typedef const CERT_EXTENSION* PCCERT_EXTENSION;
 CERTKERN_RECORD_SIZE(CERT_EXTENSION, 32);
 
+/** X509_EXTENSIONS: the extensions of a certificate, a list or a request. */
 typedef struct _CERT_EXTENSIONS {
   DWORD cExtension;
   PCERT_EXTENSION rgExtension;
@@ -153,12 +155,14 @@ typedef struct _CRYPT_ATTRIBUTE {
 } CRYPT_ATTRIBUTE, *PCRYPT_ATTRIBUTE;
 CERTKERN_RECORD_SIZE(CRYPT_ATTRIBUTE, 24);
 
+/** Attributes of a signer or an envelope. RFC 5652, 5.3. */
 typedef struct _CRYPT_ATTRIBUTES {
   DWORD cAttr;
   PCRYPT_ATTRIBUTE rgAttr;
 } CRYPT_ATTRIBUTES, *PCRYPT_ATTRIBUTES;
 CERTKERN_RECORD_SIZE(CRYPT_ATTRIBUTES, 16);
 
+/** CERT_REQUEST_INFO.dwVersion. */
 #define CERT_REQUEST_V1 0
 
 /** CertificationRequestInfo. RFC 2986, 4.1. */
@@ -219,6 +223,7 @@ typedef struct _CERT_RDN_ATTR {
 } CERT_RDN_ATTR, *PCERT_RDN_ATTR;
 CERTKERN_RECORD_SIZE(CERT_RDN_ATTR, 32);
 
+/** A relative name: attributes that belong together, in stream order. */
 typedef struct _CERT_RDN {
   DWORD cRDNAttr;
   PCERT_RDN_ATTR rgRDNAttr;
@@ -232,6 +237,7 @@ typedef struct _CERT_NAME_INFO {
 } CERT_NAME_INFO, *PCERT_NAME_INFO;
 CERTKERN_RECORD_SIZE(CERT_NAME_INFO, 16);
 
+/** The key identifier of the old extension szOID_AUTHORITY_KEY_IDENTIFIER; empty fields are absent. */
 typedef struct _CERT_AUTHORITY_KEY_ID_INFO {
   CRYPT_DATA_BLOB KeyId;
   CERT_NAME_BLOB CertIssuer;
@@ -272,6 +278,7 @@ typedef struct _CERT_ALT_NAME_ENTRY {
 } CERT_ALT_NAME_ENTRY, *PCERT_ALT_NAME_ENTRY;
 CERTKERN_RECORD_SIZE(CERT_ALT_NAME_ENTRY, 24);
 
+/** General names. RFC 5280, 4.2.1.6. */
 typedef struct _CERT_ALT_NAME_INFO {
   DWORD cAltEntry;
   PCERT_ALT_NAME_ENTRY rgAltEntry;
@@ -286,12 +293,14 @@ typedef struct _CERT_BASIC_CONSTRAINTS2_INFO {
 } CERT_BASIC_CONSTRAINTS2_INFO, *PCERT_BASIC_CONSTRAINTS2_INFO;
 CERTKERN_RECORD_SIZE(CERT_BASIC_CONSTRAINTS2_INFO, 12);
 
+/** A qualifier of a policy; Qualifier is a whole encoded element. */
 typedef struct _CERT_POLICY_QUALIFIER_INFO {
   LPSTR pszPolicyQualifierId;
   CRYPT_OBJID_BLOB Qualifier;
 } CERT_POLICY_QUALIFIER_INFO, *PCERT_POLICY_QUALIFIER_INFO;
 CERTKERN_RECORD_SIZE(CERT_POLICY_QUALIFIER_INFO, 24);
 
+/** A policy with its qualifiers. */
 typedef struct _CERT_POLICY_INFO {
   LPSTR pszPolicyIdentifier;
   DWORD cPolicyQualifier;
@@ -306,6 +315,7 @@ typedef struct _CERT_POLICIES_INFO {
 } CERT_POLICIES_INFO, *PCERT_POLICIES_INFO;
 CERTKERN_RECORD_SIZE(CERT_POLICIES_INFO, 16);
 
+/** Where a notice is printed. Known by shape only. */
 typedef struct _CERT_POLICY_QUALIFIER_NOTICE_REFERENCE {
   LPSTR pszOrganization;
   DWORD cNoticeNumbers;
@@ -320,6 +330,7 @@ typedef struct _CERT_POLICY_QUALIFIER_USER_NOTICE {
 } CERT_POLICY_QUALIFIER_USER_NOTICE, *PCERT_POLICY_QUALIFIER_USER_NOTICE;
 CERTKERN_RECORD_SIZE(CERT_POLICY_QUALIFIER_USER_NOTICE, 16);
 
+/** A content type and a sequence of whole encoded elements behind [0]. */
 typedef struct _CRYPT_CONTENT_INFO_SEQUENCE_OF_ANY {
   LPSTR pszObjId;
   DWORD cValue;
@@ -327,6 +338,7 @@ typedef struct _CRYPT_CONTENT_INFO_SEQUENCE_OF_ANY {
 } CRYPT_CONTENT_INFO_SEQUENCE_OF_ANY, *PCRYPT_CONTENT_INFO_SEQUENCE_OF_ANY;
 CERTKERN_RECORD_SIZE(CRYPT_CONTENT_INFO_SEQUENCE_OF_ANY, 24);
 
+/** RFC 5280, 4.2.1.1; empty fields are absent. */
 typedef struct _CERT_AUTHORITY_KEY_ID2_INFO {
   CRYPT_DATA_BLOB KeyId;
   CERT_ALT_NAME_INFO AuthorityCertIssuer;
@@ -334,6 +346,7 @@ typedef struct _CERT_AUTHORITY_KEY_ID2_INFO {
 } CERT_AUTHORITY_KEY_ID2_INFO, *PCERT_AUTHORITY_KEY_ID2_INFO;
 CERTKERN_RECORD_SIZE(CERT_AUTHORITY_KEY_ID2_INFO, 48);
 
+/** How, and where, to get something. */
 typedef struct _CERT_ACCESS_DESCRIPTION {
   LPSTR pszAccessMethod;
   CERT_ALT_NAME_ENTRY AccessLocation;
@@ -348,6 +361,7 @@ typedef struct _CERT_AUTHORITY_INFO_ACCESS {
     *PCERT_SUBJECT_INFO_ACCESS;
 CERTKERN_RECORD_SIZE(CERT_AUTHORITY_INFO_ACCESS, 16);
 
+/** A sequence of whole encoded elements. */
 typedef struct _CRYPT_SEQUENCE_OF_ANY {
   DWORD cValue;
   PCRYPT_DER_BLOB rgValue;
@@ -367,6 +381,7 @@ typedef struct _CRL_DIST_POINT_NAME {
 } CRL_DIST_POINT_NAME, *PCRL_DIST_POINT_NAME;
 CERTKERN_RECORD_SIZE(CRL_DIST_POINT_NAME, 24);
 
+/** One distribution point; empty fields are absent. */
 typedef struct _CRL_DIST_POINT {
   CRL_DIST_POINT_NAME DistPointName;
   CRYPT_BIT_BLOB ReasonFlags;
@@ -402,6 +417,7 @@ CERTKERN_RECORD_SIZE(CRL_DIST_POINTS_INFO, 16);
 #define CRL_REASON_PRIVILEGE_WITHDRAWN 9
 #define CRL_REASON_AA_COMPROMISE 10
 
+/** Key purposes, dotted decimal each. RFC 5280, 4.2.1.12. */
 typedef struct _CTL_USAGE {
   DWORD cUsageIdentifier;
   LPSTR* rgpszUsageIdentifier;
@@ -429,6 +445,7 @@ CERTKERN_RECORD_SIZE(CRL_ISSUING_DIST_POINT, 64);
 CERTKERN_FIELD_AT(CRL_ISSUING_DIST_POINT, fOnlyContainsUserCerts, 24);
 CERTKERN_FIELD_AT(CRL_ISSUING_DIST_POINT, fOnlyContainsCACerts, 28);
 
+/** Two policies that count as one. */
 typedef struct _CERT_POLICY_MAPPING {
   LPSTR pszIssuerDomainPolicy;
   LPSTR pszSubjectDomainPolicy;
@@ -451,6 +468,7 @@ typedef struct _CERT_POLICY_CONSTRAINTS_INFO {
 } CERT_POLICY_CONSTRAINTS_INFO, *PCERT_POLICY_CONSTRAINTS_INFO;
 CERTKERN_RECORD_SIZE(CERT_POLICY_CONSTRAINTS_INFO, 16);
 
+/** The template that a certificate was issued by. */
 typedef struct _CERT_TEMPLATE_EXT {
   LPSTR pszObjId;
   DWORD dwMajorVersion;
@@ -459,12 +477,14 @@ typedef struct _CERT_TEMPLATE_EXT {
 } CERT_TEMPLATE_EXT, *PCERT_TEMPLATE_EXT;
 CERTKERN_RECORD_SIZE(CERT_TEMPLATE_EXT, 24);
 
+/** A name and its value in a request. */
 typedef struct _CRYPT_ENROLLMENT_NAME_VALUE_PAIR {
   LPWSTR pwszName;
   LPWSTR pwszValue;
 } CRYPT_ENROLLMENT_NAME_VALUE_PAIR, *PCRYPT_ENROLLMENT_NAME_VALUE_PAIR;
 CERTKERN_RECORD_SIZE(CRYPT_ENROLLMENT_NAME_VALUE_PAIR, 16);
 
+/** The provider that made a request's key. */
 typedef struct _CRYPT_CSP_PROVIDER {
   DWORD dwKeySpec;
   LPWSTR pwszProviderName;
@@ -476,6 +496,7 @@ CERTKERN_RECORD_SIZE(CRYPT_CSP_PROVIDER, 40);
 typedef LPVOID (*PFN_CRYPT_ALLOC)(size_t cbSize);
 typedef void (*PFN_CRYPT_FREE)(LPVOID pv);
 
+/** For CryptEncodeObjectEx. */
 typedef struct _CRYPT_ENCODE_PARA {
   DWORD cbSize;
   PFN_CRYPT_ALLOC pfnAlloc;
@@ -483,6 +504,7 @@ typedef struct _CRYPT_ENCODE_PARA {
 } CRYPT_ENCODE_PARA, *PCRYPT_ENCODE_PARA;
 CERTKERN_RECORD_SIZE(CRYPT_ENCODE_PARA, 24);
 
+/** For CryptDecodeObjectEx. */
 typedef struct _CRYPT_DECODE_PARA {
   DWORD cbSize;
   PFN_CRYPT_ALLOC pfnAlloc;
@@ -490,6 +512,7 @@ typedef struct _CRYPT_DECODE_PARA {
 } CRYPT_DECODE_PARA, *PCRYPT_DECODE_PARA;
 CERTKERN_RECORD_SIZE(CRYPT_DECODE_PARA, 24);
 
+/** dwFlags of the Ex functions, and of CryptDecodeObject. Bits that are not named with the function are refused. */
 #define CRYPT_ENCODE_ALLOC_FLAG 0x8000u
 #define CRYPT_DECODE_NOCOPY_FLAG 0x1u       /**< accepted; everything is copied all the same */
 #define CRYPT_DECODE_TO_BE_SIGNED_FLAG 0x2u /**< the input is the bare to-be-signed structure */
@@ -542,47 +565,7 @@ CERTKERN_API BOOL CryptDecodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStruc
                                       DWORD cbEncoded, DWORD dwFlags, PCRYPT_DECODE_PARA pDecodePara,
                                       void* pvStructInfo, DWORD* pcbStructInfo);
 
-/** Flags of the text encodings: the form in the low bits, modifiers above. */
-#define CRYPT_STRING_BASE64HEADER 0x0u
-#define CRYPT_STRING_BASE64 0x1u
-#define CRYPT_STRING_BINARY 0x2u
-#define CRYPT_STRING_BASE64REQUESTHEADER 0x3u
-#define CRYPT_STRING_HEX 0x4u
-#define CRYPT_STRING_HEXASCII 0x5u /**< refused */
-#define CRYPT_STRING_BASE64_ANY 0x6u
-#define CRYPT_STRING_ANY 0x7u
-#define CRYPT_STRING_HEX_ANY 0x8u /**< refused */
-#define CRYPT_STRING_BASE64X509CRLHEADER 0x9u
-#define CRYPT_STRING_HEXADDR 0xAu       /**< refused */
-#define CRYPT_STRING_HEXASCIIADDR 0xBu  /**< refused */
-#define CRYPT_STRING_HEXRAW 0xCu        /**< refused */
-#define CRYPT_STRING_STRICT 0x20000000u /**< accepted on input; parsing is the same */
-#define CRYPT_STRING_NOCRLF 0x40000000u
-#define CRYPT_STRING_NOCR 0x80000000u
-
-/** Writes bytes as Base64, PEM or hexadecimal. Lines end with a single line feed.
- *  @param pszString  receives the text and a NUL; NULL asks for the size
- *  @param pcchString in: characters at pszString; out: for a size query the count with the NUL, otherwise without
- *  @errors ERROR_INVALID_PARAMETER: a null argument, no bytes, an unknown form; ERROR_MORE_DATA: too little room, as
- *          much as fits was written, without a NUL */
-CERTKERN_API BOOL CryptBinaryToStringA(const BYTE* pbBinary, DWORD cbBinary, DWORD dwFlags, LPSTR pszString,
-                                       DWORD* pcchString);
-CERTKERN_API BOOL CryptBinaryToStringW(const BYTE* pbBinary, DWORD cbBinary, DWORD dwFlags, LPWSTR pszString,
-                                       DWORD* pcchString);
-
-/** Reads bytes from Base64, PEM or hexadecimal.
- *  @param cchString  characters of text; 0: up to the NUL
- *  @param pbBinary   receives the bytes; NULL asks for the size
- *  @param pcbBinary  in: bytes at pbBinary; out: bytes written, or the size for a query
- *  @param pdwSkip    may be NULL; set to 0 by some forms, otherwise kept
- *  @param pdwFlags   may be NULL; receives the form that matched, but for CRYPT_STRING_HEX
- *  @errors ERROR_INVALID_PARAMETER: a null argument, an unknown form; CRYPT_E_BAD_ENCODE: no such text;
- *          ERROR_MORE_DATA: too little room, *pcbBinary unchanged */
-CERTKERN_API BOOL CryptStringToBinaryA(LPCSTR pszString, DWORD cchString, DWORD dwFlags, BYTE* pbBinary,
-                                       DWORD* pcbBinary, DWORD* pdwSkip, DWORD* pdwFlags);
-CERTKERN_API BOOL CryptStringToBinaryW(LPCWSTR pszString, DWORD cchString, DWORD dwFlags, BYTE* pbBinary,
-                                       DWORD* pcbBinary, DWORD* pdwSkip, DWORD* pdwFlags);
-
+/** Flags of LocalAlloc. */
 #define LMEM_FIXED 0x0u
 #define LMEM_MOVEABLE 0x2u
 #define LMEM_ZEROINIT 0x40u

@@ -104,9 +104,10 @@ typedef struct _CRL_FIND_ISSUED_FOR_PARA {
 CERTKERN_RECORD_SIZE(CRL_FIND_ISSUED_FOR_PARA, 16);
 
 /** Finds the next CRL.
- *  @param dwCertEncodingType, dwFindFlags  not looked at
- *  @param dwFindType                       CRL_FIND_...
- *  @param pPrevCrlContext                  where to go on from; freed. NULL: from the start
+ *  @param dwCertEncodingType  not looked at
+ *  @param dwFindFlags         not looked at
+ *  @param dwFindType          CRL_FIND_...
+ *  @param pPrevCrlContext     where to go on from; freed. NULL: from the start
  *  @return a context; NULL when there is none, or on failure
  *  @errors CRYPT_E_NOT_FOUND: no more; ERROR_INVALID_PARAMETER: no store, not a live context, an unknown type */
 CERTKERN_API PCCRL_CONTEXT CertFindCRLInStore(HCERTSTORE hCertStore, DWORD dwCertEncodingType,

@@ -19,8 +19,9 @@ CERTKERN_API BOOL CryptExportPublicKeyInfo(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE hCryp
                                            DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_INFO pInfo,
                                            DWORD* pcbInfo);
 /** As CryptExportPublicKeyInfo.
- *  @param pszPublicKeyObjId          the algorithm to name; NULL: that of the key
- *  @param dwFlags, pvAuxInfo  handed to the extension library; 0 and NULL as a rule */
+ *  @param pszPublicKeyObjId  the algorithm to name; NULL: that of the key
+ *  @param dwFlags            handed to the extension library; 0 as a rule
+ *  @param pvAuxInfo          handed to the extension library; NULL as a rule */
 CERTKERN_API BOOL CryptExportPublicKeyInfoEx(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE hCryptProv, DWORD dwKeySpec,
                                              DWORD dwCertEncodingType, LPSTR pszPublicKeyObjId, DWORD dwFlags,
                                              void* pvAuxInfo, PCERT_PUBLIC_KEY_INFO pInfo, DWORD* pcbInfo);
@@ -45,7 +46,7 @@ CERTKERN_API BOOL CryptImportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwCert
  *  @errors NTE_FAIL: the provider answers no length; those of CryptImportPublicKeyInfoEx */
 CERTKERN_API DWORD CertGetPublicKeyLength(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_INFO pPublicKey);
 /** Tells if two public keys are the same: algorithm, bits and parameters. Of the parameters of a GOST R 34.10-2012 key
- *  only the parameter set counts. RFC 9215, 4.2.
+ *  only the parameter set counts. RFC 9215.
  *  @return TRUE when equal; FALSE when not (the last error is left alone) or on failure
  *  @errors CRYPT_E_ASN1_INTERNAL: GOST parameters that don't decode */
 CERTKERN_API BOOL CertComparePublicKeyInfo(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_INFO pPublicKey1,
@@ -66,7 +67,7 @@ CERTKERN_API BOOL CryptHashPublicKeyInfo(HCRYPTPROV_LEGACY hCryptProv, ALG_ID Al
 /** Signs encoded bytes.
  *  @param dwKeySpec            AT_KEYEXCHANGE or AT_SIGNATURE
  *  @param pSignatureAlgorithm  a signature, or a bare hash: then the result is that hash. For RSA-PSS the parameters
- *                              say how (RFC 4055, 3.1); none: the defaults
+ *                              say how (RFC 4055, 3); none: the defaults
  *  @param pvHashAuxInfo        NULL
  *  @param pbSignature          receives the signature in stream order; NULL asks for the size
  *  @param pcbSignature         in: bytes at pbSignature; out: the signature's size
@@ -98,7 +99,7 @@ CERTKERN_API BOOL CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE 
  *  @param pPublicKey  the issuer's key
  *  @return TRUE or FALSE
  *  @errors CRYPT_E_ASN1_ERROR: no bytes, or not a signed object; NTE_BAD_DATA: no signature, or key and signature
- *          disagree on RSA-PSS (RFC 4055, 3.3); NTE_BAD_SIGNATURE; NTE_BAD_ALGID; those of the key level */
+ *          disagree on RSA-PSS (RFC 4055, 3); NTE_BAD_SIGNATURE; NTE_BAD_ALGID; those of the key level */
 CERTKERN_API BOOL CryptVerifyCertificateSignature(HCRYPTPROV_LEGACY hCryptProv, DWORD dwCertEncodingType,
                                                   const BYTE* pbEncoded, DWORD cbEncoded,
                                                   PCERT_PUBLIC_KEY_INFO pPublicKey);

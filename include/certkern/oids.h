@@ -131,8 +131,8 @@
 #define szOID_RSA_SMIMECapabilities "1.2.840.113549.1.9.15"
 #define szOID_SIGNING_CERTIFICATE "1.2.840.113549.1.9.16.2.12"       /**< RFC 2634, 5.4 */
 #define szOID_OTHER_SIGNING_CERTIFICATE "1.2.840.113549.1.9.16.2.19" /**< RFC 5126, 5.7.3.3 */
-#define szOID_SIGNING_CERTIFICATE_V2 "1.2.840.113549.1.9.16.2.47"    /**< RFC 5035, 3 */
-#define szOID_GOST_CMS_MAC_ATTR "1.2.643.7.1.0.6.1.1" /**< authentication code of the content. RFC 9337 */
+#define szOID_SIGNING_CERTIFICATE_V2 "1.2.840.113549.1.9.16.2.47"    /**< RFC 5035 */
+#define szOID_GOST_CMS_MAC_ATTR "1.2.643.7.1.0.6.1.1" /**< authentication code of the content */
 #define szOID_GOST_CMS_EPHEMERAL_ATTR \
   "1.2.643.7.1.3.44.5" /**< what the provider says of the ephemeral key, as text */
 
@@ -211,7 +211,7 @@
 #define szOID_NIST_AES256_WRAP "2.16.840.1.101.3.4.1.45"
 #define szOID_GOST_28147_89 "1.2.643.2.2.21"
 #define szOID_GOST_28147_89_MAC "1.2.643.2.2.22"
-#define szOID_GOST_R3412_2015_MAGMA_CTR_ACPKM "1.2.643.7.1.1.5.1.1" /**< RFC 9337, 5.1 */
+#define szOID_GOST_R3412_2015_MAGMA_CTR_ACPKM "1.2.643.7.1.1.5.1.1" /**< RFC 9337 */
 #define szOID_GOST_R3412_2015_MAGMA_CTR_ACPKM_OMAC "1.2.643.7.1.1.5.1.2"
 #define szOID_GOST_R3412_2015_KUZNYECHIK_CTR_ACPKM "1.2.643.7.1.1.5.2.1"
 #define szOID_GOST_R3412_2015_KUZNYECHIK_CTR_ACPKM_OMAC "1.2.643.7.1.1.5.2.2"
@@ -223,7 +223,7 @@
 #define szOID_DH_SINGLE_PASS_STDDH_SHA384_KDF "1.3.132.1.11.2"
 #define szOID_DH_SINGLE_PASS_STDDH_SHA512_KDF "1.3.132.1.11.3"
 
-/* --- GOST parameter sets. RFC 4357, 11.2; RFC 7836. --- */
+/* --- GOST parameter sets. RFC 4357, 11; RFC 7836. --- */
 #define szOID_GOST_R3411_94_PARAM_SET_TEST "1.2.643.2.2.30.0"
 #define szOID_GOST_R3411_94_PARAM_SET "1.2.643.2.2.30.1"
 #define szOID_GOST_28147_89_PARAM_SET_TEST "1.2.643.2.2.31.0"

@@ -61,8 +61,7 @@ bool SignedContentDecode(BerReadCursor& in, CERT_SIGNED_CONTENT_INFO& record, Be
 
 bool SignedContentEncode(const CERT_SIGNED_CONTENT_INFO& record, BerWriteCursor& out) {
   return BerEncodeConstructed(kTagSequence, out, [&](BerWriteCursor& content) {
-    std::span<const BYTE> toBeSigned;
-    return BlobBytes(record.ToBeSigned, toBeSigned) && content.write(toBeSigned)
+    return BerEncodeVerbatim(record.ToBeSigned, content)
         && AlgorithmEncode(record.SignatureAlgorithm, content)
         && BerEncodeBits(kTagBitString, record.Signature, content);
   });

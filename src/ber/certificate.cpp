@@ -19,10 +19,11 @@ bool VersionDecode(BerReadCursor& in, DWORD& version) {
 }
 
 // Validity ::= SEQUENCE { notBefore Time, notAfter Time }
-bool ValidityDecode(BerReadCursor& in, FILETIME& notBefore, FILETIME& notAfter) {
+bool ValidityDecode(BerReadCursor& in, FILETIME& notBefore, FILETIME& notAfter, const BerDecodeArena& arena) {
   BerReadCursor content;
-  return BerExpect(in, kTagSequence, content) && content.size() >= 2 && BerDecodeTime(content, notBefore)
-      && content.size() >= 2 && BerDecodeTime(content, notAfter);
+  return BerExpect(in, kTagSequence, content) && content.size() >= 2
+      && BerDecodeTime(content, notBefore, arena) && content.size() >= 2
+      && BerDecodeTime(content, notAfter, arena);
 }
 
 // [number] IMPLICIT BIT STRING OPTIONAL; the class is not looked at.
@@ -42,7 +43,7 @@ bool CertInfoDecode(BerReadCursor& in, CERT_INFO& info, BerDecodeArena& arena) {
   if (!VersionDecode(content, info.dwVersion) || !BerDecodeInteger(content, info.SerialNumber, arena)
       || !AlgorithmDecode(content, info.SignatureAlgorithm, arena)
       || !BerCaptureElement(content, info.Issuer, arena)
-      || !ValidityDecode(content, info.NotBefore, info.NotAfter)
+      || !ValidityDecode(content, info.NotBefore, info.NotAfter, arena)
       || !BerCaptureElement(content, info.Subject, arena)
       || !PublicKeyInfoDecode(content, info.SubjectPublicKeyInfo, arena)
       || !UniqueIdDecode(content, 1, info.IssuerUniqueId, arena)

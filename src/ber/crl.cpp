@@ -3,8 +3,8 @@
 #include "ber/extension.h"
 #include "ber/time_text.h"
 
-#include <algorithm>
 #include <array>
+#include <cstring>
 
 namespace certkern {
 namespace {
@@ -35,20 +35,22 @@ constexpr BYTE kReasonValues[kLastReason + 1][3] = {
 
 template <size_t kSize>
 bool IsReason(std::span<const BYTE> octets, const std::array<BYTE, kSize>& shape) {
-  return octets.size() == kSize + 1 && std::equal(shape.begin(), shape.end(), octets.begin());
+  return octets.size() == kSize + 1 && std::memcmp(octets.data(), shape.data(), kSize) == 0;
 }
 
-void SetReason(CERT_EXTENSION& extension, BYTE reason) {
-  extension.pszObjId = const_cast<char*>(kReasonOid);
-  extension.fCritical = FALSE;
-  extension.Value = {sizeof(kReasonValues[reason]), const_cast<BYTE*>(kReasonValues[reason])};
+CERT_EXTENSION ReasonExtension(BYTE reason) {
+  return {
+      const_cast<char*>(kReasonOid),
+      FALSE,
+      {sizeof(kReasonValues[reason]), const_cast<BYTE*>(kReasonValues[reason])}
+  };
 }
 
 bool CrlEntryExtensionDecode(BerReadCursor& in, CERT_EXTENSION& extension, BerDecodeArena& arena) {
   BerReadCursor ahead = in;
   std::span<const BYTE> element;
   if (ahead.readWhole(element) && IsReason(element, kReasonExtension) && element.back() <= kLastReason) {
-    SetReason(extension, element.back());
+    extension = ReasonExtension(element.back());
     in = ahead;
     return true;
   }
@@ -63,7 +65,7 @@ bool EntryExtensionsDecode(BerReadCursor& content, CRL_ENTRY& entry, BerDecodeAr
   const BYTE reason = content.rest().back();
   if (reason > kLastReason || !arena.reserveRecords(1, entry.rgExtension)) return false;
   entry.cExtension = 1;
-  if (entry.rgExtension) SetReason(*entry.rgExtension, reason);
+  if (entry.rgExtension) *entry.rgExtension = ReasonExtension(reason);
   return true;
 }
 
@@ -73,7 +75,7 @@ bool CrlEntryDecode(BerReadCursor& in, CRL_ENTRY& entry, BerDecodeArena& arena) 
   BerReadCursor serial;
   return BerExpect(in, kTagSequence, content) && !content.empty() && BerExpect(content, kTagInteger, serial)
       && BerCopyReversed(serial.rest(), entry.SerialNumber, arena)
-      && BerDecodeTime(content, entry.RevocationDate) && EntryExtensionsDecode(content, entry, arena);
+      && BerDecodeTime(content, entry.RevocationDate, arena) && EntryExtensionsDecode(content, entry, arena);
 }
 
 bool CrlEntryEncode(const CRL_ENTRY& entry, BerWriteCursor& out) {
@@ -92,10 +94,10 @@ bool CrlInfoDecode(BerReadCursor& in, CRL_INFO& info, BerDecodeArena& arena) {
   BerReadCursor content;
   if (!BerExpect(in, kTagSequence, content)) return false;
   if (!BerDecodeVersion(content, info.dwVersion) || !AlgorithmDecode(content, info.SignatureAlgorithm, arena)
-      || !BerCaptureElement(content, info.Issuer, arena) || !BerDecodeTime(content, info.ThisUpdate)) {
+      || !BerCaptureElement(content, info.Issuer, arena) || !BerDecodeTime(content, info.ThisUpdate, arena)) {
     return false;
   }
-  if (BerNextIsTime(content) && !BerDecodeTime(content, info.NextUpdate)) return false;
+  if (BerNextIsTime(content) && !BerDecodeTime(content, info.NextUpdate, arena)) return false;
   // a list with neither entries nor extensions is not a v2 list
   if (content.empty()) return false;
   if (content.nextIs(kTagSequence)

@@ -9,7 +9,6 @@
 #include <certkern/types.h>
 
 #include <cstddef>
-#include <cstring>
 #include <span>
 
 namespace certkern {
@@ -39,14 +38,22 @@ class BerDecodeArena {
     return true;
   }
 
-  // Room for an array of records, zeroed; null while counting.
+  // Room for an array, not zeroed; null while counting.
   template <typename Record>
   [[nodiscard]] bool reserveRecords(size_t count, Record*& records) {
     if (!sizing() && count > remaining_ / sizeof(Record)) return false;
     BYTE* place;
     if (!reserve(count * sizeof(Record), place)) return false;
-    if (place) std::memset(place, 0, count * sizeof(Record));
     records = reinterpret_cast<Record*>(place);
+    return true;
+  }
+
+  // Room for one record, zeroed; while counting the record goes where it is not kept.
+  template <typename Record>
+  [[nodiscard]] bool reserveRecord(Record*& record, Record& unkept) {
+    if (!reserveRecords(1, record)) return false;
+    if (!record) record = &unkept;
+    *record = Record{};
     return true;
   }
 

@@ -2,7 +2,6 @@
 
 #include "ber/oid_text.h"
 
-#include <algorithm>
 #include <cstring>
 #include <cwchar>
 
@@ -17,12 +16,26 @@ size_t SignedSize(std::span<const BYTE> little) {
   return size;
 }
 
+// Serial numbers and key parts are long enough that eight bytes at a time pay.
+void ReverseCopy(std::span<const BYTE> bytes, BYTE* place) {
+  const BYTE* end = bytes.data() + bytes.size();
+  size_t left = bytes.size();
+  for (; left >= sizeof(uint64_t); left -= sizeof(uint64_t), place += sizeof(uint64_t)) {
+    uint64_t word;
+    end -= sizeof(word);
+    std::memcpy(&word, end, sizeof(word));
+    word = __builtin_bswap64(word);
+    std::memcpy(place, &word, sizeof(word));
+  }
+  while (left--) *place++ = *--end;
+}
+
 bool EncodeReversed(BYTE tag, std::span<const BYTE> little, bool zeroInFront, BerWriteCursor& out) {
   BYTE* place;
   if (!BerBeginElement(tag, little.size() + zeroInFront, out, place)) return false;
   if (!place) return true;
   if (zeroInFront) *place++ = 0;
-  std::reverse_copy(little.begin(), little.end(), place);
+  ReverseCopy(little, place);
   return true;
 }
 
@@ -46,7 +59,7 @@ bool BerCopyBytes(std::span<const BYTE> bytes, CRYPT_DATA_BLOB& blob, BerDecodeA
 bool BerCopyReversed(std::span<const BYTE> bytes, CRYPT_DATA_BLOB& blob, BerDecodeArena& arena) {
   BYTE* place;
   if (!arena.reserve(bytes.size(), place)) return false;
-  if (place) std::reverse_copy(bytes.begin(), bytes.end(), place);
+  if (place) ReverseCopy(bytes, place);
   blob.cbData = static_cast<DWORD>(bytes.size());
   blob.pbData = place;
   return true;
@@ -165,6 +178,7 @@ bool BerDecodeBmpText(BerReadCursor& in, LPWSTR& text, BerDecodeArena& arena) {
   const BYTE* unit = content.data();
   for (size_t i = 0; place && i < characters; ++i, unit += 2)
     place[i] = static_cast<WCHAR>(unit[0] << 8 | unit[1]);
+  if (place) place[characters] = L'\0';
   text = place;
   return true;
 }

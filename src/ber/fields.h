@@ -88,6 +88,7 @@ template <typename Record, typename Element>
   }
   if (!arena.reserveRecords(static_cast<size_t>(elements), records)) return false;
   for (Record* record = records; record != records + elements; ++record) {
+    *record = Record{};
     if (!element(content, *record, arena)) return false;
   }
   count = static_cast<DWORD>(elements);

@@ -17,9 +17,9 @@ bool HasSoundHeader(const BerReadCursor& content) {
 
 // OtherName ::= SEQUENCE { type-id OBJECT IDENTIFIER, value [0] EXPLICIT ANY }
 bool OtherNameDecode(BerReadCursor& content, PCERT_OTHER_NAME& name, BerDecodeArena& arena) {
-  CERT_OTHER_NAME unkept{};
-  if (!arena.reserveRecords(1, name)) return false;
-  CERT_OTHER_NAME& record = name ? *name : unkept;
+  CERT_OTHER_NAME unkept;
+  if (!arena.reserveRecord(name, unkept)) return false;
+  CERT_OTHER_NAME& record = *name;
   BerReadCursor oid;
   if (!BerExpect(content, kTagOid, oid) || !BerCopyOidText(oid.rest(), record.pszObjId, arena)) return false;
   if (content.empty()) return true;
@@ -49,7 +49,9 @@ bool AltTextDecode(std::span<const BYTE> content, LPWSTR& text, BerDecodeArena& 
   WCHAR* place;
   if (count <= 0 || !arena.reserveRecords(static_cast<size_t>(count) + 1, place)) return false;
   text = place;
-  return !place || MultiByteToWideChar(CP_ACP, 0, narrow, size, place, count) == count;
+  if (!place) return true;
+  place[count] = L'\0';
+  return MultiByteToWideChar(CP_ACP, 0, narrow, size, place, count) == count;
 }
 
 bool AltTextEncode(BYTE tag, LPCWSTR text, BerWriteCursor& out) {

@@ -61,7 +61,9 @@ bool OidEncode(const LPSTR& oid, BerWriteCursor& out) { return BerEncodeOidField
 
 bool UtcTimeEncode(const FILETIME& time, BerWriteCursor& out) { return BerEncodeUtcTime(time, out); }
 bool ChoiceOfTimeEncode(const FILETIME& time, BerWriteCursor& out) { return BerEncodeTime(time, out); }
-bool TimeDecode(BerReadCursor& in, FILETIME& time, BerDecodeArena&) { return BerDecodeTime(in, time); }
+bool TimeDecode(BerReadCursor& in, FILETIME& time, BerDecodeArena& arena) {
+  return BerDecodeTime(in, time, arena);
+}
 
 bool StrictNameDecode(BerReadCursor& in, CERT_NAME_INFO& name, BerDecodeArena& arena) {
   return NameDecode(in, NameValueForm::Strict, name, arena);

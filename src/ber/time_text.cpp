@@ -8,6 +8,8 @@ constexpr int kLastUtcYear = 2049;
 constexpr size_t kUtcTimeSize = 13;
 constexpr size_t kGeneralizedTimeSize = 15;
 
+bool IsUtcTimeSize(size_t size) { return size == kUtcTimeSize || size == kUtcTimeSize - 2; }
+
 // A decimal number at a place. Characters that are no digits give a number without meaning, never a fault.
 int Number(std::string_view text, size_t position, size_t digits) {
   int number = 0;
@@ -52,7 +54,7 @@ bool IsUtcYear(const SYSTEMTIME& parts) {
 
 bool BerParseUtcTime(std::string_view text, FILETIME& time) {
   time = {};
-  if (text.size() != 11 && text.size() != 13) return false;
+  if (!IsUtcTimeSize(text.size())) return false;
   SYSTEMTIME parts{};
   int year = 1900 + Number(text, 0, 2);
   if (year < kFirstUtcYear) year += 100;
@@ -84,13 +86,14 @@ bool BerParseGeneralizedTime(std::string_view text, FILETIME& time) {
   return SystemTimeToFileTime(&parts, &time) != FALSE;
 }
 
-bool BerDecodeTime(BerReadCursor& in, FILETIME& time) {
+bool BerDecodeTime(BerReadCursor& in, FILETIME& time, const BerDecodeArena& arena) {
   if (!BerNextIsTime(in)) return false;
   BYTE tag;
   BerReadCursor content;
   if (!in.readElement(tag, content)) return false;
   const std::string_view text(reinterpret_cast<const char*>(content.data()), content.size());
-  return tag == kTagUtcTime ? BerParseUtcTime(text, time) : BerParseGeneralizedTime(text, time);
+  if (tag == kTagGeneralizedTime) return BerParseGeneralizedTime(text, time);
+  return arena.sizing() ? IsUtcTimeSize(text.size()) : BerParseUtcTime(text, time);
 }
 
 bool BerEncodeUtcTime(const FILETIME& time, BerWriteCursor& out) {

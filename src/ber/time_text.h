@@ -2,6 +2,7 @@
 #ifndef CERTKERN_BER_TIME_TEXT_H
 #define CERTKERN_BER_TIME_TEXT_H
 
+#include "ber/decode_arena.h"
 #include "ber/read_cursor.h"
 #include "ber/write_cursor.h"
 
@@ -17,8 +18,8 @@ namespace certkern {
 // 13, 15, 17, 18 or 19 characters; one to three digits of a second from position 15 on. An impossible date fails.
 [[nodiscard]] bool BerParseGeneralizedTime(std::string_view text, FILETIME& time);
 
-// Either form, by the next identifier.
-[[nodiscard]] bool BerDecodeTime(BerReadCursor& in, FILETIME& time);
+// Either form, by the next identifier. While the arena only counts, a form that cannot fail is not converted.
+[[nodiscard]] bool BerDecodeTime(BerReadCursor& in, FILETIME& time, const BerDecodeArena& arena);
 inline bool BerNextIsTime(const BerReadCursor& in) {
   return in.nextIs(kTagUtcTime) || in.nextIs(kTagGeneralizedTime);
 }
