@@ -7,7 +7,14 @@
 #include "api/frame.h"
 #include "text/text_forms.h"
 
-namespace certkern {
+using certkern::BinaryToString;
+using certkern::BinaryToWideString;
+using certkern::DecodedOutput;
+using certkern::Frame;
+using certkern::Guarded;
+using certkern::StringToBinary;
+using certkern::WideStringToBinary;
+
 namespace {
 
 // A count of 0 stands for a text that ends with a NUL.
@@ -75,5 +82,3 @@ BOOL CryptStringToBinaryW(LPCWSTR pszString, DWORD cchString, DWORD dwFlags, BYT
 }
 
 }  // extern "C"
-
-}  // namespace certkern
