@@ -98,8 +98,7 @@ TEST(Trace, RecordIsOneLineInAPrivateFile) {
     EXPECT_EQ(errno, EILSEQ);
     support_dprint_print_(context, "policy %d", "policy.cpp", 3, "SSLImpl", 1);
     support_elprint_print_(context, "lazy %d", nullptr, 4, nullptr, 2);
-    Trace(context, kError, "wide text that is none: %S",
-          std::wstring(1, static_cast<wchar_t>(-1)).c_str());
+    Trace(context, kError, "wide text that is none: %S", std::wstring(1, static_cast<wchar_t>(-1)).c_str());
   });
   const auto lines = sandbox.lines("trace");
   ASSERT_EQ(lines.size(), 5u);
