@@ -178,6 +178,7 @@ bool BerDecodeBmpText(BerReadCursor& in, LPWSTR& text, BerDecodeArena& arena) {
   const BYTE* unit = content.data();
   for (size_t i = 0; place && i < characters; ++i, unit += 2)
     place[i] = static_cast<WCHAR>(unit[0] << 8 | unit[1]);
+  if (place) place[characters] = L'\0';
   text = place;
   return true;
 }

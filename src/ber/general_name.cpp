@@ -49,7 +49,9 @@ bool AltTextDecode(std::span<const BYTE> content, LPWSTR& text, BerDecodeArena& 
   WCHAR* place;
   if (count <= 0 || !arena.reserveRecords(static_cast<size_t>(count) + 1, place)) return false;
   text = place;
-  return !place || MultiByteToWideChar(CP_ACP, 0, narrow, size, place, count) == count;
+  if (!place) return true;
+  place[count] = L'\0';
+  return MultiByteToWideChar(CP_ACP, 0, narrow, size, place, count) == count;
 }
 
 bool AltTextEncode(BYTE tag, LPCWSTR text, BerWriteCursor& out) {

@@ -76,8 +76,10 @@ bool WideToRecord(const Units& units, CERT_RDN_VALUE_BLOB& value, BerDecodeArena
   const size_t count = units.count();
   WCHAR* place;
   if (count > UINT_MAX / sizeof(WCHAR)) return false;
-  if (!arena.reserveRecords(count + units.needsNul(), place)) return false;
+  const bool needsNul = units.needsNul();
+  if (!arena.reserveRecords(count + needsNul, place)) return false;
   for (size_t i = 0; place && i < count; ++i) place[i] = units.at(i);
+  if (place && needsNul) place[count] = L'\0';
   value.cbData = static_cast<DWORD>(count * sizeof(WCHAR));
   value.pbData = reinterpret_cast<BYTE*>(place);
   return true;
@@ -97,6 +99,7 @@ bool Utf8ToRecord(std::span<const BYTE> content, CERT_RDN_VALUE_BLOB& value, Ber
   WCHAR* place;
   if (!arena.reserveRecords(static_cast<size_t>(count) + needsNul, place)) return false;
   if (place && count && MultiByteToWideChar(CP_UTF8, 0, text, size, place, count) != count) return false;
+  if (place && needsNul) place[count] = L'\0';
   value.cbData = static_cast<DWORD>(static_cast<size_t>(count) * sizeof(WCHAR));
   value.pbData = reinterpret_cast<BYTE*>(place);
   return true;

@@ -182,7 +182,7 @@ TEST(Times, Generalized) {
   ASSERT_TRUE(BerParseGeneralizedTime("20500102030405.678Z", time));
   EXPECT_TRUE(time == Moment(2050, 1, 2, 3, 4, 5, 678));
   EXPECT_FALSE(BerParseGeneralizedTime("20509902030405Z", time));
-  EXPECT_FALSE(BerParseGeneralizedTime("2050010203040Z.", time)) << "16 characters are of neither form";
+  EXPECT_FALSE(BerParseGeneralizedTime("20500102030405.Z", time)) << "16 characters are of neither form";
 }
 
 TEST(Times, EncodingChoosesByTheYear) {

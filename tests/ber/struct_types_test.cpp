@@ -30,7 +30,7 @@ Decoded Decode(uintptr_t type, std::span<const BYTE> input, DWORD flags = 0) {
   answer.ok = BerDecodeEntry(SizeKnown::No, *row, input, flags, nullptr, &answer.size);
   answer.code = GetLastError();
   if (!answer.ok) return answer;
-  answer.record.resize(answer.size);
+  answer.record.assign(answer.size, 0xEE);  // what is not written shows
   DWORD size = answer.size;
   EXPECT_TRUE(BerDecodeEntry(SizeKnown::Yes, *row, input, flags, answer.record.data(), &size));
   return answer;

@@ -1,0 +1,48 @@
+#include "api/startup.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "platform/trace.h"
+
+namespace certkern {
+namespace {
+
+// The only dynamic initialisation of the library. Other state is constinit, and joins here when it has something to
+// begin or to end; constant tables (banners, keywords) are constexpr and need no row. The rows are in the order in
+// which one piece may rely on another; at exit the registry of contexts has to go before anything that it traces to.
+constexpr StartupStep kSteps[] = {
+    {"trace",        [] { OpenTraceContext(certkern_db_ctx, "certkern"); },
+     [] { CloseTraceContext(certkern_db_ctx); }                                                                          },
+    {"lazy trace",   [] { certkern_lazy_db_ctx.arm(); },                            [] { certkern_lazy_db_ctx.disarm(); }},
+ // thread slots of the PIN callback
+  // list of OID function sets
+    {"policy trace", [] { OpenTraceContext(pkivalidator_db_ctx, "pkivalidator"); },
+     [] { CloseTraceContext(pkivalidator_db_ctx); }                                                                      },
+    {"chain detail", ReadChainDetailWish,                                           nullptr                              },
+ // URL cache
+  // registry of contexts, last: the first to go
+};
+
+struct Startup {
+  Startup() { BeginLibrary(); }
+  ~Startup() { EndLibrary(); }
+} const startup;
+
+}  // namespace
+
+std::span<const StartupStep> StartupSteps() { return kSteps; }
+
+void BeginLibrary() {
+  for (const StartupStep& step : kSteps) {
+    if (step.begin) step.begin();
+  }
+}
+
+void EndLibrary() {
+  std::for_each(std::rbegin(kSteps), std::rend(kSteps), [](const StartupStep& step) {
+    if (step.end) step.end();
+  });
+}
+
+}  // namespace certkern
