@@ -11,24 +11,54 @@ CERTKERN_API DWORD GetLastError(void);
 /** Sets the calling thread's last error code. */
 CERTKERN_API void SetLastError(DWORD dwErrCode);
 
-#define CP_ACP 0
-#define CP_UTF16LE 1200
-#define CP_UTF8 65001
+/** Code pages. The locale's encoding is UTF-8 also where no locale was set. */
+#define CP_ACP 0         /**< the encoding of the process's locale */
+#define CP_UTF16LE 1200  /**< 16-bit units, low byte first */
+#define CP_UTF8 65001    /**< RFC 3629 */
 
-#define MB_PRECOMPOSED 0x1u
-#define MB_ERR_INVALID_CHARS 0x8u
-#define WC_ERR_INVALID_CHARS 0x80u
-#define WC_NO_BEST_FIT_CHARS 0x400u
+#define MB_PRECOMPOSED 0x1u        /**< no effect */
+#define MB_ERR_INVALID_CHARS 0x8u  /**< fail on ill-formed text instead of writing U+FFFD */
+#define WC_ERR_INVALID_CHARS 0x80u /**< fail on what cannot be written instead of writing a substitute */
+#define WC_NO_BEST_FIT_CHARS 0x400u /**< no effect: similar letters are never written instead */
 
+/** Converts text of a code page to wide characters, one a code point. Takes no lock.
+ *  Without MB_ERR_INVALID_CHARS each maximal ill-formed piece becomes one U+FFFD.
+ *  @param cbMultiByte    bytes at lpMultiByteStr; -1: up to the NUL, which is converted too. For CP_UTF16LE the NUL has
+ *                        two bytes
+ *  @param lpWideCharStr  receives the text, not terminated beyond what was converted; another place than the input's
+ *  @param cchWideChar    wide characters at lpWideCharStr; 0 asks for the size
+ *  @return wide characters written or needed; 0 on failure, when the buffer's content is not defined
+ *  @errors ERROR_INVALID_PARAMETER: a null or empty text, a negative size, the output in the input's place, no such code
+ *          page, or a result above INT_MAX; ERROR_INVALID_FLAGS; ERROR_NO_UNICODE_TRANSLATION: ill-formed text, or a
+ *          locale's encoding that the system cannot convert; ERROR_INSUFFICIENT_BUFFER */
 CERTKERN_API int MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int cbMultiByte, LPWSTR lpWideCharStr,
                                      int cchWideChar);
+/** Converts wide characters to text of a code page. Takes no lock.
+ *  Without WC_ERR_INVALID_CHARS a wide character that is none, or that the code page lacks, becomes lpDefaultChar.
+ *  @param cchWideChar       wide characters at lpWideCharStr; -1: up to the NUL, which is converted too
+ *  @param cbMultiByte       bytes at lpMultiByteStr; 0 asks for the size
+ *  @param lpDefaultChar     CP_ACP only: the substitute, NUL-terminated; NULL: U+FFFD where the encoding has it,
+ *                           otherwise a question mark
+ *  @param lpUsedDefaultChar CP_ACP only: receives if a substitute was written; may be NULL
+ *  @return bytes written or needed; 0 on failure
+ *  @errors as MultiByteToWideChar; ERROR_INVALID_PARAMETER also for a substitute with another code page than CP_ACP */
 CERTKERN_API int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int cchWideChar, LPSTR lpMultiByteStr,
                                      int cbMultiByte, LPCSTR lpDefaultChar, LPBOOL lpUsedDefaultChar);
 
+/** Compares two moments, neither NULL.
+ *  @return -1, 0 or 1: the first is earlier, the same, later */
 CERTKERN_API LONG CompareFileTime(const FILETIME* lpFileTime1, const FILETIME* lpFileTime2);
+/** Takes a moment apart, down to milliseconds; what is below them is cut.
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_PARAMETER: NULL, or a moment above 0x7FFFFFFFFFFFFFFF */
 CERTKERN_API BOOL FileTimeToSystemTime(const FILETIME* lpFileTime, LPSYSTEMTIME lpSystemTime);
+/** Puts a moment together. wDayOfWeek is not looked at; there are no leap seconds.
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_PARAMETER: NULL, or no day or time of the years 1601 to 30827 */
 CERTKERN_API BOOL SystemTimeToFileTime(const SYSTEMTIME* lpSystemTime, LPFILETIME lpFileTime);
+/** The present moment, UTC, in parts. */
 CERTKERN_API void GetSystemTime(LPSYSTEMTIME lpSystemTime);
+/** The present moment, UTC. */
 CERTKERN_API void GetSystemTimeAsFileTime(LPFILETIME lpSystemTimeAsFileTime);
 
 /** Algorithm identifiers: a class in the top three bits, a type in the next four, a number below. */
