@@ -94,7 +94,8 @@ void OpenSslDecodeBlock(benchmark::State& state) {
   std::vector<BYTE> bytes(data.size() + 3);
   for (auto _ : state) {
     const auto* characters = reinterpret_cast<const BYTE*>(text.data());
-    if (EVP_DecodeBlock(bytes.data(), characters, static_cast<int>(text.size())) < 0) state.SkipWithError("decode");
+    if (EVP_DecodeBlock(bytes.data(), characters, static_cast<int>(text.size())) < 0)
+      state.SkipWithError("decode");
     benchmark::ClobberMemory();
   }
   CountBytes(state);

@@ -48,7 +48,9 @@ constexpr std::array<BYTE, 128> MakeCharacterClasses() {
 
 constexpr std::array<BYTE, 128> kCharacterClasses = MakeCharacterClasses();
 
-constexpr BYTE ClassOf(char character) { return kCharacterClasses[static_cast<BYTE>(character) & kSevenBits]; }
+constexpr BYTE ClassOf(char character) {
+  return kCharacterClasses[static_cast<BYTE>(character) & kSevenBits];
+}
 constexpr bool IsDigit(BYTE characterClass) { return characterClass < 64; }
 constexpr bool IsWhiteSpace(BYTE characterClass) {
   return characterClass == kBlank || characterClass == kLineFeed || characterClass == kCarriageReturn;
@@ -87,8 +89,8 @@ constexpr ShiftedDigits kShiftedDigits = MakeShiftedDigits();
 // The 24 bits of four characters; kNotADigit is set when one of them is no digit.
 uint32_t ReadQuad(const char* text) {
   const auto* characters = reinterpret_cast<const BYTE*>(text);
-  return kShiftedDigits[0][characters[0]] | kShiftedDigits[1][characters[1]] | kShiftedDigits[2][characters[2]]
-      | kShiftedDigits[3][characters[3]];
+  return kShiftedDigits[0][characters[0]] | kShiftedDigits[1][characters[1]]
+      | kShiftedDigits[2][characters[2]] | kShiftedDigits[3][characters[3]];
 }
 
 void StoreTriple(uint32_t bits, BYTE* out) {
@@ -179,7 +181,8 @@ class ByteCounter {
  public:
   const char* quads(const char* next, const char* end) {
     const char* start = next;
-    while (end - next >= ptrdiff_t{kGroupCharacters} && IsDigit(ClassOf(*next)) && AllDigits(next, kGroupCharacters)) {
+    while (end - next >= ptrdiff_t{kGroupCharacters} && IsDigit(ClassOf(*next))
+           && AllDigits(next, kGroupCharacters)) {
       next += kGroupCharacters;
     }
     while (end - next >= 4 && !(ReadQuad(next) & kNotADigit)) next += 4;
@@ -236,8 +239,8 @@ template <class Sink>
 bool ReadText(std::string_view text, Sink& sink) {
   const char* next = text.data();
   const char* const end = next + text.size();
-  size_t groupPosition = 0;   // significant characters in the current group, whole quads only
-  bool groupPadded = false;   // nothing significant may follow in this group
+  size_t groupPosition = 0;    // significant characters in the current group, whole quads only
+  bool groupPadded = false;    // nothing significant may follow in this group
   std::array<char, 4> quad{};  // the characters behind the last whole quad
   size_t quadSize = 0;
   while (next != end) {
