@@ -7,6 +7,7 @@
 #define CERTKERN_ENCODE_H
 
 #include <certkern/errors.h>
+#include <certkern/text.h>
 #include <certkern/types.h>
 
 CERTKERN_EXTERN_C_BEGIN
@@ -17,57 +18,57 @@ CERTKERN_EXTERN_C_BEGIN
 #define PKCS_7_ASN_ENCODING 0x00010000u
 
 /** Structure types: what lpszStructType may be beside an OID string. */
-#define X509_CERT ((LPCSTR)1)                             /**< CERT_SIGNED_CONTENT_INFO */
-#define X509_CERT_TO_BE_SIGNED ((LPCSTR)2)                /**< CERT_INFO */
-#define X509_CERT_CRL_TO_BE_SIGNED ((LPCSTR)3)            /**< CRL_INFO */
-#define X509_CERT_REQUEST_TO_BE_SIGNED ((LPCSTR)4)        /**< CERT_REQUEST_INFO */
-#define X509_EXTENSIONS ((LPCSTR)5)                       /**< CERT_EXTENSIONS */
-#define X509_NAME_VALUE ((LPCSTR)6)                       /**< CERT_NAME_VALUE */
+#define X509_CERT ((LPCSTR)1)                      /**< CERT_SIGNED_CONTENT_INFO */
+#define X509_CERT_TO_BE_SIGNED ((LPCSTR)2)         /**< CERT_INFO */
+#define X509_CERT_CRL_TO_BE_SIGNED ((LPCSTR)3)     /**< CRL_INFO */
+#define X509_CERT_REQUEST_TO_BE_SIGNED ((LPCSTR)4) /**< CERT_REQUEST_INFO */
+#define X509_EXTENSIONS ((LPCSTR)5)                /**< CERT_EXTENSIONS */
+#define X509_NAME_VALUE ((LPCSTR)6)                /**< CERT_NAME_VALUE */
 #define X509_ANY_STRING X509_NAME_VALUE
-#define X509_NAME ((LPCSTR)7)                             /**< CERT_NAME_INFO */
-#define X509_PUBLIC_KEY_INFO ((LPCSTR)8)                  /**< CERT_PUBLIC_KEY_INFO */
-#define X509_AUTHORITY_KEY_ID ((LPCSTR)9)                 /**< CERT_AUTHORITY_KEY_ID_INFO */
-#define X509_KEY_ATTRIBUTES ((LPCSTR)10)                  /**< known, without a codec */
-#define X509_ALTERNATE_NAME ((LPCSTR)12)                  /**< CERT_ALT_NAME_INFO */
-#define X509_KEY_USAGE ((LPCSTR)14)                       /**< CRYPT_BIT_BLOB */
-#define X509_BASIC_CONSTRAINTS2 ((LPCSTR)15)              /**< CERT_BASIC_CONSTRAINTS2_INFO */
-#define X509_CERT_POLICIES ((LPCSTR)16)                   /**< CERT_POLICIES_INFO */
-#define PKCS_UTC_TIME ((LPCSTR)17)                        /**< FILETIME */
-#define RSA_CSP_PUBLICKEYBLOB ((LPCSTR)19)                /**< key blob, by the extension library */
-#define X509_UNICODE_NAME ((LPCSTR)20)                    /**< CERT_NAME_INFO with wide values */
-#define PKCS_ATTRIBUTE ((LPCSTR)22)                       /**< CRYPT_ATTRIBUTE */
-#define PKCS_CONTENT_INFO_SEQUENCE_OF_ANY ((LPCSTR)23)    /**< CRYPT_CONTENT_INFO_SEQUENCE_OF_ANY */
-#define X509_UNICODE_NAME_VALUE ((LPCSTR)24)              /**< CERT_NAME_VALUE with a wide value */
+#define X509_NAME ((LPCSTR)7)                          /**< CERT_NAME_INFO */
+#define X509_PUBLIC_KEY_INFO ((LPCSTR)8)               /**< CERT_PUBLIC_KEY_INFO */
+#define X509_AUTHORITY_KEY_ID ((LPCSTR)9)              /**< CERT_AUTHORITY_KEY_ID_INFO */
+#define X509_KEY_ATTRIBUTES ((LPCSTR)10)               /**< known, without a codec */
+#define X509_ALTERNATE_NAME ((LPCSTR)12)               /**< CERT_ALT_NAME_INFO */
+#define X509_KEY_USAGE ((LPCSTR)14)                    /**< CRYPT_BIT_BLOB */
+#define X509_BASIC_CONSTRAINTS2 ((LPCSTR)15)           /**< CERT_BASIC_CONSTRAINTS2_INFO */
+#define X509_CERT_POLICIES ((LPCSTR)16)                /**< CERT_POLICIES_INFO */
+#define PKCS_UTC_TIME ((LPCSTR)17)                     /**< FILETIME */
+#define RSA_CSP_PUBLICKEYBLOB ((LPCSTR)19)             /**< key blob, by the extension library */
+#define X509_UNICODE_NAME ((LPCSTR)20)                 /**< CERT_NAME_INFO with wide values */
+#define PKCS_ATTRIBUTE ((LPCSTR)22)                    /**< CRYPT_ATTRIBUTE */
+#define PKCS_CONTENT_INFO_SEQUENCE_OF_ANY ((LPCSTR)23) /**< CRYPT_CONTENT_INFO_SEQUENCE_OF_ANY */
+#define X509_UNICODE_NAME_VALUE ((LPCSTR)24)           /**< CERT_NAME_VALUE with a wide value */
 #define X509_UNICODE_ANY_STRING X509_UNICODE_NAME_VALUE
-#define X509_OCTET_STRING ((LPCSTR)25)                    /**< CRYPT_DATA_BLOB */
-#define X509_BITS ((LPCSTR)26)                            /**< CRYPT_BIT_BLOB */
-#define X509_INTEGER ((LPCSTR)27)                         /**< int */
-#define X509_MULTI_BYTE_INTEGER ((LPCSTR)28)              /**< CRYPT_INTEGER_BLOB */
-#define X509_ENUMERATED ((LPCSTR)29)                      /**< int */
+#define X509_OCTET_STRING ((LPCSTR)25)       /**< CRYPT_DATA_BLOB */
+#define X509_BITS ((LPCSTR)26)               /**< CRYPT_BIT_BLOB */
+#define X509_INTEGER ((LPCSTR)27)            /**< int */
+#define X509_MULTI_BYTE_INTEGER ((LPCSTR)28) /**< CRYPT_INTEGER_BLOB */
+#define X509_ENUMERATED ((LPCSTR)29)         /**< int */
 #define X509_CRL_REASON_CODE X509_ENUMERATED
-#define X509_CHOICE_OF_TIME ((LPCSTR)30)                  /**< FILETIME */
-#define X509_AUTHORITY_KEY_ID2 ((LPCSTR)31)               /**< CERT_AUTHORITY_KEY_ID2_INFO */
-#define X509_AUTHORITY_INFO_ACCESS ((LPCSTR)32)           /**< CERT_AUTHORITY_INFO_ACCESS */
-#define X509_SEQUENCE_OF_ANY ((LPCSTR)34)                 /**< CRYPT_SEQUENCE_OF_ANY */
-#define X509_CRL_DIST_POINTS ((LPCSTR)35)                 /**< CRL_DIST_POINTS_INFO */
-#define X509_ENHANCED_KEY_USAGE ((LPCSTR)36)              /**< CERT_ENHKEY_USAGE */
-#define X509_MULTI_BYTE_UINT ((LPCSTR)38)                 /**< CRYPT_UINT_BLOB */
-#define PKCS_SMIME_CAPABILITIES ((LPCSTR)42)              /**< known, without a codec */
+#define X509_CHOICE_OF_TIME ((LPCSTR)30)                   /**< FILETIME */
+#define X509_AUTHORITY_KEY_ID2 ((LPCSTR)31)                /**< CERT_AUTHORITY_KEY_ID2_INFO */
+#define X509_AUTHORITY_INFO_ACCESS ((LPCSTR)32)            /**< CERT_AUTHORITY_INFO_ACCESS */
+#define X509_SEQUENCE_OF_ANY ((LPCSTR)34)                  /**< CRYPT_SEQUENCE_OF_ANY */
+#define X509_CRL_DIST_POINTS ((LPCSTR)35)                  /**< CRL_DIST_POINTS_INFO */
+#define X509_ENHANCED_KEY_USAGE ((LPCSTR)36)               /**< CERT_ENHKEY_USAGE */
+#define X509_MULTI_BYTE_UINT ((LPCSTR)38)                  /**< CRYPT_UINT_BLOB */
+#define PKCS_SMIME_CAPABILITIES ((LPCSTR)42)               /**< known, without a codec */
 #define X509_PKIX_POLICY_QUALIFIER_USERNOTICE ((LPCSTR)46) /**< CERT_POLICY_QUALIFIER_USER_NOTICE */
-#define X509_DH_PARAMETERS ((LPCSTR)47)                   /**< CERT_DH_PARAMETERS */
-#define X509_ISSUING_DIST_POINT ((LPCSTR)54)              /**< CRL_ISSUING_DIST_POINT */
-#define X509_POLICY_MAPPINGS ((LPCSTR)56)                 /**< CERT_POLICY_MAPPINGS_INFO */
-#define X509_POLICY_CONSTRAINTS ((LPCSTR)57)              /**< CERT_POLICY_CONSTRAINTS_INFO, decoding only */
-#define X509_CERTIFICATE_TEMPLATE ((LPCSTR)64)            /**< CERT_TEMPLATE_EXT */
-#define OCSP_SIGNED_REQUEST ((LPCSTR)65)                  /**< OCSP_SIGNED_REQUEST_INFO */
-#define OCSP_REQUEST ((LPCSTR)66)                         /**< OCSP_REQUEST_INFO */
-#define OCSP_RESPONSE ((LPCSTR)67)                        /**< OCSP_RESPONSE_INFO */
-#define OCSP_BASIC_SIGNED_RESPONSE ((LPCSTR)68)           /**< OCSP_BASIC_SIGNED_RESPONSE_INFO */
-#define OCSP_BASIC_RESPONSE ((LPCSTR)69)                  /**< OCSP_BASIC_RESPONSE_INFO */
-#define X509_OBJECT_IDENTIFIER ((LPCSTR)73)               /**< LPSTR, dotted decimal */
-#define X509_ALGORITHM_IDENTIFIER ((LPCSTR)74)            /**< CRYPT_ALGORITHM_IDENTIFIER */
-#define PKCS7_SIGNER_INFO ((LPCSTR)500)                   /**< CMSG_SIGNER_INFO */
-#define CMS_SIGNER_INFO ((LPCSTR)501)                     /**< CMSG_CMS_SIGNER_INFO */
+#define X509_DH_PARAMETERS ((LPCSTR)47)                    /**< CERT_DH_PARAMETERS */
+#define X509_ISSUING_DIST_POINT ((LPCSTR)54)               /**< CRL_ISSUING_DIST_POINT */
+#define X509_POLICY_MAPPINGS ((LPCSTR)56)                  /**< CERT_POLICY_MAPPINGS_INFO */
+#define X509_POLICY_CONSTRAINTS ((LPCSTR)57)               /**< CERT_POLICY_CONSTRAINTS_INFO, decoding only */
+#define X509_CERTIFICATE_TEMPLATE ((LPCSTR)64)             /**< CERT_TEMPLATE_EXT */
+#define OCSP_SIGNED_REQUEST ((LPCSTR)65)                   /**< OCSP_SIGNED_REQUEST_INFO */
+#define OCSP_REQUEST ((LPCSTR)66)                          /**< OCSP_REQUEST_INFO */
+#define OCSP_RESPONSE ((LPCSTR)67)                         /**< OCSP_RESPONSE_INFO */
+#define OCSP_BASIC_SIGNED_RESPONSE ((LPCSTR)68)            /**< OCSP_BASIC_SIGNED_RESPONSE_INFO */
+#define OCSP_BASIC_RESPONSE ((LPCSTR)69)                   /**< OCSP_BASIC_RESPONSE_INFO */
+#define X509_OBJECT_IDENTIFIER ((LPCSTR)73)                /**< LPSTR, dotted decimal */
+#define X509_ALGORITHM_IDENTIFIER ((LPCSTR)74)             /**< CRYPT_ALGORITHM_IDENTIFIER */
+#define PKCS7_SIGNER_INFO ((LPCSTR)500)                    /**< CMSG_SIGNER_INFO */
+#define CMS_SIGNER_INFO ((LPCSTR)501)                      /**< CMSG_CMS_SIGNER_INFO */
 
 /** An algorithm and its parameters. Parameters holds the whole encoded element; empty means "by the table": absent
  *  or NULL, whichever the algorithm wants. RFC 5280, 4.1.1.2. */
@@ -93,6 +94,7 @@ typedef struct _CERT_EXTENSION {
 typedef const CERT_EXTENSION* PCCERT_EXTENSION;
 CERTKERN_RECORD_SIZE(CERT_EXTENSION, 32);
 
+/** X509_EXTENSIONS: the extensions of a certificate, a list or a request. */
 typedef struct _CERT_EXTENSIONS {
   DWORD cExtension;
   PCERT_EXTENSION rgExtension;
@@ -153,12 +155,14 @@ typedef struct _CRYPT_ATTRIBUTE {
 } CRYPT_ATTRIBUTE, *PCRYPT_ATTRIBUTE;
 CERTKERN_RECORD_SIZE(CRYPT_ATTRIBUTE, 24);
 
+/** Attributes of a signer or an envelope. RFC 5652, 5.3. */
 typedef struct _CRYPT_ATTRIBUTES {
   DWORD cAttr;
   PCRYPT_ATTRIBUTE rgAttr;
 } CRYPT_ATTRIBUTES, *PCRYPT_ATTRIBUTES;
 CERTKERN_RECORD_SIZE(CRYPT_ATTRIBUTES, 16);
 
+/** CERT_REQUEST_INFO.dwVersion. */
 #define CERT_REQUEST_V1 0
 
 /** CertificationRequestInfo. RFC 2986, 4.1. */
@@ -201,7 +205,8 @@ CERTKERN_RECORD_SIZE(CERT_SIGNED_CONTENT_INFO, 64);
 #define CERT_RDN_UTF8_STRING 13
 #define CERT_RDN_TYPE_MASK 0x000000FFu
 #define CERT_RDN_FLAGS_MASK 0xFF000000u
-#define CERT_RDN_DISABLE_CHECK_TYPE_FLAG 0x40000000u /**< write the characters without asking if the type has them */
+#define CERT_RDN_DISABLE_CHECK_TYPE_FLAG \
+  0x40000000u /**< write the characters without asking if the type has them */
 
 /** A string with its type. Value.cbData is in bytes: four to a character for the wide types. */
 typedef struct _CERT_NAME_VALUE {
@@ -218,6 +223,7 @@ typedef struct _CERT_RDN_ATTR {
 } CERT_RDN_ATTR, *PCERT_RDN_ATTR;
 CERTKERN_RECORD_SIZE(CERT_RDN_ATTR, 32);
 
+/** A relative name: attributes that belong together, in stream order. */
 typedef struct _CERT_RDN {
   DWORD cRDNAttr;
   PCERT_RDN_ATTR rgRDNAttr;
@@ -231,6 +237,7 @@ typedef struct _CERT_NAME_INFO {
 } CERT_NAME_INFO, *PCERT_NAME_INFO;
 CERTKERN_RECORD_SIZE(CERT_NAME_INFO, 16);
 
+/** The key identifier of the old extension szOID_AUTHORITY_KEY_IDENTIFIER; empty fields are absent. */
 typedef struct _CERT_AUTHORITY_KEY_ID_INFO {
   CRYPT_DATA_BLOB KeyId;
   CERT_NAME_BLOB CertIssuer;
@@ -271,6 +278,7 @@ typedef struct _CERT_ALT_NAME_ENTRY {
 } CERT_ALT_NAME_ENTRY, *PCERT_ALT_NAME_ENTRY;
 CERTKERN_RECORD_SIZE(CERT_ALT_NAME_ENTRY, 24);
 
+/** General names. RFC 5280, 4.2.1.6. */
 typedef struct _CERT_ALT_NAME_INFO {
   DWORD cAltEntry;
   PCERT_ALT_NAME_ENTRY rgAltEntry;
@@ -285,12 +293,14 @@ typedef struct _CERT_BASIC_CONSTRAINTS2_INFO {
 } CERT_BASIC_CONSTRAINTS2_INFO, *PCERT_BASIC_CONSTRAINTS2_INFO;
 CERTKERN_RECORD_SIZE(CERT_BASIC_CONSTRAINTS2_INFO, 12);
 
+/** A qualifier of a policy; Qualifier is a whole encoded element. */
 typedef struct _CERT_POLICY_QUALIFIER_INFO {
   LPSTR pszPolicyQualifierId;
   CRYPT_OBJID_BLOB Qualifier;
 } CERT_POLICY_QUALIFIER_INFO, *PCERT_POLICY_QUALIFIER_INFO;
 CERTKERN_RECORD_SIZE(CERT_POLICY_QUALIFIER_INFO, 24);
 
+/** A policy with its qualifiers. */
 typedef struct _CERT_POLICY_INFO {
   LPSTR pszPolicyIdentifier;
   DWORD cPolicyQualifier;
@@ -305,6 +315,7 @@ typedef struct _CERT_POLICIES_INFO {
 } CERT_POLICIES_INFO, *PCERT_POLICIES_INFO;
 CERTKERN_RECORD_SIZE(CERT_POLICIES_INFO, 16);
 
+/** Where a notice is printed. Known by shape only. */
 typedef struct _CERT_POLICY_QUALIFIER_NOTICE_REFERENCE {
   LPSTR pszOrganization;
   DWORD cNoticeNumbers;
@@ -319,6 +330,7 @@ typedef struct _CERT_POLICY_QUALIFIER_USER_NOTICE {
 } CERT_POLICY_QUALIFIER_USER_NOTICE, *PCERT_POLICY_QUALIFIER_USER_NOTICE;
 CERTKERN_RECORD_SIZE(CERT_POLICY_QUALIFIER_USER_NOTICE, 16);
 
+/** A content type and a sequence of whole encoded elements behind [0]. */
 typedef struct _CRYPT_CONTENT_INFO_SEQUENCE_OF_ANY {
   LPSTR pszObjId;
   DWORD cValue;
@@ -326,6 +338,7 @@ typedef struct _CRYPT_CONTENT_INFO_SEQUENCE_OF_ANY {
 } CRYPT_CONTENT_INFO_SEQUENCE_OF_ANY, *PCRYPT_CONTENT_INFO_SEQUENCE_OF_ANY;
 CERTKERN_RECORD_SIZE(CRYPT_CONTENT_INFO_SEQUENCE_OF_ANY, 24);
 
+/** RFC 5280, 4.2.1.1; empty fields are absent. */
 typedef struct _CERT_AUTHORITY_KEY_ID2_INFO {
   CRYPT_DATA_BLOB KeyId;
   CERT_ALT_NAME_INFO AuthorityCertIssuer;
@@ -333,6 +346,7 @@ typedef struct _CERT_AUTHORITY_KEY_ID2_INFO {
 } CERT_AUTHORITY_KEY_ID2_INFO, *PCERT_AUTHORITY_KEY_ID2_INFO;
 CERTKERN_RECORD_SIZE(CERT_AUTHORITY_KEY_ID2_INFO, 48);
 
+/** How, and where, to get something. */
 typedef struct _CERT_ACCESS_DESCRIPTION {
   LPSTR pszAccessMethod;
   CERT_ALT_NAME_ENTRY AccessLocation;
@@ -343,9 +357,11 @@ CERTKERN_RECORD_SIZE(CERT_ACCESS_DESCRIPTION, 32);
 typedef struct _CERT_AUTHORITY_INFO_ACCESS {
   DWORD cAccDescr;
   PCERT_ACCESS_DESCRIPTION rgAccDescr;
-} CERT_AUTHORITY_INFO_ACCESS, *PCERT_AUTHORITY_INFO_ACCESS, CERT_SUBJECT_INFO_ACCESS, *PCERT_SUBJECT_INFO_ACCESS;
+} CERT_AUTHORITY_INFO_ACCESS, *PCERT_AUTHORITY_INFO_ACCESS, CERT_SUBJECT_INFO_ACCESS,
+    *PCERT_SUBJECT_INFO_ACCESS;
 CERTKERN_RECORD_SIZE(CERT_AUTHORITY_INFO_ACCESS, 16);
 
+/** A sequence of whole encoded elements. */
 typedef struct _CRYPT_SEQUENCE_OF_ANY {
   DWORD cValue;
   PCRYPT_DER_BLOB rgValue;
@@ -365,6 +381,7 @@ typedef struct _CRL_DIST_POINT_NAME {
 } CRL_DIST_POINT_NAME, *PCRL_DIST_POINT_NAME;
 CERTKERN_RECORD_SIZE(CRL_DIST_POINT_NAME, 24);
 
+/** One distribution point; empty fields are absent. */
 typedef struct _CRL_DIST_POINT {
   CRL_DIST_POINT_NAME DistPointName;
   CRYPT_BIT_BLOB ReasonFlags;
@@ -400,6 +417,7 @@ CERTKERN_RECORD_SIZE(CRL_DIST_POINTS_INFO, 16);
 #define CRL_REASON_PRIVILEGE_WITHDRAWN 9
 #define CRL_REASON_AA_COMPROMISE 10
 
+/** Key purposes, dotted decimal each. RFC 5280, 4.2.1.12. */
 typedef struct _CTL_USAGE {
   DWORD cUsageIdentifier;
   LPSTR* rgpszUsageIdentifier;
@@ -427,6 +445,7 @@ CERTKERN_RECORD_SIZE(CRL_ISSUING_DIST_POINT, 64);
 CERTKERN_FIELD_AT(CRL_ISSUING_DIST_POINT, fOnlyContainsUserCerts, 24);
 CERTKERN_FIELD_AT(CRL_ISSUING_DIST_POINT, fOnlyContainsCACerts, 28);
 
+/** Two policies that count as one. */
 typedef struct _CERT_POLICY_MAPPING {
   LPSTR pszIssuerDomainPolicy;
   LPSTR pszSubjectDomainPolicy;
@@ -449,6 +468,7 @@ typedef struct _CERT_POLICY_CONSTRAINTS_INFO {
 } CERT_POLICY_CONSTRAINTS_INFO, *PCERT_POLICY_CONSTRAINTS_INFO;
 CERTKERN_RECORD_SIZE(CERT_POLICY_CONSTRAINTS_INFO, 16);
 
+/** The template that a certificate was issued by. */
 typedef struct _CERT_TEMPLATE_EXT {
   LPSTR pszObjId;
   DWORD dwMajorVersion;
@@ -457,12 +477,14 @@ typedef struct _CERT_TEMPLATE_EXT {
 } CERT_TEMPLATE_EXT, *PCERT_TEMPLATE_EXT;
 CERTKERN_RECORD_SIZE(CERT_TEMPLATE_EXT, 24);
 
+/** A name and its value in a request. */
 typedef struct _CRYPT_ENROLLMENT_NAME_VALUE_PAIR {
   LPWSTR pwszName;
   LPWSTR pwszValue;
 } CRYPT_ENROLLMENT_NAME_VALUE_PAIR, *PCRYPT_ENROLLMENT_NAME_VALUE_PAIR;
 CERTKERN_RECORD_SIZE(CRYPT_ENROLLMENT_NAME_VALUE_PAIR, 16);
 
+/** The provider that made a request's key. */
 typedef struct _CRYPT_CSP_PROVIDER {
   DWORD dwKeySpec;
   LPWSTR pwszProviderName;
@@ -474,6 +496,7 @@ CERTKERN_RECORD_SIZE(CRYPT_CSP_PROVIDER, 40);
 typedef LPVOID (*PFN_CRYPT_ALLOC)(size_t cbSize);
 typedef void (*PFN_CRYPT_FREE)(LPVOID pv);
 
+/** For CryptEncodeObjectEx. */
 typedef struct _CRYPT_ENCODE_PARA {
   DWORD cbSize;
   PFN_CRYPT_ALLOC pfnAlloc;
@@ -481,6 +504,7 @@ typedef struct _CRYPT_ENCODE_PARA {
 } CRYPT_ENCODE_PARA, *PCRYPT_ENCODE_PARA;
 CERTKERN_RECORD_SIZE(CRYPT_ENCODE_PARA, 24);
 
+/** For CryptDecodeObjectEx. */
 typedef struct _CRYPT_DECODE_PARA {
   DWORD cbSize;
   PFN_CRYPT_ALLOC pfnAlloc;
@@ -488,6 +512,7 @@ typedef struct _CRYPT_DECODE_PARA {
 } CRYPT_DECODE_PARA, *PCRYPT_DECODE_PARA;
 CERTKERN_RECORD_SIZE(CRYPT_DECODE_PARA, 24);
 
+/** dwFlags of the Ex functions, and of CryptDecodeObject. Bits that are not named with the function are refused. */
 #define CRYPT_ENCODE_ALLOC_FLAG 0x8000u
 #define CRYPT_DECODE_NOCOPY_FLAG 0x1u       /**< accepted; everything is copied all the same */
 #define CRYPT_DECODE_TO_BE_SIGNED_FLAG 0x2u /**< the input is the bare to-be-signed structure */
@@ -505,8 +530,8 @@ CERTKERN_RECORD_SIZE(CRYPT_DECODE_PARA, 24);
  *  @errors ERROR_MORE_DATA: too little room; CRYPT_E_BAD_ENCODE: an unknown type or a record that has no encoding;
  *          E_INVALIDARG, CRYPT_E_NOT_CHAR_STRING, CRYPT_E_INVALID_IA5_STRING, CRYPT_E_INVALID_NUMERIC_STRING,
  *          CRYPT_E_INVALID_PRINTABLE_STRING, CRYPT_E_ASN1_CHOICE: a name value that its type cannot hold */
-CERTKERN_API BOOL CryptEncodeObject(DWORD dwCertEncodingType, LPCSTR lpszStructType, const void* pvStructInfo, BYTE* pbEncoded,
-                                    DWORD* pcbEncoded);
+CERTKERN_API BOOL CryptEncodeObject(DWORD dwCertEncodingType, LPCSTR lpszStructType, const void* pvStructInfo,
+                                    BYTE* pbEncoded, DWORD* pcbEncoded);
 
 /** As CryptEncodeObject; with CRYPT_ENCODE_ALLOC_FLAG the buffer comes from the caller's allocator.
  *  @param dwFlags      0 or CRYPT_ENCODE_ALLOC_FLAG
@@ -514,8 +539,9 @@ CERTKERN_API BOOL CryptEncodeObject(DWORD dwCertEncodingType, LPCSTR lpszStructT
  *  @param pvEncoded    with the flag: address of a pointer that receives the buffer, which the caller frees
  *  @param pcbEncoded   receives the size; may be NULL with the flag
  *  @errors ERROR_INVALID_PARAMETER: other flags, half an allocator; ERROR_NOT_ENOUGH_MEMORY */
-CERTKERN_API BOOL CryptEncodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStructType, const void* pvStructInfo, DWORD dwFlags,
-                                      PCRYPT_ENCODE_PARA pEncodePara, void* pvEncoded, DWORD* pcbEncoded);
+CERTKERN_API BOOL CryptEncodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStructType,
+                                      const void* pvStructInfo, DWORD dwFlags, PCRYPT_ENCODE_PARA pEncodePara,
+                                      void* pvEncoded, DWORD* pcbEncoded);
 
 /** Decodes BER into a record. The input need not outlive the call.
  *  @param dwCertEncodingType  must have X509_ASN_ENCODING or PKCS_7_ASN_ENCODING
@@ -527,56 +553,19 @@ CERTKERN_API BOOL CryptEncodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStruc
  *  @errors ERROR_INVALID_PARAMETER: a null argument, no input, an unknown type or flag; CRYPT_E_ASN1_EOD,
  *          CRYPT_E_ASN1_BADTAG: malformed input; CRYPT_E_ASN1_ERROR: malformed in another way, when the last error
  *          was 0 before the call */
-CERTKERN_API BOOL CryptDecodeObject(DWORD dwCertEncodingType, LPCSTR lpszStructType, const BYTE* pbEncoded, DWORD cbEncoded,
-                                    DWORD dwFlags, void* pvStructInfo, DWORD* pcbStructInfo);
+CERTKERN_API BOOL CryptDecodeObject(DWORD dwCertEncodingType, LPCSTR lpszStructType, const BYTE* pbEncoded,
+                                    DWORD cbEncoded, DWORD dwFlags, void* pvStructInfo, DWORD* pcbStructInfo);
 
 /** As CryptDecodeObject; with CRYPT_DECODE_ALLOC_FLAG the buffer comes from the caller's allocator.
  *  @param pDecodePara    the allocator; NULL or neither function set: LocalAlloc, LocalFree
  *  @param pvStructInfo   with the flag: address of a pointer that receives the buffer, which the caller frees
  *  @param pcbStructInfo  receives the size; may be NULL with the flag
  *  @errors ERROR_INVALID_PARAMETER: half an allocator; ERROR_NOT_ENOUGH_MEMORY */
-CERTKERN_API BOOL CryptDecodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStructType, const BYTE* pbEncoded, DWORD cbEncoded,
-                                      DWORD dwFlags, PCRYPT_DECODE_PARA pDecodePara, void* pvStructInfo, DWORD* pcbStructInfo);
+CERTKERN_API BOOL CryptDecodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStructType, const BYTE* pbEncoded,
+                                      DWORD cbEncoded, DWORD dwFlags, PCRYPT_DECODE_PARA pDecodePara,
+                                      void* pvStructInfo, DWORD* pcbStructInfo);
 
-/** Flags of the text encodings: the form in the low bits, modifiers above. */
-#define CRYPT_STRING_BASE64HEADER 0x0u
-#define CRYPT_STRING_BASE64 0x1u
-#define CRYPT_STRING_BINARY 0x2u
-#define CRYPT_STRING_BASE64REQUESTHEADER 0x3u
-#define CRYPT_STRING_HEX 0x4u
-#define CRYPT_STRING_HEXASCII 0x5u      /**< refused */
-#define CRYPT_STRING_BASE64_ANY 0x6u
-#define CRYPT_STRING_ANY 0x7u
-#define CRYPT_STRING_HEX_ANY 0x8u       /**< refused */
-#define CRYPT_STRING_BASE64X509CRLHEADER 0x9u
-#define CRYPT_STRING_HEXADDR 0xAu       /**< refused */
-#define CRYPT_STRING_HEXASCIIADDR 0xBu  /**< refused */
-#define CRYPT_STRING_HEXRAW 0xCu        /**< refused */
-#define CRYPT_STRING_STRICT 0x20000000u /**< accepted on input; parsing is the same */
-#define CRYPT_STRING_NOCRLF 0x40000000u
-#define CRYPT_STRING_NOCR 0x80000000u
-
-/** Writes bytes as Base64, PEM or hexadecimal. Lines end with a single line feed.
- *  @param pszString  receives the text and a NUL; NULL asks for the size
- *  @param pcchString in: characters at pszString; out: for a size query the count with the NUL, otherwise without
- *  @errors ERROR_INVALID_PARAMETER: a null argument, no bytes, an unknown form; ERROR_MORE_DATA: too little room, as
- *          much as fits was written, without a NUL */
-CERTKERN_API BOOL CryptBinaryToStringA(const BYTE* pbBinary, DWORD cbBinary, DWORD dwFlags, LPSTR pszString, DWORD* pcchString);
-CERTKERN_API BOOL CryptBinaryToStringW(const BYTE* pbBinary, DWORD cbBinary, DWORD dwFlags, LPWSTR pszString, DWORD* pcchString);
-
-/** Reads bytes from Base64, PEM or hexadecimal.
- *  @param cchString  characters of text; 0: up to the NUL
- *  @param pbBinary   receives the bytes; NULL asks for the size
- *  @param pcbBinary  in: bytes at pbBinary; out: bytes written, or the size for a query
- *  @param pdwSkip    may be NULL; set to 0 by some forms, otherwise kept
- *  @param pdwFlags   may be NULL; receives the form that matched, but for CRYPT_STRING_HEX
- *  @errors ERROR_INVALID_PARAMETER: a null argument, an unknown form; CRYPT_E_BAD_ENCODE: no such text;
- *          ERROR_MORE_DATA: too little room, *pcbBinary unchanged */
-CERTKERN_API BOOL CryptStringToBinaryA(LPCSTR pszString, DWORD cchString, DWORD dwFlags, BYTE* pbBinary, DWORD* pcbBinary,
-                                       DWORD* pdwSkip, DWORD* pdwFlags);
-CERTKERN_API BOOL CryptStringToBinaryW(LPCWSTR pszString, DWORD cchString, DWORD dwFlags, BYTE* pbBinary, DWORD* pcbBinary,
-                                       DWORD* pdwSkip, DWORD* pdwFlags);
-
+/** Flags of LocalAlloc. */
 #define LMEM_FIXED 0x0u
 #define LMEM_MOVEABLE 0x2u
 #define LMEM_ZEROINIT 0x40u

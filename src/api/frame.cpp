@@ -16,15 +16,10 @@ constexpr std::string_view kSearches[] = {
     "CertGetCRLContextProperty",  "CertGetIssuerCertificateFromStore",
 };
 
-// The last handler of all: what the trace throws here has nowhere to go, but a cancellation goes on.
+// The last record of all: what the trace throws here has nowhere to go, and the code matters more than the record.
 template <class Write>
 void WriteAtLast(Write write) {
-  try {
-    write();
-  } catch (abi::__forced_unwind&) {
-    throw;
-  } catch (...) {  // the caller learns the code, which matters more than the record
-  }
+  frame_detail::CatchAll(write, [] {});
 }
 
 void EndWith(DWORD code, const char* function, int line, const char* text) {
@@ -70,7 +65,7 @@ void EndPlain(const char* function, int line) {
   } catch (const std::bad_alloc&) {
     SetLastError(ERROR_NOT_ENOUGH_MEMORY);
     WriteAtLast([&] { Frame(Flavour::Plain, Failure(0), function, line).failed(std::nullopt, line); });
-  } catch (...) {  // never a cancellation: Run has let that go
+  } catch (...) {
     EndWith(ERROR_UNHANDLED_EXCEPTION, function, line, "failed: unknown exception caught");
   }
 }
@@ -86,9 +81,15 @@ void RecordText(const Frame& frame, const std::exception& exception) {
   }
 }
 
-DWORD CodeOfCryptException(const Frame& frame, const CryptException& exception) {
-  RecordText(frame, exception);
-  return exception.code();
+DWORD CodeOfException(const Frame& frame, DWORD (*otherwise)(const Frame& frame)) {
+  try {
+    throw;
+  } catch (const CryptException& exception) {
+    RecordText(frame, exception);
+    return exception.code();
+  } catch (...) {
+    return otherwise(frame);
+  }
 }
 
 DWORD CodeOfStandardException(const Frame& frame) {
@@ -96,7 +97,7 @@ DWORD CodeOfStandardException(const Frame& frame) {
     throw;
   } catch (const std::exception& exception) {
     RecordText(frame, exception);
-  } catch (...) {  // never a cancellation: MessageGuarded has let that go
+  } catch (...) {
     frame.record(TRACE_ERROR, "() Unknown exception catched");
   }
   return ERROR_INVALID_PARAMETER;

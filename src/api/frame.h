@@ -181,13 +181,28 @@ struct Nothing {
   void operator()() const {}
 };
 
+// The try block of every shape. A cancelled thread unwinds through it: to swallow that would abort the process. The handler runs
+// while the exception is in flight, and what it throws itself goes out. The sanitizer is kept away because the reference
+// to a cancellation, which the compiler makes, is null; the body is a function of its own and stays checked.
+template <class Body, class Handler>
+__attribute__((no_sanitize("undefined"))) auto CatchAll(Body body, Handler handler) -> decltype(body()) {
+  try {
+    return body();
+  } catch (abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    return handler();
+  }
+}
+
 // Ends of the road: record the exception in flight and set its code. They let nothing out but a cancellation.
 void EndPlain(const char* function, int line);
 void EndUnexpected(const char* function, int line);
 
-// Record the exception in flight under its text and answer its code, by the first clause that matches it.
+// Record the exception in flight under its text and answer its code, by the first clause that matches it. Whoever calls
+// them has let a cancellation go.
 DWORD CodeOfStandardException(const Frame& frame);
-DWORD CodeOfCryptException(const Frame& frame, const CryptException& exception);
+DWORD CodeOfException(const Frame& frame, DWORD (*otherwise)(const Frame& frame));
 void RecordText(const Frame& frame, const std::exception& exception);
 
 template <class... Options>
@@ -204,7 +219,7 @@ struct Clauses<Maps<Type, Code>, Rest...> {
     } catch (const Type& exception) {
       RecordText(frame, exception);
       return Code;
-    } catch (...) {  // never a cancellation: MessageGuarded has let that go
+    } catch (...) {
       return Clauses<Rest...>::code(frame);
     }
   }
@@ -218,19 +233,19 @@ R FailureAs(intptr_t value) {
   if constexpr (!std::is_void_v<R>) return Failure(value);
 }
 
-// The one try block of the outer kind.
 template <class Set, auto End, class Body, class OnFault>
 ResultOf<Body> Run(Body& body, OnFault& onFault, const char* function, int line) {
-  try {
-    Frame frame(Set::kFlavour, Failure(Set::kFailure), function, line);
-    return body(frame);
-  } catch (abi::__forced_unwind&) {
-    throw;  // a cancelled thread: to swallow it would abort the process
-  } catch (...) {
-    End(function, line);
-  }
-  onFault();
-  return FailureAs<ResultOf<Body>>(Set::kFailure);
+  using Result = ResultOf<Body>;
+  return CatchAll(
+      [&]() -> Result {
+        Frame frame(Set::kFlavour, Failure(Set::kFailure), function, line);
+        return body(frame);
+      },
+      [&]() -> Result {
+        End(function, line);
+        onFault();
+        return FailureAs<Result>(Set::kFailure);
+      });
 }
 
 }  // namespace frame_detail
@@ -260,19 +275,13 @@ frame_detail::ResultOf<Body> MessageGuarded(Body&& body, OnFault onFault = {},
   using Result = frame_detail::ResultOf<Body>;
   using Set = frame_detail::Settings<Options...>;
   const auto typed = [&](Frame& frame) -> Result {
-    DWORD code = ERROR_SUCCESS;
-    try {
-      return body(frame);
-    } catch (abi::__forced_unwind&) {
-      throw;
-    } catch (const CryptException& exception) {
-      code = frame_detail::CodeOfCryptException(frame, exception);
-    } catch (...) {
-      code = frame_detail::Clauses<Options...>::code(frame);
-    }
-    SetLastError(code);
-    onFault();
-    return frame_detail::FailureAs<Result>(Set::kFailure);
+    return frame_detail::CatchAll(
+        [&]() -> Result { return body(frame); },
+        [&]() -> Result {
+          SetLastError(frame_detail::CodeOfException(frame, frame_detail::Clauses<Options...>::code));
+          onFault();
+          return frame_detail::FailureAs<Result>(Set::kFailure);
+        });
   };
   return frame_detail::Run<Set, frame_detail::EndUnexpected>(typed, onFault, function, line);
 }

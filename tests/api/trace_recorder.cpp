@@ -1,6 +1,7 @@
 #include "trace_recorder.h"
 
 #include <certkern/keykern.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
@@ -36,6 +37,7 @@ void Record(const char* writer, support_db_ctx context, unsigned level, const ch
 support_db_ctx Init(const char* operation, const char* parameters, const char* module, int reserved,
                     unsigned limit, support_db_ctx policy, support_db_ctx other) {
   Disturb();
+  usleep(2000);  // long enough for a second thread to come by
   const std::lock_guard lock(mutex);
   if (current) {
     current->lifeCycle.push_back(std::string(operation) + " " + module
