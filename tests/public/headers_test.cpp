@@ -1,5 +1,11 @@
 // The public headers as a package: every exported name is declared once and with its contract, every header stands
 // alone in C and in C++, and names, values and identifiers agree with each other and with what others publish.
+
+// g++ 12 under a sanitizer takes the state machine of std::regex for uninitialised.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+
 #include <certkern/certkern.h>
 
 #include <gtest/gtest.h>
@@ -23,7 +29,7 @@ extern "C" DWORD SizeOfPublicUse(void);
 namespace {
 
 // What the C++ compiler makes of the same declarations.
-#define FUNCTION(name) static_assert(sizeof(decltype(&name)) == sizeof(void (*)()));
+#define FUNCTION(name) static_assert(sizeof(decltype(&(name))) == sizeof(void (*)()));
 #define DATA(name) static_assert(std::is_integral_v<decltype(name)>);
 #include "exported_names.inc"
 #undef FUNCTION
@@ -107,11 +113,13 @@ const std::string kInclude = " -I" + (kSource / "include").string();
 
 TEST(PublicHeaders, EachStandsAloneInBothLanguages) {
   const std::string common = " -Wall -Wextra -Wpedantic -Werror -fsyntax-only" + kInclude + " -include ";
+  const std::string compilers[] = {"cc -std=c11 -Wstrict-prototypes -x c", "c++ -std=c++20 -x c++"};
   for (const auto& header : PublicHeaders()) {
     SCOPED_TRACE(header.filename());
-    for (const std::string compiler : {"cc -std=c11 -Wstrict-prototypes -x c", "c++ -std=c++20 -x c++"}) {
-      const auto [output, status] =
-          RunCommand("echo 'extern int used;' | " + compiler + common + header.string() + " -");
+    for (const std::string& compiler : compilers) {
+      std::string command = "echo 'extern int used;' | ";
+      command.append(compiler).append(common).append(header.string()).append(" -");
+      const auto [output, status] = RunCommand(command);
       EXPECT_EQ(status, 0) << compiler << "\n" << output;
     }
   }
