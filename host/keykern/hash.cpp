@@ -137,9 +137,9 @@ DWORD Duplicate(HCRYPTHASH handle, const DWORD* reserved, DWORD flags, HCRYPTHAS
 }  // namespace
 }  // namespace keykern
 
-extern "C" {
-
 using namespace keykern;  // NOLINT(google-build-using-namespace): the rest of this file is the exported surface
+
+extern "C" {
 
 BOOL CryptCreateHash(HCRYPTPROV hProv, ALG_ID Algid, HCRYPTKEY hKey, DWORD dwFlags, HCRYPTHASH* phHash) {
   return Call([&] { return Create(hProv, Algid, hKey, dwFlags, phHash); });
