@@ -1,5 +1,5 @@
-// Trace contexts. What is switched on is read from the configuration when a context is first asked, not when it is
-// made: contexts are made while libraries load, and nothing is read at that time.
+// Trace contexts. What is switched on is read from the configuration when a context is first asked, not when
+// it is made: contexts are made while libraries load, and nothing is read at that time.
 #include "supkern/trace.h"
 
 #include <array>
@@ -49,8 +49,8 @@ class ErrnoKeeper {
   int saved_;
 };
 
-// Module and limit are set once and the slot is never given to another module, so that a handle that was released
-// too early finds tracing off, never freed memory.
+// Module and limit are set once and the slot is never given to another module, so that a handle that was
+// released too early finds tracing off, never freed memory.
 struct TraceContext {
   char module[kMaxModuleName + 1];
   unsigned limit;
