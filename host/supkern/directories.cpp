@@ -124,7 +124,7 @@ std::string InstalledCatalogueDirectory() {
   std::string prefix = LibraryDirectory();
   for (int level = 0; level < 3 && !prefix.empty(); ++level) {
     prefix.resize(prefix.rfind('/'));
-    const std::string directory = prefix + kCatalogueBelowPrefix;
+    std::string directory = prefix + kCatalogueBelowPrefix;
     if (access((directory + "/libcertkern.cat").c_str(), R_OK) == 0) return directory;
   }
   return std::string("/usr") + kCatalogueBelowPrefix;

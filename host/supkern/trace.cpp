@@ -75,8 +75,7 @@ support_db_ctx OpenContext(const char* module, unsigned limit) {
   if (index == kMaxContexts) return 0;
   TraceContext& context = contexts[index];
   if (index == count) {
-    std::strcpy(context.module,
-                module);  // NOLINT(clang-analyzer-security.insecureAPI.strcpy): length checked above
+    std::memcpy(context.module, module, std::strlen(module) + 1);
     context.limit = limit;
     context.mask.store(kUnresolved);
     contextCount.store(count + 1);
