@@ -5,7 +5,7 @@ add_library(certkern_options INTERFACE)
 target_compile_features(certkern_options INTERFACE cxx_std_20)
 target_compile_options(certkern_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wcast-align -Wformat=2 -Wno-format-nonliteral -Wvla
-  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wmissing-declarations>
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>
   $<$<BOOL:${CERTKERN_WERROR}>:-Werror>)
 target_compile_definitions(certkern_options INTERFACE
   OPENSSL_NO_DEPRECATED OPENSSL_API_COMPAT=30000

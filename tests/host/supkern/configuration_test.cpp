@@ -89,6 +89,8 @@ TEST(Configuration, FaultsHavePlaceAndCountAsAbsent) {
       {"the same behind a literal with a backslash", afterBackslash,            1, "too many names"},
       {"brackets in brackets",                       brackets,                  1, ""              },
       {"header and key together too deep",           sum,                       0, "too deep"      },
+      {"a header that begins with no key",           "[:]\n",                   1, ""              },
+      {"a letter that no bare key has",              "\xEF\xBB\xB7 = 1\n",      1, ""              },
       {"bytes that are no UTF-8",                    "a = \"\xFF\"\n",          1, ""              },
   };
   for (const auto& [name, text, line, says] : kCases) {

@@ -121,7 +121,7 @@ TEST(Mutex, FollowsNoLinkAndTrustsNoOpenDirectory) {
 
 TEST(Mutex, KeepsOtherProcessesOut) {
   const Sandbox sandbox;
-  constexpr int kProcesses = 4, kRounds = 200;
+  constexpr int kProcesses = 4, kRounds = 60;
   sandbox.run(LocksIn(sandbox), [&] {
     sandbox.write("count", "0");
     std::vector<pid_t> children;
@@ -170,16 +170,20 @@ TEST(Mutex, ForkLeavesTheLockWithTheParent) {
     const std::string file = sandbox.path("locks/certkern") + kName;
     ubi_mutex* mutex = Open();
     ASSERT_EQ(ubi_mutex_lock(mutex), 0);
-    int go[2];
+    int go[2], looked[2];
     ASSERT_EQ(pipe(go), 0);
+    ASSERT_EQ(pipe(looked), 0);
     const pid_t child = Fork([&] {
       EXPECT_EQ(ubi_mutex_unlock(mutex), EPERM);
       EXPECT_FALSE(IsFree(file)) << "the child must not release it either";
       char byte = 0;
+      EXPECT_EQ(write(looked[1], "x", 1), 1);
       EXPECT_EQ(read(go[0], &byte, 1), 1);
       EXPECT_EQ(ubi_mutex_lock(mutex), 0);
       EXPECT_EQ(ubi_mutex_unlock(mutex), 0);
     });
+    char byte = 0;
+    EXPECT_EQ(read(looked[0], &byte, 1), 1);
     EXPECT_EQ(ubi_mutex_unlock(mutex), 0);
     EXPECT_TRUE(IsFree(file)) << "a child that goes on must not keep it";
     EXPECT_EQ(write(go[1], "x", 1), 1);
@@ -190,7 +194,7 @@ TEST(Mutex, ForkLeavesTheLockWithTheParent) {
 
 TEST(MutexThreads, ConcurrentHandlesExcludeEachOther) {
   const Sandbox sandbox;
-  constexpr int kThreads = 4, kRounds = 300;
+  constexpr int kThreads = 4, kRounds = 100;
   sandbox.run(LocksIn(sandbox), [&] {
     int count = 0;  // not atomic: the mutex has to be enough
     std::atomic<int> failed = 0;

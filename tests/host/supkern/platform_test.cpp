@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <future>
 #include <string>
 #include <thread>
 
@@ -151,16 +152,21 @@ TEST(FileIds, StayWhereTheProgramPutThem) {
   });
 }
 
-// Runs in a copy of this program that is set-id root, started by another user from a directory that all write to.
+// Runs in a copy of this program that is set-id root, started by another user from a directory that all write
+// to.
 TEST(DISABLED_SetIdProgram, OpensFilesAsItsUser) {
   ASSERT_EQ(geteuid(), 0u);
+  std::promise<void> bracketIsOpen;
+  std::thread other([&] {
+    bracketIsOpen.get_future().wait();
+    EXPECT_EQ(OwnerOfNew("other-thread"), 0u) << "the bracket is its own thread's only";
+  });
   ASSERT_EQ(support_thread_actualize_uids(), 0);
   ASSERT_EQ(support_thread_actualize_uids(), 0);
   EXPECT_EQ(OwnerOfNew("nested"), kUser);
   EXPECT_EQ(open("root-only", O_RDONLY | O_CLOEXEC), -1);
-  std::thread([] {
-    EXPECT_EQ(OwnerOfNew("other-thread"), 0u) << "the bracket is this thread's only";
-  }).join();
+  bracketIsOpen.set_value();
+  other.join();
   ASSERT_EQ(support_thread_deactualize_uids(), 0);
   EXPECT_EQ(OwnerOfNew("still-inside"), kUser);
   ASSERT_EQ(support_thread_deactualize_uids(), 0);

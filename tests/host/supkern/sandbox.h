@@ -1,5 +1,5 @@
-// A directory of a test's own, and processes of their own: the library reads its configuration once in a process, so
-// what depends on it runs in a child that has not read it yet.
+// A directory of a test's own, and processes of their own: the library reads its configuration once in a
+// process, so what depends on it runs in a child that has not read it yet.
 #ifndef CERTKERN_TESTS_HOST_SUPKERN_SANDBOX_H
 #define CERTKERN_TESTS_HOST_SUPKERN_SANDBOX_H
 
@@ -20,8 +20,8 @@ class Sandbox {
   std::string read(const std::string& name) const;
   std::vector<std::string> lines(const std::string& name) const;
 
-  // Runs the body in a child whose home, and whose one configuration file, are in here. Its standard error goes to the
-  // file "stderr". A failed expectation in the child is a failure of the test.
+  // Runs the body in a child whose home, and whose one configuration file, are in here. Its standard error
+  // goes to the file "stderr". A failed expectation in the child is a failure of the test.
   void run(const std::string& configuration, const std::function<void()>& body) const;
   // The same without a named file, so that the layers count.
   void runWithLayers(const std::function<void()>& body) const;
