@@ -251,6 +251,8 @@ int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int
   }
   // the Unicode forms can write every character, so that a default has no meaning there
   if (CodePage != CP_ACP && (lpDefaultChar || lpUsedDefaultChar)) return Refuse(ERROR_INVALID_PARAMETER);
+  // an empty one could leave nothing, which reads as a failure
+  if (lpDefaultChar && !*lpDefaultChar) return Refuse(ERROR_INVALID_PARAMETER);
   if (dwFlags & ~(WC_NO_BEST_FIT_CHARS | WC_ERR_INVALID_CHARS)) return Refuse(ERROR_INVALID_FLAGS);
   const Check check = dwFlags & WC_ERR_INVALID_CHARS ? Check::Strict : Check::Replace;
   const size_t count = cchWideChar < 0 ? std::wcslen(lpWideCharStr) + 1 : static_cast<size_t>(cchWideChar);
@@ -260,8 +262,9 @@ int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int
   const bool converted = page == Page::Utf8 ? ToUtf8(text, check, substitute, sink)
       : page == Page::Utf16                 ? ToUtf16(text, check, substitute, sink)
                                             : ToLocale(text, check, substitute, sink);
-  if (lpUsedDefaultChar) *lpUsedDefaultChar = substitute.used;
-  return Finish(sink, converted, cbMultiByte);
+  const int result = Finish(sink, converted, cbMultiByte);
+  if (result && lpUsedDefaultChar) *lpUsedDefaultChar = substitute.used;
+  return result;
 }
 
 }  // extern "C"
