@@ -113,7 +113,7 @@ CERTKERN_RECORD_SIZE(SV_BYTE_BUFFER, 24);
 
 /** Posts a request, as to an OCSP responder or a registration service, and waits at most 5 seconds for the answer.
  *  @param pwszUrl          the texts are at most 247 bytes long in the current encoding
- *  @param pwszUserAgent    a whole header line, sent first
+ *  @param pwszUserAgent    sent as it is, as the first header line
  *  @param pwszContentType  a whole header line, as L"Content-type: application/ocsp-request"
  *  @param pwszProxy        NULL: none
  *  @param pwszProxyAuth    user and password, separated by a colon; NULL: none

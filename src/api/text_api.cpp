@@ -18,6 +18,9 @@ std::basic_string_view<Character> TextOf(const Character* text, DWORD count) {
 }
 
 }  // namespace
+}  // namespace certkern
+
+using namespace certkern;  // NOLINT(google-build-using-namespace): only exported C functions follow
 
 extern "C" {
 
@@ -75,5 +78,3 @@ BOOL CryptStringToBinaryW(LPCWSTR pszString, DWORD cchString, DWORD dwFlags, BYT
 }
 
 }  // extern "C"
-
-}  // namespace certkern

@@ -113,7 +113,7 @@ bool ForEachArc(std::span<const BYTE> content, Sink& sink) {
   if (value >= 120) return false;
   const BYTE root = static_cast<BYTE>(value / 40);
   sink.small(root);
-  sink.small(static_cast<BYTE>(value - root * 40u));
+  sink.small(static_cast<BYTE>(value % 40));
   for (++index; index < content.size(); ++index) {
     if (content[index] < 0x80) {
       sink.small(content[index]);

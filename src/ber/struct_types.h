@@ -21,7 +21,7 @@ inline constexpr uintptr_t kTypeCspProvider = 32967;
 inline constexpr uintptr_t kTypeDisplayName = 32968;    // a Name with lenient values, decoding only
 inline constexpr uintptr_t kTypeWideAttribute = 32969;  // one CERT_RDN_ATTR with a wide value, encoding only
 
-constexpr uintptr_t StructNumber(LPCSTR type) { return reinterpret_cast<uintptr_t>(type); }
+inline uintptr_t StructNumber(LPCSTR type) { return reinterpret_cast<uintptr_t>(type); }
 
 struct StructType {
   uintptr_t number;

@@ -47,8 +47,10 @@ std::optional<std::string_view> PemBody(std::string_view text) {
   return std::nullopt;
 }
 
-bool Base64EncodeWithHeader(const PemBanners* banners, const BYTE* data, DWORD length, char* out, DWORD* outLength) {
-  if (!banners || banners->size != sizeof(PemBanners) || !banners->begin || !banners->end || !data || !outLength) {
+bool Base64EncodeWithHeader(const PemBanners* banners, const BYTE* data, DWORD length, char* out,
+                            DWORD* outLength) {
+  if (!banners || banners->size != sizeof(PemBanners) || !banners->begin || !banners->end || !data
+      || !outLength) {
     SetLastError(ERROR_BAD_ARGUMENTS);
     return false;
   }

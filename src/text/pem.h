@@ -48,12 +48,14 @@ char* PemWrite(const PemBanners& banners, std::span<const BYTE> data, char* out)
 std::optional<std::string_view> PemBody(std::string_view text);
 
 // White space of the C locale: how a file reads must not depend on the locale that a process has set.
-constexpr bool IsSpace(char character) { return character == ' ' || (character >= '\t' && character <= '\r'); }
+constexpr bool IsSpace(char character) {
+  return character == ' ' || (character >= '\t' && character <= '\r');
+}
 
 // As Base64Encode, with lines, between the banners. Fails with ERROR_BAD_ARGUMENTS also for null banners or a
 // wrong size in them.
-[[nodiscard]] bool Base64EncodeWithHeader(const PemBanners* banners, const BYTE* data, DWORD length, char* out,
-                                          DWORD* outLength);
+[[nodiscard]] bool Base64EncodeWithHeader(const PemBanners* banners, const BYTE* data, DWORD length,
+                                          char* out, DWORD* outLength);
 
 // As Base64Decode, of the body that PemBody finds.
 [[nodiscard]] bool Base64DecodeSkippingHeader(const char* text, DWORD length, BYTE* out, DWORD* outLength);

@@ -45,22 +45,32 @@ constexpr WrittenForm kWrittenForms[] = {
 
 uint64_t WrittenLength(const WrittenForm& form, size_t length) {
   switch (form.writer) {
-    case Writer::Pem: return PemTextLength(*form.banners, length);
-    case Writer::Base64: return Base64TextLength(length, LineEnds::Written);
-    case Writer::Base64OneLine: return Base64TextLength(length, LineEnds::None);
-    case Writer::Hex: return uint64_t{length} * 2;
-    case Writer::Bytes: return length;
+    case Writer::Pem:
+      return PemTextLength(*form.banners, length);
+    case Writer::Base64:
+      return Base64TextLength(length, LineEnds::Written);
+    case Writer::Base64OneLine:
+      return Base64TextLength(length, LineEnds::None);
+    case Writer::Hex:
+      return uint64_t{length} * 2;
+    case Writer::Bytes:
+      return length;
   }
   return 0;
 }
 
 char* WriteForm(const WrittenForm& form, std::span<const BYTE> data, char* out) {
   switch (form.writer) {
-    case Writer::Pem: return PemWrite(*form.banners, data, out);
-    case Writer::Base64: return Base64Write(data, LineEnds::Written, out);
-    case Writer::Base64OneLine: return Base64Write(data, LineEnds::None, out);
-    case Writer::Hex: return HexWrite(data, out);
-    case Writer::Bytes: return std::copy(data.begin(), data.end(), out);
+    case Writer::Pem:
+      return PemWrite(*form.banners, data, out);
+    case Writer::Base64:
+      return Base64Write(data, LineEnds::Written, out);
+    case Writer::Base64OneLine:
+      return Base64Write(data, LineEnds::None, out);
+    case Writer::Hex:
+      return HexWrite(data, out);
+    case Writer::Bytes:
+      return std::copy(data.begin(), data.end(), out);
   }
   return out;
 }
@@ -114,7 +124,8 @@ DWORD Widen(std::string_view text, wchar_t* out, DWORD room) {
     return 0;
   }
   const int outRoom = static_cast<int>(std::min<size_t>(room, kMost));
-  const int written = MultiByteToWideChar(CP_ACP, 0, text.data(), static_cast<int>(text.size()), out, outRoom);
+  const int written =
+      MultiByteToWideChar(CP_ACP, 0, text.data(), static_cast<int>(text.size()), out, outRoom);
   return static_cast<DWORD>(std::max(written, 0));
 }
 
@@ -165,16 +176,16 @@ struct ReadForm {
 // CRYPT_STRING_STRICT reads as without it. A text without banners is already read by the first attempt of the ANY
 // forms; the second remains for what ends before a body begins.
 constexpr ReadForm kReadForms[] = {
-    {CRYPT_STRING_BASE64HEADER,                     {{&kPemReader, 0}}},
-    {CRYPT_STRING_BASE64,                           {{&kBase64Reader, 1}}},
-    {CRYPT_STRING_BASE64 | CRYPT_STRING_STRICT,     {{&kBase64Reader, 1}}},
-    {CRYPT_STRING_BINARY,                           {{&kBytesReader, 2}}},
-    {CRYPT_STRING_BASE64REQUESTHEADER,              {{&kPemReader, 3}}},
-    {CRYPT_STRING_HEX,                              {{&kHexReader, kUntold}}},
-    {CRYPT_STRING_BASE64_ANY,                       {{&kPemReader, 0}, {&kBase64Reader, 1}}},
-    {CRYPT_STRING_BASE64_ANY | CRYPT_STRING_STRICT, {{&kPemReader, 0}, {&kBase64Reader, 1}}},
+    {CRYPT_STRING_BASE64HEADER,                     {{&kPemReader, 0}}                                         },
+    {CRYPT_STRING_BASE64,                           {{&kBase64Reader, 1}}                                      },
+    {CRYPT_STRING_BASE64 | CRYPT_STRING_STRICT,     {{&kBase64Reader, 1}}                                      },
+    {CRYPT_STRING_BINARY,                           {{&kBytesReader, 2}}                                       },
+    {CRYPT_STRING_BASE64REQUESTHEADER,              {{&kPemReader, 3}}                                         },
+    {CRYPT_STRING_HEX,                              {{&kHexReader, kUntold}}                                   },
+    {CRYPT_STRING_BASE64_ANY,                       {{&kPemReader, 0}, {&kBase64Reader, 1}}                    },
+    {CRYPT_STRING_BASE64_ANY | CRYPT_STRING_STRICT, {{&kPemReader, 0}, {&kBase64Reader, 1}}                    },
     {CRYPT_STRING_ANY,                              {{&kPemReader, 0}, {&kBase64Reader, 1}, {&kBytesReader, 2}}},
-    {CRYPT_STRING_BASE64X509CRLHEADER,              {{&kPemReader, 9}}},
+    {CRYPT_STRING_BASE64X509CRLHEADER,              {{&kPemReader, 9}}                                         },
 };
 
 void Report(DWORD* where, DWORD value) {
@@ -194,7 +205,10 @@ bool Deliver(const Attempt& attempt, std::string_view text, DWORD size, const De
   *out.count = size;
   if (!out.bytes) return true;
   std::string copy;
-  if (Overlap(text.data(), text.size(), out.bytes, size)) text = copy = text;
+  if (Overlap(text.data(), text.size(), out.bytes, size)) {
+    copy = text;
+    text = copy;
+  }
   attempt.reader->read(text, out.bytes);
   return true;
 }
@@ -265,8 +279,9 @@ bool WideStringToBinary(std::wstring_view text, DWORD flags, const DecodedOutput
   const int size = WideCharToMultiByte(CP_ACP, 0, text.data(), count, nullptr, 0, nullptr, nullptr);
   if (size <= 0) return false;
   std::string narrow(static_cast<size_t>(size), '\0');
-  if (!WideCharToMultiByte(CP_ACP, 0, text.data(), count, narrow.data(), size, nullptr, nullptr)) return false;
-  return StringToBinary(narrow, flags, out);
+  const int written =
+      WideCharToMultiByte(CP_ACP, 0, text.data(), count, narrow.data(), size, nullptr, nullptr);
+  return written > 0 && StringToBinary(narrow, flags, out);
 }
 
 }  // namespace certkern

@@ -25,8 +25,8 @@ namespace certkern {
 struct DecodedOutput {
   BYTE* bytes;   // null asks for the size
   DWORD* count;  // in: room; out: bytes written, or the size for a query
-  DWORD* skip;   // set to 0 for bytes that were copied and for too little room, otherwise kept
-  DWORD* flags;  // the form that matched, 0 for too little room; kept for CRYPT_STRING_HEX and any other failure
+  DWORD* skip;   // 0 for bytes that were copied and for too little room, otherwise kept
+  DWORD* flags;  // the form that matched, 0 for too little room; kept by hexadecimal and by any other failure
 };
 
 // Reads the bytes of a text. On failure the bytes and *count are as they were.

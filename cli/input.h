@@ -1,0 +1,44 @@
+// Files and what is in them: DER, PEM or bare Base64.
+#ifndef CERTKERN_CLI_INPUT_H
+#define CERTKERN_CLI_INPUT_H
+
+#include "field.h"
+
+#include <functional>
+#include <span>
+#include <string>
+
+namespace certkern::cli {
+
+// In bytes. Whatever is larger is no certificate and no CRL.
+constexpr size_t kLargestFile = size_t{1} << 30;
+
+// Reads a file, a FIFO or, for "-", standard input. On failure the text says why, and bytes is empty.
+struct FileContent {
+  Bytes bytes;
+  std::string error;  // empty when all went well
+};
+FileContent ReadInput(const std::string& path);
+
+// Encoded bytes from a file, and how to speak of a place in them.
+struct Block {
+  std::span<const BYTE> bytes;
+  size_t fileOffset = 0;  // of the bytes themselves, or of the text that they were decoded from
+  enum class Form { Der, Pem, Base64 } form = Form::Der;
+
+  // "byte offset 12 of the file", or "offset 12 of the object that is PEM at byte offset 0 of the file"
+  std::string place(size_t offset) const;
+};
+
+struct BlockReader {
+  std::function<void(const Block&)> onBlock;
+  std::function<void(const std::string&)> onFault;  // a fault with its place; reading goes on where it can
+  std::function<void(const std::string&)> onNote;   // something that is left out, but is no fault
+};
+
+// Each block of a file in its order; the bytes of a block live as long as the call to onBlock.
+void ReadBlocks(std::span<const BYTE> file, const BlockReader& reader);
+
+}  // namespace certkern::cli
+
+#endif

@@ -1,0 +1,160 @@
+#include "show_command.h"
+
+#include "input.h"
+#include "object_fields.h"
+#include "text.h"
+#include "writers.h"
+
+#include <certkern/keykern.h>
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace certkern::cli {
+namespace {
+
+struct Arguments {
+  std::vector<std::string> files;
+  bool json = false;
+  ShowOptions show;
+};
+
+// offset is that of the object in the block.
+std::string Describe(const Fault& fault, const Block& block, size_t offset) {
+  return fmt::format("expected {}, found {} at {}", fault.expected, fault.found,
+                     block.place(offset + fault.offset));
+}
+
+// One file: its objects go to the writer, its faults to standard error.
+class FileShow {
+ public:
+  FileShow(const std::string& path, const ShowOptions& options, ObjectWriter& writer)
+      : path_(path),
+        name_(path == "-" ? "standard input" : Utf8Of(std::string_view(path))),
+        options_(options),
+        writer_(writer) {}
+
+  // False when anything in the file could not be shown.
+  bool run();
+
+ private:
+  void complain(const std::string& text) {
+    sound_ = false;
+    note(text);
+  }
+  void note(const std::string& text) const { fmt::print(stderr, "certkern: {}: {}\n", Escaped(name_), text); }
+  void showBlock(const Block& block);
+  bool showObject(const Block& block, size_t offset, std::span<const BYTE> bytes);
+
+  const std::string& path_;
+  const std::string name_;
+  const ShowOptions& options_;
+  ObjectWriter& writer_;
+  int64_t shown_ = 0;
+  bool sound_ = true;
+};
+
+bool FileShow::run() {
+  const FileContent content = ReadInput(path_);
+  if (!content.error.empty()) {
+    complain(content.error);
+    return false;
+  }
+  ReadBlocks(
+      content.bytes,
+      {[this](const Block& block) { showBlock(block); }, [this](const std::string& text) { complain(text); },
+       [this](const std::string& text) { note(text); }});
+  if (sound_ && !shown_)
+    complain("expected a certificate, CRL or certificate request, found none in the file");
+  return sound_;
+}
+
+// Objects may follow each other without anything between.
+void FileShow::showBlock(const Block& block) {
+  size_t offset = 0;
+  while (offset < block.bytes.size()) {
+    const std::span<const BYTE> rest = block.bytes.subspan(offset);
+    const std::optional<size_t> size = ElementSize(rest);
+    if (!showObject(block, offset, rest.first(size.value_or(rest.size()))) || !size) return;
+    offset += *size;
+  }
+}
+
+bool FileShow::showObject(const Block& block, size_t offset, std::span<const BYTE> bytes) {
+  const std::optional<ObjectKind> kind = RecognizeObject(bytes);
+  if (!kind) {
+    complain(Describe(FindFaultOfUnknown(bytes), block, offset));
+    return false;
+  }
+  const std::optional<Fault> fault = FindFault(*kind, bytes);
+  std::optional<Field> object = ObjectField(*kind, bytes, options_);
+  if (!object) {
+    const Fault refusal{0, "one that the library reads",
+                        fmt::format("a refusal with code 0x{:08x}", GetLastError())};
+    complain(fmt::format("{}: {}", KindName(*kind), Describe(fault.value_or(refusal), block, offset)));
+    return true;
+  }
+  Field origin;
+  origin.add("File", Text{name_});
+  origin.add("Object", ++shown_);
+  // the library overlooks more than a reader may want to overlook
+  if (fault) origin.add("Remark", Words{Describe(*fault, block, offset)});
+  object->children.insert(object->children.begin(), std::make_move_iterator(origin.children.begin()),
+                          std::make_move_iterator(origin.children.end()));
+  writer_.write(*object);
+  return true;
+}
+
+bool FlushOutput() {
+  if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return true;
+  fmt::print(stderr, "certkern: standard output: {}\n",
+             std::strerror(errno));  // NOLINT(concurrency-mt-unsafe): one thread
+  return false;
+}
+
+int RunShow(const Arguments& arguments) {
+  std::unique_ptr<ObjectWriter> writer;
+  if (arguments.json) {
+    writer = std::make_unique<JsonWriter>(stdout);
+  } else {
+    writer = std::make_unique<TextWriter>(stdout);
+  }
+  bool sound = true;
+  for (const std::string& file : arguments.files) {
+    if (!FileShow(file, arguments.show, *writer).run()) sound = false;
+  }
+  writer->finish();
+  if (!FlushOutput()) sound = false;
+  return sound ? 0 : 1;
+}
+
+}  // namespace
+
+std::function<int()> PrepareShow(CLI::App& command) {
+  const auto arguments = std::make_shared<Arguments>();
+  command.add_option("FILE", arguments->files, "Files to show; none or - stands for standard input")
+      ->type_name("");
+  command.add_flag("--json", arguments->json,
+                   "Write JSON: an array with one object for each certificate, CRL or request");
+  command
+      .add_option("--max-entries", arguments->show.maxEntries,
+                  "Show only the first N entries of a CRL; their count is always shown")
+      ->check(CLI::NonNegativeNumber)
+      ->type_name("N");
+  command.footer(
+      "A file may hold DER, PEM (any number of objects) or bare Base64; what an object is, its bytes tell.\n"
+      "Exit status: 0 everything was shown; 1 something could not be; 2 wrong usage.\n\n"
+      "Examples:\n"
+      "  certkern show server.crt\n"
+      "  certkern show --json --max-entries 10 ca.crl\n"
+      "  certkern show /etc/ssl/certs/ca-certificates.crt | less");
+  return [arguments] {
+    if (arguments->files.empty()) arguments->files.emplace_back("-");
+    return RunShow(*arguments);
+  };
+}
+
+}  // namespace certkern::cli
