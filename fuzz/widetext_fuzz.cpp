@@ -1,101 +1,81 @@
-// Any bytes as text of every code page, and any words as wide characters: what is asked for is what is written, strict
-// and lenient readings agree on well-formed text, and such text comes back as it was.
-#include <certkern/errors.h>
+// Text between code pages and wide characters. The first octet chooses page, direction and strictness; the rest is the
+// text, as octets or as 32-bit characters.
 #include <certkern/keykern.h>
 
-#include <algorithm>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <optional>
 #include <span>
 
 namespace {
 
-void Require(bool condition) {
-  if (!condition) std::abort();
+void Require(bool holds) {
+  if (!holds) std::abort();
 }
 
-// Of exactly this size, so that the sanitizer sees the first unit too many.
-template <class T>
-struct Exact {
-  explicit Exact(size_t count) : data(std::make_unique<T[]>(count)), size(static_cast<int>(count)) {}
-  bool operator==(const Exact& other) const {
-    return size == other.size && std::equal(data.get(), data.get() + size, other.data.get());
-  }
-  std::unique_ptr<T[]> data;
+// Exactly as many characters as were asked for, so that the sanitizer sees the first one too many.
+template <class Character>
+struct Text {
+  explicit Text(size_t length) : characters(new Character[length]), size(static_cast<int>(length)) {}
+  std::unique_ptr<Character[]> characters;
   int size;
 };
-using Narrow = Exact<char>;
-using Wide = Exact<wchar_t>;
 
-int Convert(UINT page, bool strict, const Narrow& text, wchar_t* out, int room) {
-  return MultiByteToWideChar(page, strict ? MB_ERR_INVALID_CHARS : 0, text.data.get(), text.size, out, room);
+int Convert(UINT page, DWORD flags, const Text<char>& from, wchar_t* to, int room) {
+  return MultiByteToWideChar(page, flags, from.characters.get(), from.size, to, room);
 }
-int Convert(UINT page, bool strict, const Wide& text, char* out, int room) {
-  return WideCharToMultiByte(page, strict ? WC_ERR_INVALID_CHARS : 0, text.data.get(), text.size, out, room,
-                             nullptr, nullptr);
-}
-
-// The size query, the call with exactly that room, and one with a unit less.
-template <class To, class From>
-std::optional<Exact<To>> Converted(UINT page, bool strict, const Exact<From>& text) {
-  const int size = Convert(page, strict, text, static_cast<To*>(nullptr), 0);
-  if (!size) {
-    Require(strict && GetLastError() == ERROR_NO_UNICODE_TRANSLATION);
-    return std::nullopt;
-  }
-  Exact<To> out(static_cast<size_t>(size));
-  Require(Convert(page, strict, text, out.data.get(), size) == size);
-  if (size > 1) {
-    const Exact<To> less(static_cast<size_t>(size) - 1);
-    Require(Convert(page, strict, text, less.data.get(), less.size) == 0);
-    Require(GetLastError() == ERROR_INSUFFICIENT_BUFFER);
-  }
-  return out;
+int Convert(UINT page, DWORD flags, const Text<wchar_t>& from, char* to, int room) {
+  return WideCharToMultiByte(page, flags, from.characters.get(), from.size, to, room, nullptr, nullptr);
 }
 
 template <class To, class From>
-void CheckText(UINT page, const Exact<From>& text) {
-  const auto lenient = Converted<To>(page, false, text);
-  Require(lenient.has_value());
-  const auto strict = Converted<To>(page, true, text);
-  // what a replacement wrote is well-formed, whatever came in
-  const auto back = Converted<From>(page, true, *lenient);
-  Require(back.has_value());
-  if (strict) Require(*strict == *lenient && *back == text);
+Text<To> ConvertAll(UINT page, DWORD flags, const Text<From>& from) {
+  const int needed = Convert(page, flags, from, static_cast<To*>(nullptr), 0);
+  Text<To> to(static_cast<size_t>(needed));
+  if (!needed) return to;
+  Require(Convert(page, flags, from, to.characters.get(), needed) == needed);
+  if (needed > 1) {
+    Text<To> small(static_cast<size_t>(needed) - 1);
+    Require(Convert(page, flags, from, small.characters.get(), small.size) == 0);
+  }
+  return to;
 }
 
-template <class T>
-Exact<T> Copied(std::span<const uint8_t> input) {
-  Exact<T> text(input.size() / sizeof(T));
-  std::memcpy(text.data.get(), input.data(), static_cast<size_t>(text.size) * sizeof(T));
-  return text;
+template <class Character>
+bool Same(const Text<Character>& a, const Text<Character>& b) {
+  return a.size == b.size
+      && !std::memcmp(a.characters.get(), b.characters.get(),
+                      static_cast<size_t>(a.size) * sizeof(Character));
 }
 
-// The terminated form of a text that has no NUL before its end.
-void CheckTerminated(UINT page, const Narrow& text) {
-  const int unit = page == CP_UTF16LE ? 2 : 1;
-  Narrow terminated(static_cast<size_t>(text.size / unit * unit + unit));
-  std::copy_n(text.data.get(), terminated.size - unit, terminated.data.get());
-  int end = 0;
-  while (std::any_of(&terminated.data[end], &terminated.data[end] + unit, [](char c) { return c != 0; }))
-    end += unit;
-  Require(MultiByteToWideChar(page, 0, terminated.data.get(), -1, nullptr, 0)
-          == MultiByteToWideChar(page, 0, terminated.data.get(), end + unit, nullptr, 0));
+// What is well-formed comes back as it was; what is not becomes text that is.
+template <class To, class From>
+void Check(UINT page, bool strict, DWORD strictThere, DWORD strictBack, std::span<const uint8_t> bytes) {
+  const size_t length = bytes.size() / sizeof(From);
+  if (!length) return;
+  Text<From> text(length);
+  std::memcpy(text.characters.get(), bytes.data(), length * sizeof(From));
+  const Text<To> there = ConvertAll<To>(page, strict ? strictThere : 0, text);
+  Require(there.size > 0 || strict);
+  if (!there.size) return;
+  const Text<From> back = ConvertAll<From>(page, strictBack, there);
+  Require(back.size > 0);
+  if (strict) Require(Same(back, text));
+  Require(Same(ConvertAll<To>(page, strictThere, back), there));
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::span<const uint8_t> input(data, size);
-  const Narrow bytes = Copied<char>(input);
-  const Wide wide = Copied<wchar_t>(input);
-  for (const UINT page : {UINT{CP_ACP}, UINT{CP_UTF16LE}, UINT{CP_UTF8}}) {
-    CheckTerminated(page, bytes);
-    if (bytes.size) CheckText<wchar_t>(page, bytes);
-    if (wide.size) CheckText<char>(page, wide);
+  if (size < 2) return 0;
+  constexpr UINT kPages[] = {CP_UTF8, CP_UTF16LE, CP_ACP};
+  const UINT page = kPages[data[0] % 3];
+  const bool strict = (data[0] & 0x40) != 0;
+  const std::span<const uint8_t> bytes(data + 1, size - 1);
+  if (data[0] & 0x80) {
+    Check<char, wchar_t>(page, strict, WC_ERR_INVALID_CHARS, MB_ERR_INVALID_CHARS, bytes);
+  } else {
+    Check<wchar_t, char>(page, strict, MB_ERR_INVALID_CHARS, WC_ERR_INVALID_CHARS, bytes);
   }
   return 0;
 }
