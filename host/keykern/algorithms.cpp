@@ -1,6 +1,7 @@
 #include "keykern/algorithms.h"
 
 #include <algorithm>
+#include <array>
 
 namespace keykern {
 namespace {
@@ -30,6 +31,15 @@ static_assert(std::all_of(std::begin(kAlgorithms), std::end(kAlgorithms),
                           }),
               "the records of an enumeration hold the names with a NUL");
 
+// By row. Asked of the libraries once: the answer is the host's, and making a digest to find out is not free.
+using Availability = std::array<bool, std::size(kAlgorithms)>;
+Availability FindAvailable() {
+  Availability available{};
+  std::transform(std::begin(kAlgorithms), std::end(kAlgorithms), available.begin(),
+                 [](const Algorithm& row) { return !row.newDigest || row.newDigest(); });
+  return available;
+}
+
 }  // namespace
 
 std::span<const Algorithm> Algorithms() { return kAlgorithms; }
@@ -41,7 +51,8 @@ const Algorithm* FindAlgorithm(ALG_ID id) {
 }
 
 bool IsAvailable(const Algorithm& algorithm) {
-  return !algorithm.newDigest || algorithm.newDigest() != nullptr;
+  static const Availability available = FindAvailable();
+  return available[static_cast<size_t>(&algorithm - kAlgorithms)];
 }
 
 }  // namespace keykern

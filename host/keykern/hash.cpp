@@ -71,6 +71,10 @@ DWORD Hash::setParameterSet(const char* oid) {
   return ERROR_SUCCESS;
 }
 
+std::unique_ptr<Digest> Hash::newDigest() const {
+  return algorithm_.id == CALG_GR3411 ? kGost94Sets[parameterSet_].newDigest() : algorithm_.newDigest();
+}
+
 DWORD Hash::restart() {
   if (!digest_->restart()) return NTE_FAIL;
   started_ = false;
@@ -97,7 +101,8 @@ DWORD Hash::setParam(DWORD param, const BYTE* data) {
 
 DWORD Hash::copy(std::unique_ptr<Hash>& other) const {
   const std::lock_guard lock(mutex_);
-  std::unique_ptr<Digest> digest = digest_->copy();
+  // a digest that was finished has nothing to copy, and only begins again
+  std::unique_ptr<Digest> digest = ended_ ? newDigest() : digest_->copy();
   if (!digest) return NTE_NO_MEMORY;
   other = std::make_unique<Hash>(provider_, algorithm_, std::move(digest));
   other->parameterSet_ = parameterSet_;
@@ -137,9 +142,9 @@ DWORD Duplicate(HCRYPTHASH handle, const DWORD* reserved, DWORD flags, HCRYPTHAS
 }  // namespace
 }  // namespace keykern
 
-extern "C" {
-
 using namespace keykern;  // NOLINT(google-build-using-namespace): the rest of this file is the exported surface
+
+extern "C" {
 
 BOOL CryptCreateHash(HCRYPTPROV hProv, ALG_ID Algid, HCRYPTKEY hKey, DWORD dwFlags, HCRYPTHASH* phHash) {
   return Call([&] { return Create(hProv, Algid, hKey, dwFlags, phHash); });

@@ -32,6 +32,7 @@ class Hash final : public HandleObject {
   DWORD getValue(BYTE* out, DWORD* size);
   DWORD setParameterSet(const char* oid);
   DWORD restart();
+  std::unique_ptr<Digest> newDigest() const;
 
   const Pinned<Provider> provider_;
   const Algorithm& algorithm_;

@@ -175,9 +175,9 @@ const ProviderRow* FindProviderName(std::string_view name) {
 
 }  // namespace keykern
 
-extern "C" {
-
 using namespace keykern;  // NOLINT(google-build-using-namespace): the rest of this file is the exported surface
+
+extern "C" {
 
 BOOL CryptAcquireContextA(HCRYPTPROV* phProv, LPCSTR szContainer, LPCSTR szProvider, DWORD dwProvType,
                           DWORD dwFlags) {

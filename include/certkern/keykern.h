@@ -280,6 +280,41 @@ CERTKERN_API BOOL CryptDestroyHash(HCRYPTHASH hHash);
 #define AT_KEYEXCHANGE 1
 #define AT_SIGNATURE 2
 
+/** dwFlags of CryptGenKey, CryptDeriveKey and CryptImportKey. */
+#define CRYPT_EXPORTABLE 0x1u
+
+/** dwBlobType of CryptExportKey, and bType of a blob's header. */
+#define SIMPLEBLOB 0x1
+#define PUBLICKEYBLOB 0x6
+#define PRIVATEKEYBLOB 0x7
+#define PLAINTEXTKEYBLOB 0x8
+#define CUR_BLOB_VERSION 2
+/** What a key blob begins with. */
+typedef struct _PUBLICKEYSTRUC {
+  BYTE bType;
+  BYTE bVersion;
+  WORD reserved;
+  ALG_ID aiKeyAlg;
+} BLOBHEADER, PUBLICKEYSTRUC;
+CERTKERN_RECORD_SIZE(BLOBHEADER, 8);
+
+/** dwParam of CryptGetKeyParam and CryptSetKeyParam. */
+#define KP_IV 1           /**< as many bytes as a block */
+#define KP_SALT 2         /**< bytes */
+#define KP_PADDING 3      /**< DWORD */
+#define KP_MODE 4         /**< DWORD: CRYPT_MODE_... */
+#define KP_MODE_BITS 5    /**< DWORD */
+#define KP_PERMISSIONS 6  /**< DWORD */
+#define KP_ALGID 7        /**< ALG_ID */
+#define KP_BLOCKLEN 8     /**< DWORD: bits */
+#define KP_KEYLEN 9       /**< DWORD: bits */
+#define KP_CERTIFICATE 26 /**< an encoded certificate */
+
+#define CRYPT_MODE_CBC 1
+#define CRYPT_MODE_ECB 2
+#define CRYPT_MODE_OFB 3
+#define CRYPT_MODE_CFB 4
+
 CERTKERN_API BOOL CryptSignHashA(HCRYPTHASH hHash, DWORD dwKeySpec, LPCSTR szDescription, DWORD dwFlags,
                                  BYTE* pbSignature, DWORD* pdwSigLen);
 CERTKERN_API BOOL CryptSignHashW(HCRYPTHASH hHash, DWORD dwKeySpec, LPCWSTR szDescription, DWORD dwFlags,

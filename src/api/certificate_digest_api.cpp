@@ -5,7 +5,9 @@
 #include "api/frame.h"
 #include "store/certificate_digest.h"
 
-namespace certkern {
+using certkern::Frame;
+using certkern::Guarded;
+using certkern::HashEncoded;
 
 extern "C" {
 
@@ -24,5 +26,3 @@ BOOL CryptHashCertificate(HCRYPTPROV_LEGACY hCryptProv, ALG_ID Algid, DWORD dwFl
 }
 
 }  // extern "C"
-
-}  // namespace certkern

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/exceptions.h"
+#include "platform/sizes.h"
 
 namespace certkern {
 namespace {
@@ -96,7 +97,7 @@ bool HashEncoded(HCRYPTPROV provider, ALG_ID algorithm, std::span<const BYTE> en
   }
   HashHandle hash;
   return CryptCreateHash(provider, algorithm, 0, 0, hash.out())
-      && CryptHashData(hash.get(), encoded.data(), static_cast<DWORD>(encoded.size()), 0)
+      && CryptHashData(hash.get(), encoded.data(), CheckedDword(encoded.size()), 0)
       && CryptGetHashParam(hash.get(), HP_HASHVAL, out, size, 0);
 }
 
