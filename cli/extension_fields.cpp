@@ -184,6 +184,8 @@ void Reason(const DWORD& code, Field& out) { out.add("Reason", ReasonWords(code)
 
 void Moment(const FILETIME& time, Field& out) { out.add("Time", Words{TimeText(time)}); }
 
+void Instruction(const LPSTR& oid, Field& out) { out.add("Instruction", NamedOid(oid)); }
+
 void AnyString(const CERT_NAME_VALUE& value, Field& out) {
   if (value.dwValueType <= CERT_RDN_OCTET_STRING) {
     AddBytes(out, "Value", BytesOf(value.Value));
@@ -262,6 +264,7 @@ const ExtensionRow kExtensions[] = {
     Row<Number>(szOID_CRL_NUMBER, "CRL number", X509_MULTI_BYTE_INTEGER),
     Row<Number>(szOID_DELTA_CRL_INDICATOR, "Delta CRL indicator", X509_MULTI_BYTE_INTEGER),
     Row<Reason>(szOID_CRL_REASON_CODE, "Reason code", X509_CRL_REASON_CODE),
+    Row<Instruction>(szOID_REASON_CODE_HOLD, "Hold instruction code", X509_OBJECT_IDENTIFIER),
     Row<Moment>(szOID_INVALIDITY_DATE, "Invalidity date", X509_CHOICE_OF_TIME),
     Row<AnyString>(szOID_SUBJECT_SIGN_TOOL, "Subject signature tool", X509_UNICODE_ANY_STRING),
     Row<IssuerSignTool>(szOID_ISSUER_SIGN_TOOL, "Issuer signature tool", X509_SEQUENCE_OF_ANY),

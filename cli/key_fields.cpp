@@ -103,7 +103,7 @@ void AddAlgorithm(Field& parent, std::string_view label, const CRYPT_ALGORITHM_I
 Field PublicKeyField(const CERT_PUBLIC_KEY_INFO& key) {
   Field field("Public key");
   AddAlgorithm(field, "Algorithm", key.Algorithm, CRYPT_PUBKEY_ALG_OID_GROUP_ID);
-  if (const int bits = KeyBits(key)) field.add("Size", int64_t{bits});
+  if (const int bits = KeyBits(key)) field.add("Size in bits", int64_t{bits});
   field.add("Key", Copy(BytesOf(key.PublicKey)));
   if (key.PublicKey.cUnusedBits) field.add("Unused bits", int64_t{key.PublicKey.cUnusedBits});
   return field;

@@ -31,9 +31,19 @@ void AddBits(Field& parent, std::string_view label, const CRYPT_BIT_BLOB& bits) 
   if (bits.cbData) parent.add(label, Copy(BytesOf(bits)));
 }
 
-void AddSignature(Field& object, const CERT_SIGNED_CONTENT_INFO& content) {
+bool IsSame(const CRYPT_ALGORITHM_IDENTIFIER& one, const CRYPT_ALGORITHM_IDENTIFIER& other) {
+  return std::string_view(one.pszObjId) == other.pszObjId
+      && std::ranges::equal(BytesOf(one.Parameters), BytesOf(other.Parameters));
+}
+
+// signedAlgorithm: what the signed part names; null where it names none.
+void AddSignature(Field& object, const CERT_SIGNED_CONTENT_INFO& content,
+                  const CRYPT_ALGORITHM_IDENTIFIER* signedAlgorithm) {
   Field& signature = object.add("Signature");
   AddAlgorithm(signature, "Algorithm", content.SignatureAlgorithm, CRYPT_SIGN_ALG_OID_GROUP_ID);
+  if (signedAlgorithm && !IsSame(*signedAlgorithm, content.SignatureAlgorithm)) {
+    signature.add("Remark", Words{"not the algorithm that the signed part names"});
+  }
   signature.add("Value", Copy(BytesOf(content.Signature)));
 }
 
@@ -51,7 +61,7 @@ void AddFingerprints(Field& object, std::span<const BYTE> encoded) {
 
 // --- certificates ---
 
-Field CertificateField(const CERT_INFO& info) {
+Field CertificateField(const CERT_INFO& info, const CERT_SIGNED_CONTENT_INFO& content) {
   Field object("Certificate");
   object.add("Version", Version(info.dwVersion));
   object.add("Serial number", SerialOf(info.SerialNumber));
@@ -65,6 +75,7 @@ Field CertificateField(const CERT_INFO& info) {
   AddBits(object, "Issuer unique ID", info.IssuerUniqueId);
   AddBits(object, "Subject unique ID", info.SubjectUniqueId);
   AddExtensions(object, {info.rgExtension, info.cExtension});
+  AddSignature(object, content, &info.SignatureAlgorithm);
   return object;
 }
 
@@ -100,7 +111,8 @@ void AddEntries(Field& object, const std::shared_ptr<const CRL_INFO>& info, cons
   if (shown < info->cCRLEntry) revoked.add("Not shown", static_cast<int64_t>(info->cCRLEntry - shown));
 }
 
-Field CrlField(const std::shared_ptr<const CRL_INFO>& info, const ShowOptions& options) {
+Field CrlField(const std::shared_ptr<const CRL_INFO>& info, const CERT_SIGNED_CONTENT_INFO& content,
+               const ShowOptions& options) {
   Field object("CRL");
   object.add("Version", Version(info->dwVersion));
   AddAlgorithm(object, "Signature algorithm", info->SignatureAlgorithm, CRYPT_SIGN_ALG_OID_GROUP_ID);
@@ -109,6 +121,7 @@ Field CrlField(const std::shared_ptr<const CRL_INFO>& info, const ShowOptions& o
   object.add("Next update", Moment(info->NextUpdate));
   AddEntries(object, info, options);
   AddExtensions(object, {info->rgExtension, info->cExtension});
+  AddSignature(object, content, &info->SignatureAlgorithm);
   return object;
 }
 
@@ -200,32 +213,36 @@ Field AttributeField(const CRYPT_ATTRIBUTE& attribute) {
   return field;
 }
 
-Field RequestField(const CERT_REQUEST_INFO& info) {
+Field RequestField(const CERT_REQUEST_INFO& info, const CERT_SIGNED_CONTENT_INFO& content) {
   Field object("Certificate request");
   object.add("Version", Version(info.dwVersion));
   object.add(NameField("Subject", BytesOf(info.Subject)));
   object.add(PublicKeyField(info.SubjectPublicKeyInfo));
-  if (!info.cAttribute) return object;
-  Field& attributes = object.addList("Attributes");
-  for (DWORD i = 0; i < info.cAttribute; ++i) attributes.add(AttributeField(info.rgAttribute[i]));
+  if (info.cAttribute) {
+    Field& attributes = object.addList("Attributes");
+    for (DWORD i = 0; i < info.cAttribute; ++i) attributes.add(AttributeField(info.rgAttribute[i]));
+  }
+  AddSignature(object, content, nullptr);
   return object;
 }
 
-std::optional<Field> SignedPart(ObjectKind kind, std::span<const BYTE> part, const ShowOptions& options) {
+std::optional<Field> FieldOf(ObjectKind kind, const CERT_SIGNED_CONTENT_INFO& content,
+                             const ShowOptions& options) {
+  const std::span<const BYTE> part = BytesOf(content.ToBeSigned);
+  constexpr DWORD kBare = CRYPT_DECODE_TO_BE_SIGNED_FLAG;
   switch (kind) {
     case ObjectKind::Certificate: {
-      const auto info = Decode<CERT_INFO>(X509_CERT_TO_BE_SIGNED, part, CRYPT_DECODE_TO_BE_SIGNED_FLAG);
-      return info ? std::optional(CertificateField(*info)) : std::nullopt;
+      const auto info = Decode<CERT_INFO>(X509_CERT_TO_BE_SIGNED, part, kBare);
+      return info ? std::optional(CertificateField(*info, content)) : std::nullopt;
     }
     case ObjectKind::Crl: {
       // shared with what makes the fields of the entries, one by one
       const std::shared_ptr<const CRL_INFO> info = DecodeList(part);
-      return info ? std::optional(CrlField(info, options)) : std::nullopt;
+      return info ? std::optional(CrlField(info, content, options)) : std::nullopt;
     }
     case ObjectKind::Request: {
-      const auto info =
-          Decode<CERT_REQUEST_INFO>(X509_CERT_REQUEST_TO_BE_SIGNED, part, CRYPT_DECODE_TO_BE_SIGNED_FLAG);
-      return info ? std::optional(RequestField(*info)) : std::nullopt;
+      const auto info = Decode<CERT_REQUEST_INFO>(X509_CERT_REQUEST_TO_BE_SIGNED, part, kBare);
+      return info ? std::optional(RequestField(*info, content)) : std::nullopt;
     }
   }
   return std::nullopt;
@@ -236,10 +253,8 @@ std::optional<Field> SignedPart(ObjectKind kind, std::span<const BYTE> part, con
 std::optional<Field> ObjectField(ObjectKind kind, std::span<const BYTE> encoded, const ShowOptions& options) {
   const auto content = Decode<CERT_SIGNED_CONTENT_INFO>(X509_CERT, encoded);
   if (!content) return std::nullopt;
-  std::optional<Field> object = SignedPart(kind, BytesOf(content->ToBeSigned), options);
-  if (!object) return std::nullopt;
-  AddSignature(*object, *content);
-  AddFingerprints(*object, encoded);
+  std::optional<Field> object = FieldOf(kind, *content, options);
+  if (object) AddFingerprints(*object, encoded);
   return object;
 }
 

@@ -37,12 +37,12 @@ constexpr Shape Maybe(const char* name, BYTE tag, Content content, std::span<con
 }
 
 constexpr Shape kAlgorithm[] = {
-    Item("algorithm", kOidTag, Content::Oid),
-    Maybe("parameters", kAnyTag, Any),
+    Item("algorithm identifier", kOidTag, Content::Oid),
+    Maybe("algorithm parameters", kAnyTag, Any),
 };
 constexpr Shape kAttributeTypeAndValue[] = {
-    Item("type", kOidTag, Content::Oid),
-    Item("value", kAnyTag, Any),
+    Item("attribute type", kOidTag, Content::Oid),
+    Item("attribute value", kAnyTag, Any),
 };
 constexpr Shape kNameAttribute[] = {
     Item("AttributeTypeAndValue", kSequenceTag, Fields, kAttributeTypeAndValue),
@@ -102,10 +102,10 @@ constexpr Shape kTbsCertList[] = {
     Maybe("crlExtensions", ContextTag(0), Fields, kExtensions),
 };
 constexpr Shape kAttributeValue[] = {
-    Item("value", kAnyTag, Any),
+    Item("attribute value", kAnyTag, Any),
 };
 constexpr Shape kAttributeFields[] = {
-    Item("type", kOidTag, Content::Oid),
+    Item("attribute type", kOidTag, Content::Oid),
     Item("values", kSetTag, ListOf, kAttributeValue),
 };
 constexpr Shape kAttribute[] = {

@@ -22,6 +22,12 @@ struct Arguments {
   ShowOptions show;
 };
 
+// offset is that of the object in the block.
+std::string Describe(const Fault& fault, const Block& block, size_t offset) {
+  return fmt::format("expected {}, found {} at {}", fault.expected, fault.found,
+                     block.place(offset + fault.offset));
+}
+
 // One file: its objects go to the writer, its faults to standard error.
 class FileShow {
  public:
@@ -40,10 +46,6 @@ class FileShow {
     note(text);
   }
   void note(const std::string& text) const { fmt::print(stderr, "certkern: {}: {}\n", Escaped(name_), text); }
-  void complain(const Block& block, size_t offset, const Fault& fault) {
-    complain(fmt::format("expected {}, found {} at {}", fault.expected, fault.found,
-                         block.place(offset + fault.offset)));
-  }
   void showBlock(const Block& block);
   bool showObject(const Block& block, size_t offset, std::span<const BYTE> bytes);
 
@@ -84,27 +86,22 @@ void FileShow::showBlock(const Block& block) {
 bool FileShow::showObject(const Block& block, size_t offset, std::span<const BYTE> bytes) {
   const std::optional<ObjectKind> kind = RecognizeObject(bytes);
   if (!kind) {
-    complain(block, offset, FindFaultOfUnknown(bytes));
+    complain(Describe(FindFaultOfUnknown(bytes), block, offset));
     return false;
   }
   const std::optional<Fault> fault = FindFault(*kind, bytes);
   std::optional<Field> object = ObjectField(*kind, bytes, options_);
   if (!object) {
-    const DWORD code = GetLastError();
-    complain(block, offset,
-             fault.value_or(Fault{0, fmt::format("a {} that the library reads", KindName(*kind)),
-                                  fmt::format("one that it refuses with code 0x{:08x}", code)}));
+    const Fault refusal{0, "one that the library reads",
+                        fmt::format("a refusal with code 0x{:08x}", GetLastError())};
+    complain(fmt::format("{}: {}", KindName(*kind), Describe(fault.value_or(refusal), block, offset)));
     return true;
   }
   Field origin;
   origin.add("File", Text{name_});
   origin.add("Object", ++shown_);
-  if (fault) {
-    // the library overlooks more than a reader may want to overlook
-    origin.add("Remark",
-               Words{fmt::format("expected {}, found {} at {}", fault->expected, fault->found,
-                                 block.place(offset + fault->offset))});
-  }
+  // the library overlooks more than a reader may want to overlook
+  if (fault) origin.add("Remark", Words{Describe(*fault, block, offset)});
   object->children.insert(object->children.begin(), std::make_move_iterator(origin.children.begin()),
                           std::make_move_iterator(origin.children.end()));
   writer_.write(*object);
@@ -145,6 +142,7 @@ std::function<int()> PrepareShow(CLI::App& command) {
   command
       .add_option("--max-entries", arguments->show.maxEntries,
                   "Show only the first N entries of a CRL; their count is always shown")
+      ->check(CLI::NonNegativeNumber)
       ->type_name("N");
   command.footer(
       "A file may hold DER, PEM (any number of objects) or bare Base64; what an object is, its bytes tell.\n"

@@ -1,5 +1,6 @@
-// The codes that the configuration, directory and message operations answer with. They share their numbers with the
-// last error, so that a caller may pass one on; the thread slots, id brackets and mutexes answer with errno values.
+// The codes that the configuration, directory and message operations answer with. They share their numbers
+// with the last error, so that a caller may pass one on; the thread slots, id brackets and mutexes answer
+// with errno values.
 #ifndef CERTKERN_SUPKERN_CODES_H
 #define CERTKERN_SUPKERN_CODES_H
 

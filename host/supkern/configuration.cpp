@@ -8,13 +8,7 @@
 
 #include "platform/limits.h"
 #include "supkern/descriptor.h"
-
-#define TOML_EXCEPTIONS 0
-#define TOML_HEADER_ONLY 1
-#define TOML_ENABLE_FORMATTERS 0
-// Brackets within brackets; no setting is an array, and few are inline tables.
-#define TOML_MAX_NESTED_VALUES 8
-#include <toml++/toml.h>
+#include "supkern/toml.h"
 
 namespace certkern::support {
 
@@ -28,8 +22,9 @@ std::string FoldCase(std::string_view name) {
   return folded;
 }
 
-// Bounds the dots outside of strings and comments on each line. The parser bounds brackets within brackets but not
-// the names of a dotted key, and each of these is a table that it destroys by recursion. A key never spans lines.
+// Bounds the dots outside of strings and comments on each line. The parser bounds brackets within brackets
+// but not the names of a dotted key, and each of these is a table that it destroys by recursion. A key never
+// spans lines.
 class DotCounter {
  public:
   // False, with the place in fault, as soon as a line has too many.
@@ -106,7 +101,8 @@ bool Refuse(const toml::source_region& place, std::string text, ConfigurationFau
   return false;
 }
 
-// Tables whose names differ in case are one table; two values of one name are a fault, as TOML has it for equal names.
+// Tables whose names differ in case are one table; two values of one name are a fault, as TOML has it for
+// equal names.
 bool MergeTable(const toml::table& table, size_t depth, ConfigurationNode& into, ConfigurationFault& fault) {
   for (auto&& [key, node] : table) {
     if (depth >= kMaxConfigurationDepth) return Refuse(key.source(), "tables nest too deeply", fault);

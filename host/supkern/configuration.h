@@ -1,5 +1,5 @@
-// Settings by path, from layers of TOML text. Nothing here looks at the environment or is exported: settings.h holds
-// the process's own configuration.
+// Settings by path, from layers of TOML text. Nothing here looks at the environment or is exported:
+// settings.h holds the process's own configuration.
 #ifndef CERTKERN_SUPKERN_CONFIGURATION_H
 #define CERTKERN_SUPKERN_CONFIGURATION_H
 
@@ -14,11 +14,12 @@
 
 namespace certkern::support {
 
-// Names in one dotted key or table header, and tables inside tables. Far above any real setting, and low enough that
-// what recurses over the tables stays within a small thread's stack.
+// Names in one dotted key or table header, and tables inside tables. Far above any real setting, and low
+// enough that what recurses over the tables stays within a small thread's stack.
 inline constexpr size_t kMaxConfigurationDepth = 32;
 
-// What a name stands for: nothing but its children, a value, or a kind that no setting has (a float, an array ...).
+// What a name stands for: nothing but its children, a value, or a kind that no setting has (a float, an array
+// ...).
 struct NoValue {};
 struct OtherKind {};
 using ConfigurationValue = std::variant<NoValue, bool, int64_t, std::string, OtherKind>;
@@ -40,8 +41,8 @@ struct ConfigurationFault {
   std::string describe() const;
 };
 
-// Reads TOML text into nodes; null, with line, column and text of the fault set, when it is no TOML, nests too deeply
-// or defines two values whose names differ in case only.
+// Reads TOML text into nodes; null, with line, column and text of the fault set, when it is no TOML, nests
+// too deeply or defines two values whose names differ in case only.
 std::unique_ptr<ConfigurationNode> ParseConfiguration(std::string_view text, ConfigurationFault& fault);
 
 enum class Presence {
@@ -49,14 +50,15 @@ enum class Presence {
   Required,  // a file that is not there is a fault
 };
 
-// Layers of configuration, the strongest first. A file with a fault counts as absent and leaves its fault behind.
+// Layers of configuration, the strongest first. A file with a fault counts as absent and leaves its fault
+// behind.
 class Configuration {
  public:
   void addFile(const std::string& path, Presence presence);
   void addText(std::string_view text, const std::string& file);
 
-  // The value at a path such as \config\Certkern\max_elements, compared without regard to the case of ASCII letters;
-  // null when no layer has one.
+  // The value at a path such as \config\Certkern\max_elements, compared without regard to the case of ASCII
+  // letters; null when no layer has one.
   const ConfigurationValue* find(std::string_view path) const;
 
   const std::vector<ConfigurationFault>& faults() const { return faults_; }

@@ -82,8 +82,8 @@ const char* DistrustDirectory(const struct stat& status, Sharing sharing) {
   return nullptr;
 }
 
-// Walks up the real directories, whatever links the path went through. A group that may write above is common where
-// each user has a group of their own, so it is let pass.
+// Walks up the real directories, whatever links the path went through. A group that may write above is common
+// where each user has a group of their own, so it is let pass.
 const char* DistrustParents(Descriptor directory) {
   struct stat below {};
   if (fstat(directory.get(), &below) != 0) return "cannot be examined";
@@ -115,8 +115,8 @@ int PathToDirectory(const char* path, std::string& directory) {
   return code;
 }
 
-// Beside a catalogue directory ../../<locale>/LC_MESSAGES must lead to the other languages, so it is that of the
-// language that everybody gets whose own is missing.
+// Beside a catalogue directory ../../<locale>/LC_MESSAGES must lead to the other languages, so it is that of
+// the language that everybody gets whose own is missing.
 constexpr char kCatalogueBelowPrefix[] = "/share/locale/en/LC_MESSAGES";
 
 // Below the prefix that this library lies in: a library directory is one to three levels deep in it.
@@ -124,7 +124,7 @@ std::string InstalledCatalogueDirectory() {
   std::string prefix = LibraryDirectory();
   for (int level = 0; level < 3 && !prefix.empty(); ++level) {
     prefix.resize(prefix.rfind('/'));
-    const std::string directory = prefix + kCatalogueBelowPrefix;
+    std::string directory = prefix + kCatalogueBelowPrefix;
     if (access((directory + "/libcertkern.cat").c_str(), R_OK) == 0) return directory;
   }
   return std::string("/usr") + kCatalogueBelowPrefix;

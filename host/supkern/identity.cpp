@@ -1,12 +1,13 @@
 // The ids that files of stores are opened with.
 //
-// A thread opens files as its file system ids say, which the kernel keeps equal to the effective ids. A program that
-// changes its effective ids on its own (a server that acts for a user for a while) has said by that whom it acts for,
-// and nothing is to be done: going back to the real ids would give it more rights than it asked for. Only a program
-// that got its effective ids from a set-id file acts for somebody else than they say: for the user who started it, in
-// whose home the stores are. There the file system ids become the real ones for the length of the bracket. They are
-// the thread's own in every respect: no other thread sees them change, as it would with seteuid, which the C library
-// spreads over all threads. Taking the real ids can never add rights: it is left undone when the real user is root.
+// A thread opens files as its file system ids say, which the kernel keeps equal to the effective ids. A
+// program that changes its effective ids on its own (a server that acts for a user for a while) has said by
+// that whom it acts for, and nothing is to be done: going back to the real ids would give it more rights than
+// it asked for. Only a program that got its effective ids from a set-id file acts for somebody else than they
+// say: for the user who started it, in whose home the stores are. There the file system ids become the real
+// ones for the length of the bracket. They are the thread's own in every respect: no other thread sees them
+// change, as it would with seteuid, which the C library spreads over all threads. Taking the real ids can
+// never add rights: it is left undone when the real user is root.
 #include <sys/fsuid.h>
 #include <unistd.h>
 
@@ -37,8 +38,8 @@ FileIds CurrentFileIds() {
   return {static_cast<uid_t>(setfsuid(kNoUser)), static_cast<gid_t>(setfsgid(kNoGroup))};
 }
 
-// The calls tell no errors but the ids that were; so one looks afterwards. The group goes first: a user that is no
-// longer privileged could not change it.
+// The calls tell no errors but the ids that were; so one looks afterwards. The group goes first: a user that
+// is no longer privileged could not change it.
 bool SetFileIds(const FileIds& ids) {
   setfsgid(ids.group);
   setfsuid(ids.user);

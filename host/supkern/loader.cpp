@@ -14,9 +14,9 @@ namespace certkern::support {
 
 namespace {
 
-// What to give to the dynamic loader; empty when the name is none. A plain name that lies beside this library means
-// that one, wherever the system is installed; other plain names are searched for in the system's way. A relative path
-// is refused: what it names depends on where the program happens to stand.
+// What to give to the dynamic loader; empty when the name is none. A plain name that lies beside this library
+// means that one, wherever the system is installed; other plain names are searched for in the system's way. A
+// relative path is refused: what it names depends on where the program happens to stand.
 std::string LibraryFile(const std::string& name) {
   if (name.empty() || name[0] == '/') return name;
   if (name.find('/') != std::string::npos) return {};

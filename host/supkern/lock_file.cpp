@@ -21,8 +21,8 @@ constexpr size_t kMaxFileName = 255;
 // How often a lock file may vanish under us before we say so.
 constexpr int kMaxReplacements = 1000;
 
-// All users of a machine have to meet in one directory, for they share the global stores. Root owns the usual one, and
-// its sticky bit keeps each user's files from the others' hands.
+// All users of a machine have to meet in one directory, for they share the global stores. Root owns the usual
+// one, and its sticky bit keeps each user's files from the others' hands.
 std::string DefaultLockDirectory() {
   struct stat status {};
   const bool isShared = stat("/run/lock", &status) == 0 && S_ISDIR(status.st_mode)
@@ -54,8 +54,8 @@ bool IsValidName(std::string_view name) {
   });
 }
 
-// Readable by all, as a lock needs no more: others have to lock it too. First without creating, which a sticky
-// directory may forbid for a file of another user's.
+// Readable by all, as a lock needs no more: others have to lock it too. First without creating, which a
+// sticky directory may forbid for a file of another user's.
 int OpenLockFile(const std::string& path, Descriptor& opened) {
   constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
   opened = Descriptor(open(path.c_str(), kFlags));

@@ -13,14 +13,14 @@ namespace certkern::support {
 // Bytes of a mutex name. Names are made of whole paths, so they may be as long as these, and a suffix.
 inline constexpr size_t kMaxMutexName = 4096 + 256;
 
-// The path of the lock file of a mutex; an errno value, with path untouched, for a name that is empty, too long or has
-// separators or control characters, or when the lock directory cannot be had or trusted. A name that is too long for
-// a file name is shortened and made distinct by a hash of the whole.
+// The path of the lock file of a mutex; an errno value, with path untouched, for a name that is empty, too
+// long or has separators or control characters, or when the lock directory cannot be had or trusted. A name
+// that is too long for a file name is shortened and made distinct by a hash of the whole.
 int LockFilePath(std::string_view name, std::string& path);
 
-// Waits for the lock on the file, which is made when it is missing and never removed: while a process waits on one
-// that was removed, others would lock the next. The lock ends with the last descriptor of this open, so at the latest
-// with the process. An errno value on failure.
+// Waits for the lock on the file, which is made when it is missing and never removed: while a process waits
+// on one that was removed, others would lock the next. The lock ends with the last descriptor of this open,
+// so at the latest with the process. An errno value on failure.
 int LockFile(const std::string& path, Descriptor& locked);
 
 }  // namespace certkern::support

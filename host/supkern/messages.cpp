@@ -32,8 +32,8 @@ constinit std::atomic<unsigned> dialogLanguage = 0;  // 0: not looked at yet
 
 bool IsUnsetLocale(const std::string& name) { return name.empty() || name == "C" || name == "POSIX"; }
 
-// The locale of messages: the program's where it has chosen one, else the environment's. The program's choice is never
-// changed: setlocale is not safe beside other threads, and a library has no say in it.
+// The locale of messages: the program's where it has chosen one, else the environment's. The program's choice
+// is never changed: setlocale is not safe beside other threads, and a library has no say in it.
 std::string MessageLocale() {
   const char* chosen = setlocale(LC_MESSAGES, nullptr);
   std::string name = chosen ? chosen : "";
@@ -62,7 +62,8 @@ int UpdateLanguage() {
 
 const auto kNoCatalogue = reinterpret_cast<nl_catd>(-1);
 
-// Opens the catalogue on first use. A failed attempt is made again next time: it may have been short of descriptors.
+// Opens the catalogue on first use. A failed attempt is made again next time: it may have been short of
+// descriptors.
 int OpenCatalogue(support_resource& resource) {
   static constinit std::mutex mutex;
   const std::lock_guard lock(mutex);

@@ -1,6 +1,6 @@
-// Named mutexes between processes: a lock on a file keeps other processes out, a word of this process its other
-// threads. The file is open for the length of a lock only, so that an open handle costs no descriptor and a removed
-// lock file heals by itself.
+// Named mutexes between processes: a lock on a file keeps other processes out, a word of this process its
+// other threads. The file is open for the length of a lock only, so that an open handle costs no descriptor
+// and a removed lock file heals by itself.
 #include <pthread.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -20,8 +20,8 @@ namespace certkern::support {
 
 namespace {
 
-// What all handles of one lock file in this process share. The threads meet on a word that names the owner, not on a
-// mutex of the system's: the child of a fork can free the word, whoever held it.
+// What all handles of one lock file in this process share. The threads meet on a word that names the owner,
+// not on a mutex of the system's: the child of a fork can free the word, whoever held it.
 class SharedLock {
  public:
   explicit SharedLock(std::string path) : path_(std::move(path)) {}
@@ -54,8 +54,8 @@ class SharedLock {
 
   bool isHeldBy(const ubi_mutex* handle) const { return holder_.load() == handle; }
 
-  // The child of a fork holds nothing: the threads that did are not in it. Closing its copy of the descriptor leaves
-  // the lock with the parent.
+  // The child of a fork holds nothing: the threads that did are not in it. Closing its copy of the descriptor
+  // leaves the lock with the parent.
   void forgetInChild() {
     if (holder_.exchange(nullptr)) file_ = Descriptor();
     owner_.store(0);

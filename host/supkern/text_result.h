@@ -10,7 +10,8 @@
 
 namespace certkern::support {
 
-// size: in, bytes at buffer; out, bytes needed. 234 with the size set, and the buffer left alone, when it is too small.
+// size: in, bytes at buffer; out, bytes needed. 234 with the size set, and the buffer left alone, when it is
+// too small.
 inline int CopyText(std::string_view text, size_t* size, char* buffer) {
   const size_t available = *size;
   *size = text.size() + 1;

@@ -1,5 +1,5 @@
-// Trace contexts. What is switched on is read from the configuration when a context is first asked, not when it is
-// made: contexts are made while libraries load, and nothing is read at that time.
+// Trace contexts. What is switched on is read from the configuration when a context is first asked, not when
+// it is made: contexts are made while libraries load, and nothing is read at that time.
 #include "supkern/trace.h"
 
 #include <array>
@@ -49,8 +49,8 @@ class ErrnoKeeper {
   int saved_;
 };
 
-// Module and limit are set once and the slot is never given to another module, so that a handle that was released
-// too early finds tracing off, never freed memory.
+// Module and limit are set once and the slot is never given to another module, so that a handle that was
+// released too early finds tracing off, never freed memory.
 struct TraceContext {
   char module[kMaxModuleName + 1];
   unsigned limit;
@@ -75,8 +75,7 @@ support_db_ctx OpenContext(const char* module, unsigned limit) {
   if (index == kMaxContexts) return 0;
   TraceContext& context = contexts[index];
   if (index == count) {
-    std::strcpy(context.module,
-                module);  // NOLINT(clang-analyzer-security.insecureAPI.strcpy): length checked above
+    std::memcpy(context.module, module, std::strlen(module) + 1);
     context.limit = limit;
     context.mask.store(kUnresolved);
     contextCount.store(count + 1);

@@ -13,7 +13,8 @@ namespace {
 
 constexpr std::string_view kCut = "...";
 
-// Formats in a locale of its own, on this thread only: wide text becomes UTF-8 whatever the program's locale is.
+// Formats in a locale of its own, on this thread only: wide text becomes UTF-8 whatever the program's locale
+// is.
 class Utf8Locale {
  public:
   Utf8Locale() {
@@ -55,7 +56,8 @@ size_t Utf8Length(std::string_view text, uint32_t& character) {
   return isOverlong || isSurrogate || character > 0x10FFFF ? 0 : length;
 }
 
-// Characters that end a line or begin a command somewhere: C0, DEL, C1, the Unicode separators, direction overrides.
+// Characters that end a line or begin a command somewhere: C0, DEL, C1, the Unicode separators, direction
+// overrides.
 bool IsPlain(uint32_t character) {
   return character >= 0x20 && character != '\\' && (character < 0x7F || character > 0x9F)
       && (character < 0x2028 || character > 0x202E) && (character < 0x2066 || character > 0x2069);

@@ -27,12 +27,13 @@ struct TraceOrigin {
 // The level's name in records: error, expected, call, debug, result, cache.
 const char* TraceLevelName(unsigned level);
 
-// Appends text so that it stays on its line and cannot steer a terminal: control characters, line separators, bytes
-// that are no UTF-8 and the backslash itself become escapes. `line` grows to `limit` bytes at most; what does not fit
-// is cut between characters and ends in "...".
+// Appends text so that it stays on its line and cannot steer a terminal: control characters, line separators,
+// bytes that are no UTF-8 and the backslash itself become escapes. `line` grows to `limit` bytes at most;
+// what does not fit is cut between characters and ends in "...".
 void AppendEscaped(std::string_view text, size_t limit, std::string& line);
 
-// "time process:thread module level function line text\n", times in UTC, printf's formats with %S for wide text.
+// "time process:thread module level function line text\n", times in UTC, printf's formats with %S for wide
+// text.
 std::string FormatTraceRecord(const TraceOrigin& origin, const char* format, va_list arguments);
 
 }  // namespace certkern::support

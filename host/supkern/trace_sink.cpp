@@ -61,7 +61,8 @@ class FileSink : public TraceSink {
   }
 
   void write(unsigned /*level*/, std::string_view record) override {
-    // A program that turns itself into a daemon closes all descriptors; the number may then be a file of its own.
+    // A program that turns itself into a daemon closes all descriptors; the number may then be a file of its
+    // own.
     if (!isOurs(descriptor_.load()) && open() != 0) return;
     WriteAtOnce(descriptor_.load(), record);
   }

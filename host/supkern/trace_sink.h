@@ -15,11 +15,12 @@ class TraceSink {
 };
 
 // The sink of that name: "stderr", "syslog", or the absolute path of a file, which is made with mode 0600 and
-// appended to. Null, after one complaint on standard error, when it cannot be had. Sinks live until the process ends,
-// and modules that name the same one share it.
+// appended to. Null, after one complaint on standard error, when it cannot be had. Sinks live until the
+// process ends, and modules that name the same one share it.
 TraceSink* FindTraceSink(const std::string& name);
 
-// Writes bytes with one write; a reader that has gone does not raise SIGPIPE. False when they were not all taken.
+// Writes bytes with one write; a reader that has gone does not raise SIGPIPE. False when they were not all
+// taken.
 bool WriteAtOnce(int descriptor, std::string_view bytes);
 
 // Writes one line of ours, as far as it is plain text, to standard error.

@@ -20,10 +20,11 @@ CERTKERN_API void SetLastError(DWORD dwErrCode);
 #define WC_ERR_INVALID_CHARS 0x80u
 #define WC_NO_BEST_FIT_CHARS 0x400u
 
-CERTKERN_API int MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int cbMultiByte, LPWSTR lpWideCharStr,
-                                     int cchWideChar);
-CERTKERN_API int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int cchWideChar, LPSTR lpMultiByteStr,
-                                     int cbMultiByte, LPCSTR lpDefaultChar, LPBOOL lpUsedDefaultChar);
+CERTKERN_API int MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int cbMultiByte,
+                                     LPWSTR lpWideCharStr, int cchWideChar);
+CERTKERN_API int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int cchWideChar,
+                                     LPSTR lpMultiByteStr, int cbMultiByte, LPCSTR lpDefaultChar,
+                                     LPBOOL lpUsedDefaultChar);
 
 CERTKERN_API LONG CompareFileTime(const FILETIME* lpFileTime1, const FILETIME* lpFileTime2);
 CERTKERN_API BOOL FileTimeToSystemTime(const FILETIME* lpFileTime, LPSYSTEMTIME lpSystemTime);
@@ -38,7 +39,7 @@ CERTKERN_API void GetSystemTimeAsFileTime(LPFILETIME lpSystemTimeAsFileTime);
 #define ALG_CLASS_DATA_ENCRYPT 0x6000u
 #define ALG_CLASS_HASH 0x8000u
 #define ALG_CLASS_KEY_EXCHANGE 0xA000u
-#define GET_ALG_CLASS(id) ((id) & 0xE000u)
+#define GET_ALG_CLASS(id) ((id)&0xE000u)
 
 #define CALG_MD2 0x8001u
 #define CALG_MD4 0x8002u
@@ -70,16 +71,275 @@ CERTKERN_API void GetSystemTimeAsFileTime(LPFILETIME lpSystemTimeAsFileTime);
 #define CALG_DSS_SIGN 0x2200u
 #define CALG_ECDSA 0x2203u
 #define CALG_ECDH 0xAA05u
-#define CALG_EDDSA 0x2220u                   /**< RFC 8032 */
-#define CALG_GR3410EL 0x2E23u                /**< GOST R 34.10-2001. RFC 5832 */
+#define CALG_EDDSA 0x2220u    /**< RFC 8032 */
+#define CALG_GR3410EL 0x2E23u /**< GOST R 34.10-2001. RFC 5832 */
 #define CALG_DH_EL_SF 0xAA24u
 #define CALG_DH_EL_EPHEM 0xAA25u
-#define CALG_GR3410_12_256 0x2E49u           /**< GOST R 34.10-2012, 256 bits. RFC 7091 */
+#define CALG_GR3410_12_256 0x2E49u /**< GOST R 34.10-2012, 256 bits. RFC 7091 */
 #define CALG_DH_GR3410_12_256_SF 0xAA46u
 #define CALG_DH_GR3410_12_256_EPHEM 0xAA47u
-#define CALG_GR3410_12_512 0x2E3Du           /**< GOST R 34.10-2012, 512 bits. RFC 7091 */
+#define CALG_GR3410_12_512 0x2E3Du /**< GOST R 34.10-2012, 512 bits. RFC 7091 */
 #define CALG_DH_GR3410_12_512_SF 0xAA42u
 #define CALG_DH_GR3410_12_512_EPHEM 0xAA43u
+
+/** Provider types. Each has one provider, and every provider serves every algorithm: the types differ in what they are
+ *  the default for. */
+#define PROV_RSA_FULL 1
+#define PROV_EC_ECDSA_FULL 16
+#define PROV_RSA_AES 24
+#define PROV_EDDSA 32         /**< RFC 8032 */
+#define PROV_GOST_2001_DH 75  /**< GOST R 34.10-2001. RFC 5832 */
+#define PROV_GOST_2012_256 80 /**< GOST R 34.10-2012, 256 bits. RFC 7091 */
+#define PROV_GOST_2012_512 81 /**< GOST R 34.10-2012, 512 bits. RFC 7091 */
+
+/** dwFlags of CryptAcquireContext. */
+#define CRYPT_VERIFYCONTEXT 0xF0000000u /**< no container: hashes, public keys and keys for the moment */
+#define CRYPT_NEWKEYSET 0x8u
+#define CRYPT_DELETEKEYSET 0x10u
+#define CRYPT_MACHINE_KEYSET 0x20u
+#define CRYPT_SILENT 0x40u
+
+/** Opens a provider. Any number of threads may use it.
+ *  @param phProv       receives the provider, for CryptReleaseContext
+ *  @param szContainer  NULL or empty with CRYPT_VERIFYCONTEXT
+ *  @param szProvider   the provider's name; NULL: the one of the type
+ *  @param dwProvType   PROV_...
+ *  @param dwFlags      CRYPT_VERIFYCONTEXT, with or without CRYPT_SILENT and CRYPT_MACHINE_KEYSET
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_PARAMETER: phProv is NULL; NTE_BAD_PROV_TYPE: no such type; NTE_KEYSET_NOT_DEF: no such name;
+ *          NTE_PROV_TYPE_NO_MATCH: the name is another type's; NTE_BAD_FLAGS; NTE_BAD_KEYSET_PARAM: a container with
+ *          CRYPT_VERIFYCONTEXT; NTE_NO_MEMORY */
+CERTKERN_API BOOL CryptAcquireContextA(HCRYPTPROV* phProv, LPCSTR szContainer, LPCSTR szProvider,
+                                       DWORD dwProvType, DWORD dwFlags);
+/** As CryptAcquireContextA. */
+CERTKERN_API BOOL CryptAcquireContextW(HCRYPTPROV* phProv, LPCWSTR szContainer, LPCWSTR szProvider,
+                                       DWORD dwProvType, DWORD dwFlags);
+/** Counts a provider once more: each count wants its CryptReleaseContext.
+ *  @param pdwReserved  NULL
+ *  @param dwFlags      0
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER: pdwReserved; NTE_BAD_FLAGS */
+CERTKERN_API BOOL CryptContextAddRef(HCRYPTPROV hProv, DWORD* pdwReserved, DWORD dwFlags);
+/** Gives one count back; with the last one the handle ends. Hashes made from it live on.
+ *  @param dwFlags  0
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; NTE_BAD_FLAGS: released all the same */
+CERTKERN_API BOOL CryptReleaseContext(HCRYPTPROV hProv, DWORD dwFlags);
+
+/** dwParam of CryptGetProvParam and CryptSetProvParam. */
+#define PP_ENUMALGS 1          /**< PROV_ENUMALGS */
+#define PP_NAME 4              /**< text, narrow, with its NUL */
+#define PP_PROVTYPE 16         /**< DWORD */
+#define PP_ENUMALGS_EX 22      /**< PROV_ENUMALGS_EX */
+#define PP_KEYSET_TYPE 27      /**< DWORD: CRYPT_MACHINE_KEYSET or 0 */
+#define PP_SIGNATURE_PIN 33    /**< text, narrow */
+#define PP_UNIQUE_CONTAINER 36 /**< text, narrow */
+
+/** dwFlags of an enumeration: begin. */
+#define CRYPT_FIRST 1
+
+/** An algorithm of a provider; names are with their NUL, and so are their lengths. */
+typedef struct _PROV_ENUMALGS {
+  ALG_ID aiAlgid;
+  DWORD dwBitLen; /**< of the value or key, unless another is asked for */
+  DWORD dwNameLen;
+  CHAR szName[20];
+} PROV_ENUMALGS;
+CERTKERN_RECORD_SIZE(PROV_ENUMALGS, 32);
+/** The same at length. */
+typedef struct _PROV_ENUMALGS_EX {
+  ALG_ID aiAlgid;
+  DWORD dwDefaultLen; /**< bits, as the next two */
+  DWORD dwMinLen;
+  DWORD dwMaxLen;
+  DWORD dwProtocols; /**< 0 */
+  DWORD dwNameLen;
+  CHAR szName[20];
+  DWORD dwLongNameLen;
+  CHAR szLongName[40];
+} PROV_ENUMALGS_EX;
+CERTKERN_RECORD_SIZE(PROV_ENUMALGS_EX, 88);
+
+/** Answers a property of a provider. An enumeration gives one element a call and keeps its place in the handle, so that
+ *  two threads that enumerate want a handle each; it begins with what the provider's type is the default for, and
+ *  leaves out what this host does not have.
+ *  @param pbData      receives the value; NULL asks for the size and moves no enumeration on
+ *  @param pdwDataLen  in: bytes at pbData; out: the size
+ *  @param dwFlags     CRYPT_FIRST to begin an enumeration, otherwise 0
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER: no size; NTE_BAD_TYPE: no such property; NTE_BAD_FLAGS;
+ *          ERROR_MORE_DATA; ERROR_NO_MORE_ITEMS: the end */
+CERTKERN_API BOOL CryptGetProvParam(HCRYPTPROV hProv, DWORD dwParam, BYTE* pbData, DWORD* pdwDataLen,
+                                    DWORD dwFlags);
+CERTKERN_API BOOL CryptSetProvParam(HCRYPTPROV hProv, DWORD dwParam, const BYTE* pbData, DWORD dwFlags);
+
+/** Fills a buffer with cryptographically strong random bytes.
+ *  @param dwLen  bytes at pbBuffer
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER: no buffer; NTE_FAIL: the generator failed */
+CERTKERN_API BOOL CryptGenRandom(HCRYPTPROV hProv, DWORD dwLen, BYTE* pbBuffer);
+
+/** Enumerates the providers.
+ *  @param dwIndex      0, 1 ... until ERROR_NO_MORE_ITEMS
+ *  @param pdwReserved  NULL
+ *  @param dwFlags      0
+ *  @param pdwProvType  receives the type
+ *  @param szProvName   receives the name; NULL asks for the size
+ *  @param pcbProvName  in: bytes at szProvName; out: the size with the NUL, in bytes also in the wide form
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_PARAMETER: a null argument, or pdwReserved; NTE_BAD_FLAGS; ERROR_MORE_DATA;
+ *          ERROR_NO_MORE_ITEMS */
+CERTKERN_API BOOL CryptEnumProvidersA(DWORD dwIndex, DWORD* pdwReserved, DWORD dwFlags, DWORD* pdwProvType,
+                                      LPSTR szProvName, DWORD* pcbProvName);
+/** As CryptEnumProvidersA. */
+CERTKERN_API BOOL CryptEnumProvidersW(DWORD dwIndex, DWORD* pdwReserved, DWORD dwFlags, DWORD* pdwProvType,
+                                      LPWSTR szProvName, DWORD* pcbProvName);
+/** Enumerates the provider types; otherwise as CryptEnumProvidersA. */
+CERTKERN_API BOOL CryptEnumProviderTypesA(DWORD dwIndex, DWORD* pdwReserved, DWORD dwFlags,
+                                          DWORD* pdwProvType, LPSTR szTypeName, DWORD* pcbTypeName);
+/** As CryptEnumProviderTypesA. */
+CERTKERN_API BOOL CryptEnumProviderTypesW(DWORD dwIndex, DWORD* pdwReserved, DWORD dwFlags,
+                                          DWORD* pdwProvType, LPWSTR szTypeName, DWORD* pcbTypeName);
+
+/** dwFlags of CryptGetDefaultProvider. */
+#define CRYPT_MACHINE_DEFAULT 1
+#define CRYPT_USER_DEFAULT 2
+/** Answers the name of a type's provider.
+ *  @param pdwReserved  NULL
+ *  @param dwFlags      CRYPT_MACHINE_DEFAULT or CRYPT_USER_DEFAULT: the answer is the same
+ *  @param pszProvName  receives the name; NULL asks for the size
+ *  @param pcbProvName  in: bytes at pszProvName; out: the size with the NUL, in bytes also in the wide form
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_PARAMETER: no size, or pdwReserved; NTE_BAD_FLAGS; NTE_BAD_PROV_TYPE; ERROR_MORE_DATA */
+CERTKERN_API BOOL CryptGetDefaultProviderA(DWORD dwProvType, DWORD* pdwReserved, DWORD dwFlags,
+                                           LPSTR pszProvName, DWORD* pcbProvName);
+/** As CryptGetDefaultProviderA. */
+CERTKERN_API BOOL CryptGetDefaultProviderW(DWORD dwProvType, DWORD* pdwReserved, DWORD dwFlags,
+                                           LPWSTR pszProvName, DWORD* pcbProvName);
+/** Opens the provider of a type without a container.
+ *  @return the provider, for CryptReleaseContext; 0 on failure, as CryptAcquireContextA */
+CERTKERN_API HCRYPTPROV SVAPI_I_GetDefaultProvider(DWORD dwProvType);
+/** Answers the process's provider for an algorithm.
+ *  @return the provider, borrowed: who keeps it beyond the call counts it with CryptContextAddRef; 0 when there is none
+ *  @errors NTE_BAD_ALGID; NTE_NO_MEMORY */
+CERTKERN_API HCRYPTPROV SVAPI_I_CryptGetDefaultCryptProv(ALG_ID aiAlgid);
+
+/** dwParam of CryptGetHashParam and CryptSetHashParam. */
+#define HP_ALGID 1    /**< ALG_ID */
+#define HP_HASHVAL 2  /**< bytes */
+#define HP_HASHSIZE 4 /**< DWORD: bytes of the value */
+#define HP_HMAC_INFO 5
+#define HP_OID 10                 /**< text, narrow: the parameter set of CALG_GR3411. RFC 4357, 11.2 */
+#define HP_HASHSTARTVECT_RESET 11 /**< no value: begin again, with the same parameters */
+
+/** Begins a hash. Several threads may feed it, one after the other.
+ *  @param hKey     0, but for a keyed hash
+ *  @param dwFlags  0
+ *  @param phHash   receives the hash, for CryptDestroyHash
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_PARAMETER: phHash is NULL; ERROR_INVALID_HANDLE; NTE_BAD_ALGID: no hash, or refused on this
+ *          host; NTE_BAD_KEY: a key for a hash that takes none; NTE_BAD_FLAGS; NTE_NO_MEMORY */
+CERTKERN_API BOOL CryptCreateHash(HCRYPTPROV hProv, ALG_ID Algid, HCRYPTKEY hKey, DWORD dwFlags,
+                                  HCRYPTHASH* phHash);
+/** Feeds a hash.
+ *  @param dwDataLen  bytes at pbData; 0 is allowed
+ *  @param dwFlags    0
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER: no data; NTE_BAD_FLAGS; NTE_BAD_HASH_STATE: its value was read
+ *          or set */
+CERTKERN_API BOOL CryptHashData(HCRYPTHASH hHash, const BYTE* pbData, DWORD dwDataLen, DWORD dwFlags);
+/** Answers a property of a hash. HP_HASHVAL with a buffer ends the hash; it may be read again.
+ *  @param pbData      receives the value; NULL asks for the size
+ *  @param pdwDataLen  in: bytes at pbData; out: the size
+ *  @param dwFlags     0
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER: no size; NTE_BAD_TYPE: no such property; NTE_BAD_FLAGS;
+ *          ERROR_MORE_DATA */
+CERTKERN_API BOOL CryptGetHashParam(HCRYPTHASH hHash, DWORD dwParam, BYTE* pbData, DWORD* pdwDataLen,
+                                    DWORD dwFlags);
+/** Sets a property of a hash: HP_HASHVAL, which ends it, HP_OID, before any data, or HP_HASHSTARTVECT_RESET.
+ *  @param pbData   the value: for HP_HASHVAL as many bytes as the hash has
+ *  @param dwFlags  0
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER: no value; NTE_BAD_TYPE: no such property; NTE_BAD_FLAGS;
+ *          NTE_BAD_HASH_STATE: too late; NTE_BAD_DATA: an unknown parameter set */
+CERTKERN_API BOOL CryptSetHashParam(HCRYPTHASH hHash, DWORD dwParam, const BYTE* pbData, DWORD dwFlags);
+/** Makes a second hash that goes on from where this one is.
+ *  @param pdwReserved  NULL
+ *  @param dwFlags      0
+ *  @param phHash       receives the copy, for CryptDestroyHash
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER; NTE_BAD_FLAGS; NTE_NO_MEMORY */
+CERTKERN_API BOOL CryptDuplicateHash(HCRYPTHASH hHash, DWORD* pdwReserved, DWORD dwFlags, HCRYPTHASH* phHash);
+/** Gives a hash back.
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE */
+CERTKERN_API BOOL CryptDestroyHash(HCRYPTHASH hHash);
+
+/** Which of a container's two keys. */
+#define AT_KEYEXCHANGE 1
+#define AT_SIGNATURE 2
+
+/** dwFlags of CryptGenKey, CryptDeriveKey and CryptImportKey. */
+#define CRYPT_EXPORTABLE 0x1u
+
+/** dwBlobType of CryptExportKey, and bType of a blob's header. */
+#define SIMPLEBLOB 0x1
+#define PUBLICKEYBLOB 0x6
+#define PRIVATEKEYBLOB 0x7
+#define PLAINTEXTKEYBLOB 0x8
+#define CUR_BLOB_VERSION 2
+/** What a key blob begins with. */
+typedef struct _PUBLICKEYSTRUC {
+  BYTE bType;
+  BYTE bVersion;
+  WORD reserved;
+  ALG_ID aiKeyAlg;
+} BLOBHEADER, PUBLICKEYSTRUC;
+CERTKERN_RECORD_SIZE(BLOBHEADER, 8);
+
+/** dwParam of CryptGetKeyParam and CryptSetKeyParam. */
+#define KP_IV 1           /**< as many bytes as a block */
+#define KP_SALT 2         /**< bytes */
+#define KP_PADDING 3      /**< DWORD */
+#define KP_MODE 4         /**< DWORD: CRYPT_MODE_... */
+#define KP_MODE_BITS 5    /**< DWORD */
+#define KP_PERMISSIONS 6  /**< DWORD */
+#define KP_ALGID 7        /**< ALG_ID */
+#define KP_BLOCKLEN 8     /**< DWORD: bits */
+#define KP_KEYLEN 9       /**< DWORD: bits */
+#define KP_CERTIFICATE 26 /**< an encoded certificate */
+
+#define CRYPT_MODE_CBC 1
+#define CRYPT_MODE_ECB 2
+#define CRYPT_MODE_OFB 3
+#define CRYPT_MODE_CFB 4
+
+CERTKERN_API BOOL CryptSignHashA(HCRYPTHASH hHash, DWORD dwKeySpec, LPCSTR szDescription, DWORD dwFlags,
+                                 BYTE* pbSignature, DWORD* pdwSigLen);
+CERTKERN_API BOOL CryptSignHashW(HCRYPTHASH hHash, DWORD dwKeySpec, LPCWSTR szDescription, DWORD dwFlags,
+                                 BYTE* pbSignature, DWORD* pdwSigLen);
+CERTKERN_API BOOL CryptVerifySignatureA(HCRYPTHASH hHash, const BYTE* pbSignature, DWORD dwSigLen,
+                                        HCRYPTKEY hPubKey, LPCSTR szDescription, DWORD dwFlags);
+CERTKERN_API BOOL CryptVerifySignatureW(HCRYPTHASH hHash, const BYTE* pbSignature, DWORD dwSigLen,
+                                        HCRYPTKEY hPubKey, LPCWSTR szDescription, DWORD dwFlags);
+CERTKERN_API BOOL CryptDeriveKey(HCRYPTPROV hProv, ALG_ID Algid, HCRYPTHASH hBaseData, DWORD dwFlags,
+                                 HCRYPTKEY* phKey);
+CERTKERN_API BOOL CryptGenKey(HCRYPTPROV hProv, ALG_ID Algid, DWORD dwFlags, HCRYPTKEY* phKey);
+CERTKERN_API BOOL CryptGetUserKey(HCRYPTPROV hProv, DWORD dwKeySpec, HCRYPTKEY* phUserKey);
+CERTKERN_API BOOL CryptImportKey(HCRYPTPROV hProv, const BYTE* pbData, DWORD dwDataLen, HCRYPTKEY hPubKey,
+                                 DWORD dwFlags, HCRYPTKEY* phKey);
+CERTKERN_API BOOL CryptExportKey(HCRYPTKEY hKey, HCRYPTKEY hExpKey, DWORD dwBlobType, DWORD dwFlags,
+                                 BYTE* pbData, DWORD* pdwDataLen);
+CERTKERN_API BOOL CryptDuplicateKey(HCRYPTKEY hKey, DWORD* pdwReserved, DWORD dwFlags, HCRYPTKEY* phKey);
+CERTKERN_API BOOL CryptDestroyKey(HCRYPTKEY hKey);
+CERTKERN_API BOOL CryptGetKeyParam(HCRYPTKEY hKey, DWORD dwParam, BYTE* pbData, DWORD* pdwDataLen,
+                                   DWORD dwFlags);
+CERTKERN_API BOOL CryptSetKeyParam(HCRYPTKEY hKey, DWORD dwParam, const BYTE* pbData, DWORD dwFlags);
+CERTKERN_API BOOL CryptEncrypt(HCRYPTKEY hKey, HCRYPTHASH hHash, BOOL Final, DWORD dwFlags, BYTE* pbData,
+                               DWORD* pdwDataLen, DWORD dwBufLen);
+CERTKERN_API BOOL CryptDecrypt(HCRYPTKEY hKey, HCRYPTHASH hHash, BOOL Final, DWORD dwFlags, BYTE* pbData,
+                               DWORD* pdwDataLen);
 
 /** A row of the OID table. */
 typedef struct _CRYPT_OID_INFO {
@@ -134,7 +394,8 @@ typedef BOOL (*PFN_CRYPT_ENUM_OID_INFO)(PCCRYPT_OID_INFO pInfo, void* pvArg);
  *  @param dwFlags  0
  *  @return TRUE when every row was shown
  *  @errors ERROR_INVALID_PARAMETER: no callback, or flags */
-CERTKERN_API BOOL CryptEnumOIDInfo(DWORD dwGroupId, DWORD dwFlags, void* pvArg, PFN_CRYPT_ENUM_OID_INFO pfnEnumOIDInfo);
+CERTKERN_API BOOL CryptEnumOIDInfo(DWORD dwGroupId, DWORD dwFlags, void* pvArg,
+                                   PFN_CRYPT_ENUM_OID_INFO pfnEnumOIDInfo);
 
 CERTKERN_EXTERN_C_END
 #endif

@@ -7,14 +7,7 @@
 #include "api/frame.h"
 #include "text/text_forms.h"
 
-using certkern::BinaryToString;
-using certkern::BinaryToWideString;
-using certkern::DecodedOutput;
-using certkern::Frame;
-using certkern::Guarded;
-using certkern::StringToBinary;
-using certkern::WideStringToBinary;
-
+namespace certkern {
 namespace {
 
 // A count of 0 stands for a text that ends with a NUL.
@@ -25,6 +18,9 @@ std::basic_string_view<Character> TextOf(const Character* text, DWORD count) {
 }
 
 }  // namespace
+}  // namespace certkern
+
+using namespace certkern;  // NOLINT(google-build-using-namespace): only exported C functions follow
 
 extern "C" {
 

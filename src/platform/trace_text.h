@@ -44,21 +44,31 @@ constexpr Conversion NextConversion(const char*& at) {
   return {};
 }
 
+// In bytes; 0 for what is no integer.
+template <class T>
+constexpr size_t IntegerSize() {
+  if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
+    return sizeof(T);
+  } else {
+    return 0;
+  }
+}
+
 template <class T>
 constexpr bool Fits(Conversion conversion) {
-  constexpr bool integer = std::is_integral_v<T> || std::is_enum_v<T>;
+  constexpr size_t size = IntegerSize<T>();
   switch (conversion.letter) {
     case 'd':
     case 'i':
     case 'u':
     case 'x':
     case 'X':
-      return integer && (sizeof(T) == 8) == conversion.isLong;
+      return size != 0 && (size == 8) == conversion.isLong;
     case 'c':
-      return integer && sizeof(T) <= 4;
+      return size != 0 && size <= 4;
     case 'p':  // key-level handles are integers of a pointer's size
       return std::is_pointer_v<
-                 T> || std::is_null_pointer_v<T> || (std::is_unsigned_v<T> && sizeof(T) == sizeof(void*));
+                 T> || std::is_null_pointer_v<T> || (std::is_unsigned_v<T> && size == sizeof(void*));
     case 's':
       return std::is_same_v<T, const char*> || std::is_same_v<T, char*>;
     case 'S':

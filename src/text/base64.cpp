@@ -37,7 +37,7 @@ constexpr std::array<BYTE, 128> MakeCharacterClasses() {
   std::array<BYTE, 128> classes{};
   classes.fill(kBadCharacter);
   for (size_t digit = 0; digit < 64; ++digit) {
-    classes[static_cast<size_t>(kAlphabet[digit])] = static_cast<BYTE>(digit);
+    classes[static_cast<BYTE>(kAlphabet[digit])] = static_cast<BYTE>(digit);
   }
   classes[' '] = classes['\t'] = kBlank;
   classes['\n'] = kLineFeed;

@@ -205,7 +205,10 @@ bool Deliver(const Attempt& attempt, std::string_view text, DWORD size, const De
   *out.count = size;
   if (!out.bytes) return true;
   std::string copy;
-  if (Overlap(text.data(), text.size(), out.bytes, size)) text = copy = text;
+  if (Overlap(text.data(), text.size(), out.bytes, size)) {
+    copy = text;
+    text = copy;
+  }
   attempt.reader->read(text, out.bytes);
   return true;
 }
