@@ -172,7 +172,8 @@ TEST(ShowJson, EveryDecodedExtension) {
          {At("/template/oid", R"("1.2.3.4.5.6")"), At("/majorVersion", "100"), At("/minorVersion", "7")}),
       In("1.3.6.1.4.1.311.20.2", {At("/text", R"("Web server")")}),
       In("1.2.643.100.111", {At("/text", R"("Средство")")}),
-      In("1.2.643.100.112", {At("/signatureTool", R"("Инструмент")"), At("/caToolCertificate", R"("СФ/2")")}),
+      In("1.2.643.100.112",
+         {At("/signatureTool", R"("Инструмент")"), At("/caToolCertificate", R"("СФ/2")")}),
       In("2.5.29.30", {At("/content", R"("3012a010300e820c2e6578616d706c652e6f7267")")}),
       In("1.2.3.4.99", {At("/content", R"("0403010203")")}),
   };
@@ -334,7 +335,9 @@ TEST(ShowInput, Fifo) {
     close(fifo);
   });
   EXPECT_EQ(ShowJson({path}).size(), 1u);
+  const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);  // frees the writer when the tool never came
   writer.join();
+  close(reader);
   unlink(path.c_str());
 }
 

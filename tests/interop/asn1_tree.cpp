@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <sstream>
@@ -45,8 +46,7 @@ bool ReadLine(const std::string& line, Line& out) {
   }
   const std::string rest = line.substr(static_cast<size_t>(end));
   const size_t colon = rest.find(':');
-  out.type = rest.substr(0, colon);
-  out.type.erase(out.type.find_last_not_of(' ') + 1);
+  out.type = rest.substr(0, std::min(colon, rest.find("  ")));  // the type is filled up with blanks
   out.text = colon == std::string::npos ? "" : rest.substr(colon + 1);
   return true;
 }
