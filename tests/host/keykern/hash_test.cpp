@@ -5,8 +5,9 @@
 
 #include <atomic>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
-#include <regex>
+#include <span>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -79,22 +80,28 @@ TEST(Hash, PublishedValues) {
   EXPECT_EQ(HashOf(provider, CALG_SHA1, {}), "DA39A3EE5E6B4B0D3255BFEF95601890AFD80709") << "of nothing";
 }
 
-// The fields of a vector file, in their order.
+// The fields of each vector of a file, which has one field a line, always in the same order.
 using Vector = std::vector<std::string>;
-std::vector<Vector> ReadVectors(const char* file, const std::string& pattern) {
+std::vector<Vector> ReadVectors(const char* file, std::initializer_list<const char*> fields) {
   std::ifstream in(std::string(CERTKERN_SOURCE_DIR "/tests/host/keykern/data/") + file);
   const std::string text{std::istreambuf_iterator<char>(in), {}};
-  const std::regex expression(pattern);
   std::vector<Vector> vectors;
-  for (std::sregex_iterator found(text.begin(), text.end(), expression), end; found != end; ++found) {
-    vectors.emplace_back(std::next(found->begin()), found->end());
+  for (size_t at = 0;;) {
+    Vector vector;
+    for (const char* field : fields) {
+      const std::string key = '"' + std::string(field) + "\": ";
+      at = text.find(key, at);
+      if (at == text.npos) return vectors;
+      at += key.size();
+      const size_t first = at + (text[at] == '"');
+      vector.push_back(text.substr(first, text.find_first_of("\",\n", first) - first));
+    }
+    vectors.push_back(vector);
   }
-  return vectors;
 }
 
 TEST(Hash, StreebogVectors) {
-  const auto vectors = ReadVectors(
-      "rfc6986_hash.json", R"x("bits": (\d+),\s*"message_hex": "([0-9a-f]*)",\s*"digest": "([0-9a-f]+)")x");
+  const auto vectors = ReadVectors("rfc6986_hash.json", {"bits", "message_hex", "digest"});
   ASSERT_EQ(vectors.size(), 4u);
   const ProviderHandle provider = AcquireProvider();
   for (const Vector& fields : vectors) {
@@ -104,9 +111,7 @@ TEST(Hash, StreebogVectors) {
 }
 
 TEST(Hash, Gost94VectorsOfBothSets) {
-  const auto vectors =
-      ReadVectors("gost341194_hash.json",
-                  R"x("sbox": "([^"]+)",\s*"message_hex": "([0-9a-f]*)",\s*"digest": "([0-9a-f]+)")x");
+  const auto vectors = ReadVectors("gost341194_hash.json", {"sbox", "message_hex", "digest"});
   ASSERT_EQ(vectors.size(), 17u);
   const ProviderHandle provider = AcquireProvider(PROV_GOST_2001_DH);
   for (const Vector& fields : vectors) {
