@@ -60,11 +60,10 @@ bool Convert(iconv_t converter, const char* text, size_t size, const Put& put, c
   while (size) {
     const int fault = step(&in, &size);
     if (!fault || fault == E2BIG) continue;
-    // some encodings hold a letter back until they know that no accent follows
-    step(nullptr, nullptr);
+    step(nullptr, nullptr);  // a substitute is written in the encoding's first shift
     if (!replace(in, size, fault)) return false;
   }
-  step(nullptr, nullptr);
+  step(nullptr, nullptr);  // some encodings hold a letter back until they know that no accent follows
   return true;
 }
 

@@ -55,10 +55,11 @@ bool HasSignature(const CRYPT_OID_INFO& row, const ALG_ID (&pair)[2]) {
 }  // namespace
 }  // namespace keykern
 
+using namespace keykern;  // NOLINT(google-build-using-namespace): the rest of this file is the exported surface
+
 extern "C" {
 
 PCCRYPT_OID_INFO CryptFindOIDInfo(DWORD dwKeyType, void* pvKey, DWORD dwGroupId) {
-  using namespace keykern;
   const DWORD group = dwGroupId & CRYPT_OID_INFO_GROUP_MASK;
   if (!pvKey) return nullptr;
   switch (dwKeyType) {
@@ -84,7 +85,6 @@ PCCRYPT_OID_INFO CryptFindOIDInfo(DWORD dwKeyType, void* pvKey, DWORD dwGroupId)
 }
 
 BOOL CryptEnumOIDInfo(DWORD dwGroupId, DWORD dwFlags, void* pvArg, PFN_CRYPT_ENUM_OID_INFO pfnEnumOIDInfo) {
-  using namespace keykern;
   if (!pfnEnumOIDInfo || dwFlags) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return FALSE;

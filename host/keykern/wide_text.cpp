@@ -151,8 +151,7 @@ void PutUtf16(uint32_t c, ByteSink& sink) {
 
 // Writes one wide character, or what stands for one that is none.
 template <void (*kPut)(uint32_t, ByteSink&)>
-bool WriteWide(wchar_t wide, Check check, Substitute& substitute, ByteSink& sink) {
-  const uint32_t character = static_cast<uint32_t>(wide);
+bool WriteWide(uint32_t character, Check check, Substitute& substitute, ByteSink& sink) {
   if (IsCharacter(character)) {
     kPut(character, sink);
     return true;
@@ -173,14 +172,14 @@ bool ToUtf8(std::wstring_view text, Check check, Substitute& substitute, ByteSin
     sink.putRun(text.data(), ascii);
     text.remove_prefix(ascii);
     if (text.empty()) return true;
-    if (!WriteWide<PutUtf8>(text.front(), check, substitute, sink)) return false;
+    if (!WriteWide<PutUtf8>(static_cast<uint32_t>(text.front()), check, substitute, sink)) return false;
     text.remove_prefix(1);
   }
 }
 
 bool ToUtf16(std::wstring_view text, Check check, Substitute& substitute, ByteSink& sink) {
-  for (const wchar_t wide : text) {
-    if (!WriteWide<PutUtf16>(wide, check, substitute, sink)) return false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (!WriteWide<PutUtf16>(static_cast<uint32_t>(text[i]), check, substitute, sink)) return false;
   }
   return true;
 }
@@ -216,11 +215,12 @@ int Finish(const Sink& sink, bool converted, int room) {
 }  // namespace
 }  // namespace keykern
 
+using namespace keykern;  // NOLINT(google-build-using-namespace): the rest of this file is the exported surface
+
 extern "C" {
 
 int MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int cbMultiByte,
                         LPWSTR lpWideCharStr, int cchWideChar) {
-  using namespace keykern;
   const Page page = PageOf(CodePage);
   if (!lpMultiByteStr || !cbMultiByte || cbMultiByte < -1 || cchWideChar < 0
       || (cchWideChar && !lpWideCharStr) || page == Page::Unknown
@@ -242,7 +242,6 @@ int MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int
 int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int cchWideChar,
                         LPSTR lpMultiByteStr, int cbMultiByte, LPCSTR lpDefaultChar,
                         LPBOOL lpUsedDefaultChar) {
-  using namespace keykern;
   const Page page = PageOf(CodePage);
   if (!lpWideCharStr || !cchWideChar || cchWideChar < -1 || cbMultiByte < 0
       || (cbMultiByte && !lpMultiByteStr) || page == Page::Unknown

@@ -277,6 +277,20 @@ TEST(Handles, WrongOnesAreRefused) {
   EXPECT_TRUE(Add(next, Bytes("abc")));
 }
 
+// A handle tells its kind, and one whose kind was changed must not be counted on the object that is really there.
+TEST(Handles, AMadeUpKindIsRefused) {
+  const ProviderHandle provider = AcquireProvider();
+  HashHandle hash = CreateHash(provider, CALG_SHA1);
+  const HCRYPTHASH given = hash.get();
+  for (unsigned bits = 1; bits < 16; ++bits) {
+    SetLastError(0);
+    EXPECT_FALSE(CryptContextAddRef(given ^ (ULONG_PTR{bits} << 28), nullptr, 0));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+  }
+  hash.reset();
+  EXPECT_FALSE(CryptDestroyHash(given)) << "still open";
+}
+
 TEST(Handles, ProvidersAreCountedAndHashesOutliveThem) {
   ProviderHandle owner = AcquireProvider();
   const HCRYPTPROV provider = owner.get();

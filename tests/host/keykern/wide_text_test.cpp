@@ -292,13 +292,20 @@ TEST(LocaleText, SubstitutesInUtf8) {
 // Some encodings hold a letter back until they know that no accent follows: the last one must not be lost, nor turn up
 // in the next call, nor behind a piece that was replaced.
 TEST(LocaleText, LettersThatAreHeldBack) {
-  const Codeset vietnamese("TCVN5712-1");
-  EXPECT_EQ(ToWide(CP_ACP, "CA"), L"CA");
-  EXPECT_EQ(ToWide(CP_ACP, "1"), L"1");
-  EXPECT_EQ(FromWide(CP_ACP,
-                     L"A\x65E5"
-                     L"A"),
-            "A?A");
+  {
+    const Codeset vietnamese("TCVN5712-1");
+    EXPECT_EQ(ToWide(CP_ACP, "CA"), L"CA");
+    EXPECT_EQ(ToWide(CP_ACP, "1"), L"1");
+  }
+  const Codeset cantonese("BIG5-HKSCS");
+  EXPECT_EQ(ToWide(CP_ACP, "\x88\x66"), L"\xCA");
+  EXPECT_EQ(ToWide(CP_ACP, "\x88\x66\xFF"), L"\xCA\xFFFD");
+}
+
+// Text that switches between sets is switched back before a substitute and at its end.
+TEST(LocaleText, EncodingsWithShifts) {
+  const Codeset japanese("ISO-2022-JP");
+  EXPECT_EQ(FromWide(CP_ACP, L"\x65E5\x1F511\x672C"), "\x1B$BF|\x1B(B?\x1B$BK\\\x1B(B");
 }
 
 TEST(LocaleTextConcurrent, ThreadsKeepTheirConverters) {
