@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <cwctype>
 
 namespace keykern {
 namespace {
@@ -33,10 +32,14 @@ PCCRYPT_OID_INFO FindOid(LPCSTR oid, DWORD group) {
   return nullptr;
 }
 
+// The names are ASCII, and so is the rule: what a locale takes for the small form of a letter must not decide which
+// attribute a text names.
+wchar_t Small(wchar_t letter) { return letter >= L'A' && letter <= L'Z' ? letter + (L'a' - L'A') : letter; }
+
 bool SameName(LPCWSTR a, LPCWSTR b) {
-  for (; *a && std::towlower(static_cast<wint_t>(*a)) == std::towlower(static_cast<wint_t>(*b)); ++a, ++b) {
+  for (; *a && Small(*a) == Small(*b); ++a, ++b) {
   }
-  return std::towlower(static_cast<wint_t>(*a)) == std::towlower(static_cast<wint_t>(*b));
+  return *a == *b;
 }
 
 bool HasAlgorithm(const CRYPT_OID_INFO& row, ALG_ID algorithm) { return algorithm && row.Algid == algorithm; }

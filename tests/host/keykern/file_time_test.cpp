@@ -5,7 +5,6 @@
 
 #include <cstring>
 #include <ctime>
-#include <random>
 
 namespace {
 
@@ -42,24 +41,29 @@ TEST(FileTime, KnownMoments) {
   }
 }
 
-TEST(FileTime, AsTheCLibrary) {
-  std::mt19937_64 random(1);
-  for (int i = 0; i < 20000; ++i) {
-    const uint64_t seconds = random() % 253402300800;  // 1970 to 9999
-    const FILETIME time = FileTime(kUnixEpoch + seconds * 10000000);
+// Each day of two leap cycles, from before the C library's epoch on, then strides to the end that are prime to the week.
+TEST(FileTime, EveryDayAsTheCLibrary) {
+  constexpr uint64_t kDaysTo30828 = 10674942;
+  for (uint64_t day = 0; day < kDaysTo30828; day += day < 2 * 146097 ? 1 : 97) {
+    const uint64_t ofDay = day * 7919 % 86400;
+    const FILETIME time = FileTime((day * 86400 + ofDay) * 10000000);
     SYSTEMTIME got{};
     ASSERT_TRUE(FileTimeToSystemTime(&time, &got));
-    const time_t moment = static_cast<time_t>(seconds);
+    const time_t moment =
+        static_cast<time_t>(day * 86400 + ofDay) - static_cast<time_t>(kUnixEpoch / 10000000);
     tm expected{};
-    gmtime_r(&moment, &expected);
-    ASSERT_EQ(got.wYear, expected.tm_year + 1900) << seconds;
-    ASSERT_EQ(got.wMonth, expected.tm_mon + 1) << seconds;
-    ASSERT_EQ(got.wDay, expected.tm_mday) << seconds;
-    ASSERT_EQ(got.wDayOfWeek, expected.tm_wday) << seconds;
-    ASSERT_EQ(got.wHour * 3600 + got.wMinute * 60 + got.wSecond, static_cast<int>(seconds % 86400));
+    ASSERT_NE(gmtime_r(&moment, &expected), nullptr);
+    ASSERT_EQ(got.wYear, expected.tm_year + 1900) << day;
+    ASSERT_EQ(got.wMonth, expected.tm_mon + 1) << day;
+    ASSERT_EQ(got.wDay, expected.tm_mday) << day;
+    ASSERT_EQ(got.wDayOfWeek, expected.tm_wday) << day;
+    ASSERT_EQ(got.wHour, expected.tm_hour) << day;
+    ASSERT_EQ(got.wMinute, expected.tm_min) << day;
+    ASSERT_EQ(got.wSecond, expected.tm_sec) << day;
+    got.wDayOfWeek = 77;  // not looked at
     FILETIME back{};
     ASSERT_TRUE(SystemTimeToFileTime(&got, &back));
-    ASSERT_EQ(Units(back), Units(time)) << seconds;
+    ASSERT_EQ(Units(back), Units(time)) << day;
   }
 }
 

@@ -2,7 +2,9 @@
 #include <certkern/errors.h>
 #include <certkern/keykern.h>
 #include <gtest/gtest.h>
+#include <openssl/objects.h>
 
+#include <clocale>
 #include <cstring>
 #include <cwchar>
 #include <string>
@@ -150,6 +152,88 @@ TEST(OidTable, KeysBeforeSignatures) {
   }
   ALG_ID pair[2] = {CALG_SHA1, CALG_RSA_SIGN};
   EXPECT_STREQ(CryptFindOIDInfo(CRYPT_OID_INFO_SIGN_KEY, pair, 0)->pszOID, "1.2.840.113549.1.1.5");
+}
+
+std::string OidOf(int nid) {
+  char text[80];
+  OBJ_obj2txt(text, sizeof(text), OBJ_nid2obj(nid), 1);
+  return text;
+}
+
+// libcrypto has a list of its own of which hash and key a signature names.
+TEST(OidTable, SignaturesPairAsInLibcrypto) {
+  for (PCCRYPT_OID_INFO row : Rows(CRYPT_SIGN_ALG_OID_GROUP_ID)) {
+    SCOPED_TRACE(row->pszOID);
+    int digest = 0, key = 0;
+    ASSERT_EQ(OBJ_find_sigid_algs(OBJ_txt2nid(row->pszOID), &digest, &key), 1);
+    if (key == NID_rsa) key = NID_rsaEncryption;  // its name for the key of the old arc, which nobody writes
+    bool paired = false;
+    for (PCCRYPT_OID_INFO keyRow : Rows(CRYPT_PUBKEY_ALG_OID_GROUP_ID)) {
+      paired |= keyRow->pszOID == OidOf(key) && keyRow->Algid == Words(*row).at(0);
+    }
+    EXPECT_TRUE(paired) << OidOf(key);
+    if (digest == NID_undef) continue;  // the parameters name it, or the message itself is signed
+    const PCCRYPT_OID_INFO hash = FindAlgid(row->Algid, CRYPT_HASH_ALG_OID_GROUP_ID);
+    ASSERT_TRUE(hash);
+    EXPECT_EQ(hash->pszOID, OidOf(digest));
+  }
+}
+
+// RFC 3279 and 4055 want NULL parameters for RSA; RFC 5480, 5758, 8410 and 9215 want none, and PSS brings its own.
+TEST(OidTable, NullParametersAreForRsa) {
+  for (const DWORD group : {DWORD{CRYPT_PUBKEY_ALG_OID_GROUP_ID}, DWORD{CRYPT_SIGN_ALG_OID_GROUP_ID}}) {
+    for (PCCRYPT_OID_INFO row : Rows(group)) {
+      const std::string oid = row->pszOID;
+      const bool rsa = oid.rfind("1.2.840.113549.1.1.", 0) == 0 || oid == "1.3.14.3.2.29";
+      const DWORD flags = Words(*row).at(group == CRYPT_SIGN_ALG_OID_GROUP_ID ? 1 : 0);
+      EXPECT_EQ(flags, rsa && oid != "1.2.840.113549.1.1.10" ? 0u : 4u) << oid;
+    }
+  }
+}
+
+// Of several names of an attribute the first is displayed; a list of types has a zero behind it, so that a single type
+// takes two words.
+TEST(OidTable, DisplayedNamesAndTypes) {
+  const struct {
+    const char* oid;
+    const wchar_t* name;
+    std::vector<DWORD> types;
+  } kAttributes[] = {
+      {"2.5.4.8",                    L"S",   {}        },
+      {"2.5.4.12",                   L"T",   {}        },
+      {"2.5.4.42",                   L"G",   {}        },
+      {"2.5.4.6",                    L"C",   {4, 0}    },
+      {"1.2.840.113549.1.9.1",       L"E",   {7, 0}    },
+      {"0.9.2342.19200300.100.1.25", L"DC",  {7, 13, 0}},
+      {"1.2.643.3.131.1.1",          L"INN", {3, 0}    },
+  };
+  for (const auto& [oid, name, types] : kAttributes) {
+    const PCCRYPT_OID_INFO row = FindOid(oid, CRYPT_RDN_ATTR_OID_GROUP_ID);
+    ASSERT_TRUE(row) << oid;
+    EXPECT_STREQ(row->pwszName, name);
+    EXPECT_EQ(Words(*row), types) << oid;
+  }
+}
+
+// In some locales the small form of a letter is another one, or that of a sign from elsewhere.
+TEST(OidTable, NamesCompareTheSameInEveryLocale) {
+  const std::string before = setlocale(LC_CTYPE, nullptr);
+  ASSERT_NE(setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
+  EXPECT_FALSE(
+      FindName(L"\x212A"
+               L"ey Usage"))
+      << "the Kelvin sign is no K";
+  EXPECT_TRUE(FindName(L"kEY uSAGE"));
+  setlocale(LC_CTYPE, before.c_str());
+}
+
+TEST(OidTable, TheWalkEndsWhenTheCallerSaysSo) {
+  int calls = 0;
+  const auto third = [](PCCRYPT_OID_INFO, void* arg) -> BOOL { return ++*static_cast<int*>(arg) < 3; };
+  SetLastError(77);
+  EXPECT_FALSE(CryptEnumOIDInfo(0, 0, &calls, third));
+  EXPECT_EQ(calls, 3);
+  EXPECT_EQ(GetLastError(), 77u) << "the caller's own end is no fault";
 }
 
 TEST(OidTable, Misses) {

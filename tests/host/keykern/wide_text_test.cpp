@@ -6,12 +6,14 @@
 #include <iconv.h>
 #include <langinfo.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cwchar>
 #include <optional>
 #include <random>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -150,6 +152,26 @@ TEST(WideText, IllFormedPieces) {
   }
 }
 
+// Runs of ASCII go in blocks: another character may stand at any place of one, and the room may end at any.
+TEST(WideText, OtherCharactersAmongAscii) {
+  for (size_t place = 0; place < 40; ++place) {
+    SCOPED_TRACE(place);
+    std::string bytes(40, 'x');
+    std::wstring text(40, L'x');
+    bytes.replace(place, 1, "\xC3\xA9");
+    text[place] = L'\xE9';
+    EXPECT_EQ(ToWide(CP_UTF8, bytes), text);
+    EXPECT_EQ(FromWide(CP_UTF8, text), bytes);
+    std::vector<wchar_t> less(place + 1);
+    std::vector<char> fewer(place + 1);
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, bytes.data(), 41, less.data(), static_cast<int>(less.size())),
+              place == 39 ? 40 : 0);
+    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, text.data(), 40, fewer.data(), static_cast<int>(fewer.size()),
+                                  nullptr, nullptr),
+              0);
+  }
+}
+
 TEST(WideText, SizesAndTerminators) {
   const char utf8[] = "a\xD0\x96\xF0\x9F\x94\x91";
   wchar_t wide[8];
@@ -198,6 +220,17 @@ TEST(WideText, BadArguments) {
       refused(WideCharToMultiByte(CP_UTF8, 0, wide, 3, bytes, 4, "?", nullptr), ERROR_INVALID_PARAMETER));
   EXPECT_TRUE(
       refused(WideCharToMultiByte(CP_UTF8, 0x1, wide, 3, bytes, 4, nullptr, nullptr), ERROR_INVALID_FLAGS));
+  EXPECT_TRUE(refused(MultiByteToWideChar(CP_UTF8, 0, bytes, 1, reinterpret_cast<LPWSTR>(bytes), 1),
+                      ERROR_INVALID_PARAMETER))
+      << "in place";
+  EXPECT_TRUE(
+      refused(WideCharToMultiByte(CP_UTF8, 0, wide, 3, reinterpret_cast<LPSTR>(wide), 4, nullptr, nullptr),
+              ERROR_INVALID_PARAMETER));
+  EXPECT_TRUE(
+      refused(WideCharToMultiByte(CP_ACP, 0, wide, 3, bytes, 4, "", nullptr), ERROR_INVALID_PARAMETER))
+      << "an empty substitute could leave nothing, which reads as a failure";
+  EXPECT_TRUE(
+      refused(WideCharToMultiByte(CP_ACP, 0, wide, 3, bytes, 2, "?", &used), ERROR_INSUFFICIENT_BUFFER));
   EXPECT_EQ(used, 7) << "written on success only";
 }
 
@@ -240,6 +273,52 @@ TEST(LocaleText, IllFormedManyByteText) {
   EXPECT_EQ(ToWide(CP_ACP, "a\xFFz"), L"a\xFFFDz");
   EXPECT_EQ(ToWide(CP_ACP, "a\xA4"), L"a\xFFFD") << "cut off";
   EXPECT_EQ(ToWide(CP_ACP, "a\xA4", MB_ERR_INVALID_CHARS), L"");
+}
+
+// Where the encoding is a Unicode form, only what is no character at all needs a substitute, and the caller is told.
+TEST(LocaleText, SubstitutesInUtf8) {
+  char bytes[8];
+  BOOL used = 7;
+  constexpr wchar_t kText[] = {L'a', wchar_t{0xD800}};
+  EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, kText, 2, bytes, 8, "(none)", &used), 7);
+  EXPECT_EQ(std::string_view(bytes, 7), "a(none)");
+  EXPECT_EQ(used, TRUE);
+  EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, kText, 2, bytes, 8, nullptr, &used), 4);
+  EXPECT_EQ(used, TRUE);
+  EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, kText, 1, bytes, 8, "?", &used), 1);
+  EXPECT_EQ(used, FALSE);
+}
+
+// Some encodings hold a letter back until they know that no accent follows: the last one must not be lost, nor turn up
+// in the next call, nor behind a piece that was replaced.
+TEST(LocaleText, LettersThatAreHeldBack) {
+  const Codeset vietnamese("TCVN5712-1");
+  EXPECT_EQ(ToWide(CP_ACP, "CA"), L"CA");
+  EXPECT_EQ(ToWide(CP_ACP, "1"), L"1");
+  EXPECT_EQ(FromWide(CP_ACP,
+                     L"A\x65E5"
+                     L"A"),
+            "A?A");
+}
+
+TEST(LocaleTextConcurrent, ThreadsKeepTheirConverters) {
+  const Codeset koi8("KOI8-R");
+  std::vector<std::thread> threads;
+  std::atomic<int> wrong = 0;
+  for (size_t i = 0; i < 8; ++i) {
+    threads.emplace_back([&wrong, text = std::wstring(i + 1, static_cast<wchar_t>(0x410 + i))] {
+      for (int round = 0; round < 200; ++round) {
+        char bytes[8];
+        wchar_t wide[8];
+        const int size = WideCharToMultiByte(CP_ACP, 0, text.data(), static_cast<int>(text.size()), bytes, 8,
+                                             nullptr, nullptr);
+        const int count = MultiByteToWideChar(CP_ACP, 0, bytes, size, wide, 8);
+        wrong += std::wstring_view(wide, static_cast<size_t>(count)) != text;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
 }
 
 // The converter is a thread's own and goes by the locale of the moment.
