@@ -445,7 +445,7 @@ Fault FindFaultOfUnknown(std::span<const BYTE> bytes) {
   if (std::optional<Fault> fault = WalkObject(kObject, bytes)) return *fault;
   Header header{};
   static_cast<void>(ParseHeader(bytes, header));  // sound, as has just been seen
-  return {header.size, "the fields of a certificate, CRL or certificate request", "others"};
+  return {header.size, "the fields of one of these", "others"};
 }
 
 }  // namespace certkern::cli
