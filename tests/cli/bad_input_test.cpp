@@ -5,7 +5,6 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <regex>
 #include <sstream>
 
 namespace {
@@ -49,7 +48,8 @@ TEST(ShowBadInput, PlaceAndExpectation) {
           "certificate: expected notBefore (UTCTime or GeneralizedTime) within the 30 bytes that are left, "
           "found a length of 112 at byte offset 49 of the file"),
       Bad("no object of ours", std::string("\x30\x03\x02\x01\x05", 5),
-          "expected signed part (SEQUENCE), found INTEGER at byte offset 2 of the file"),
+          "certificate, CRL or certificate request: expected signed part (SEQUENCE), "
+          "found INTEGER at byte offset 2 of the file"),
       Bad("something behind it", der + "junk", "found identifier 0x6a at byte offset 305 of the file"),
       Bad("indefinite length", std::string("\x30\x80\x30\x00\x00\x00", 6),
           "of definite length, found indefinite length at byte offset 1 of the file"),
@@ -104,12 +104,12 @@ TEST(ShowBadInput, EveryTruncation) {
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
     std::istringstream lines(result.err);
-    const std::regex place("at offset ([0-9]+) of the decoded object");
+    constexpr std::string_view kPlace = " at offset ";
     size_t size = 1;
     for (std::string line; std::getline(lines, line); ++size) {
-      std::smatch match;
-      ASSERT_TRUE(std::regex_search(line, match, place)) << line;
-      EXPECT_EQ(std::stoul(match[1]), size) << line;
+      const size_t place = line.find(kPlace);
+      ASSERT_NE(place, std::string::npos) << line;
+      EXPECT_EQ(std::stoul(line.substr(place + kPlace.size())), size) << line;
     }
     EXPECT_EQ(size, der.size());
   }
