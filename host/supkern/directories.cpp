@@ -7,7 +7,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <cctype>
 #include <cerrno>
+#include <clocale>
 #include <cstring>
 
 #include "platform/supkern.h"
@@ -117,17 +119,29 @@ int PathToDirectory(const char* path, std::string& directory) {
 
 // Beside a catalogue directory ../../<locale>/LC_MESSAGES must lead to the other languages, so it is that of
 // the language that everybody gets whose own is missing.
-constexpr char kCatalogueBelowPrefix[] = "/share/locale/en/LC_MESSAGES";
+// The language of the program's messages; English where it never set a locale or has one without a language.
+std::string MessageLanguage() {
+  const char* locale = std::setlocale(LC_MESSAGES, nullptr);
+  std::string language;
+  for (; locale && std::islower(static_cast<unsigned char>(*locale)); ++locale) language += *locale;
+  return language.empty() ? "en" : language;
+}
+
+std::string CatalogueBelow(const std::string& prefix, const std::string& language) {
+  return prefix + "/share/locale/" + language + "/LC_MESSAGES";
+}
 
 // Below the prefix that this library lies in: a library directory is one to three levels deep in it.
 std::string InstalledCatalogueDirectory() {
   std::string prefix = LibraryDirectory();
   for (int level = 0; level < 3 && !prefix.empty(); ++level) {
     prefix.resize(prefix.rfind('/'));
-    std::string directory = prefix + kCatalogueBelowPrefix;
-    if (access((directory + "/libcertkern.cat").c_str(), R_OK) == 0) return directory;
+    for (const std::string& language : {MessageLanguage(), std::string("en")}) {
+      std::string directory = CatalogueBelow(prefix, language);
+      if (access((directory + "/libcertkern.cat").c_str(), R_OK) == 0) return directory;
+    }
   }
-  return std::string("/usr") + kCatalogueBelowPrefix;
+  return CatalogueBelow("/usr", "en");
 }
 
 // The table and the text that it points to, which live as long as the process.

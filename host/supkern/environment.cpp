@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <vector>
 
 namespace certkern::support {
@@ -54,9 +55,11 @@ std::string UserDirectory(const char* variable, const char* fallback) {
 std::string LibraryDirectory() {
   Dl_info info{};
   if (!dladdr(reinterpret_cast<const void*>(&LibraryDirectory), &info) || !info.dli_fname) return {};
-  const std::string file = info.dli_fname;
-  const size_t slash = file.rfind('/');
-  return slash == std::string::npos || file[0] != '/' ? std::string() : file.substr(0, slash);
+  // the loader may have found it by a relative path
+  const std::unique_ptr<char, decltype(&std::free)> file(realpath(info.dli_fname, nullptr), &std::free);
+  if (!file) return {};
+  const std::string path = file.get();
+  return path.substr(0, path.rfind('/'));
 }
 
 }  // namespace certkern::support
