@@ -123,6 +123,27 @@ TEST(ShowJson, PublishedGostListsAndRequests) {
             "63d1bac66a58c6d21b7ba0be8df70891d9f5c6a4aea03d1b04e8909a24d94cb2");
 }
 
+// An element without what it holds, and with the lengths of what encloses it made to fit. Lengths are offsets
+// of the low octets of lengths.
+std::string Without(std::string der, size_t offset, size_t size, std::initializer_list<size_t> lengths) {
+  for (const size_t length : lengths) der[length] = static_cast<char>(der[length] - size);
+  return der.erase(offset, size);
+}
+
+// Nothing but the order of the fields tells these kinds from one another.
+TEST(ShowJson, KindsWithoutTheirOptionalFields) {
+  const std::string request = Without(ReadFile(ExamplePath("d1_request.der")), 133, 2, {2, 5});
+  const std::string version1 = Without(ReadFile(ExamplePath("d1_certificate.der")), 7, 5, {3, 6});
+  const json objects = ShowJson({}, request + version1);
+  ASSERT_EQ(objects.size(), 2u);
+  EXPECT_EQ(objects[0]["kind"], "certificateRequest");
+  EXPECT_EQ(objects[0]["subject"]["value"], "CN=Example");
+  EXPECT_FALSE(objects[0].contains("remark"));
+  EXPECT_EQ(objects[1]["kind"], "certificate");
+  EXPECT_EQ(objects[1]["version"], 1);
+  EXPECT_EQ(objects[1]["serialNumber"], "0a");
+}
+
 TEST(ShowJson, EveryDecodedExtension) {
   const json objects = ShowJson({DataPath("rich.pem")});
   ASSERT_EQ(objects.size(), 1u);
