@@ -176,6 +176,7 @@ CERTKERN_API BOOL CryptReleaseContext(HCRYPTPROV hProv, DWORD dwFlags);
 #define PP_PROVTYPE 16                  /**< DWORD */
 #define PP_ENUMALGS_EX 22               /**< PROV_ENUMALGS_EX */
 #define PP_KEYSET_TYPE 27               /**< DWORD: CRYPT_MACHINE_KEYSET or 0 */
+#define PP_KEYEXCHANGE_PIN 32           /**< text, narrow */
 #define PP_SIGNATURE_PIN 33             /**< text, narrow */
 #define PP_UNIQUE_CONTAINER 36          /**< text, narrow */
 #define PP_CONTAINER_PATH 111           /**< text, narrow: the name that opens the container again */
@@ -450,6 +451,8 @@ typedef const CRYPT_OID_INFO CCRYPT_OID_INFO, *PCCRYPT_OID_INFO;
 #define CRYPT_TEMPLATE_OID_GROUP_ID 9
 
 #define CRYPT_OID_INHIBIT_SIGNATURE_FORMAT_FLAG 0x1
+/** The same bit by what it does here: the signature stands in the encoding as the key level gives it, not reversed. */
+#define CRYPT_OID_NO_REVERSE CRYPT_OID_INHIBIT_SIGNATURE_FORMAT_FLAG
 #define CRYPT_OID_USE_PUBKEY_PARA_FOR_PKCS7_FLAG 0x2
 #define CRYPT_OID_NO_NULL_ALGORITHM_PARA_FLAG 0x4
 
