@@ -1,5 +1,6 @@
 #include "input.h"
 
+#include "grammar.h"
 #include "text.h"
 
 #include <certkern/encode.h>
@@ -18,8 +19,6 @@
 
 namespace certkern::cli {
 namespace {
-
-constexpr BYTE kTagSequence = 0x30;
 
 class Descriptor {
  public:
@@ -188,7 +187,7 @@ void ReadBlocks(std::span<const BYTE> file, const BlockReader& reader) {
   if (file.empty())
     return reader.onFault("expected a certificate, CRL or certificate request, found an empty file");
   // neither a PEM banner nor the Base64 of a SEQUENCE begins with the octet of a SEQUENCE
-  if (file[0] == kTagSequence) return reader.onBlock({file, 0, Block::Form::Der});
+  if (file[0] == kSequenceTag) return reader.onBlock({file, 0, Block::Form::Der});
   std::string_view text(reinterpret_cast<const char*>(file.data()), file.size());
   const size_t banner = text.find(kBegin);
   if (banner != text.npos) return ReadPem(text, banner, reader);

@@ -1,6 +1,7 @@
 #include "key_fields.h"
 
 #include "decoded.h"
+#include "grammar.h"
 #include "oid_names.h"
 
 #include <certkern/oids.h>
@@ -12,19 +13,16 @@
 namespace certkern::cli {
 namespace {
 
-constexpr BYTE kTagOid = 0x06;
-constexpr BYTE kTagSequence = 0x30;
-
 Bytes Copy(std::span<const BYTE> bytes) { return {bytes.begin(), bytes.end()}; }
 
 // Parameters that only name something: one identifier (a curve) or a sequence of them (GOST parameter sets).
 bool AddNamedParameters(Field& field, std::span<const BYTE> encoded) {
-  if (encoded[0] == kTagOid) {
+  if (encoded[0] == kOidTag) {
     const auto oid = Decode<LPSTR>(X509_OBJECT_IDENTIFIER, encoded);
     if (oid) field.add("Parameter set", NamedOid(*oid));
     return oid != nullptr;
   }
-  if (encoded[0] != kTagSequence) return false;
+  if (encoded[0] != kSequenceTag) return false;
   static constexpr std::string_view kLabels[] = {"Parameter set", "Digest parameter set",
                                                  "Cipher parameter set"};
   const auto sequence = Decode<CRYPT_SEQUENCE_OF_ANY>(X509_SEQUENCE_OF_ANY, encoded);
@@ -32,7 +30,7 @@ bool AddNamedParameters(Field& field, std::span<const BYTE> encoded) {
   Field sets;
   for (DWORD i = 0; i < sequence->cValue; ++i) {
     const std::span<const BYTE> element = BytesOf(sequence->rgValue[i]);
-    if (element.empty() || element[0] != kTagOid) return false;
+    if (element.empty() || element[0] != kOidTag) return false;
     const auto oid = Decode<LPSTR>(X509_OBJECT_IDENTIFIER, element);
     if (!oid) return false;
     sets.add(kLabels[i], NamedOid(*oid));
@@ -45,7 +43,7 @@ bool AddNamedParameters(Field& field, std::span<const BYTE> encoded) {
 int BitsOfCurve(const CRYPT_ALGORITHM_IDENTIFIER& algorithm) {
   const std::span<const BYTE> encoded = BytesOf(algorithm.Parameters);
   if (encoded.empty()) return CurveBits(algorithm.pszObjId);
-  if (encoded[0] == kTagOid) {
+  if (encoded[0] == kOidTag) {
     const auto oid = Decode<LPSTR>(X509_OBJECT_IDENTIFIER, encoded);
     return oid ? CurveBits(*oid) : 0;
   }
@@ -92,7 +90,7 @@ int KeyBits(const CERT_PUBLIC_KEY_INFO& key) {
 
 void AddAlgorithm(Field& parent, std::string_view label, const CRYPT_ALGORITHM_IDENTIFIER& algorithm,
                   DWORD group) {
-  static constexpr BYTE kNull[] = {5, 0};
+  static constexpr BYTE kNull[] = {kNullTag, 0};
   Field& field = parent.add(label, NamedOid(algorithm.pszObjId, group));
   const std::span<const BYTE> parameters = BytesOf(algorithm.Parameters);
   if (parameters.empty()) return;

@@ -3,6 +3,7 @@
 #include "decoded.h"
 #include "extension_fields.h"
 #include "fingerprint.h"
+#include "grammar.h"
 #include "key_fields.h"
 #include "name_fields.h"
 #include "oid_names.h"
@@ -138,23 +139,21 @@ void AppendLength(Bytes& out, size_t length) {
 // without a version and lists that end with their times. Such a list gets what it leaves out, version 1 and
 // an empty list of entries, so that a reader sees the rest of it.
 Bytes CompletedList(std::span<const BYTE> list) {
-  constexpr BYTE kTagInteger = 0x02;
-  constexpr BYTE kTagSequence = 0x30;
-  static constexpr BYTE kVersion1[] = {kTagInteger, 1, 0};
-  static constexpr BYTE kNoEntries[] = {kTagSequence, 0};
+  static constexpr BYTE kVersion1[] = {kIntegerTag, 1, 0};
+  static constexpr BYTE kNoEntries[] = {kSequenceTag, 0};
   const auto elements = Decode<CRYPT_SEQUENCE_OF_ANY>(X509_SEQUENCE_OF_ANY, list);
   if (!elements || !elements->cValue) return Copy(list);
   const std::span fields(elements->rgValue, elements->cValue);
   const auto tagOf = [](const CRYPT_DER_BLOB& field) { return field.cbData ? field.pbData[0] : BYTE{0}; };
   const auto isTime = [&](const CRYPT_DER_BLOB& field) {
-    return tagOf(field) == 0x17 || tagOf(field) == 0x18;
+    return tagOf(field) == kUtcTimeTag || tagOf(field) == kGeneralizedTimeTag;
   };
   Bytes content;
-  if (tagOf(fields[0]) != kTagInteger) content.assign(std::begin(kVersion1), std::end(kVersion1));
+  if (tagOf(fields[0]) != kIntegerTag) content.assign(std::begin(kVersion1), std::end(kVersion1));
   for (const CRYPT_DER_BLOB& field : fields)
     content.insert(content.end(), field.pbData, field.pbData + field.cbData);
   if (isTime(fields.back())) content.insert(content.end(), std::begin(kNoEntries), std::end(kNoEntries));
-  Bytes completed{kTagSequence};
+  Bytes completed{kSequenceTag};
   AppendLength(completed, content.size());
   completed.insert(completed.end(), content.begin(), content.end());
   return completed;

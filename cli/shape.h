@@ -3,6 +3,8 @@
 #ifndef CERTKERN_CLI_SHAPE_H
 #define CERTKERN_CLI_SHAPE_H
 
+#include "grammar.h"
+
 #include <certkern/types.h>
 
 #include <optional>
@@ -10,33 +12,6 @@
 #include <string>
 
 namespace certkern::cli {
-
-enum class Content {
-  Any,     // whatever it is, its elements must be sound
-  Fields,  // the elements of inner, in their order
-  ListOf,  // any number of inner[0]
-  Octets,  // primitive, any content
-  Integer,
-  Boolean,
-  Bits,
-  Oid,
-  Time,  // UTCTime or GeneralizedTime
-};
-
-enum class Presence { Required, Optional };
-
-// One element of a grammar.
-struct Shape {
-  const char* name;
-  BYTE tag;  // identifier octet; kAnyTag where the grammar leaves it open
-  Content content;
-  std::span<const Shape> inner;
-  Presence presence;
-};
-constexpr BYTE kAnyTag = 0;
-constexpr BYTE kTimeTag = 0x17;  // stands for both times
-
-enum class ObjectKind { Certificate, Crl, Request };
 
 struct Fault {
   size_t offset;  // from the object's first byte

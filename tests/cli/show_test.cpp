@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <iterator>
+#include <sstream>
 #include <thread>
 
 namespace {
@@ -371,16 +373,12 @@ TEST(Tool, HelpVersionAndUsage) {
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("Usage: certkern"), std::string::npos) << help.out;
   }
-  const Words kWrong[] = {
-      Words{               },
-      Words{             "shew"                      },
-      Words{               "show",                            "--jsn"},
-      Words{ "show", "--max-entries"},
-      Words{                       "show",                        "--max-entries", "-1"},
-      Words{                      "show",                                            "--max-entries", "few"},
-  };
-  for (const Words& arguments : kWrong) {
-    const ToolResult wrong = RunTool(arguments);
+  const char* const kWrong[] = {
+      "", "shew", "show --jsn", "show --max-entries", "show --max-entries -1", "show --max-entries few"};
+  for (const char* line : kWrong) {
+    SCOPED_TRACE(line);
+    std::istringstream words(line);
+    const ToolResult wrong = RunTool(Words(std::istream_iterator<std::string>(words), {}));
     EXPECT_EQ(wrong.status, 2) << wrong.err;
     EXPECT_EQ(wrong.out, "");
     EXPECT_NE(wrong.err, "");
