@@ -19,7 +19,7 @@ struct NameRow {
 constexpr NameRow Curve(std::string_view dotted, const char* name, int bits) { return {dotted, name, bits}; }
 constexpr NameRow Name(std::string_view dotted, const char* name) { return {dotted, name, 0}; }
 
-// What the key library need not know to work: curves and parameter sets as such, attributes, access methods.
+// What the key library need not know to work: curves and parameter sets as such, some methods and attributes.
 constexpr NameRow kNames[] = {
     Curve("1.2.840.10045.3.1.1", "secp192r1", 192),
     Curve("1.3.132.0.33", "secp224r1", 224),
@@ -46,11 +46,8 @@ constexpr NameRow kNames[] = {
     Curve(szOID_GOST_R3410_2012_512_PARAM_SET_A, "GOST R 34.10-2012 512-bit set A", 512),
     Curve(szOID_GOST_R3410_2012_512_PARAM_SET_B, "GOST R 34.10-2012 512-bit set B", 512),
     Curve(szOID_GOST_R3410_2012_512_PARAM_SET_C, "GOST R 34.10-2012 512-bit set C", 512),
-    Name("1.2.840.10045.2.1", "ecPublicKey"),
     Name(szOID_GOST_R3411_94_PARAM_SET_TEST, "GOST R 34.11-94 test set"),
     Name(szOID_GOST_R3411_94_PARAM_SET, "GOST R 34.11-94 set A"),
-    Name(szOID_GOST_R3411_2012_256, "GOST R 34.11-2012 256"),
-    Name(szOID_GOST_R3411_2012_512, "GOST R 34.11-2012 512"),
     Name(szOID_GOST_28147_89_PARAM_SET_TEST, "GOST 28147-89 test set"),
     Name(szOID_GOST_28147_89_PARAM_SET_A, "GOST 28147-89 set A"),
     Name(szOID_GOST_28147_89_PARAM_SET_B, "GOST 28147-89 set B"),
@@ -61,28 +58,8 @@ constexpr NameRow kNames[] = {
     Name(szOID_PKIX_CA_ISSUERS, "CA issuers"),
     Name("1.3.6.1.5.5.7.48.3", "time stamping"),
     Name("1.3.6.1.5.5.7.48.5", "CA repository"),
-    Name(szOID_PKIX_POLICY_QUALIFIER_CPS, "certification practice statement"),
-    Name(szOID_PKIX_POLICY_QUALIFIER_USERNOTICE, "user notice"),
-    Name(szOID_ANY_CERT_POLICY, "any policy"),
-    Name(szOID_ANY_ENHANCED_KEY_USAGE, "any usage"),
-    Name("2.23.140.1.1", "extended validation"),
-    Name("2.23.140.1.2.1", "domain validated"),
-    Name("2.23.140.1.2.2", "organization validated"),
-    Name("2.23.140.1.2.3", "individual validated"),
-    Name(szOID_SIGN_TOOL_CLASS_KC1, "signature tool class KC1"),
-    Name(szOID_SIGN_TOOL_CLASS_KC2, "signature tool class KC2"),
-    Name(szOID_SIGN_TOOL_CLASS_KC3, "signature tool class KC3"),
-    Name(szOID_SIGN_TOOL_CLASS_KB1, "signature tool class KB1"),
-    Name(szOID_SIGN_TOOL_CLASS_KB2, "signature tool class KB2"),
-    Name(szOID_SIGN_TOOL_CLASS_KA1, "signature tool class KA1"),
     Name("1.3.6.1.4.1.311.20.2.3", "user principal name"),
-    Name(szOID_RSA_challengePwd, "challenge password"),
-    Name(szOID_RSA_certExtensions, "requested extensions"),
-    Name(szOID_CERT_EXTENSIONS, "requested extensions"),
-    Name(szOID_ENROLLMENT_NAME_VALUE_PAIR, "enrolment name and value"),
-    Name(szOID_ENROLLMENT_CSP_PROVIDER, "enrolment provider"),
     Name("1.3.6.1.4.1.311.13.2.3", "operating system version"),
-    Name(szOID_RSA_unstructName, "unstructured name"),
 };
 
 const NameRow* FindRow(std::string_view dotted) {

@@ -283,21 +283,21 @@ class Walk {
 };
 
 bool Walk::header(const Window& window, const Shape& shape, Header& header) {
-  const std::string expected = Describe(shape);
   if (!window.empty() && !nextFits(window, shape)) {
-    return fail(window.position, expected, TagName(bytes_[window.position]));
+    return fail(window.position, Describe(shape), TagName(bytes_[window.position]));
   }
   switch (ParseHeader(octetsOf(window), header)) {
     case HeaderFault::None:
       return true;
     case HeaderFault::End:
-      return fail(window.end, expected, window.cut ? "the end of the data" : "the end of what encloses it");
+      return fail(window.end, Describe(shape),
+                  window.cut ? "the end of the data" : "the end of what encloses it");
     case HeaderFault::LongIdentifier:
-      return fail(window.position, expected, "an identifier of more than one octet");
+      return fail(window.position, Describe(shape), "an identifier of more than one octet");
     case HeaderFault::Indefinite:
-      return fail(window.position + 1, expected + " of definite length", "indefinite length");
+      return fail(window.position + 1, Describe(shape) + " of definite length", "indefinite length");
     case HeaderFault::LongLength:
-      return fail(window.position + 1, expected, "a length in more than four octets");
+      return fail(window.position + 1, Describe(shape), "a length in more than four octets");
   }
   return false;
 }
@@ -445,7 +445,7 @@ Fault FindFaultOfUnknown(std::span<const BYTE> bytes) {
   if (std::optional<Fault> fault = WalkObject(kObject, bytes)) return *fault;
   Header header{};
   static_cast<void>(ParseHeader(bytes, header));  // sound, as has just been seen
-  return {header.size, "the fields of a certificate, CRL or certificate request", "others"};
+  return {header.size, "the fields of one of these", "others"};
 }
 
 }  // namespace certkern::cli

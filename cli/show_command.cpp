@@ -86,7 +86,8 @@ void FileShow::showBlock(const Block& block) {
 bool FileShow::showObject(const Block& block, size_t offset, std::span<const BYTE> bytes) {
   const std::optional<ObjectKind> kind = RecognizeObject(bytes);
   if (!kind) {
-    complain(Describe(FindFaultOfUnknown(bytes), block, offset));
+    complain(fmt::format("certificate, CRL or certificate request: {}",
+                         Describe(FindFaultOfUnknown(bytes), block, offset)));
     return false;
   }
   const std::optional<Fault> fault = FindFault(*kind, bytes);

@@ -9,6 +9,8 @@ namespace certkern::cli {
 namespace {
 
 constexpr size_t kIndent = 2;
+// In bytes. A SHA-256 digest still stands on one line; what is longer is broken into shorter ones.
+constexpr size_t kLongestLine = 32;
 constexpr size_t kBytesInLine = 24;
 
 struct Inline {
@@ -85,7 +87,7 @@ class Printer {
 
   void value(const Field& field, size_t indent, size_t column) {
     const Bytes* bytes = std::get_if<Bytes>(&field.value);
-    if (!bytes || bytes->size() <= kBytesInLine) {
+    if (!bytes || bytes->size() <= kLongestLine) {
       return line(field.label, std::visit(Inline(), field.value), indent, column);
     }
     std::span<const BYTE> rest = *bytes;

@@ -5,7 +5,6 @@
 #include <memory>
 #include <optional>
 #include <span>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -32,10 +31,10 @@ std::optional<std::string> ReferenceText(std::span<const uint8_t> content) {
     values.push_back(value);
   }
   if (values.empty() || values[0] >= 120) return std::nullopt;
-  std::ostringstream text;
-  text << values[0] / 40 << '.' << values[0] % 40;
-  for (size_t i = 1; i < values.size(); ++i) text << '.' << values[i];
-  return text.str();
+  std::string text = std::to_string(values[0] / 40);
+  text.append(".").append(std::to_string(values[0] % 40));
+  for (size_t i = 1; i < values.size(); ++i) text.append(".").append(std::to_string(values[i]));
+  return text;
 }
 
 // The arcs between separators, full stops or blanks; an empty one is 0, but a separator that ends the text opens none
@@ -89,7 +88,7 @@ std::optional<Octets> ContentOf(const std::string& text) {
   size_t size = 0;
   if (!certkern::BerEncodeOid(text.c_str(), nullptr, size)) return std::nullopt;
   const auto exact = std::make_unique<uint8_t[]>(size);
-  size_t written = 0;
+  size_t written = size;
   Require(certkern::BerEncodeOid(text.c_str(), exact.get(), written) && written == size);
   return Octets(exact.get(), exact.get() + size);
 }

@@ -155,7 +155,11 @@ void Unpin(Slot& slot) noexcept {
 HandleObject* ObjectOf(const Slot& slot) noexcept { return slot.object.get(); }
 
 bool OpenAgain(ULONG_PTR handle, Kind kind) noexcept {
-  return Count(handle, kind, kOneOpening, kOpenings) != nullptr;
+  Slot* slot = Pin(handle, kind);
+  if (!slot) return false;
+  const bool opened = Count(handle, kind, kOneOpening, kOpenings) != nullptr;
+  Unpin(*slot);
+  return opened;
 }
 
 bool Close(ULONG_PTR handle, Kind kind) noexcept {

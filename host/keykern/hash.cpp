@@ -3,6 +3,8 @@
 #include "keykern/call.h"
 #include "keykern/results.h"
 
+#include <openssl/crypto.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -23,6 +25,8 @@ constexpr ParameterSet kGost94Sets[] = {
 
 Hash::Hash(Pinned<Provider> provider, const Algorithm& algorithm, std::unique_ptr<Digest> digest)
     : provider_(std::move(provider)), algorithm_(algorithm), digest_(std::move(digest)) {}
+
+Hash::~Hash() { OPENSSL_cleanse(value_.data(), value_.size()); }
 
 DWORD Hash::add(std::span<const BYTE> data) {
   const std::lock_guard lock(mutex_);

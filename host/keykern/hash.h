@@ -20,6 +20,8 @@ class Hash final : public HandleObject {
   static constexpr Kind kKind = Kind::Hash;
   // Holds its provider, so that either may be given back first.
   Hash(Pinned<Provider> provider, const Algorithm& algorithm, std::unique_ptr<Digest> digest);
+  // A value may be a secret: keys are derived from hashes that were given theirs.
+  ~Hash() override;
 
   DWORD add(std::span<const BYTE> data);
   DWORD getParam(DWORD param, BYTE* out, DWORD* size);

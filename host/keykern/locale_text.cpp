@@ -49,14 +49,21 @@ template <typename Put, typename Replace>
 bool Convert(iconv_t converter, const char* text, size_t size, const Put& put, const Replace& replace) {
   alignas(wchar_t) char piece[kPiece];
   char* in = const_cast<char*>(text);
-  while (size) {
+  const auto step = [&](char** next, size_t* left) {
     char* out = piece;
     size_t room = sizeof(piece);
-    const size_t status = iconv(converter, &in, &size, &out, &room);
+    const size_t status = iconv(converter, next, left, &out, &room);
     const int fault = status == static_cast<size_t>(-1) ? errno : 0;
     put(piece, static_cast<size_t>(out - piece));
-    if (fault && fault != E2BIG && !replace(in, size, fault)) return false;
+    return fault;
+  };
+  while (size) {
+    const int fault = step(&in, &size);
+    if (!fault || fault == E2BIG) continue;
+    step(nullptr, nullptr);  // a substitute is written in the encoding's first shift
+    if (!replace(in, size, fault)) return false;
   }
+  step(nullptr, nullptr);  // some encodings hold a letter back until they know that no accent follows
   return true;
 }
 
@@ -89,20 +96,18 @@ bool FromLocale(std::string_view text, Check check, WideSink& sink) {
   return Convert(converter, text.data(), text.size(), put, replace);
 }
 
-bool ToLocale(std::wstring_view text, Check check, const char* defaultText, bool& usedDefault,
-              ByteSink& sink) {
+bool ToLocale(std::wstring_view text, Check check, Substitute& substitute, ByteSink& sink) {
   thread_local Converter cached;
   const iconv_t converter = cached.get(nl_langinfo(CODESET), kWide);
   if (converter == Converter::kNone) return false;
-  const auto put = [&](const char* piece, size_t size) {
-    for (size_t i = 0; i < size; ++i) sink.put(piece[i]);
-  };
+  const auto put = [&](const char* piece, size_t size) { sink.putRun(piece, size); };
   const auto replace = [&](char*& in, size_t& size, int) {
     if (check == Check::Strict) return false;
     in += sizeof(wchar_t);
     size -= sizeof(wchar_t);
-    usedDefault = true;
-    for (const char* c = defaultText; *c; ++c) sink.put(*c);
+    substitute.used = true;
+    const char* instead = substitute.text ? substitute.text : "?";
+    sink.putRun(instead, std::strlen(instead));
     return true;
   };
   return Convert(converter, reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t), put,

@@ -14,9 +14,8 @@ bool LocaleIsUtf8();
 // Through the locale's own encoding. False for ill-formed text under Check::Strict, and for an encoding that the
 // system cannot convert.
 bool FromLocale(std::string_view text, Check check, WideSink& sink);
-// defaultText stands for characters that the encoding does not have.
-bool ToLocale(std::wstring_view text, Check check, const char* defaultText, bool& usedDefault,
-              ByteSink& sink);
+// The encoding's own substitute is a question mark.
+bool ToLocale(std::wstring_view text, Check check, Substitute& substitute, ByteSink& sink);
 
 }  // namespace keykern
 

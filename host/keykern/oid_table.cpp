@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <cwctype>
 
 namespace keykern {
 namespace {
@@ -33,10 +32,14 @@ PCCRYPT_OID_INFO FindOid(LPCSTR oid, DWORD group) {
   return nullptr;
 }
 
+// The names are ASCII, and so is the rule: what a locale takes for the small form of a letter must not decide which
+// attribute a text names.
+wchar_t Small(wchar_t letter) { return letter >= L'A' && letter <= L'Z' ? letter + (L'a' - L'A') : letter; }
+
 bool SameName(LPCWSTR a, LPCWSTR b) {
-  for (; *a && std::towlower(static_cast<wint_t>(*a)) == std::towlower(static_cast<wint_t>(*b)); ++a, ++b) {
+  for (; *a && Small(*a) == Small(*b); ++a, ++b) {
   }
-  return std::towlower(static_cast<wint_t>(*a)) == std::towlower(static_cast<wint_t>(*b));
+  return *a == *b;
 }
 
 bool HasAlgorithm(const CRYPT_OID_INFO& row, ALG_ID algorithm) { return algorithm && row.Algid == algorithm; }
@@ -52,10 +55,11 @@ bool HasSignature(const CRYPT_OID_INFO& row, const ALG_ID (&pair)[2]) {
 }  // namespace
 }  // namespace keykern
 
+using namespace keykern;  // NOLINT(google-build-using-namespace): the rest of this file is the exported surface
+
 extern "C" {
 
 PCCRYPT_OID_INFO CryptFindOIDInfo(DWORD dwKeyType, void* pvKey, DWORD dwGroupId) {
-  using namespace keykern;
   const DWORD group = dwGroupId & CRYPT_OID_INFO_GROUP_MASK;
   if (!pvKey) return nullptr;
   switch (dwKeyType) {
@@ -81,7 +85,6 @@ PCCRYPT_OID_INFO CryptFindOIDInfo(DWORD dwKeyType, void* pvKey, DWORD dwGroupId)
 }
 
 BOOL CryptEnumOIDInfo(DWORD dwGroupId, DWORD dwFlags, void* pvArg, PFN_CRYPT_ENUM_OID_INFO pfnEnumOIDInfo) {
-  using namespace keykern;
   if (!pfnEnumOIDInfo || dwFlags) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return FALSE;

@@ -13,12 +13,29 @@
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
+#include <string_view>
+#include <type_traits>
 
 namespace keykern {
 namespace {
 
 constexpr bool IsSurrogate(uint32_t c) { return c >= 0xD800 && c <= 0xDFFF; }
 constexpr bool IsCharacter(uint32_t c) { return c <= 0x10FFFF && !IsSurrogate(c); }
+
+// Characters below 0x80 at the start of a text. Most text is all of them, so they are looked at in blocks.
+template <typename Source>
+size_t AsciiRun(const Source* text, size_t size) {
+  constexpr size_t kBlock = 16;
+  using Bits = std::make_unsigned_t<Source>;
+  size_t run = 0;
+  for (; size - run >= kBlock; run += kBlock) {
+    Bits seen = 0;
+    for (size_t i = 0; i < kBlock; ++i) seen = static_cast<Bits>(seen | static_cast<Bits>(text[run + i]));
+    if (seen >= 0x80) break;
+  }
+  while (run < size && static_cast<Bits>(text[run]) < 0x80) ++run;
+  return run;
+}
 
 int Refuse(DWORD code) {
   SetLastError(code);
@@ -61,11 +78,11 @@ bool ReadUtf8(const uint8_t*& next, const uint8_t* end, uint32_t& character) {
 }
 
 bool FromUtf8(const uint8_t* next, const uint8_t* end, Check check, WideSink& sink) {
-  while (next != end) {
-    if (*next < 0x80) {
-      sink.put(static_cast<wchar_t>(*next++));
-      continue;
-    }
+  for (;;) {
+    const size_t ascii = AsciiRun(next, static_cast<size_t>(end - next));
+    sink.putRun(next, ascii);
+    next += ascii;
+    if (next == end) return true;
     uint32_t character;
     if (!ReadUtf8(next, end, character)) {
       if (check == Check::Strict) return false;
@@ -73,7 +90,6 @@ bool FromUtf8(const uint8_t* next, const uint8_t* end, Check check, WideSink& si
     }
     sink.put(static_cast<wchar_t>(character));
   }
-  return true;
 }
 
 void PutUtf8(uint32_t c, ByteSink& sink) {
@@ -133,15 +149,37 @@ void PutUtf16(uint32_t c, ByteSink& sink) {
   PutUnit(0xDC00 | (c & 0x3FF), sink);
 }
 
+// Writes one wide character, or what stands for one that is none.
 template <void (*kPut)(uint32_t, ByteSink&)>
-bool FromWide(const wchar_t* next, const wchar_t* end, Check check, ByteSink& sink) {
-  for (; next != end; ++next) {
-    uint32_t character = static_cast<uint32_t>(*next);
-    if (!IsCharacter(character)) {
-      if (check == Check::Strict) return false;
-      character = kReplacement;
-    }
+bool WriteWide(uint32_t character, Check check, Substitute& substitute, ByteSink& sink) {
+  if (IsCharacter(character)) {
     kPut(character, sink);
+    return true;
+  }
+  if (check == Check::Strict) return false;
+  substitute.used = true;
+  if (substitute.text) {
+    sink.putRun(substitute.text, std::strlen(substitute.text));
+  } else {
+    kPut(kReplacement, sink);
+  }
+  return true;
+}
+
+bool ToUtf8(std::wstring_view text, Check check, Substitute& substitute, ByteSink& sink) {
+  for (;;) {
+    const size_t ascii = AsciiRun(text.data(), text.size());
+    sink.putRun(text.data(), ascii);
+    text.remove_prefix(ascii);
+    if (text.empty()) return true;
+    if (!WriteWide<PutUtf8>(static_cast<uint32_t>(text.front()), check, substitute, sink)) return false;
+    text.remove_prefix(1);
+  }
+}
+
+bool ToUtf16(std::wstring_view text, Check check, Substitute& substitute, ByteSink& sink) {
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (!WriteWide<PutUtf16>(static_cast<uint32_t>(text[i]), check, substitute, sink)) return false;
   }
   return true;
 }
@@ -177,14 +215,16 @@ int Finish(const Sink& sink, bool converted, int room) {
 }  // namespace
 }  // namespace keykern
 
+using namespace keykern;  // NOLINT(google-build-using-namespace): the rest of this file is the exported surface
+
 extern "C" {
 
 int MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int cbMultiByte,
                         LPWSTR lpWideCharStr, int cchWideChar) {
-  using namespace keykern;
   const Page page = PageOf(CodePage);
   if (!lpMultiByteStr || !cbMultiByte || cbMultiByte < -1 || cchWideChar < 0
-      || (cchWideChar && !lpWideCharStr) || page == Page::Unknown) {
+      || (cchWideChar && !lpWideCharStr) || page == Page::Unknown
+      || static_cast<const void*>(lpMultiByteStr) == static_cast<const void*>(lpWideCharStr)) {
     return Refuse(ERROR_INVALID_PARAMETER);
   }
   if (dwFlags & ~(MB_PRECOMPOSED | MB_ERR_INVALID_CHARS)) return Refuse(ERROR_INVALID_FLAGS);
@@ -202,31 +242,28 @@ int MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int
 int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int cchWideChar,
                         LPSTR lpMultiByteStr, int cbMultiByte, LPCSTR lpDefaultChar,
                         LPBOOL lpUsedDefaultChar) {
-  using namespace keykern;
   const Page page = PageOf(CodePage);
   if (!lpWideCharStr || !cchWideChar || cchWideChar < -1 || cbMultiByte < 0
-      || (cbMultiByte && !lpMultiByteStr) || page == Page::Unknown) {
+      || (cbMultiByte && !lpMultiByteStr) || page == Page::Unknown
+      || static_cast<const void*>(lpWideCharStr) == static_cast<const void*>(lpMultiByteStr)) {
     return Refuse(ERROR_INVALID_PARAMETER);
   }
   // the Unicode forms can write every character, so that a default has no meaning there
   if (CodePage != CP_ACP && (lpDefaultChar || lpUsedDefaultChar)) return Refuse(ERROR_INVALID_PARAMETER);
+  // an empty one could leave nothing, which reads as a failure
+  if (lpDefaultChar && !*lpDefaultChar) return Refuse(ERROR_INVALID_PARAMETER);
   if (dwFlags & ~(WC_NO_BEST_FIT_CHARS | WC_ERR_INVALID_CHARS)) return Refuse(ERROR_INVALID_FLAGS);
   const Check check = dwFlags & WC_ERR_INVALID_CHARS ? Check::Strict : Check::Replace;
   const size_t count = cchWideChar < 0 ? std::wcslen(lpWideCharStr) + 1 : static_cast<size_t>(cchWideChar);
+  const std::wstring_view text(lpWideCharStr, count);
+  Substitute substitute{.text = lpDefaultChar};
   ByteSink sink(lpMultiByteStr, static_cast<size_t>(cbMultiByte));
-  if (lpUsedDefaultChar) *lpUsedDefaultChar = FALSE;
-  bool converted;
-  if (page == Page::Utf8) {
-    converted = FromWide<PutUtf8>(lpWideCharStr, lpWideCharStr + count, check, sink);
-  } else if (page == Page::Utf16) {
-    converted = FromWide<PutUtf16>(lpWideCharStr, lpWideCharStr + count, check, sink);
-  } else {
-    bool usedDefault = false;
-    converted =
-        ToLocale({lpWideCharStr, count}, check, lpDefaultChar ? lpDefaultChar : "?", usedDefault, sink);
-    if (lpUsedDefaultChar) *lpUsedDefaultChar = usedDefault;
-  }
-  return Finish(sink, converted, cbMultiByte);
+  const bool converted = page == Page::Utf8 ? ToUtf8(text, check, substitute, sink)
+      : page == Page::Utf16                 ? ToUtf16(text, check, substitute, sink)
+                                            : ToLocale(text, check, substitute, sink);
+  const int result = Finish(sink, converted, cbMultiByte);
+  if (result && lpUsedDefaultChar) *lpUsedDefaultChar = substitute.used;
+  return result;
 }
 
 }  // extern "C"

@@ -11,25 +11,55 @@ CERTKERN_API DWORD GetLastError(void);
 /** Sets the calling thread's last error code. */
 CERTKERN_API void SetLastError(DWORD dwErrCode);
 
-#define CP_ACP 0
-#define CP_UTF16LE 1200
-#define CP_UTF8 65001
+/** Code pages. The locale's encoding is UTF-8 also where no locale was set. */
+#define CP_ACP 0        /**< the encoding of the process's locale */
+#define CP_UTF16LE 1200 /**< 16-bit units, low byte first */
+#define CP_UTF8 65001   /**< RFC 3629 */
 
-#define MB_PRECOMPOSED 0x1u
-#define MB_ERR_INVALID_CHARS 0x8u
-#define WC_ERR_INVALID_CHARS 0x80u
-#define WC_NO_BEST_FIT_CHARS 0x400u
+#define MB_PRECOMPOSED 0x1u         /**< no effect */
+#define MB_ERR_INVALID_CHARS 0x8u   /**< fail on ill-formed text instead of writing U+FFFD */
+#define WC_ERR_INVALID_CHARS 0x80u  /**< fail on what cannot be written instead of writing a substitute */
+#define WC_NO_BEST_FIT_CHARS 0x400u /**< no effect: similar letters are never written instead */
 
+/** Converts text of a code page to wide characters, one a code point. Takes no lock.
+ *  Without MB_ERR_INVALID_CHARS each maximal ill-formed piece becomes one U+FFFD.
+ *  @param cbMultiByte    bytes at lpMultiByteStr; -1: up to the NUL, which is converted too. For CP_UTF16LE the NUL has
+ *                        two bytes
+ *  @param lpWideCharStr  receives the text, not terminated beyond what was converted; another place than the input's
+ *  @param cchWideChar    wide characters at lpWideCharStr; 0 asks for the size
+ *  @return wide characters written or needed; 0 on failure, when the buffer's content is not defined
+ *  @errors ERROR_INVALID_PARAMETER: a null or empty text, a negative size, the output in the input's place, no such code
+ *          page, or a result above INT_MAX; ERROR_INVALID_FLAGS; ERROR_NO_UNICODE_TRANSLATION: ill-formed text, or a
+ *          locale's encoding that the system cannot convert; ERROR_INSUFFICIENT_BUFFER */
 CERTKERN_API int MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCSTR lpMultiByteStr, int cbMultiByte,
                                      LPWSTR lpWideCharStr, int cchWideChar);
+/** Converts wide characters to text of a code page. Takes no lock.
+ *  Without WC_ERR_INVALID_CHARS a wide character that is none, or that the code page lacks, becomes lpDefaultChar.
+ *  @param cchWideChar       wide characters at lpWideCharStr; -1: up to the NUL, which is converted too
+ *  @param cbMultiByte       bytes at lpMultiByteStr; 0 asks for the size
+ *  @param lpDefaultChar     CP_ACP only: the substitute, NUL-terminated; NULL: U+FFFD where the encoding has it,
+ *                           otherwise a question mark
+ *  @param lpUsedDefaultChar CP_ACP only: receives if a substitute was written; may be NULL
+ *  @return bytes written or needed; 0 on failure
+ *  @errors as MultiByteToWideChar; ERROR_INVALID_PARAMETER also for a substitute with another code page than CP_ACP */
 CERTKERN_API int WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWSTR lpWideCharStr, int cchWideChar,
                                      LPSTR lpMultiByteStr, int cbMultiByte, LPCSTR lpDefaultChar,
                                      LPBOOL lpUsedDefaultChar);
 
+/** Compares two moments, neither NULL.
+ *  @return -1, 0 or 1: the first is earlier, the same, later */
 CERTKERN_API LONG CompareFileTime(const FILETIME* lpFileTime1, const FILETIME* lpFileTime2);
+/** Takes a moment apart, down to milliseconds; what is below them is cut.
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_PARAMETER: NULL, or a moment above 0x7FFFFFFFFFFFFFFF */
 CERTKERN_API BOOL FileTimeToSystemTime(const FILETIME* lpFileTime, LPSYSTEMTIME lpSystemTime);
+/** Puts a moment together. wDayOfWeek is not looked at; there are no leap seconds.
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_PARAMETER: NULL, or no day or time of the years 1601 to 30827 */
 CERTKERN_API BOOL SystemTimeToFileTime(const SYSTEMTIME* lpSystemTime, LPFILETIME lpFileTime);
+/** The present moment, UTC, in parts. */
 CERTKERN_API void GetSystemTime(LPSYSTEMTIME lpSystemTime);
+/** The present moment, UTC. */
 CERTKERN_API void GetSystemTimeAsFileTime(LPFILETIME lpSystemTimeAsFileTime);
 
 /** Algorithm identifiers: a class in the top three bits, a type in the next four, a number below. */
@@ -55,6 +85,15 @@ CERTKERN_API void GetSystemTimeAsFileTime(LPFILETIME lpSystemTimeAsFileTime);
 #define CALG_GR3411_2012_512 0x8022u /**< GOST R 34.11-2012, 512 bits. RFC 6986 */
 /** A hash whose value is its input: for signatures of the message itself, such as EdDSA. */
 #define CALG_MESSAGE_ITSELF 0x80F0u
+/** HMAC of one hash; the key comes by HP_HMAC_KEY. RFC 7836, 4.1 */
+#define CALG_GR3411_HMAC 0x8037u
+#define CALG_GR3411_2012_256_HMAC 0x8038u
+#define CALG_GR3411_2012_512_HMAC 0x8039u
+/** Keys from passwords: an object whose value is as long as the caller's buffer. RFC 8018, 5.2; RFC 9337 */
+#define CALG_PBKDF2 0x803Fu /**< over the hash of HP_BASE_HASH */
+#define CALG_GR3411_PBKDF2 0x8040u
+#define CALG_GR3411_2012_256_PBKDF2 0x803Bu
+#define CALG_GR3411_2012_512_PBKDF2 0x803Au
 #define CALG_G28147 0x661Eu        /**< GOST 28147-89. RFC 5830 */
 #define CALG_GR3412_2015_M 0x6630u /**< Magma. RFC 8891 */
 #define CALG_GR3412_2015_K 0x6631u /**< Kuznyechik. RFC 7801 */
@@ -66,6 +105,11 @@ CERTKERN_API void GetSystemTimeAsFileTime(LPFILETIME lpSystemTimeAsFileTime);
 #define CALG_AES_192 0x660Fu
 #define CALG_AES_256 0x6610u
 #define CALG_RC4 0x6801u
+#define CALG_HMAC_KEY 0x6615u /**< the carrier of a key for CALG_HMAC */
+/** How a key of GOST 28147-89 wraps another: KP_ALGID of the wrapping key. */
+#define CALG_EXPORT_DIVERSIFIED 0x661Fu /**< RFC 4357, 6.3 */
+#define CALG_EXPORT_SIMPLE 0x6620u      /**< RFC 4357, 6.1 */
+#define CALG_EXPORT_KDF 0x6621u         /**< RFC 7836, 4.6 */
 #define CALG_RSA_SIGN 0x2400u
 #define CALG_RSA_KEYX 0xA400u
 #define CALG_DSS_SIGN 0x2200u
@@ -127,13 +171,17 @@ CERTKERN_API BOOL CryptContextAddRef(HCRYPTPROV hProv, DWORD* pdwReserved, DWORD
 CERTKERN_API BOOL CryptReleaseContext(HCRYPTPROV hProv, DWORD dwFlags);
 
 /** dwParam of CryptGetProvParam and CryptSetProvParam. */
-#define PP_ENUMALGS 1          /**< PROV_ENUMALGS */
-#define PP_NAME 4              /**< text, narrow, with its NUL */
-#define PP_PROVTYPE 16         /**< DWORD */
-#define PP_ENUMALGS_EX 22      /**< PROV_ENUMALGS_EX */
-#define PP_KEYSET_TYPE 27      /**< DWORD: CRYPT_MACHINE_KEYSET or 0 */
-#define PP_SIGNATURE_PIN 33    /**< text, narrow */
-#define PP_UNIQUE_CONTAINER 36 /**< text, narrow */
+#define PP_ENUMALGS 1                   /**< PROV_ENUMALGS */
+#define PP_NAME 4                       /**< text, narrow, with its NUL */
+#define PP_PROVTYPE 16                  /**< DWORD */
+#define PP_ENUMALGS_EX 22               /**< PROV_ENUMALGS_EX */
+#define PP_KEYSET_TYPE 27               /**< DWORD: CRYPT_MACHINE_KEYSET or 0 */
+#define PP_SIGNATURE_PIN 33             /**< text, narrow */
+#define PP_UNIQUE_CONTAINER 36          /**< text, narrow */
+#define PP_CONTAINER_PATH 111           /**< text, narrow: the name that opens the container again */
+#define PP_CONTAINER_EXTENSION 132      /**< CONTAINER_EXTENSION, to be set */
+#define PP_ENUM_CONTAINER_EXTENSION 133 /**< CONTAINER_EXTENSION */
+#define PP_EPHEMERAL_ATTRIBUTE 172      /**< DWORD: 0 when messages go without the attribute */
 
 /** dwFlags of an enumeration: begin. */
 #define CRYPT_FIRST 1
@@ -225,12 +273,28 @@ CERTKERN_API HCRYPTPROV SVAPI_I_GetDefaultProvider(DWORD dwProvType);
 CERTKERN_API HCRYPTPROV SVAPI_I_CryptGetDefaultCryptProv(ALG_ID aiAlgid);
 
 /** dwParam of CryptGetHashParam and CryptSetHashParam. */
-#define HP_ALGID 1    /**< ALG_ID */
-#define HP_HASHVAL 2  /**< bytes */
-#define HP_HASHSIZE 4 /**< DWORD: bytes of the value */
-#define HP_HMAC_INFO 5
+#define HP_ALGID 1                /**< ALG_ID */
+#define HP_HASHVAL 2              /**< bytes */
+#define HP_HASHSIZE 4             /**< DWORD: bytes of the value */
+#define HP_HMAC_INFO 5            /**< HMAC_INFO, of CALG_HMAC */
 #define HP_OID 10                 /**< text, narrow: the parameter set of CALG_GR3411. RFC 4357, 11.2 */
 #define HP_HASHSTARTVECT_RESET 11 /**< no value: begin again, with the same parameters */
+#define HP_HMAC_KEY 21            /**< the key's bytes, as many as the hash has */
+#define HP_PBKDF2_SALT 23         /**< CRYPT_DATA_BLOB */
+#define HP_PBKDF2_PASSWORD 24     /**< CRYPT_DATA_BLOB */
+#define HP_PBKDF2_COUNT 25        /**< DWORD: iterations */
+#define HP_BASE_HASH 34           /**< ALG_ID: the hash inside CALG_PBKDF2 */
+#define HP_PSS_SALT 37 /**< DWORD: salt length; an ALG_ID may follow, the hash of MGF1. RFC 8017, 9.1 */
+
+/** What CALG_HMAC works with. Null strings stand for the bytes of RFC 2104, which no others replace. */
+typedef struct _HMAC_INFO {
+  ALG_ID HashAlgid;
+  BYTE* pbInnerString;
+  DWORD cbInnerString;
+  BYTE* pbOuterString;
+  DWORD cbOuterString;
+} HMAC_INFO, *PHMAC_INFO;
+CERTKERN_RECORD_SIZE(HMAC_INFO, 40);
 
 /** Begins a hash. Several threads may feed it, one after the other.
  *  @param hKey     0, but for a keyed hash
@@ -280,14 +344,21 @@ CERTKERN_API BOOL CryptDestroyHash(HCRYPTHASH hHash);
 #define AT_KEYEXCHANGE 1
 #define AT_SIGNATURE 2
 
-/** dwFlags of CryptGenKey, CryptDeriveKey and CryptImportKey. */
+/** dwFlags of CryptGenKey, CryptDeriveKey and CryptImportKey; the upper half is the key's length in bits, 0 the usual. */
 #define CRYPT_EXPORTABLE 0x1u
+#define CRYPT_USER_PROTECTED 0x2u
+#define CRYPT_NO_SALT 0x10u
+#define CRYPT_PREGEN 0x40u /**< parameters follow; the key is made when the last was set */
+
+/** dwFlags of CryptSignHash and CryptVerifySignature. */
+#define CRYPT_PSS 0x80u /**< RSASSA-PSS with the salt of HP_PSS_SALT. RFC 8017, 8.1 */
 
 /** dwBlobType of CryptExportKey, and bType of a blob's header. */
 #define SIMPLEBLOB 0x1
 #define PUBLICKEYBLOB 0x6
 #define PRIVATEKEYBLOB 0x7
 #define PLAINTEXTKEYBLOB 0x8
+#define PKCS8_SHROUDEDKEYBLOB 0x19 /**< the header, then PrivateKeyInfo under the wrapping key. RFC 5958 */
 #define CUR_BLOB_VERSION 2
 /** What a key blob begins with. */
 typedef struct _PUBLICKEYSTRUC {
@@ -309,11 +380,18 @@ CERTKERN_RECORD_SIZE(BLOBHEADER, 8);
 #define KP_BLOCKLEN 8     /**< DWORD: bits */
 #define KP_KEYLEN 9       /**< DWORD: bits */
 #define KP_CERTIFICATE 26 /**< an encoded certificate */
+#define KP_MODE_WORD 101  /**< DWORD: CRYPT_MODE_CFB, CRYPT_MODE_CTR_ACPKM or CRYPT_MODE_CTR_ACPKM_OMAC */
+#define KP_CIPHEROID 104  /**< text, narrow: the substitution box of CALG_G28147. RFC 4357, 11.1; RFC 7836 */
+#define KP_CURVEOID 106   /**< text, narrow: the parameter set of a public key. RFC 4357, 11.4; RFC 7836 */
+#define KP_FP 107         /**< bytes that tell two public keys apart, the same for either half */
+#define KP_AUTH_TAG 112   /**< bytes: the tag of CRYPT_MODE_CTR_ACPKM_OMAC */
 
 #define CRYPT_MODE_CBC 1
 #define CRYPT_MODE_ECB 2
 #define CRYPT_MODE_OFB 3
 #define CRYPT_MODE_CFB 4
+#define CRYPT_MODE_CTR_ACPKM 32      /**< RFC 9337; RFC 8645, 6.2.2 */
+#define CRYPT_MODE_CTR_ACPKM_OMAC 35 /**< the same with a tag */
 
 CERTKERN_API BOOL CryptSignHashA(HCRYPTHASH hHash, DWORD dwKeySpec, LPCSTR szDescription, DWORD dwFlags,
                                  BYTE* pbSignature, DWORD* pdwSigLen);

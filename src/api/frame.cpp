@@ -59,18 +59,18 @@ void Frame::writeFailed(support_db_ctx context, int line) const {
 
 namespace frame_detail {
 
-void EndPlain(const char* function, int line) {
+void EndPlain(Flavour flavour, const char* function, int line) {
   try {
     throw;
   } catch (const std::bad_alloc&) {
     SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    WriteAtLast([&] { Frame(Flavour::Plain, Failure(0), function, line).failed(std::nullopt, line); });
+    WriteAtLast([&] { Frame(flavour, Failure(0), function, line).failed(std::nullopt, line); });
   } catch (...) {
     EndWith(ERROR_UNHANDLED_EXCEPTION, function, line, "failed: unknown exception caught");
   }
 }
 
-void EndUnexpected(const char* function, int line) {
+void EndUnexpected(Flavour, const char* function, int line) {
   EndWith(ERROR_UNHANDLED_EXCEPTION, function, line, "failed: unexpected exception caught");
 }
 

@@ -196,8 +196,8 @@ __attribute__((no_sanitize("undefined"))) auto CatchAll(Body body, Handler handl
 }
 
 // Ends of the road: record the exception in flight and set its code. They let nothing out but a cancellation.
-void EndPlain(const char* function, int line);
-void EndUnexpected(const char* function, int line);
+void EndPlain(Flavour flavour, const char* function, int line);
+void EndUnexpected(Flavour flavour, const char* function, int line);
 
 // Record the exception in flight under its text and answer its code, by the first clause that matches it. Whoever calls
 // them has let a cancellation go.
@@ -242,7 +242,7 @@ ResultOf<Body> Run(Body& body, OnFault& onFault, const char* function, int line)
         return body(frame);
       },
       [&]() -> Result {
-        End(function, line);
+        End(Set::kFlavour, function, line);
         onFault();
         return FailureAs<Result>(Set::kFailure);
       });

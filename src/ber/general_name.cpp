@@ -2,7 +2,6 @@
 
 #include "platform/limits.h"
 
-#include <climits>
 #include <cstring>
 
 namespace certkern {
@@ -24,9 +23,7 @@ bool OtherNameDecode(BerReadCursor& content, PCERT_OTHER_NAME& name, BerDecodeAr
   if (!BerExpect(content, kTagOid, oid) || !BerCopyOidText(oid.rest(), record.pszObjId, arena)) return false;
   if (content.empty()) return true;
   BerReadCursor value;
-  if (!content.nextIs(ContextConstructed(0))) return false;
-  BYTE tag;
-  return content.readElement(tag, value) && HasSoundHeader(value)
+  return BerExpect(content, ContextConstructed(0), value) && HasSoundHeader(value)
       && BerCopyBytes(value.rest(), record.Value, arena);
 }
 
@@ -40,9 +37,9 @@ bool OtherNameEncode(const CERT_OTHER_NAME* name, BerWriteCursor& out) {
 
 // Through the current code page, as the text has no stated repertoire beyond IA5 and peers put more into it.
 bool AltTextDecode(std::span<const BYTE> content, LPWSTR& text, BerDecodeArena& arena) {
-  if (content.empty() || content.size() > INT_MAX) return false;
-  // a NUL inside would hide the rest of the name from whoever reads the text
-  if (std::memchr(content.data(), 0, content.size() - 1)) return false;
+  if (content.empty() || content.size() > kMaxConvertedText) return false;
+  // a NUL would hide the rest of the name from whoever reads the text
+  if (std::memchr(content.data(), 0, content.size())) return false;
   const LPCSTR narrow = reinterpret_cast<LPCSTR>(content.data());
   const int size = static_cast<int>(content.size());
   const int count = MultiByteToWideChar(CP_ACP, 0, narrow, size, nullptr, 0);

@@ -1,6 +1,7 @@
 #include "ber/name_value.h"
 
-#include <climits>
+#include "platform/limits.h"
+
 #include <cstring>
 #include <cwchar>
 #include <string_view>
@@ -17,6 +18,7 @@ constexpr BYTE kTypeOfTag[32] = {0, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0,  13, 0, 0, 
                                  1, 1, 3, 4, 5, 6, 7, 0, 0, 8, 9, 10, 11, 0, 12, 0};
 
 constexpr BYTE kTagUniversalString = 28;
+constexpr BYTE kPrimitiveSequence = kTagSequence & 31;
 
 bool IsNarrowText(DWORD type) { return type >= CERT_RDN_NUMERIC_STRING && type <= CERT_RDN_GENERAL_STRING; }
 
@@ -75,7 +77,7 @@ Units UnitsOf(Conversion conversion, std::span<const BYTE> content) {
 bool WideToRecord(const Units& units, CERT_RDN_VALUE_BLOB& value, BerDecodeArena& arena) {
   const size_t count = units.count();
   WCHAR* place;
-  if (count > UINT_MAX / sizeof(WCHAR)) return false;
+  if (count > kMaxInterfaceSize / sizeof(WCHAR)) return false;
   const bool needsNul = units.needsNul();
   if (!arena.reserveRecords(count + needsNul, place)) return false;
   for (size_t i = 0; place && i < count; ++i) place[i] = units.at(i);
@@ -86,7 +88,7 @@ bool WideToRecord(const Units& units, CERT_RDN_VALUE_BLOB& value, BerDecodeArena
 }
 
 bool Utf8ToRecord(std::span<const BYTE> content, CERT_RDN_VALUE_BLOB& value, BerDecodeArena& arena) {
-  if (content.size() > INT_MAX / sizeof(WCHAR)) return false;
+  if (content.size() > kMaxConvertedText) return false;
   const LPCSTR text = reinterpret_cast<LPCSTR>(content.data());
   const int size = static_cast<int>(content.size());
   int count = 0;
@@ -181,7 +183,7 @@ bool FixedTextEncode(BYTE tag, size_t width, WideText text, BerWriteCursor& out)
 }
 
 bool Utf8TextEncode(WideText text, BerWriteCursor& out) {
-  if (text.size() > INT_MAX) return false;
+  if (text.size() > kMaxConvertedText) return false;
   const int count = static_cast<int>(text.size());
   int size = 0;
   if (count) {  // a length of zero is an error to the conversion
@@ -231,7 +233,7 @@ bool DisplayTextDecode(BerReadCursor& in, LPWSTR& text, BerDecodeArena& arena) {
   text = nullptr;
   if (in.empty()) return true;
   const BYTE identifier = in.nextTag();
-  if (identifier == (kTagSequence & 31)) return false;
+  if (identifier == kPrimitiveSequence) return false;
   if (identifier & 0xE0) return Fault(CRYPT_E_ASN1_BADTAG);
   BYTE tag;
   BerReadCursor content;
@@ -251,7 +253,7 @@ bool AttributeValueEncode(const CERT_NAME_VALUE& value, BerWriteCursor& out) {
   if (type == CERT_RDN_ANY_TYPE) return Fault(E_INVALIDARG);
   if (type >= kTypeCount || !BlobBytes(value.Value, bytes)) return false;
   if (type == CERT_RDN_ENCODED_BLOB) {
-    if (!out.sizing() && bytes.size() > out.count()) return false;
+    if (!out.sizing() && bytes.size() > out.count()) return false;  // too little room has no code here
     return out.write(bytes);
   }
   if (type > CERT_RDN_UTF8_STRING) return bytes.empty();

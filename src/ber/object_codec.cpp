@@ -4,7 +4,6 @@
 #include "ber/struct_types.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstddef>
 
 namespace certkern {
@@ -65,27 +64,12 @@ DWORD EncodeFault(DWORD code) {
   }
 }
 
-bool EncodeHandWritten(uintptr_t type, const void* record, BYTE* encoded, DWORD* size) {
+bool EncodeByType(uintptr_t type, const void* record, BYTE* encoded, DWORD* size) {
   // what an earlier call left behind must not pass for this one's reason
   SetLastError(ERROR_SUCCESS);
   if (!BerEncodeByType(type, record, encoded, size)) return Fault(EncodeFault(GetLastError()));
   SetLastError(ERROR_SUCCESS);
   return true;
-}
-
-// DER wants the named bits without trailing zeros, so the last byte decides and not the caller's count.
-DWORD TrailingZeroBits(const CRYPT_BIT_BLOB& bits) {
-  if (!bits.cbData || !bits.pbData) return 0;
-  return static_cast<DWORD>(std::min(std::countr_zero(bits.pbData[bits.cbData - 1]), 7));
-}
-
-bool EncodeByType(uintptr_t type, const void* record, BYTE* encoded, DWORD* size) {
-  if (type == StructNumber(X509_KEY_USAGE) && record) {
-    CRYPT_BIT_BLOB bits = *static_cast<const CRYPT_BIT_BLOB*>(record);
-    bits.cUnusedBits = TrailingZeroBits(bits);
-    return EncodeHandWritten(StructNumber(X509_BITS), &bits, encoded, size);
-  }
-  return EncodeHandWritten(type, record, encoded, size);
 }
 
 // --- decoding ---

@@ -12,20 +12,22 @@ namespace {
 // Counts the octets of what is put, and writes them where there is a target.
 class OctetSink {
  public:
-  explicit OctetSink(BYTE* target) : target_(target) {}
+  OctetSink(BYTE* target, size_t room) : target_(target), room_(target ? room : 0) {}
   void putArc(uint64_t value) {
     int shift = 0;
     while (shift < 63 && value >> (shift + 7)) shift += 7;
     for (; shift >= 0; shift -= 7) put(static_cast<BYTE>((value >> shift & 0x7F) | (shift ? 0x80 : 0)));
   }
   size_t count() const { return count_; }
+  bool overrun() const { return target_ && count_ > room_; }
 
  private:
   void put(BYTE octet) {
-    if (target_) target_[count_] = octet;
+    if (count_ < room_) target_[count_] = octet;
     ++count_;
   }
   BYTE* target_;
+  size_t room_;
   size_t count_ = 0;
 };
 
@@ -139,7 +141,7 @@ bool WriteText(std::span<const BYTE> content, char* out, size_t& outLength) {
 bool BerEncodeOid(LPCSTR dotted, BYTE* target, size_t& count) {
   if (!dotted || dotted[0] < '0' || dotted[0] > '2' || !IsSeparator(dotted[1])) return false;
   const uint64_t root = static_cast<uint64_t>(dotted[0] - '0');
-  OctetSink sink(target);
+  OctetSink sink(target, count);
   LPCSTR text = dotted + 2;
   uint64_t value;
   if (!ReadArc(text, value)) return false;
@@ -153,7 +155,7 @@ bool BerEncodeOid(LPCSTR dotted, BYTE* target, size_t& count) {
     sink.putArc(value);
   }
   count = sink.count();
-  return true;
+  return !sink.overrun();
 }
 
 bool BerDecodeOid(std::span<const BYTE> content, char* out, size_t& outLength) {

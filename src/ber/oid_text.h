@@ -12,6 +12,7 @@ namespace certkern {
 // Content octets of a dotted string. Full stops and blanks separate, mixed freely; an empty arc between two of them
 // stands for 0. Arcs are taken modulo 2^64. Failures carry no code.
 // @param target  receives the octets; null only counts
+// @param count   in, with a target: its size, which is never passed, whatever became of the string; out: octets
 [[nodiscard]] bool BerEncodeOid(LPCSTR dotted, BYTE* target, size_t& count);
 
 // Dotted string, NUL included, of content octets. An arc may have eight octets; a first octet group of 120 and above

@@ -59,7 +59,6 @@ bool TemplateDecode(BerReadCursor& in, CERT_TEMPLATE_EXT& record, BerDecodeArena
   BerReadCursor content;
   BerReadCursor oid;
   if (!BerExpect(in, kTagSequence, content)) return Fault(CRYPT_E_ASN1_EOD);
-  if (content.empty()) return true;
   if (!BerExpect(content, kTagOid, oid)) return Fault(CRYPT_E_ASN1_EOD);
   if (!BerCopyOidText(oid.rest(), record.pszObjId, arena)) return false;
   if (content.empty()) return true;

@@ -14,6 +14,7 @@
 #include "platform/limits.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 namespace certkern {
@@ -58,6 +59,22 @@ bool Under(const Record& record, BerWriteCursor& out) {
   return kEncode(kTag, record, out);
 }
 bool OidEncode(const LPSTR& oid, BerWriteCursor& out) { return BerEncodeOidField(kTagOid, oid, out); }
+
+// Named bits end with the last one that is set, so the last byte decides and not the caller's count. X.680, 22.7.
+bool KeyUsageEncode(const CRYPT_BIT_BLOB& usage, BerWriteCursor& out) {
+  CRYPT_BIT_BLOB bits = usage;
+  bits.cUnusedBits = 0;
+  if (bits.cbData && bits.pbData) {
+    bits.cUnusedBits = static_cast<DWORD>(std::min(std::countr_zero(bits.pbData[bits.cbData - 1]), 7));
+  }
+  return BerEncodeBits(kTagBitString, bits, out);
+}
+
+// The bytes are whole elements; none are nothing.
+bool ContentEncode(const CRYPT_DER_BLOB& blob, BerWriteCursor& out) {
+  std::span<const BYTE> bytes;
+  return BlobBytes(blob, bytes) && out.write(bytes);
+}
 
 bool UtcTimeEncode(const FILETIME& time, BerWriteCursor& out) { return BerEncodeUtcTime(time, out); }
 bool ChoiceOfTimeEncode(const FILETIME& time, BerWriteCursor& out) { return BerEncodeTime(time, out); }
@@ -135,8 +152,8 @@ constexpr StructType kStructTypes[] = {
     Row<CERT_AUTHORITY_KEY_ID_INFO, AuthorityKeyIdEncode, AuthorityKeyIdDecode>(
         9, "authority key identifier, opaque issuer"),
     Row<CERT_ALT_NAME_INFO, AltNameEncode, AltNameDecode>(12, "general names"),
-    // the identifier octets are those of a bit string; how many bits count is found out on the way in
-    PrimitiveRow<kTagBitString, CRYPT_BIT_BLOB, BerEncodeBits, BerDecodeBits>(14, "key usage"),
+    Row<CRYPT_BIT_BLOB, KeyUsageEncode, Tagged<kTagBitString, CRYPT_BIT_BLOB, BerDecodeBits>>(14,
+                                                                                              "key usage"),
     Row<CERT_BASIC_CONSTRAINTS2_INFO, BasicConstraintsEncode, BasicConstraintsDecode>(15,
                                                                                       "basic constraints"),
     Row<CERT_POLICIES_INFO, PoliciesEncode, PoliciesDecode>(16, "certificate policies"),
@@ -166,7 +183,7 @@ constexpr StructType kStructTypes[] = {
     ReadOnlyRow<CERT_POLICY_CONSTRAINTS_INFO, PolicyConstraintsDecode>(57, "policy constraints"),
     Row<CERT_TEMPLATE_EXT, TemplateEncode, TemplateDecode>(64, "certificate template"),
     Row<LPSTR, OidEncode, Tagged<kTagOid, LPSTR, BerDecodeOidField>>(73, "object identifier"),
-    Row<CRYPT_DER_BLOB, BerEncodeVerbatim, BerCaptureElement>(kTypeElementContent, "element"),
+    Row<CRYPT_DER_BLOB, ContentEncode, BerCaptureElement>(kTypeElementContent, "element content"),
     Row<CRYPT_DER_BLOB, BerEncodeVerbatim, BerCaptureElement>(kTypeElement, "element"),
     Row<CRYPT_ENROLLMENT_NAME_VALUE_PAIR, NameValuePairEncode, NameValuePairDecode>(
         kTypeNameValuePair, "enrollment name and value"),
@@ -206,7 +223,10 @@ bool UnwrapSigned(BerReadCursor& in, uintptr_t type) {
   return true;
 }
 
-bool IsSignedWhole(uintptr_t type) { return type >= 2 && type <= 4; }
+bool IsSignedWhole(uintptr_t type) {
+  return type == StructNumber(X509_CERT_TO_BE_SIGNED) || type == StructNumber(X509_CERT_CRL_TO_BE_SIGNED)
+      || type == StructNumber(X509_CERT_REQUEST_TO_BE_SIGNED);
+}
 
 // The sizing pass: what the record and all that it points to will take.
 bool MeasureRecord(const StructType& type, BerReadCursor in, DWORD& size) {

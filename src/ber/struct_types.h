@@ -14,8 +14,9 @@
 namespace certkern {
 
 // Types that only the library itself asks for, and two attributes that have no published number.
-inline constexpr uintptr_t kTypeElementContent = 4096;  // one whole element as a blob, both
-inline constexpr uintptr_t kTypeElement = 4097;
+inline constexpr uintptr_t kTypeElementContent =
+    4096;                                        // one whole element as a blob; an empty one is nothing
+inline constexpr uintptr_t kTypeElement = 4097;  // the same; an empty one is NULL
 inline constexpr uintptr_t kTypeNameValuePair = 32966;
 inline constexpr uintptr_t kTypeCspProvider = 32967;
 inline constexpr uintptr_t kTypeDisplayName = 32968;    // a Name with lenient values, decoding only
@@ -42,7 +43,7 @@ const StructType* FindStructType(uintptr_t number);
 
 enum class SizeKnown { No, Yes };
 // Decodes a record. *size: in, bytes at record; out, the size that is needed. A null record asks for it; too little
-// room fails without a code. With SizeKnown::Yes the size is taken from *size and no pass is spent on it.
+// room fails without a code. With SizeKnown::Yes the size is taken from *size, which stays, and no pass is spent on it.
 // flags: CRYPT_DECODE_TO_BE_SIGNED_FLAG tells that the input is not wrapped in a signed object.
 [[nodiscard]] bool BerDecodeEntry(SizeKnown known, const StructType& type, std::span<const BYTE> input,
                                   DWORD flags, void* record, DWORD* size);

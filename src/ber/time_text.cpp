@@ -26,6 +26,15 @@ void ReadDate(std::string_view text, size_t position, SYSTEMTIME& parts) {
   parts.wMinute = static_cast<WORD>(Number(text, position + 6, 2));
 }
 
+// An impossible date gives the zero time, and leaves no code.
+bool ToFileTime(const SYSTEMTIME& parts, FILETIME& time) {
+  const DWORD before = GetLastError();
+  if (SystemTimeToFileTime(&parts, &time)) return true;
+  SetLastError(before);
+  time = {};
+  return false;
+}
+
 void PutNumber(BYTE* place, int number, int digits) {
   for (int i = digits; i-- > 0; number /= 10) place[i] = static_cast<BYTE>('0' + number % 10);
 }
@@ -61,12 +70,7 @@ bool BerParseUtcTime(std::string_view text, FILETIME& time) {
   parts.wYear = static_cast<WORD>(year);
   ReadDate(text, 2, parts);
   if (text.size() == 13) parts.wSecond = static_cast<WORD>(Number(text, 10, 2));
-  const DWORD before = GetLastError();
-  if (!SystemTimeToFileTime(&parts, &time)) {
-    // an impossible date is no fault here; it reads as "none"
-    time = {};
-    SetLastError(before);
-  }
+  static_cast<void>(ToFileTime(parts, time));  // an impossible date is no fault here; it reads as "none"
   return true;
 }
 
@@ -83,7 +87,7 @@ bool BerParseGeneralizedTime(std::string_view text, FILETIME& time) {
     const size_t digits = size - 16;
     parts.wMilliseconds = static_cast<WORD>(Number(text, 15, digits) * kScale[digits - 1]);
   }
-  return SystemTimeToFileTime(&parts, &time) != FALSE;
+  return ToFileTime(parts, time);
 }
 
 bool BerDecodeTime(BerReadCursor& in, FILETIME& time, const BerDecodeArena& arena) {

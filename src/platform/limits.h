@@ -19,8 +19,8 @@ inline constexpr size_t kMaxOidArcOctets = 8;
 // A configuration file larger than this is refused, not read.
 inline constexpr size_t kMaxConfigurationFile = size_t{1} << 20;
 
-// Smallest working buffer of the text encodings.
-inline constexpr size_t kTextBufferSize = 4096;
+// Conversions between code pages count in int; one wide character is four bytes of a record.
+inline constexpr size_t kMaxConvertedText = 0x7FFFFFFF / sizeof(wchar_t);
 
 }  // namespace certkern
 

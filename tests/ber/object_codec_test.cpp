@@ -23,7 +23,8 @@ DWORD DecodeFault(LPCSTR type, const char* hex, DWORD flags = 0, DWORD encoding 
   const std::vector<BYTE> input = FromHex(hex);
   DWORD size = 0;
   SetLastError(0);
-  EXPECT_FALSE(CryptDecodeObject(encoding, type, input.data(), static_cast<DWORD>(input.size()), flags, nullptr, &size));
+  EXPECT_FALSE(CryptDecodeObject(encoding, type, input.data(), static_cast<DWORD>(input.size()), flags,
+                                 nullptr, &size));
   return GetLastError();
 }
 
@@ -59,7 +60,12 @@ TEST(CryptEncodeObject, UnusedBitsOfKeyUsage) {
   BYTE byte = 0;
   const CRYPT_BIT_BLOB bits = {1, &byte, 0};
   const std::pair<BYTE, const char*> kCases[] = {
-      {0x01, "03020001"}, {0x40, "03020640"}, {0x80, "03020780"}, {0x00, "03020700"}, {0xA0, "030205A0"}};
+      {0x01, "03020001"},
+      {0x40, "03020640"},
+      {0x80, "03020780"},
+      {0x00, "03020700"},
+      {0xA0, "030205A0"}
+  };
   for (const auto& [value, hex] : kCases) {
     byte = value;
     EXPECT_EQ(Encoded(X509_KEY_USAGE, &bits), hex);
@@ -83,9 +89,12 @@ TEST(CryptEncodeObject, FailuresTellTheCodeAndTheSize) {
     LPCSTR type;
     const void* record;
   } const kCases[] = {
-      {"an unknown OID", "1.2.3", &number},      {"an unknown number", LPCSTR(4095), &number},
-      {"no record", X509_INTEGER, nullptr},      {"key usage without a record", X509_KEY_USAGE, nullptr},
-      {"known without a codec", LPCSTR(10), &number}, {"not written", X509_POLICY_CONSTRAINTS, out},
+      {"an unknown OID",             "1.2.3",                 &number},
+      {"an unknown number",          LPCSTR(4095),            &number},
+      {"no record",                  X509_INTEGER,            nullptr},
+      {"key usage without a record", X509_KEY_USAGE,          nullptr},
+      {"known without a codec",      LPCSTR(10),              &number},
+      {"not written",                X509_POLICY_CONSTRAINTS, out    },
   };
   for (const auto& [name, type, record] : kCases) {
     SCOPED_TRACE(name);
@@ -111,8 +120,8 @@ TEST(CryptEncodeObject, ListsOfNone) {
   EXPECT_EQ(Encoded(X509_CRL_DIST_POINTS, &noPoint), "failed");
   void* buffer = nullptr;
   DWORD size = 1;
-  ASSERT_TRUE(CryptEncodeObjectEx(X509_ASN_ENCODING, X509_EXTENSIONS, &none, CRYPT_ENCODE_ALLOC_FLAG, nullptr, &buffer,
-                                  &size));
+  ASSERT_TRUE(CryptEncodeObjectEx(X509_ASN_ENCODING, X509_EXTENSIONS, &none, CRYPT_ENCODE_ALLOC_FLAG, nullptr,
+                                  &buffer, &size));
   EXPECT_NE(buffer, nullptr);
   EXPECT_EQ(size, 0u);
   LocalFree(buffer);
@@ -126,7 +135,8 @@ TEST(CryptEncodeObject, GeneralNameTextHasALimit) {
     entry.pwszDNSName = text.data();
     const CERT_ALT_NAME_INFO info = {1, &entry};
     DWORD size = 0;
-    EXPECT_EQ(CryptEncodeObject(X509_ASN_ENCODING, X509_ALTERNATE_NAME, &info, nullptr, &size), length == 511);
+    EXPECT_EQ(CryptEncodeObject(X509_ASN_ENCODING, X509_ALTERNATE_NAME, &info, nullptr, &size),
+              length == 511);
   }
 }
 
@@ -137,14 +147,18 @@ TEST(CryptDecodeObject, Refusals) {
   EXPECT_EQ(DecodeFault(X509_INTEGER, "02 01 05", 4), DWORD{ERROR_INVALID_PARAMETER});
   EXPECT_EQ(DecodeFault(X509_INTEGER, "02 01 05", 0, 2), DWORD{ERROR_INVALID_PARAMETER});
   EXPECT_EQ(DecodeFault(nullptr, "02 01 05"), DWORD{ERROR_INVALID_PARAMETER});
-  EXPECT_EQ(DecodeFault(X509_INTEGER, "02 00"), DWORD{CRYPT_E_ASN1_ERROR}) << "silent failures surface as one code";
+  EXPECT_EQ(DecodeFault(X509_INTEGER, "02 00"), DWORD{CRYPT_E_ASN1_ERROR})
+      << "silent failures surface as one code";
   EXPECT_EQ(DecodeFault(X509_INTEGER, "04 01 00"), DWORD{CRYPT_E_ASN1_BADTAG});
 }
 
 TEST(CryptDecodeObject, TooLittleRoomHasNoCodeOfItsOwn) {
   BYTE record[8];
   const BYTE input[] = {2, 1, 5};
-  for (const auto& [before, after] : {std::pair<DWORD, DWORD>{0, CRYPT_E_ASN1_ERROR}, {17, 17}}) {
+  for (const auto& [before, after] : {
+           std::pair<DWORD, DWORD>{0,  CRYPT_E_ASN1_ERROR},
+            {17, 17                }
+  }) {
     DWORD size = 4;
     SetLastError(before);
     EXPECT_FALSE(CryptDecodeObject(X509_ASN_ENCODING, X509_INTEGER, input, sizeof(input), 0, record, &size));
@@ -160,12 +174,12 @@ TEST(CryptDecodeObjectEx, Allocators) {
     DWORD code;  // 0: success
     bool counted;
   } const kCases[] = {
-      {"the caller's pair", {24, CountingAlloc, CountingFree}, 0, true},
-      {"size covers none", {8, CountingAlloc, CountingFree}, 0, false},
+      {"the caller's pair",     {24, CountingAlloc, CountingFree}, 0,                       true },
+      {"size covers none",      {8, CountingAlloc, CountingFree},  0,                       false},
       {"size covers the first", {16, CountingAlloc, CountingFree}, ERROR_INVALID_PARAMETER, false},
-      {"only one function", {24, CountingAlloc, nullptr}, ERROR_INVALID_PARAMETER, false},
-      {"neither function", {24, nullptr, nullptr}, 0, false},
-      {"no memory", {24, NoAlloc, CountingFree}, ERROR_NOT_ENOUGH_MEMORY, false},
+      {"only one function",     {24, CountingAlloc, nullptr},      ERROR_INVALID_PARAMETER, false},
+      {"neither function",      {24, nullptr, nullptr},            0,                       false},
+      {"no memory",             {24, NoAlloc, CountingFree},       ERROR_NOT_ENOUGH_MEMORY, false},
   };
   for (auto row : kCases) {
     SCOPED_TRACE(row.name);
@@ -193,6 +207,7 @@ TEST(CryptDecodeObject, SignedAndBareCertificates) {
   const char* kBare = "30 0D 02 01 05 30 05 06 03 2A 03 04 30 00 30 00";
   EXPECT_NE(DecodeFault(X509_CERT_TO_BE_SIGNED, kBare), 0u) << "no validity";
   // a bare list without a version is told from a signed one, and then lacks its version
-  EXPECT_EQ(DecodeFault(X509_CERT_CRL_TO_BE_SIGNED, "30 09 30 05 06 03 2A 03 04 30 00"), DWORD{CRYPT_E_ASN1_ERROR});
+  EXPECT_EQ(DecodeFault(X509_CERT_CRL_TO_BE_SIGNED, "30 09 30 05 06 03 2A 03 04 30 00"),
+            DWORD{CRYPT_E_ASN1_ERROR});
   EXPECT_EQ(DecodeFault(X509_CERT_TO_BE_SIGNED, "30 84 30"), DWORD{CRYPT_E_ASN1_EOD});
 }

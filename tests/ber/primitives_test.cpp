@@ -64,14 +64,17 @@ std::string EncodedInteger(uintptr_t type, const char* littleEndian) {
 }
 
 CERT_NAME_VALUE Wide(DWORD type, std::wstring& text) {
-  return {type, {static_cast<DWORD>(text.size() * sizeof(wchar_t)), reinterpret_cast<BYTE*>(text.data())}};
+  return {
+      type, {static_cast<DWORD>(text.size() * sizeof(wchar_t)), reinterpret_cast<BYTE*>(text.data())}
+  };
 }
 
 std::string EncodedWide(DWORD type, std::wstring text, uintptr_t structType = 24) {
   return Encoded(structType, Wide(type, text));
 }
 
-FILETIME Moment(WORD year, WORD month, WORD day, WORD hour = 0, WORD minute = 0, WORD second = 0, WORD milli = 0) {
+FILETIME Moment(WORD year, WORD month, WORD day, WORD hour = 0, WORD minute = 0, WORD second = 0,
+                WORD milli = 0) {
   const SYSTEMTIME parts = {year, month, 0, day, hour, minute, second, milli};
   FILETIME time{};
   EXPECT_TRUE(SystemTimeToFileTime(&parts, &time));
@@ -84,15 +87,15 @@ bool operator==(const FILETIME& a, const FILETIME& b) { return CompareFileTime(&
 
 TEST(BerReadCursor, Headers) {
   const HeaderCase kHeaders[] = {
-      {"short length", "30 02 05 00", true, 0, 2},
-      {"a longer length form than needed", "30 81 02 05 00", true, 0, 2},
-      {"four length octets", "30 84 00 00 00 02 05 00", true, 0, 2},
-      {"0x80 is empty, the next follows", "30 80 05 00", true, 0, 0},
-      {"nothing behind the identifier", "30", false, CRYPT_E_ASN1_EOD, 0},
-      {"length bytes run off the end", "30 84 00 00", false, CRYPT_E_ASN1_EOD, 0},
-      {"five length octets", "30 85 00 00 00 00 00", false, CRYPT_E_ASN1_EOD, 0},
-      {"content runs off the end, no code", "30 03 05 00", false, 0, 0},
-      {"the largest length", "30 84 FF FF FF FF 00", false, 0, 0},
+      {"short length",                      "30 02 05 00",             true,  0,                2},
+      {"a longer length form than needed",  "30 81 02 05 00",          true,  0,                2},
+      {"four length octets",                "30 84 00 00 00 02 05 00", true,  0,                2},
+      {"0x80 is empty, the next follows",   "30 80 05 00",             true,  0,                0},
+      {"nothing behind the identifier",     "30",                      false, CRYPT_E_ASN1_EOD, 0},
+      {"length bytes run off the end",      "30 84 00 00",             false, CRYPT_E_ASN1_EOD, 0},
+      {"five length octets",                "30 85 00 00 00 00 00",    false, CRYPT_E_ASN1_EOD, 0},
+      {"content runs off the end, no code", "30 03 05 00",             false, 0,                0},
+      {"the largest length",                "30 84 FF FF FF FF 00",    false, 0,                0},
   };
   for (const auto& [name, hex, ok, code, contentSize] : kHeaders) {
     SCOPED_TRACE(name);
@@ -111,13 +114,25 @@ TEST(BerReadCursor, Headers) {
 
 TEST(OidText, ToContent) {
   const std::pair<const char*, const char*> kCases[] = {
-      {"1.2.840.113549", "2A864886F70D"}, {"2.999.1", "883701"}, {"2.39.1", "7701"}, {"2.40.1", "7801"},
-      {"1.2.643.7.1.1.1.1", "2A85030701010101"},
-      {"1 2.643 7", "2A850307"},  // blanks separate as well
-      {"1.", "28"}, {"1.2.", "2A"}, {"1..2", "2802"}, {"1.2..3", "2A0003"},
+      {"1.2.840.113549",         "2A864886F70D"        },
+      {"2.999.1",                "883701"              },
+      {"2.39.1",                 "7701"                },
+      {"2.40.1",                 "7801"                },
+      {"1.2.643.7.1.1.1.1",      "2A85030701010101"    },
+      {"1 2.643 7",              "2A850307"            }, // blanks separate as well
+      {"1.",                     "28"                  },
+      {"1.2.",                   "2A"                  },
+      {"1..2",                   "2802"                },
+      {"1.2..3",                 "2A0003"              },
       {"2.18446744073709551535", "81FFFFFFFFFFFFFFFF7F"},
-      {"0.39", "27"}, {"1.40", "refused"}, {"3.1", "refused"}, {"1", "refused"}, {"", "refused"},
-      {"1.2.x", "refused"}, {"1.2.-3", "refused"}, {"12.3", "refused"},
+      {"0.39",                   "27"                  },
+      {"1.40",                   "refused"             },
+      {"3.1",                    "refused"             },
+      {"1",                      "refused"             },
+      {"",                       "refused"             },
+      {"1.2.x",                  "refused"             },
+      {"1.2.-3",                 "refused"             },
+      {"12.3",                   "refused"             },
   };
   for (const auto& [dotted, hex] : kCases) EXPECT_EQ(OidToHex(dotted), hex) << dotted;
   EXPECT_EQ(OidToHex(nullptr), "refused");
@@ -125,19 +140,33 @@ TEST(OidText, ToContent) {
 
 TEST(OidText, FromContent) {
   const std::pair<const char*, const char*> kCases[] = {
-      {"2A864886F70D", "1.2.840.113549"}, {"7701", "2.39.1"}, {"00", "0.0"}, {"7801", "refused"},
-      {"883701", "refused"}, {"2A8503070101", "1.2.643.7.1.1"},
-      {"2A FF FF FF FF FF FF FF 7F", "1.2.72057594037927935"},  // eight octets, the most there may be
-      {"2A 81 80 80 80 80 80 80 80 00", "refused"}, {"2A 86", "refused"}, {"", "refused"},
-      {"2A 80 01", "1.2.1"}, {"80 2A", "1.2"},
+      {"2A864886F70D",                  "1.2.840.113549"       },
+      {"7701",                          "2.39.1"               },
+      {"00",                            "0.0"                  },
+      {"7801",                          "refused"              },
+      {"883701",                        "refused"              },
+      {"2A8503070101",                  "1.2.643.7.1.1"        },
+      {"2A FF FF FF FF FF FF FF 7F",    "1.2.72057594037927935"}, // eight octets, the most there may be
+      {"2A 81 80 80 80 80 80 80 80 00", "refused"              },
+      {"2A 86",                         "refused"              },
+      {"",                              "refused"              },
+      {"2A 80 01",                      "1.2.1"                },
+      {"80 2A",                         "1.2"                  },
   };
   for (const auto& [hex, dotted] : kCases) EXPECT_EQ(HexToOid(hex), dotted) << hex;
 }
 
 TEST(Integers, ShortestTwosComplement) {
   const std::pair<DWORD, const char*> kCases[] = {
-      {0, "020100"}, {127, "02017F"}, {128, "02020080"}, {255, "020200FF"}, {0xFFFFFFFF, "0201FF"},
-      {0xFFFFFF80, "020180"}, {0xFFFFFF7F, "0202FF7F"}, {0x7FFFFFFF, "02047FFFFFFF"}, {0x80000000, "020480000000"},
+      {0,          "020100"      },
+      {127,        "02017F"      },
+      {128,        "02020080"    },
+      {255,        "020200FF"    },
+      {0xFFFFFFFF, "0201FF"      },
+      {0xFFFFFF80, "020180"      },
+      {0xFFFFFF7F, "0202FF7F"    },
+      {0x7FFFFFFF, "02047FFFFFFF"},
+      {0x80000000, "020480000000"},
   };
   for (const auto& [value, hex] : kCases) EXPECT_EQ(Encoded(27, value), hex) << value;
 }
@@ -186,7 +215,8 @@ TEST(Times, Generalized) {
 }
 
 TEST(Times, EncodingChoosesByTheYear) {
-  EXPECT_EQ(Encoded(30, Moment(2049, 12, 31, 23, 59, 59)), "170D" + ToHex(FromHex("3439313233313233353935395A")));
+  EXPECT_EQ(Encoded(30, Moment(2049, 12, 31, 23, 59, 59)),
+            "170D" + ToHex(FromHex("3439313233313233353935395A")));
   EXPECT_EQ(Encoded(30, Moment(2050, 1, 1)), "180F32303530303130313030303030305A");
   EXPECT_EQ(Encoded(30, Moment(1949, 12, 31)), "180F31393439313233313030303030305A");
   EXPECT_EQ(Encoded(17, Moment(2050, 1, 1)), "00000000");
@@ -217,7 +247,12 @@ TEST(NameValues, WideText) {
 
 TEST(NameValues, RawText) {
   BYTE bytes[] = {0x05, 0x00};
-  const auto encoded = [&](DWORD type, DWORD size) { return Encoded(6, CERT_NAME_VALUE{type, {size, bytes}}); };
+  const auto encoded = [&](DWORD type, DWORD size) {
+    return Encoded(6,
+                   CERT_NAME_VALUE{
+                       type, {size, bytes}
+    });
+  };
   EXPECT_EQ(encoded(CERT_RDN_ANY_TYPE, 2), "80070057");
   EXPECT_EQ(encoded(256, 2), "8009310C");
   EXPECT_EQ(encoded(255, 0), "00000000");
@@ -239,19 +274,19 @@ struct ValueCase {
 
 TEST(NameValues, Decoding) {
   const ValueCase kCases[] = {
-      {"printable", 6, "13 02 41 42", 4, "4142", 1},
-      {"printable with its own NUL", 6, "13 02 41 00", 4, "4100", 0},
-      {"octets have no NUL", 6, "04 02 41 42", 2, "4142", 0},
-      {"empty UTF-8", 6, "0C 00", 13, "", 4},
-      {"BMP with an odd tail", 6, "1E 03 04 2F 41", 12, "2F040000", 4},
-      {"BMP whose last unit is NUL", 6, "1E 04 04 2F 00 00", 12, "2F04000000000000", 0},
-      {"BMP whose tail is a zero byte", 6, "1E 03 04 2F 00", 12, "2F040000", 4},
-      {"universal", 6, "1C 04 00 01 F6 00", 11, "00F60100", 4},
-      {"bit string is taken whole", 6, "03 02 00 FF", 1, "030200FF", 0},
-      {"printable, wide", 24, "13 02 41 42", 4, "4100000042000000", 4},
-      {"Teletex, wide", 24, "14 01 E9", 5, "E9000000", 4},
-      {"octets, wide", 24, "04 02 41 42", 2, "4142", 0},
-      {"class bits, wide", 24, "8C 01 41", 13, "41000000", 4},
+      {"printable",                     6,  "13 02 41 42",       4,  "4142",             1},
+      {"printable with its own NUL",    6,  "13 02 41 00",       4,  "4100",             0},
+      {"octets have no NUL",            6,  "04 02 41 42",       2,  "4142",             0},
+      {"empty UTF-8",                   6,  "0C 00",             13, "",                 4},
+      {"BMP with an odd tail",          6,  "1E 03 04 2F 41",    12, "2F040000",         4},
+      {"BMP whose last unit is NUL",    6,  "1E 04 04 2F 00 00", 12, "2F04000000000000", 0},
+      {"BMP whose tail is a zero byte", 6,  "1E 03 04 2F 00",    12, "2F040000",         4},
+      {"universal",                     6,  "1C 04 00 01 F6 00", 11, "00F60100",         4},
+      {"bit string is taken whole",     6,  "03 02 00 FF",       1,  "030200FF",         0},
+      {"printable, wide",               24, "13 02 41 42",       4,  "4100000042000000", 4},
+      {"Teletex, wide",                 24, "14 01 E9",          5,  "E9000000",         4},
+      {"octets, wide",                  24, "04 02 41 42",       2,  "4142",             0},
+      {"class bits, wide",              24, "8C 01 41",          13, "41000000",         4},
   };
   for (const auto& [name, type, hex, valueType, bytes, behind] : kCases) {
     SCOPED_TRACE(name);

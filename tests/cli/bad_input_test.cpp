@@ -4,7 +4,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <regex>
+#include <algorithm>
+#include <sstream>
 
 namespace {
 
@@ -43,11 +44,12 @@ TEST(ShowBadInput, PlaceAndExpectation) {
       Bad("a wrong field", With(der, 49, 0x04),
           "certificate: expected notBefore (UTCTime or GeneralizedTime), "
           "found OCTET STRING at byte offset 49 of the file"),
-      Bad("a length beyond its frame", With(der, 39, 0x70),
-          "certificate: expected attribute value within the 7 bytes that are left, "
-          "found a length of 112 at byte offset 38 of the file"),
+      Bad("a length beyond its frame", With(der, 50, 0x70),
+          "certificate: expected notBefore (UTCTime or GeneralizedTime) within the 30 bytes that are left, "
+          "found a length of 112 at byte offset 49 of the file"),
       Bad("no object of ours", std::string("\x30\x03\x02\x01\x05", 5),
-          "expected signed part (SEQUENCE), found INTEGER at byte offset 2 of the file"),
+          "certificate, CRL or certificate request: expected signed part (SEQUENCE), "
+          "found INTEGER at byte offset 2 of the file"),
       Bad("something behind it", der + "junk", "found identifier 0x6a at byte offset 305 of the file"),
       Bad("indefinite length", std::string("\x30\x80\x30\x00\x00\x00", 6),
           "of definite length, found indefinite length at byte offset 1 of the file"),
@@ -102,32 +104,50 @@ TEST(ShowBadInput, EveryTruncation) {
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
     std::istringstream lines(result.err);
-    const std::regex place("at offset ([0-9]+) of the decoded object");
+    constexpr std::string_view kPlace = " at offset ";
     size_t size = 1;
     for (std::string line; std::getline(lines, line); ++size) {
-      std::smatch match;
-      ASSERT_TRUE(std::regex_search(line, match, place)) << line;
-      EXPECT_EQ(std::stoul(match[1]), size) << line;
+      const size_t place = line.find(kPlace);
+      ASSERT_NE(place, std::string::npos) << line;
+      EXPECT_EQ(std::stoul(line.substr(place + kPlace.size())), size) << line;
     }
     EXPECT_EQ(size, der.size());
   }
+}
+
+bool HasControlCharacter(const std::string& text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](char c) { return c != '\n' && static_cast<unsigned char>(c) < 0x20; });
 }
 
 // A changed byte may be shown or refused, but it never ends the tool and never reaches the terminal raw.
 TEST(ShowBadInput, EveryChangedByte) {
   for (const char* file : {"rich.pem", "list.pem", "hostile.pem"}) {
     const std::string der = Der(ReadFile(DataPath(file)));
-    for (const unsigned char mask : {0x01, 0x80, 0xFF}) {
+    for (const unsigned char mask : {0x01, 0xFF}) {
       std::string bundle;
       for (size_t i = 0; i < der.size(); ++i) bundle += Pem(With(der, i, static_cast<char>(der[i] ^ mask)));
       const ToolResult text = RunTool({"show"}, bundle);
       EXPECT_EQ(text.status, 1) << "some of these are no objects";
-      for (const char c : text.out + text.err)
-        ASSERT_TRUE(c == '\n' || static_cast<unsigned char>(c) >= 0x20) << "octet " << int{c};
+      EXPECT_FALSE(HasControlCharacter(text.out + text.err));
       const ToolResult objects = RunTool({"show", "--json"}, bundle);
+      EXPECT_EQ(objects.status, 1);
       EXPECT_TRUE(nlohmann::json::accept(objects.out));
     }
   }
+}
+
+// What the library reads although it is not as it should be is shown, with the place where it is not.
+TEST(ShowBadInput, OverlookedFaultsAreRemarks) {
+  const std::string der = ReadFile(ExamplePath("d1_certificate.der"));
+  const auto objects = nlohmann::json::parse(RunTool({"show", "--json"}, With(der, 39, 0x70)).out);
+  ASSERT_EQ(objects.size(), 1u);
+  EXPECT_EQ(
+      objects[0]["remark"],
+      "expected attribute value within the 7 bytes that are left, found a length of 112 at byte offset 38 "
+      "of the file");
+  EXPECT_EQ(objects[0]["issuer"]["value"], "30123110300e060355040313704578616d706c65") << "its bytes";
+  EXPECT_EQ(objects[0]["subject"]["value"], "CN=Example");
 }
 
 }  // namespace

@@ -36,7 +36,10 @@ struct ExtensionCase {
   const char* oid;
   std::vector<PointerCase> values;
 };
-ExtensionCase In(const char* oid, std::vector<PointerCase> values) { return {oid, std::move(values)}; }
+template <typename... Values>
+ExtensionCase In(const char* oid, Values... values) {
+  return {oid, {values...}};
+}
 
 void ExpectValues(const json& object, std::span<const PointerCase> cases) {
   for (const auto& [pointer, expected] : cases) {
@@ -128,53 +131,46 @@ TEST(ShowJson, EveryDecodedExtension) {
   EXPECT_EQ(certificate["publicKey"]["sizeInBits"], 1024);
   EXPECT_EQ(certificate["fingerprints"]["sha1"], "570df2fd542de95761da4418ca42226d10c17ead");
   const ExtensionCase kCases[] = {
-      In("2.5.29.19", {At("/critical", "true"), At("/ca", "true"), At("/pathLength", "3")}),
+      In("2.5.29.19", At("/critical", "true"), At("/ca", "true"), At("/pathLength", "3")),
       In("2.5.29.15",
-         {At("/usages",
-             R"(["digitalSignature", "keyAgreement", "keyCertSign", "cRLSign", "decipherOnly"])")}),
-      In("2.5.29.37",
-         {At("/usages/0/oid", R"("1.3.6.1.5.5.7.3.1")"), At("/usages/1", R"({"oid": "1.2.3.4.5"})")}),
-      In("2.5.29.14",
-         {At("/critical", "false"), At("/keyId", R"("4ce01124e6405264cc5ac4dcbe6c18eceda26ab3")")}),
-      In("2.5.29.35",
-         {At("/keyId", R"("4ce01124e6405264cc5ac4dcbe6c18eceda26ab3")"), At("/serialNumber", R"("00f1")"),
-          At("/issuer/0/directoryName/attributes/0/value", R"("RU")")}),
-      In("2.5.29.17",
-         {At("/names/0", R"({"dnsName": "www.example.org"})"),
-          At("/names/1", R"({"email": "who@example.org"})"),
-          At("/names/2", R"({"url": "https://example.org/"})"),
-          At("/names/3", R"({"ipAddress": "192.0.2.17"})"),
-          At("/names/4", R"({"ipAddress": "2001:db8::17"})"), At("/names/5/registeredId/oid", R"("1.2.3.4")"),
-          At("/names/6/directoryName/value", R"("CN=A \\+ B")"),
-          At("/names/7/otherName/oid", R"("1.3.6.1.4.1.311.20.2.3")"),
-          At("/names/7/otherName/value", R"("who@domain")")}),
-      In("2.5.29.18", {At("/names/0", R"({"url": "http://issuer.example.org/"})")}),
-      In("2.5.29.31",
-         {At("/points/0/fullName/1/url", R"("http://crl.example.org/b.crl")"),
-          At("/points/0/reasons", R"(["keyCompromise", "cACompromise"])"),
-          At("/points/0/crlIssuer/0/directoryName/attributes/0/value", R"("A + B")")}),
-      In("2.5.29.46", {At("/points/0/fullName/0/url", R"("http://crl.example.org/delta.crl")")}),
-      In("1.3.6.1.5.5.7.1.1",
-         {At("/locations/0/oid", R"("1.3.6.1.5.5.7.48.1")"),
-          At("/locations/1/url", R"("http://ca.example.org/ca.crt")")}),
-      In("1.3.6.1.5.5.7.1.11", {At("/locations/0/url", R"("http://repository.example.org/")")}),
-      In("2.5.29.32",
-         {At("/policies/0", R"({"oid": "1.2.3.4.1"})"),
-          At("/policies/1/qualifiers/0/location", R"("http://cps.example.org/")"),
-          At("/policies/1/qualifiers/1/notice", R"("Read this")"),
-          At("/policies/1/qualifiers/2/value", R"("301330111a074578616d706c653006020101020102")")}),
-      In("2.5.29.33",
-         {At("/mappings/0/issuerPolicy/oid", R"("1.2.3.4.1")"),
-          At("/mappings/0/subjectPolicy/oid", R"("1.2.3.4.9")")}),
-      In("2.5.29.36", {At("/requireExplicitPolicy", "2"), At("/inhibitPolicyMapping", "0")}),
-      In("2.5.29.54", {At("/number", R"("1")")}),
-      In("1.3.6.1.4.1.311.21.7",
-         {At("/template/oid", R"("1.2.3.4.5.6")"), At("/majorVersion", "100"), At("/minorVersion", "7")}),
-      In("1.3.6.1.4.1.311.20.2", {At("/text", R"("Web server")")}),
-      In("1.2.643.100.111", {At("/text", R"("Средство")")}),
-      In("1.2.643.100.112", {At("/signatureTool", R"("Инструмент")"), At("/caToolCertificate", R"("СФ/2")")}),
-      In("2.5.29.30", {At("/content", R"("3012a010300e820c2e6578616d706c652e6f7267")")}),
-      In("1.2.3.4.99", {At("/content", R"("0403010203")")}),
+         At("/usages", R"(["digitalSignature", "keyAgreement", "keyCertSign", "cRLSign", "decipherOnly"])")),
+      In("2.5.29.37", At("/usages/0/oid", R"("1.3.6.1.5.5.7.3.1")"),
+         At("/usages/1", R"({"oid": "1.2.3.4.5"})")),
+      In("2.5.29.14", At("/critical", "false"),
+         At("/keyId", R"("4ce01124e6405264cc5ac4dcbe6c18eceda26ab3")")),
+      In("2.5.29.35", At("/keyId", R"("4ce01124e6405264cc5ac4dcbe6c18eceda26ab3")"),
+         At("/serialNumber", R"("00f1")"), At("/issuer/0/directoryName/attributes/0/value", R"("RU")")),
+      In("2.5.29.17", At("/names/0", R"({"dnsName": "www.example.org"})"),
+         At("/names/1", R"({"email": "who@example.org"})"),
+         At("/names/2", R"({"url": "https://example.org/"})"),
+         At("/names/3", R"({"ipAddress": "192.0.2.17"})"), At("/names/4", R"({"ipAddress": "2001:db8::17"})"),
+         At("/names/5/registeredId/oid", R"("1.2.3.4")"),
+         At("/names/6/directoryName/value", R"("CN=A \\+ B")"),
+         At("/names/7/otherName/oid", R"("1.3.6.1.4.1.311.20.2.3")"),
+         At("/names/7/otherName/value", R"("who@domain")")),
+      In("2.5.29.18", At("/names/0", R"({"url": "http://issuer.example.org/"})")),
+      In("2.5.29.31", At("/points/0/fullName/1/url", R"("http://crl.example.org/b.crl")"),
+         At("/points/0/reasons", R"(["keyCompromise", "cACompromise"])"),
+         At("/points/0/crlIssuer/0/directoryName/attributes/0/value", R"("A + B")")),
+      In("2.5.29.46", At("/points/0/fullName/0/url", R"("http://crl.example.org/delta.crl")")),
+      In("1.3.6.1.5.5.7.1.1", At("/locations/0/oid", R"("1.3.6.1.5.5.7.48.1")"),
+         At("/locations/1/url", R"("http://ca.example.org/ca.crt")")),
+      In("1.3.6.1.5.5.7.1.11", At("/locations/0/url", R"("http://repository.example.org/")")),
+      In("2.5.29.32", At("/policies/0", R"({"oid": "1.2.3.4.1"})"),
+         At("/policies/1/qualifiers/0/location", R"("http://cps.example.org/")"),
+         At("/policies/1/qualifiers/1/notice", R"("Read this")"),
+         At("/policies/1/qualifiers/2/value", R"("301330111a074578616d706c653006020101020102")")),
+      In("2.5.29.33", At("/mappings/0/issuerPolicy/oid", R"("1.2.3.4.1")"),
+         At("/mappings/0/subjectPolicy/oid", R"("1.2.3.4.9")")),
+      In("2.5.29.36", At("/requireExplicitPolicy", "2"), At("/inhibitPolicyMapping", "0")),
+      In("2.5.29.54", At("/number", R"("1")")),
+      In("1.3.6.1.4.1.311.21.7", At("/template/oid", R"("1.2.3.4.5.6")"), At("/majorVersion", "100"),
+         At("/minorVersion", "7")),
+      In("1.3.6.1.4.1.311.20.2", At("/text", R"("Web server")")),
+      In("1.2.643.100.111", At("/text", R"("Средство")")),
+      In("1.2.643.100.112", At("/signatureTool", R"("Инструмент")"), At("/caToolCertificate", R"("СФ/2")")),
+      In("2.5.29.30", At("/content", R"("3012a010300e820c2e6578616d706c652e6f7267")")),
+      In("1.2.3.4.99", At("/content", R"("0403010203")")),
   };
   for (const auto& [oid, values] : kCases) {
     SCOPED_TRACE(oid);
@@ -250,14 +246,15 @@ TEST(ShowText, NamesAreWrittenByRfc4514) {
 
 TEST(ShowText, ColumnsAndWrappedBytes) {
   const std::string text = RunTool({"show", ExamplePath("d1_certificate.der")}).out;
-  for (const char* lines : {
-           "Certificate\n  File                 ",
-           "\n  Validity\n    Not before  2001-01-01T00:00:00Z\n    Not after   2050-12-31T00:00:00Z\n  "
-           "Subject ",
-           "\n    Key           04:40:0b:d8:6f:e5:d8:db:89:66:8f:78:9b:4e:1d:ba:85:85:c5:50:8b:45:ec:5b:\n"
-           "                  59:d8:90:6d:db:70:e2:49:2b:7f:da:77:ff:87:1a:10:fb:df:27:66:d2:93:c5:d1:\n",
-           "\n    Basic constraints (2.5.29.19)\n      Critical  yes\n      CA        yes\n",
-       }) {
+  const char* const kLines[] = {
+      "Certificate\n  File                 ",
+      "\n  Validity\n    Not before  2001-01-01T00:00:00Z\n    Not after   2050-12-31T00:00:00Z\n  "
+      "Subject ",
+      "\n    Key           04:40:0b:d8:6f:e5:d8:db:89:66:8f:78:9b:4e:1d:ba:85:85:c5:50:8b:45:ec:5b:\n"
+      "                  59:d8:90:6d:db:70:e2:49:2b:7f:da:77:ff:87:1a:10:fb:df:27:66:d2:93:c5:d1:\n",
+      "\n    Basic constraints (2.5.29.19)\n      Critical  yes\n      CA        yes\n",
+  };
+  for (const char* lines : kLines) {
     EXPECT_NE(text.find(lines), std::string::npos) << lines << "\nin\n" << text;
   }
 }
@@ -334,7 +331,9 @@ TEST(ShowInput, Fifo) {
     close(fifo);
   });
   EXPECT_EQ(ShowJson({path}).size(), 1u);
+  const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);  // frees the writer when the tool never came
   writer.join();
+  close(reader);
   unlink(path.c_str());
 }
 

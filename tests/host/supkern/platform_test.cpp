@@ -106,6 +106,9 @@ TEST(Loader, TakesNamesPathsAndSettings) {
                                  "\\lib\\loop", "./libm.so.6", "../lib/libm.so.6"}) {
           EXPECT_EQ(support_load_library_registry(name, 7), nullptr) << name;
         }
+        ASSERT_EQ(chdir(CERTKERN_BINARY_DIR "/lib"), 0);
+        EXPECT_EQ(support_load_library_registry("./libkeykern.so.4", 7), nullptr)
+            << "there, but only from here";
         EXPECT_EQ(support_load_library_registry(nullptr, 7), nullptr);
         EXPECT_EQ(support_load_library_getaddr(nullptr, "malloc"), nullptr);
         support_unload_library_registry(nullptr);

@@ -7,9 +7,20 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+
+void EndChild(const std::function<void()>& body) {
+  try {
+    body();
+  } catch (const std::exception& exception) {
+    ADD_FAILURE() << "thrown in the child: " << exception.what();
+  }
+  std::fflush(stdout);
+  _exit(testing::Test::HasFailure() ? 1 : 0);
+}
 
 Sandbox::Sandbox() : root_((std::filesystem::temp_directory_path() / "certkern-test-XXXXXX").string()) {
   if (!mkdtemp(root_.data())) ADD_FAILURE() << "no directory for the test";
@@ -59,14 +70,14 @@ void Sandbox::runChild(const std::function<void()>& body) const {
   const pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
-    const int errors = open(path("stderr").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-    dup2(errors, STDERR_FILENO);
-    setenv("HOME", path("home").c_str(), 1);
-    setenv("XDG_CONFIG_HOME", path("home/config").c_str(), 1);
-    setenv("XDG_DATA_HOME", path("home/data").c_str(), 1);
-    body();
-    std::fflush(stdout);
-    _exit(testing::Test::HasFailure() ? 1 : 0);
+    EndChild([&] {
+      const int errors = open(path("stderr").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+      dup2(errors, STDERR_FILENO);
+      setenv("HOME", path("home").c_str(), 1);
+      setenv("XDG_CONFIG_HOME", path("home/config").c_str(), 1);
+      setenv("XDG_DATA_HOME", path("home/data").c_str(), 1);
+      body();
+    });
   }
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);

@@ -7,6 +7,10 @@
 #include <string>
 #include <vector>
 
+// Runs the body in the child of a fork and ends it: status 1 when an expectation failed or something was
+// thrown, for a child must never go on with the tests that its parent still has to run.
+[[noreturn]] void EndChild(const std::function<void()>& body);
+
 class Sandbox {
  public:
   Sandbox();

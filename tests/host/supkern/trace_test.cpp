@@ -202,9 +202,14 @@ TEST(Trace, ReaderThatWentAwayKillsNobody) {
 
 // Gives this process an empty /etc of its own. False where the system does not allow it.
 bool HidesEtc() {
-  const std::string user = "0 " + std::to_string(getuid()) + " 1";
-  if (unshare(getuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) != 0) return false;
-  if (getuid() != 0) std::ofstream("/proc/self/uid_map") << user;
+  const uid_t user = getuid();
+  const gid_t group = getgid();
+  if (unshare(user == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) != 0) return false;
+  if (user != 0) {
+    std::ofstream("/proc/self/setgroups") << "deny";
+    std::ofstream("/proc/self/uid_map") << "0 " << user << " 1";
+    std::ofstream("/proc/self/gid_map") << "0 " << group << " 1";
+  }
   return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
       && mount("tmpfs", "/etc", "tmpfs", 0, nullptr) == 0 && mkdir("/etc/certkern", 0755) == 0;
 }
