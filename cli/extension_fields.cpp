@@ -35,11 +35,15 @@ void AddSerial(Field& parent, std::string_view label, const CRYPT_INTEGER_BLOB& 
 void AddBits(Field& parent, std::string_view label, const CRYPT_BIT_BLOB& bits,
              std::span<const char* const> names) {
   Field& list = parent.addList(label);
-  const size_t count = size_t{bits.cbData} * 8;
+  // what nobody has named is few bits in an honest object; more of them are not worth a line each
+  constexpr size_t kUnnamedShown = 32;
+  const size_t count = std::min(size_t{bits.cbData} * 8, names.size() + kUnnamedShown);
   for (size_t i = 0; i < count; ++i) {
     if (!(bits.pbData[i / 8] & (0x80 >> i % 8))) continue;
     list.add("", Words{i < names.size() ? names[i] : fmt::format("bit {}", i)});
   }
+  const size_t shown = (count + 7) / 8;
+  if (bits.cbData > shown) list.add("", Words{fmt::format("and {} bytes more", bits.cbData - shown)});
 }
 
 constexpr const char* kKeyUsages[] = {"digitalSignature", "nonRepudiation", "keyEncipherment",

@@ -134,7 +134,7 @@ Field AltNameField(const CERT_ALT_NAME_ENTRY& entry) {
     case CERT_ALT_NAME_REGISTERED_ID:
       return Field("Registered ID", NamedOid(entry.pszRegisteredID));
     default:
-      return Field("Name", Words{"none"});
+      return Field("Location", Words{"none"});
   }
 }
 

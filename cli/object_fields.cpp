@@ -177,7 +177,7 @@ bool AddKnownValue(std::string_view oid, std::span<const BYTE> value, Field& fie
   if (oid == szOID_ENROLLMENT_NAME_VALUE_PAIR) {
     const auto pair = Decode<CRYPT_ENROLLMENT_NAME_VALUE_PAIR>(szOID_ENROLLMENT_NAME_VALUE_PAIR, value);
     if (!pair) return false;
-    field.add("Name", WideText(pair->pwszName));
+    field.add("Pair name", WideText(pair->pwszName));
     field.add("Value", WideText(pair->pwszValue));
     return true;
   }

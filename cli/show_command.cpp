@@ -143,7 +143,11 @@ std::function<int()> PrepareShow(CLI::App& command) {
   command
       .add_option("--max-entries", arguments->show.maxEntries,
                   "Show only the first N entries of a CRL; their count is always shown")
-      ->check(CLI::NonNegativeNumber)
+      ->check([](const std::string& text) {
+        const bool number =
+            !text.empty() && text.size() < 10 && text.find_first_not_of("0123456789") == text.npos;
+        return number ? std::string() : "must be a number from 0 to 999999999";
+      })
       ->type_name("N");
   command.footer(
       "A file may hold DER, PEM (any number of objects) or bare Base64; what an object is, its bytes tell.\n"

@@ -97,8 +97,10 @@ Slot* TakeSlot() {
 void Retire(Slot& slot) {
   slot.object.reset();
   const uint64_t generation = slot.state.load(std::memory_order_relaxed) & ~kInUse;
-  slot.state.store(generation + kOneGeneration, std::memory_order_release);
-  PushFree(slot);
+  const uint64_t next = generation + kOneGeneration;
+  slot.state.store(next, std::memory_order_release);
+  // once its generations are used up, an old handle would come to life again: the slot rests for good
+  if (next) PushFree(slot);
 }
 
 uint64_t GenerationOf(uint64_t state) { return state / kOneGeneration; }

@@ -39,6 +39,8 @@ class DotCounter {
         lineStart = at + 1;
         // a string or comment that may not cross a line ends with it: the parser refuses the text there
         if (!multiline_) inside_ = 0;
+      } else if (!inside_ && std::string_view("=,[]{}").find(c) != std::string_view::npos) {
+        dots = 0;  // a key ends here; the dots of numbers and times are none of its own
       } else if (!inside_ && c == '.' && ++dots >= kMaxConfigurationDepth) {
         fault.line = line;
         fault.column = static_cast<unsigned>(at - lineStart + 1);

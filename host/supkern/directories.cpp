@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <cerrno>
@@ -52,20 +53,8 @@ int Refuse(const std::string& path, const std::string& reason, int code) {
   return code;
 }
 
-// Makes one directory; an existing one is left as it is. An errno value, or 0.
-int MakeDirectory(const std::string& path, mode_t mode) {
-  if (mkdir(path.c_str(), mode) != 0) return errno == EEXIST ? 0 : errno;
-  return chmod(path.c_str(), mode) == 0 ? 0 : errno;  // what the umask took
-}
-
-// Makes the directory and those above it. An errno value, or 0.
-int MakeDirectories(const std::string& path, mode_t mode) {
-  for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
-    const int error = MakeDirectory(path.substr(0, slash), mode);
-    // one that is there need not be writable, or even on a writable file system
-    if (error && access(path.substr(0, slash).c_str(), F_OK) != 0) return error;
-  }
-  return MakeDirectory(path, mode);
+int Unmade(const std::string& path, int error) {
+  return Refuse(path, std::string("cannot be made: ") + strerrordesc_np(error), CodeOfErrno(error));
 }
 
 bool IsStickyWhereShared(const struct stat& status, mode_t writers) {
@@ -98,6 +87,44 @@ const char* DistrustParents(Descriptor directory) {
     directory = std::move(parent);
     below = above;
   }
+}
+
+// Opens one directory below another, made where it is not there. Never through a link, so that nobody who may write
+// the parent can lead the mode elsewhere.
+Descriptor OpenOrMake(const Descriptor& parent, const std::string& name, mode_t mode) {
+  const bool made = mkdirat(parent.get(), name.c_str(), mode) == 0;
+  if (!made && errno != EEXIST) return Descriptor();
+  Descriptor child(openat(parent.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (made && child && fchmod(child.get(), mode) != 0) return Descriptor();  // what the umask took
+  return child;
+}
+
+// Makes the directories of a path that are not there, below one that is trusted: nothing is made in another's.
+int MakeDirectories(const std::string& path, mode_t mode) {
+  std::string existing = path;
+  Descriptor directory;
+  while (!directory) {
+    const size_t slash = existing.find_last_not_of('/') == std::string::npos
+        ? 0
+        : existing.rfind('/', existing.find_last_not_of('/'));
+    existing.resize(slash == std::string::npos ? 0 : slash);
+    directory = Descriptor(open(existing.empty() ? "/" : existing.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!directory && (errno != ENOENT || existing.empty())) return Unmade(path, errno);
+  }
+  struct stat status {};
+  if (fstat(directory.get(), &status) != 0) return Unmade(path, errno);
+  const char* reason = IsStickyWhereShared(status, S_IWOTH)
+      ? DistrustParents(Descriptor(openat(directory.get(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC)))
+      : "would lie in a directory that everybody can write to";
+  if (reason) return Refuse(path, reason, ERROR_ACCESS_DENIED);
+  for (size_t begin = existing.size(); begin < path.size();) {
+    const size_t first = path.find_first_not_of('/', begin);
+    if (first == std::string::npos) break;
+    begin = std::min(path.find('/', first), path.size());
+    directory = OpenOrMake(directory, path.substr(first, begin - first), mode);
+    if (!directory) return Unmade(path, errno);
+  }
+  return 0;
 }
 
 int PathToDirectory(const char* path, std::string& directory) {
@@ -164,9 +191,7 @@ const csp_paths* MakePathTable() {
 int EnsureDirectory(const std::string& path, mode_t mode, Sharing sharing) {
   Descriptor directory(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!directory && errno == ENOENT) {
-    if (const int error = MakeDirectories(path, mode)) {
-      return Refuse(path, std::string("cannot be made: ") + strerrordesc_np(error), CodeOfErrno(error));
-    }
+    if (const int code = MakeDirectories(path, mode)) return code;
     directory = Descriptor(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   }
   struct stat status {};

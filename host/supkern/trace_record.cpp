@@ -60,7 +60,8 @@ size_t Utf8Length(std::string_view text, uint32_t& character) {
 // overrides.
 bool IsPlain(uint32_t character) {
   return character >= 0x20 && character != '\\' && (character < 0x7F || character > 0x9F)
-      && (character < 0x2028 || character > 0x202E) && (character < 0x2066 || character > 0x2069);
+      && (character < 0x200B || character > 0x200F) && (character < 0x2028 || character > 0x202E)
+      && (character < 0x2066 || character > 0x2069) && character != 0x061C && character != 0xFEFF;
 }
 
 // The escape of one character; `bytes` are what it is made of.
