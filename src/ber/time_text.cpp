@@ -11,7 +11,7 @@ constexpr size_t kGeneralizedTimeSize = 15;
 bool IsUtcTimeSize(size_t size) { return size == kUtcTimeSize || size == kUtcTimeSize - 2; }
 
 // A decimal number at a place. Characters that are no digits give a number without meaning, never a fault.
-int Number(std::string_view text, size_t position, size_t digits) {
+[[gnu::always_inline]] inline int Number(std::string_view text, size_t position, size_t digits) {
   int number = 0;
   for (size_t i = 0; i < digits; ++i)
     number = number * 10 + (static_cast<unsigned char>(text[position + i]) - '0');
@@ -19,7 +19,7 @@ int Number(std::string_view text, size_t position, size_t digits) {
 }
 
 // Month, day, hour, minute, in two digits each.
-void ReadDate(std::string_view text, size_t position, SYSTEMTIME& parts) {
+[[gnu::always_inline]] inline void ReadDate(std::string_view text, size_t position, SYSTEMTIME& parts) {
   parts.wMonth = static_cast<WORD>(Number(text, position, 2));
   parts.wDay = static_cast<WORD>(Number(text, position + 2, 2));
   parts.wHour = static_cast<WORD>(Number(text, position + 4, 2));
