@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -125,6 +126,20 @@ TEST(Certificate, BareOrSigned) {
     EXPECT_EQ(info->cExtension, 2u);
   }
   EXPECT_FALSE(Decode<CERT_INFO>(X509_CERT_TO_BE_SIGNED, whole, CRYPT_DECODE_TO_BE_SIGNED_FLAG));
+}
+
+TEST(Certificate, SubjectUniqueId) {
+  std::vector<BYTE> certificate = FromHex(SampleHex("certificate"));
+  const BYTE issuerId[] = {0x81, 0x02, 0x04, 0xF0};
+  const auto place =
+      std::search(certificate.begin(), certificate.end(), std::begin(issuerId), std::end(issuerId));
+  ASSERT_NE(place, certificate.end());
+  *place = 0x82;
+  const auto info = Decode<CERT_INFO>(X509_CERT_TO_BE_SIGNED, certificate);
+  ASSERT_TRUE(info);
+  EXPECT_EQ(info->IssuerUniqueId.cbData, 0u);
+  EXPECT_EQ(ToHex({info->SubjectUniqueId.pbData, info->SubjectUniqueId.cbData}), "F0");
+  EXPECT_EQ(Encoded(X509_CERT_TO_BE_SIGNED, info.get()), ToHex(certificate));
 }
 
 TEST(Certificate, Versions) {
