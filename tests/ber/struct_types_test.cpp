@@ -149,6 +149,7 @@ TEST(StructTypes, WhatIsRefusedAndWithWhichCode) {
        CRYPT_E_ASN1_BADTAG                                                                                                             },
       {"an impossible generalized time",                  30, "18 0F 32 30 32 36 31 33 30 31 30 30 30 30 30 30 5A", 0                  },
       {"an extension without an identifier",              5,  "30 02 30 00",                                        0                  },
+      {"a general name of a private class",               12, "30 03 C2 01 61",                                     0                  },
       {"an empty DNS name",                               12, "30 02 82 00",                                        0                  },
       {"a DNS name that a NUL divides",                   12, "30 05 82 03 61 00 62",                               0                  },
       {"a directory name with a broken header",           12, "30 04 A4 02 30 05",                                  0                  },
@@ -181,6 +182,14 @@ TEST(StructTypes, WhatIsRefusedAndWithWhichCode) {
     EXPECT_FALSE(decoded.ok);
     EXPECT_EQ(decoded.code, code);
   }
+}
+
+TEST(StructTypes, GeneralNamesMayBeConstructed) {
+  const Decoded names = Decode(12, FromHex("30 03 A2 01 61"));
+  ASSERT_TRUE(names.ok);
+  const auto* info = reinterpret_cast<const CERT_ALT_NAME_INFO*>(names.record.data());
+  EXPECT_EQ(info->rgAltEntry[0].dwAltNameChoice, DWORD{CERT_ALT_NAME_DNS_NAME});
+  EXPECT_STREQ(info->rgAltEntry[0].pwszDNSName, L"a");
 }
 
 TEST(StructTypes, BasicConstraintsForgiveAndRemember) {
