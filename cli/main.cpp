@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <string>
+#include <vector>
 
 namespace certkern::cli {
 namespace {
@@ -22,6 +24,16 @@ constexpr Command kCommands[] = {
     {"show", "Show certificates, CRLs and certificate requests", PrepareShow},
 };
 
+// The parser takes "[a,b]" for a list of two values; here it is a file of that name.
+std::vector<std::string> Arguments(int argc, char** argv) {
+  std::vector<std::string> arguments;
+  for (int i = argc - 1; i > 0; --i) {  // last first, as the parser wants them
+    const std::string argument = argv[i];
+    arguments.push_back(argument.starts_with('[') ? "./" + argument : argument);
+  }
+  return arguments;
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("Looks into certificates, CRLs and certificate requests.", "certkern");
   app.set_version_flag("--version", "certkern " CERTKERN_VERSION);
@@ -33,7 +45,7 @@ int Run(int argc, char** argv) {
     command->callback([&chosen, run = row.prepare(*command)] { chosen = run; });
   }
   try {
-    app.parse(argc, argv);
+    app.parse(Arguments(argc, argv));
   } catch (const CLI::ParseError& error) {
     return app.exit(error) ? kWrongUsage : 0;  // help and version are "errors" of status 0
   }
