@@ -39,7 +39,7 @@ find_package(certkern 4 REQUIRED)
 add_executable(consumer $work/program.c)
 target_link_libraries(consumer PRIVATE certkern::certkern)
 CMAKE
-cmake -S "$work/cm" -B "$work/cm/b" -DCMAKE_PREFIX_PATH="$prefix" >"$work/log" && cmake --build "$work/cm/b" >>"$work/log" ||
+cmake -G Ninja -S "$work/cm" -B "$work/cm/b" -DCMAKE_PREFIX_PATH="$prefix" >"$work/log" && cmake --build "$work/cm/b" >>"$work/log" ||
   { cat "$work/log"; fail "the CMake package"; }
 [[ $("$work/cm/b/consumer") == "3 0a0101" ]] || fail "the program built with CMake"
 echo "installed copy works"
