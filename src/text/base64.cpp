@@ -309,27 +309,30 @@ void Base64Read(std::string_view text, BYTE* out) {
   assert(good);
 }
 
+SizeAnswer AnswerSize(uint64_t size, const char* out, DWORD* outLength) {
+  if (size > kMaxInterfaceSize) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return SizeAnswer::Refused;
+  }
+  const DWORD room = *outLength;
+  *outLength = static_cast<DWORD>(size);
+  if (!out) {
+    SetLastError(ERROR_SUCCESS);
+    return SizeAnswer::SizeOnly;
+  }
+  if (room >= size) return SizeAnswer::Write;
+  SetLastError(ERROR_MORE_DATA);
+  return SizeAnswer::Refused;
+}
+
 bool Base64Encode(const BYTE* data, DWORD length, char* out, DWORD* outLength, DWORD flags) {
   if (!data || !outLength) {
     SetLastError(ERROR_BAD_ARGUMENTS);
     return false;
   }
   const LineEnds lineEnds = flags & CRYPT_STRING_NOCRLF ? LineEnds::None : LineEnds::Written;
-  const uint64_t bound = EncodedBound(length, lineEnds);
-  if (bound > kMaxInterfaceSize) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return false;
-  }
-  const DWORD room = *outLength;
-  *outLength = static_cast<DWORD>(bound);
-  if (!out) {
-    SetLastError(0);
-    return true;
-  }
-  if (room < bound) {
-    SetLastError(ERROR_MORE_DATA);
-    return false;
-  }
+  const SizeAnswer answer = AnswerSize(EncodedBound(length, lineEnds), out, outLength);
+  if (answer != SizeAnswer::Write) return answer == SizeAnswer::SizeOnly;
   *outLength = static_cast<DWORD>(Base64Write(std::span(data, length), lineEnds, out) - out);
   return true;
 }

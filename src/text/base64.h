@@ -35,6 +35,12 @@ void Base64Read(std::string_view text, BYTE* out);
 // The two directions as one call each, with the size rules of the exported functions: a null out asks for the size,
 // and too little room is ERROR_MORE_DATA with the size in *outLength.
 
+// What is left to do once the size of a text is known.
+enum class SizeAnswer { Refused, SizeOnly, Write };
+// Answers with the size: a null out asks for no more; too little room is ERROR_MORE_DATA; a size above 32 bits is
+// ERROR_INVALID_PARAMETER, and *outLength stays.
+SizeAnswer AnswerSize(uint64_t size, const char* out, DWORD* outLength);
+
 // The size asked for is an upper bound: without line ends (CRYPT_STRING_NOCRLF in flags) each full line is still
 // counted with one. *outLength is the exact count after writing. A size query sets the last error to 0.
 // Fails with ERROR_BAD_ARGUMENTS for null data or outLength, ERROR_INVALID_PARAMETER for a size above 32 bits.

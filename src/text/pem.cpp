@@ -54,21 +54,8 @@ bool Base64EncodeWithHeader(const PemBanners* banners, const BYTE* data, DWORD l
     SetLastError(ERROR_BAD_ARGUMENTS);
     return false;
   }
-  const uint64_t size = PemTextLength(*banners, length);
-  if (size > kMaxInterfaceSize) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return false;
-  }
-  const DWORD room = *outLength;
-  *outLength = static_cast<DWORD>(size);
-  if (!out) {
-    SetLastError(0);
-    return true;
-  }
-  if (room < size) {
-    SetLastError(ERROR_MORE_DATA);
-    return false;
-  }
+  const SizeAnswer answer = AnswerSize(PemTextLength(*banners, length), out, outLength);
+  if (answer != SizeAnswer::Write) return answer == SizeAnswer::SizeOnly;
   PemWrite(*banners, std::span(data, length), out);
   return true;
 }
