@@ -6,9 +6,9 @@
 
 namespace {
 
+using certkern::kMaxConfigurationDepth;
 using certkern::support::Configuration;
 using certkern::support::ConfigurationNode;
-using certkern::support::kMaxConfigurationDepth;
 
 void Require(bool condition) {
   if (!condition) std::abort();

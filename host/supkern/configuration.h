@@ -12,11 +12,9 @@
 #include <variant>
 #include <vector>
 
-namespace certkern::support {
+#include "platform/limits.h"
 
-// Names in one dotted key or table header, and tables inside tables. Far above any real setting, and low
-// enough that what recurses over the tables stays within a small thread's stack.
-inline constexpr size_t kMaxConfigurationDepth = 32;
+namespace certkern::support {
 
 // What a name stands for: nothing but its children, a value, or a kind that no setting has (a float, an array
 // ...).

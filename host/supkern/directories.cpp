@@ -99,15 +99,19 @@ Descriptor OpenOrMake(const Descriptor& parent, const std::string& name, mode_t 
   return child;
 }
 
+// Of an absolute path, without a separator behind it; the root is empty.
+std::string ParentOf(std::string path) {
+  while (!path.empty() && path.back() == '/') path.pop_back();
+  path.resize(path.empty() ? 0 : path.rfind('/'));
+  return path;
+}
+
 // Makes the directories of a path that are not there, below one that is trusted: nothing is made in another's.
 int MakeDirectories(const std::string& path, mode_t mode) {
   std::string existing = path;
   Descriptor directory;
   while (!directory) {
-    const size_t slash = existing.find_last_not_of('/') == std::string::npos
-        ? 0
-        : existing.rfind('/', existing.find_last_not_of('/'));
-    existing.resize(slash == std::string::npos ? 0 : slash);
+    existing = ParentOf(existing);
     directory = Descriptor(open(existing.empty() ? "/" : existing.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!directory && (errno != ENOENT || existing.empty())) return Unmade(path, errno);
   }

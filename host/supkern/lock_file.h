@@ -6,12 +6,10 @@
 #include <string>
 #include <string_view>
 
+#include "platform/limits.h"
 #include "supkern/descriptor.h"
 
 namespace certkern::support {
-
-// Bytes of a mutex name. Names are made of whole paths, so they may be as long as these, and a suffix.
-inline constexpr size_t kMaxMutexName = 4096 + 256;
 
 // The path of the lock file of a mutex; an errno value, with path untouched, for a name that is empty, too
 // long or has separators or control characters, or when the lock directory cannot be had or trusted. A name

@@ -7,10 +7,9 @@
 #include <string>
 #include <string_view>
 
-namespace certkern::support {
+#include "platform/limits.h"
 
-// Bytes of a record with its newline. No more than PIPE_BUF, so that a pipe, too, takes it in one piece.
-inline constexpr size_t kMaxTraceRecord = 4096;
+namespace certkern::support {
 
 // Bytes of the time at the head of a record, with the blank behind it.
 inline constexpr size_t kTraceTimeWidth = 28;

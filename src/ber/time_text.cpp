@@ -29,8 +29,9 @@ bool IsUtcTimeSize(size_t size) { return size == kUtcTimeSize || size == kUtcTim
 // An impossible date gives the zero time, and leaves no code.
 bool ToFileTime(const SYSTEMTIME& parts, FILETIME& time) {
   // a date that is surely real needs no last error to go back to: a long list has one an entry
-  const bool surelyReal = parts.wYear > 1601 && parts.wMonth - 1u < 12 && parts.wDay - 1u < 28
-      && parts.wHour < 24 && parts.wMinute < 60 && parts.wSecond < 60;
+  const bool surelyReal = parts.wYear > 1601 && parts.wYear <= 9999 && parts.wMonth - 1u < 12
+      && parts.wDay - 1u < 28 && parts.wHour < 24 && parts.wMinute < 60 && parts.wSecond < 60
+      && parts.wMilliseconds < 1000;
   const DWORD before = surelyReal ? ERROR_SUCCESS : GetLastError();
   if (SystemTimeToFileTime(&parts, &time)) return true;
   SetLastError(before);

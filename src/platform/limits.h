@@ -19,6 +19,16 @@ inline constexpr size_t kMaxOidArcOctets = 8;
 // A configuration file larger than this is refused, not read.
 inline constexpr size_t kMaxConfigurationFile = size_t{1} << 20;
 
+// Names in one dotted key or table header, and tables inside tables. Far above any real setting, and low
+// enough that what recurses over the tables stays within a small thread's stack.
+inline constexpr size_t kMaxConfigurationDepth = 32;
+
+// Bytes of a record with its newline. No more than PIPE_BUF, so that a pipe, too, takes it in one piece.
+inline constexpr size_t kMaxTraceRecord = 4096;
+
+// Bytes of a mutex name. Names are made of whole paths, so they may be as long as these, and a suffix.
+inline constexpr size_t kMaxMutexName = 4096 + 256;
+
 // Conversions between code pages count in int; one wide character is four bytes of a record.
 inline constexpr size_t kMaxConvertedText = 0x7FFFFFFF / sizeof(wchar_t);
 

@@ -210,7 +210,13 @@ TEST(Times, Generalized) {
   EXPECT_TRUE(time == Moment(2050, 1, 2, 3, 4, 5, 600));
   ASSERT_TRUE(BerParseGeneralizedTime("20500102030405.678Z", time));
   EXPECT_TRUE(time == Moment(2050, 1, 2, 3, 4, 5, 678));
-  EXPECT_FALSE(BerParseGeneralizedTime("20509902030405Z", time));
+  for (const char* impossible : {"20509902030405Z", "20500102030405.\xFF\xFF\xFFZ",
+                                 "\xFF\xFF\xFF\xFF"
+                                 "0102030405Z"}) {
+    SetLastError(17);
+    EXPECT_FALSE(BerParseGeneralizedTime(impossible, time));
+    EXPECT_EQ(GetLastError(), 17u) << "a failure without a code";
+  }
   EXPECT_FALSE(BerParseGeneralizedTime("20500102030405.Z", time)) << "16 characters are of neither form";
 }
 

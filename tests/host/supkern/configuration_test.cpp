@@ -8,8 +8,8 @@
 
 namespace {
 
+using certkern::kMaxConfigurationDepth;
 using certkern::support::Configuration;
-using certkern::support::kMaxConfigurationDepth;
 using certkern::support::Presence;
 
 Configuration FromText(std::string_view text) {
