@@ -103,8 +103,10 @@
 #define NTE_SYS_ERR 0x80090021u
 #define NTE_SILENT_CONTEXT 0x80090022u /**< the dialog that would have to ask the user can't be had */
 #define NTE_TOKEN_KEYSET_STORAGE_FULL 0x80090023u
-#define SEC_E_INTERNAL_ERROR 0x80090304u  /**< the URL cache has no store */
-#define SEC_E_CONTEXT_EXPIRED 0x80090317u /**< an object outside its validity is not cached */
+#define SCARD_W_WRONG_CHV 0x8010006Bu              /**< a wrong PIN */
+#define SCARD_W_CARD_NOT_AUTHENTICATED 0x8010006Fu /**< a private key behind a PIN that was not given */
+#define SEC_E_INTERNAL_ERROR 0x80090304u           /**< the URL cache has no store */
+#define SEC_E_CONTEXT_EXPIRED 0x80090317u          /**< an object outside its validity is not cached */
 
 /* Messages. */
 #define CRYPT_E_MSG_ERROR 0x80091001u

@@ -110,11 +110,15 @@ CERTKERN_API void GetSystemTimeAsFileTime(LPFILETIME lpSystemTimeAsFileTime);
 #define CALG_EXPORT_DIVERSIFIED 0x661Fu /**< RFC 4357, 6.3 */
 #define CALG_EXPORT_SIMPLE 0x6620u      /**< RFC 4357, 6.1 */
 #define CALG_EXPORT_KDF 0x6621u         /**< RFC 7836, 4.6 */
+/** How an agreed GOST key wraps another with KEG and KExp15. RFC 9189, 8.2.1 and 8.3.1 */
+#define CALG_EXPORT_KEXP15_M 0x6624u /**< under Magma */
+#define CALG_EXPORT_KEXP15_K 0x6625u /**< under Kuznyechik */
 #define CALG_RSA_SIGN 0x2400u
 #define CALG_RSA_KEYX 0xA400u
 #define CALG_DSS_SIGN 0x2200u
 #define CALG_ECDSA 0x2203u
 #define CALG_ECDH 0xAA05u
+#define CALG_ECDH_EPHEM 0xAE06u
 #define CALG_EDDSA 0x2220u    /**< RFC 8032 */
 #define CALG_GR3410EL 0x2E23u /**< GOST R 34.10-2001. RFC 5832 */
 #define CALG_DH_EL_SF 0xAA24u
@@ -143,16 +147,20 @@ CERTKERN_API void GetSystemTimeAsFileTime(LPFILETIME lpSystemTimeAsFileTime);
 #define CRYPT_MACHINE_KEYSET 0x20u
 #define CRYPT_SILENT 0x40u
 
-/** Opens a provider. Any number of threads may use it.
- *  @param phProv       receives the provider, for CryptReleaseContext
- *  @param szContainer  NULL or empty with CRYPT_VERIFYCONTEXT
+/** Opens a provider, and with it a key container, makes one, or deletes one. Any number of threads may use it.
+ *  @param phProv       receives the provider, for CryptReleaseContext; not touched by CRYPT_DELETEKEYSET
+ *  @param szContainer  the container, UTF-8, at most 200 bytes in its encoded form, with or without the reader
+ *                      \\.\DISKVAULT\ in front; NULL or empty: the one of the user's name, and with CRYPT_VERIFYCONTEXT
+ *                      the only choice
  *  @param szProvider   the provider's name; NULL: the one of the type
  *  @param dwProvType   PROV_...
- *  @param dwFlags      CRYPT_VERIFYCONTEXT, with or without CRYPT_SILENT and CRYPT_MACHINE_KEYSET
+ *  @param dwFlags      CRYPT_VERIFYCONTEXT, CRYPT_NEWKEYSET, CRYPT_DELETEKEYSET or none of them; with CRYPT_SILENT,
+ *                      CRYPT_MACHINE_KEYSET
  *  @return TRUE or FALSE
- *  @errors ERROR_INVALID_PARAMETER: phProv is NULL; NTE_BAD_PROV_TYPE: no such type; NTE_KEYSET_NOT_DEF: no such name;
- *          NTE_PROV_TYPE_NO_MATCH: the name is another type's; NTE_BAD_FLAGS; NTE_BAD_KEYSET_PARAM: a container with
- *          CRYPT_VERIFYCONTEXT; NTE_NO_MEMORY */
+ *  @errors ERROR_INVALID_PARAMETER: phProv is NULL; NTE_BAD_PROV_TYPE: no such type; NTE_KEYSET_NOT_DEF: no such provider,
+ *          reader or container; NTE_PROV_TYPE_NO_MATCH: the name is another type's; NTE_BAD_FLAGS; NTE_BAD_KEYSET_PARAM: a
+ *          container with CRYPT_VERIFYCONTEXT, or no possible name; NTE_EXISTS: there is one; NTE_BAD_KEYSET: damaged;
+ *          NTE_PERM: others may write to it, or this user may not; NTE_NO_MEMORY */
 CERTKERN_API BOOL CryptAcquireContextA(HCRYPTPROV* phProv, LPCSTR szContainer, LPCSTR szProvider,
                                        DWORD dwProvType, DWORD dwFlags);
 /** As CryptAcquireContextA. */
@@ -171,9 +179,13 @@ CERTKERN_API BOOL CryptContextAddRef(HCRYPTPROV hProv, DWORD* pdwReserved, DWORD
 CERTKERN_API BOOL CryptReleaseContext(HCRYPTPROV hProv, DWORD dwFlags);
 
 /** dwParam of CryptGetProvParam and CryptSetProvParam. */
-#define PP_ENUMALGS 1                   /**< PROV_ENUMALGS */
-#define PP_NAME 4                       /**< text, narrow, with its NUL */
-#define PP_PROVTYPE 16                  /**< DWORD */
+#define PP_ENUMALGS 1       /**< PROV_ENUMALGS */
+#define PP_ENUMCONTAINERS 2 /**< text, narrow, without prefix: those of the user or the machine */
+#define PP_NAME 4           /**< text, narrow, with its NUL */
+#define PP_CONTAINER 6      /**< text, narrow: the container's name, without prefix */
+#define PP_CHANGE_PIN \
+  7                    /**< text, narrow, to be set: another PIN; empty: none. The old one was given before */
+#define PP_PROVTYPE 16 /**< DWORD */
 #define PP_ENUMALGS_EX 22               /**< PROV_ENUMALGS_EX */
 #define PP_KEYSET_TYPE 27               /**< DWORD: CRYPT_MACHINE_KEYSET or 0 */
 #define PP_KEYEXCHANGE_PIN 32           /**< text, narrow */
@@ -186,6 +198,15 @@ CERTKERN_API BOOL CryptReleaseContext(HCRYPTPROV hProv, DWORD dwFlags);
 
 /** dwFlags of an enumeration: begin. */
 #define CRYPT_FIRST 1
+
+/** Something attached to a container: this head, then the dotted OID with its NUL, then the value. Setting one without a
+ *  value removes it. */
+typedef struct _CONTAINER_EXTENSION {
+  BOOL bCritical;
+  DWORD cbOid;       /**< bytes, with the NUL */
+  DWORD cbExtension; /**< bytes of the value */
+} CONTAINER_EXTENSION, *PCONTAINER_EXTENSION;
+CERTKERN_RECORD_SIZE(CONTAINER_EXTENSION, 12);
 
 /** An algorithm of a provider; names are with their NUL, and so are their lengths. */
 typedef struct _PROV_ENUMALGS {
@@ -348,8 +369,16 @@ CERTKERN_API BOOL CryptDestroyHash(HCRYPTHASH hHash);
 /** dwFlags of CryptGenKey, CryptDeriveKey and CryptImportKey; the upper half is the key's length in bits, 0 the usual. */
 #define CRYPT_EXPORTABLE 0x1u
 #define CRYPT_USER_PROTECTED 0x2u
+#define CRYPT_CREATE_SALT 0x4u
 #define CRYPT_NO_SALT 0x10u
-#define CRYPT_PREGEN 0x40u /**< parameters follow; the key is made when the last was set */
+#define CRYPT_PREGEN 0x40u           /**< parameters follow: the key is made when it is first used */
+#define CRYPT_ARCHIVABLE 0x4000u     /**< exportable as long as this handle lives */
+#define CRYPT_NO_PERSIST_KEY 0x8000u /**< CryptImportKey: beside the container's keys, not among them */
+#define CRYPT_PUBLIC_IMPORT \
+  0x10000u /**< CryptImportKey: the blob is this library's own form of a public key */
+
+/** dwFlags of CryptExportKey, CryptImportKey, CryptEncrypt and CryptDecrypt. */
+#define CRYPT_OAEP 0x40u /**< RSAES-OAEP. RFC 8017, 7.1 */
 
 /** dwFlags of CryptSignHash and CryptVerifySignature. */
 #define CRYPT_PSS 0x80u /**< RSASSA-PSS with the salt of HP_PSS_SALT. RFC 8017, 8.1 */
@@ -359,6 +388,7 @@ CERTKERN_API BOOL CryptDestroyHash(HCRYPTHASH hHash);
 #define PUBLICKEYBLOB 0x6
 #define PRIVATEKEYBLOB 0x7
 #define PLAINTEXTKEYBLOB 0x8
+#define OPAQUEKEYBLOB 0x9          /**< a session key with its settings, not encrypted */
 #define PKCS8_SHROUDEDKEYBLOB 0x19 /**< the header, then PrivateKeyInfo under the wrapping key. RFC 5958 */
 #define CUR_BLOB_VERSION 2
 /** What a key blob begins with. */
@@ -370,27 +400,75 @@ typedef struct _PUBLICKEYSTRUC {
 } BLOBHEADER, PUBLICKEYSTRUC;
 CERTKERN_RECORD_SIZE(BLOBHEADER, 8);
 
+/** What follows the header, little-endian:
+ *  - PUBLICKEYBLOB of RSA: RSAPUBKEY with RSA1, the modulus; an exponent above 32 bits takes the next form.
+ *  - PUBLICKEYBLOB of others: KEY_BLOB_INFO with KEY_BLOB_PUBLIC, SubjectPublicKeyInfo (RFC 5280, 4.1).
+ *  - PRIVATEKEYBLOB without a wrapping key: RSA: RSAPUBKEY with RSA2, then modulus, both primes, both exponents, the
+ *    coefficient, the private exponent; others: KEY_BLOB_INFO with KEY_BLOB_PRIVATE, PrivateKeyInfo (RFC 5958).
+ *  - PRIVATEKEYBLOB with a wrapping key: KEY_BLOB_INFO with KEY_BLOB_WRAPPED, then SEQUENCE { AlgorithmIdentifier of the
+ *    key, OCTET STRING wrapped } under a CALG_EXPORT_... of GOST 28147-89, or SEQUENCE { OCTET STRING initial value,
+ *    OCTET STRING encrypted PrivateKeyInfo } under any other cipher.
+ *  - SIMPLEBLOB: WRAPPED_KEY_INFO, the wrapped key, the dotted substitution box with its NUL (an empty text for other
+ *    ciphers). Under RSA the encrypted key is reversed, as published, and WRAPPED_KEY_INFO is its first word alone.
+ *  - PLAINTEXTKEYBLOB: DWORD bytes of the key, the key.
+ *  - PKCS8_SHROUDEDKEYBLOB: the encrypted PrivateKeyInfo, and behind it the tag where the mode has one. */
+typedef struct _RSAPUBKEY {
+  DWORD magic; /**< RSA1 or RSA2 */
+  DWORD bitlen;
+  DWORD pubexp;
+} RSAPUBKEY;
+CERTKERN_RECORD_SIZE(RSAPUBKEY, 12);
+#define RSA1 0x31415352u
+#define RSA2 0x32415352u
+
+typedef struct _KEY_BLOB_INFO {
+  DWORD dwMagic; /**< KEY_BLOB_... */
+  DWORD dwBitLen;
+} KEY_BLOB_INFO;
+CERTKERN_RECORD_SIZE(KEY_BLOB_INFO, 8);
+#define KEY_BLOB_PUBLIC 0x42504B43u
+#define KEY_BLOB_PRIVATE 0x56504B43u
+#define KEY_BLOB_WRAPPED 0x57504B43u
+
+typedef struct _WRAPPED_KEY_INFO {
+  ALG_ID
+      aiWrapAlg; /**< CALG_RSA_KEYX, CALG_EXPORT_..., or a cipher: CALG_AES_... and CALG_3DES of an agreed key */
+  DWORD cbWrapped; /**< bytes. CALG_EXPORT_... of GOST 28147-89: UKM (8), encrypted key, MAC (4) */
+} WRAPPED_KEY_INFO;
+CERTKERN_RECORD_SIZE(WRAPPED_KEY_INFO, 8);
+
 /** dwParam of CryptGetKeyParam and CryptSetKeyParam. */
-#define KP_IV 1           /**< as many bytes as a block */
-#define KP_SALT 2         /**< bytes */
-#define KP_PADDING 3      /**< DWORD */
-#define KP_MODE 4         /**< DWORD: CRYPT_MODE_... */
-#define KP_MODE_BITS 5    /**< DWORD */
-#define KP_PERMISSIONS 6  /**< DWORD */
-#define KP_ALGID 7        /**< ALG_ID */
-#define KP_BLOCKLEN 8     /**< DWORD: bits */
-#define KP_KEYLEN 9       /**< DWORD: bits */
-#define KP_CERTIFICATE 26 /**< an encoded certificate */
-#define KP_MODE_WORD 101  /**< DWORD: CRYPT_MODE_CFB, CRYPT_MODE_CTR_ACPKM or CRYPT_MODE_CTR_ACPKM_OMAC */
-#define KP_CIPHEROID 104  /**< text, narrow: the substitution box of CALG_G28147. RFC 4357, 11.1; RFC 7836 */
-#define KP_CURVEOID 106   /**< text, narrow: the parameter set of a public key. RFC 4357, 11.4; RFC 7836 */
-#define KP_FP 107         /**< bytes that tell two public keys apart, the same for either half */
-#define KP_AUTH_TAG 112   /**< bytes: the tag of CRYPT_MODE_CTR_ACPKM_OMAC */
+#define KP_IV 1                /**< as many bytes as a block */
+#define KP_SALT 2              /**< bytes */
+#define KP_PADDING 3           /**< DWORD */
+#define KP_MODE 4              /**< DWORD: CRYPT_MODE_... */
+#define KP_MODE_BITS 5         /**< DWORD */
+#define KP_PERMISSIONS 6       /**< DWORD */
+#define KP_ALGID 7             /**< ALG_ID */
+#define KP_BLOCKLEN 8          /**< DWORD: bits */
+#define KP_KEYLEN 9            /**< DWORD: bits */
+#define KP_EFFECTIVE_KEYLEN 19 /**< DWORD: bits, of CALG_RC2 */
+#define KP_CERTIFICATE 26      /**< an encoded certificate */
+#define KP_MODE_WORD 101 /**< DWORD: CRYPT_MODE_CFB, CRYPT_MODE_CTR_ACPKM or CRYPT_MODE_CTR_ACPKM_OMAC */
+#define KP_CIPHEROID 104 /**< text, narrow: the substitution box of CALG_G28147. RFC 4357, 11.1; RFC 7836 */
+#define KP_CURVEOID 106  /**< text, narrow: the parameter set of a public key. RFC 4357, 11.4; RFC 7836 */
+#define KP_FP 107        /**< bytes that tell two public keys apart, the same for either half */
+#define KP_AUTH_TAG 112  /**< bytes; to be set as a CRYPT_DATA_BLOB: the tag of CRYPT_MODE_CTR_ACPKM_OMAC */
+#define KP_KEY_LABEL \
+  0x800000FEu /**< printable text of at most 256 bytes, no NUL: the fingerprint, hexadecimal */
+/** How an agreed key of CALG_ECDH makes a wrapping key (SEC 1, 3.6.1), and how RSAES-OAEP is done (RFC 8017, 7.1). */
+#define KP_KDF_HASH 0x80000101u  /**< ALG_ID */
+#define KP_KDF_INFO 0x80000102u  /**< CRYPT_DATA_BLOB: the shared info */
+#define KP_OAEP_HASH 0x80000103u /**< ALG_ID; CALG_SHA1 unless set */
+#define KP_OAEP_LABEL 36         /**< CRYPT_DATA_BLOB */
 
 #define CRYPT_MODE_CBC 1
 #define CRYPT_MODE_ECB 2
 #define CRYPT_MODE_OFB 3
-#define CRYPT_MODE_CFB 4
+#define CRYPT_MODE_CFB \
+  4 /**< GOST 28147-89: with key meshing, but under the test substitution box. RFC 4357, 2.3.2 */
+#define CRYPT_MODE_CTR 6             /**< Magma and Kuznyechik, without re-keying */
+#define CRYPT_MODE_CNT 31            /**< GOST 28147-89, RFC 5830, 6, with key meshing as CRYPT_MODE_CFB */
 #define CRYPT_MODE_CTR_ACPKM 32      /**< RFC 9337; RFC 8645, 6.2.2 */
 #define CRYPT_MODE_CTR_ACPKM_OMAC 35 /**< the same with a tag */
 

@@ -32,6 +32,24 @@ inline constexpr size_t kMaxMutexName = 4096 + 256;
 // Conversions between code pages count in int; one wide character is four bytes of a record.
 inline constexpr size_t kMaxConvertedText = 0x7FFFFFFF / sizeof(wchar_t);
 
+// Bytes of a container's name once it is a file name.
+inline constexpr size_t kMaxContainerName = 200;
+
+// A file of a key container: the largest key, certificate or list of extensions that is read.
+inline constexpr size_t kMaxContainerFile = size_t{1} << 20;
+
+// Iterations of a password derivation that anything from outside may ask for.
+inline constexpr uint32_t kMaxIterations = 5'000'000;
+
+// A message that is signed itself, not its hash, is kept whole until then.
+inline constexpr size_t kMaxSignedMessage = size_t{1} << 30;
+
+// Bits of an RSA key: those above only serve to keep a verifier busy.
+inline constexpr uint32_t kMaxRsaBits = 16384;
+
+// A key blob, decoded or made.
+inline constexpr size_t kMaxKeyBlob = size_t{1} << 20;
+
 }  // namespace certkern
 
 #endif
