@@ -196,8 +196,9 @@ CERTKERN_API BOOL CryptReleaseContext(HCRYPTPROV hProv, DWORD dwFlags);
 #define PP_ENUM_CONTAINER_EXTENSION 133 /**< CONTAINER_EXTENSION */
 #define PP_EPHEMERAL_ATTRIBUTE 172      /**< DWORD: 0 when messages go without the attribute */
 
-/** dwFlags of an enumeration: begin. */
+/** dwFlags of an enumeration: begin; go on, which 0 means, too. */
 #define CRYPT_FIRST 1
+#define CRYPT_NEXT 2
 
 /** Something attached to a container: this head, then the dotted OID with its NUL, then the value. Setting one without a
  *  value removes it. */
@@ -301,12 +302,12 @@ CERTKERN_API HCRYPTPROV SVAPI_I_CryptGetDefaultCryptProv(ALG_ID aiAlgid);
 #define HP_HMAC_INFO 5            /**< HMAC_INFO, of CALG_HMAC */
 #define HP_OID 10                 /**< text, narrow: the parameter set of CALG_GR3411. RFC 4357, 11.2 */
 #define HP_HASHSTARTVECT_RESET 11 /**< no value: begin again, with the same parameters */
-#define HP_HMAC_KEY 21            /**< the key's bytes, as many as the hash has */
+#define HP_HMAC_KEY 21            /**< the 32 bytes of the key of CALG_GR3411_HMAC and its siblings. RFC 9548, 3 */
 #define HP_PBKDF2_SALT 23         /**< CRYPT_DATA_BLOB */
 #define HP_PBKDF2_PASSWORD 24     /**< CRYPT_DATA_BLOB */
 #define HP_PBKDF2_COUNT 25        /**< DWORD: iterations */
 #define HP_BASE_HASH 34           /**< ALG_ID: the hash inside CALG_PBKDF2 */
-#define HP_PSS_SALT 37 /**< DWORD: salt length; an ALG_ID may follow, the hash of MGF1. RFC 8017, 9.1 */
+#define HP_PSS_SALT 37 /**< DWORD: salt length. MGF1 works with the same hash; what follows is not read. RFC 8017, 9.1 */
 
 /** What CALG_HMAC works with. Null strings stand for the bytes of RFC 2104, which no others replace. */
 typedef struct _HMAC_INFO {
@@ -447,6 +448,7 @@ CERTKERN_RECORD_SIZE(WRAPPED_KEY_INFO, 8);
 #define KP_ALGID 7             /**< ALG_ID */
 #define KP_BLOCKLEN 8          /**< DWORD: bits */
 #define KP_KEYLEN 9            /**< DWORD: bits */
+#define KP_X 14                /**< no value: make the key of CRYPT_PREGEN now */
 #define KP_EFFECTIVE_KEYLEN 19 /**< DWORD: bits, of CALG_RC2 */
 #define KP_CERTIFICATE 26      /**< an encoded certificate */
 #define KP_MODE_WORD 101 /**< DWORD: CRYPT_MODE_CFB, CRYPT_MODE_CTR_ACPKM or CRYPT_MODE_CTR_ACPKM_OMAC */
@@ -461,6 +463,16 @@ CERTKERN_RECORD_SIZE(WRAPPED_KEY_INFO, 8);
 #define KP_KDF_INFO 0x80000102u  /**< CRYPT_DATA_BLOB: the shared info */
 #define KP_OAEP_HASH 0x80000103u /**< ALG_ID; CALG_SHA1 unless set */
 #define KP_OAEP_LABEL 36         /**< CRYPT_DATA_BLOB */
+
+/** Values of KP_PADDING and bits of KP_PERMISSIONS. */
+#define PKCS5_PADDING 1 /**< RFC 8018, 6.1.1 */
+#define ZERO_PADDING 3  /**< zeros up to a whole block, which decryption leaves */
+#define CRYPT_ENCRYPT 0x1u
+#define CRYPT_DECRYPT 0x2u
+#define CRYPT_EXPORT 0x4u
+#define CRYPT_READ 0x8u
+#define CRYPT_WRITE 0x10u
+#define CRYPT_MAC 0x20u
 
 #define CRYPT_MODE_CBC 1
 #define CRYPT_MODE_ECB 2
