@@ -8,8 +8,6 @@
 namespace extkern {
 namespace {
 
-constexpr DWORD kDecodeFlags = CRYPT_DECODE_NOCOPY_FLAG | CRYPT_DECODE_TO_BE_SIGNED_FLAG;
-
 BOOL Failed(DWORD code) {
   SetLastError(code);
   return FALSE;

@@ -19,6 +19,9 @@ using certkern::BerReadCursor;
 using certkern::BerWriteCursor;
 using certkern::Fault;
 
+// What a decoder takes, and has no use for: everything is copied.
+inline constexpr DWORD kDecodeFlags = CRYPT_DECODE_NOCOPY_FLAG | CRYPT_DECODE_TO_BE_SIGNED_FLAG;
+
 // Room for a record whose size is being learnt.
 inline constexpr size_t kLargestRecord = 64;
 
