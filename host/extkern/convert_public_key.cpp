@@ -56,13 +56,11 @@ DWORD ConvertRsa(ALG_ID algorithm, const CERT_PUBLIC_KEY_INFO& info, Bytes& blob
   RsaPublicKey key;
   if (ReadRsaPublicKey({info.PublicKey.pbData, info.PublicKey.cbData}, key) != ERROR_SUCCESS)
     return NTE_BAD_DATA;
-  if (!key.fitsPublishedForm())
-    return ConvertOther(algorithm,
-                        {
-                            {const_cast<LPSTR>(szOID_RSA_RSA), {}},
-                            info.PublicKey
-    },
-                        blob);
+  if (!key.fitsPublishedForm()) {
+    CERT_PUBLIC_KEY_INFO plain = info;
+    plain.Algorithm = {const_cast<LPSTR>(szOID_RSA_RSA), {}};
+    return ConvertOther(algorithm, plain, blob);
+  }
   blob = RsaKeyBlob(algorithm, key);
   return ERROR_SUCCESS;
 }

@@ -39,17 +39,17 @@ bool HashAlgorithmEncode(const CRYPT_ALGORITHM_IDENTIFIER& algorithm, BerWriteCu
   });
 }
 
-// A hash of the default algorithm has a known size; of others nothing is known but that it is not empty.
-bool HashDecode(BerReadCursor& in, SV_CERT_HASH_ID& id, size_t defaultSize, BerDecodeArena& arena) {
+// size: of a default algorithm; of others nothing is known but that the hash is not empty, and the size is 0.
+bool Fits(size_t hashSize, size_t size) { return size ? hashSize == size : hashSize != 0; }
+
+bool HashDecode(BerReadCursor& in, SV_CERT_HASH_ID& id, size_t size, BerDecodeArena& arena) {
   BerReadCursor hash;
-  if (!Expect(in, kTagOctetString, hash)) return false;
-  const bool fits = id.HashAlgorithm.pszObjId ? !hash.empty() : hash.size() == defaultSize;
-  return fits && BerCopyBytes(hash.rest(), id.CertHash, arena);
+  return Expect(in, kTagOctetString, hash) && Fits(hash.size(), size)
+      && BerCopyBytes(hash.rest(), id.CertHash, arena);
 }
 
 bool HashEncode(const SV_CERT_HASH_ID& id, size_t size, BerWriteCursor& out) {
-  const bool fits = size ? id.CertHash.cbData == size : id.CertHash.cbData != 0;
-  return fits && BerEncodeOctets(kTagOctetString, id.CertHash, out);
+  return Fits(id.CertHash.cbData, size) && BerEncodeOctets(kTagOctetString, id.CertHash, out);
 }
 
 // RFC 2634: certHash OCTET STRING, by SHA-1.
@@ -65,8 +65,8 @@ struct Sha1Form {
 // RFC 5035: hashAlgorithm AlgorithmIdentifier DEFAULT {algorithm id-sha256}, certHash OCTET STRING
 struct DefaultForm {
   static bool decode(BerReadCursor& in, SV_CERT_HASH_ID& id, BerDecodeArena& arena) {
-    if (in.nextIs(kTagSequence) && !HashAlgorithmDecode(in, id.HashAlgorithm, arena)) return false;
-    return HashDecode(in, id, kSha256Size, arena);
+    if (!in.nextIs(kTagSequence)) return HashDecode(in, id, kSha256Size, arena);
+    return HashAlgorithmDecode(in, id.HashAlgorithm, arena) && HashDecode(in, id, 0, arena);
   }
   static bool encode(const SV_CERT_HASH_ID& id, BerWriteCursor& out) {
     if (IsPlain(id.HashAlgorithm, kSha256)) return HashEncode(id, kSha256Size, out);
@@ -81,7 +81,7 @@ struct ChoiceForm {
     BerReadCursor other;
     if (!in.nextIs(kTagSequence)) return HashDecode(in, id, kSha1Size, arena);
     return Expect(in, kTagSequence, other) && HashAlgorithmDecode(other, id.HashAlgorithm, arena)
-        && HashDecode(other, id, kSha1Size, arena) && Finished(other);
+        && HashDecode(other, id, 0, arena) && Finished(other);
   }
   static bool encode(const SV_CERT_HASH_ID& id, BerWriteCursor& out) {
     if (IsPlain(id.HashAlgorithm, kSha1)) return HashEncode(id, kSha1Size, out);
