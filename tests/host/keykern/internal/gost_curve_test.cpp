@@ -146,19 +146,20 @@ TEST(GostCurve, BoundsOfSignatures) {
     Bytes signature;
     bool ok;
   } rows[] = {
-      {"as made",    Joined(s,         r),                          true},
-      {"s = 0",            Joined(zero,                      r),                           false},
-      {"r = 0",       Joined(s,                       zero),                  false},
-      {"both 0",       Joined(zero,zero),      false},
-      {"s = q",Joined(q,           r),                            false},
-      {"r = q",      Joined(s,                    q),                                   false},
-      {"s + q",            Joined(plusOrder(s),                      r),                                    false},
-      {"r + q",       Joined(s,                       plusOrder(r)),          false},
-      {"swapped",          Joined(r,s),false},
+      {"as made",        Joined(s,         r),                              true},
+      {"s = 0",                Joined(zero,                          r),                               false},
+      {"r = 0",           Joined(s,                           zero),                      false},
+      {"both 0",           Joined(zero,zero),      false},
+      {"s = q",Joined(q,           r),                                false},
+      {"r = q",          Joined(s,                        q),                                           false},
+      {"s + q",                Joined(plusOrder(s),                          r),                                        false},
+      {"r + q",           Joined(s,                           plusOrder(r)),          false},
+      {"swapped",              Joined(r,s),false},
       {"an octet more",Joined(Joined(s,r),{0}), false},
-      {"an octet less",    Bytes(signature.begin(),   signature.end() - 1),                             false},
-      {"a half",            s,              false                            },
-      {"nothing",        {},                   false                                                      },
+      {"an octet between",        Joined(Joined(s,   {0}),                                 r), false},
+      {"an octet less",                Bytes(signature.begin(),                  signature.end() - 1),                                     false},
+      {"a half",            s,                       false                                                              },
+      {"nothing",{},    false},
   };
   for (const auto& row : rows) EXPECT_EQ(Verify(curve, point, hash, row.signature), row.ok) << row.name;
   EXPECT_FALSE(Verify(curve, point, Bytes(64, 0x5A), signature)) << "a longer hash";
@@ -166,6 +167,21 @@ TEST(GostCurve, BoundsOfSignatures) {
   EXPECT_FALSE(Sign(curve, Order(set), hash, signature));
   EXPECT_FALSE(SignWith(curve, number, hash, zero, signature));
   EXPECT_FALSE(SignWith(curve, number, hash, Order(set), signature));
+}
+
+// Where the equation itself holds, only the bounds stand against the forgery.
+TEST(GostCurve, ForgeriesWithZero) {
+  const ParameterSet& a = *FindParameterSet("1.2.643.2.2.35.1");
+  SecretBytes made;
+  ASSERT_TRUE(PublicOf(*CurveOf(a), Little("77", 32), made));
+  const Bytes point(made.begin(), made.end()), x(made.begin(), made.begin() + 32);
+  // s = 0 and e = r = x(Q): the sum is -Q.
+  EXPECT_FALSE(Verify(*CurveOf(a), point, x, Joined(Bytes(32), Reversed(x))));
+  EXPECT_FALSE(Verify(*CurveOf(a), point, x, Joined(Reversed(Order(a)), Reversed(x))));
+  // r = 0 and s = e: the sum is the generator, whose x is 0 on this curve.
+  const Curve& c = CurveNamed("1.2.643.2.2.35.3");
+  ASSERT_TRUE(PublicOf(c, Little("77", 32), made));
+  EXPECT_FALSE(Verify(c, made, Little("05", 32), Joined(Reversed(Little("05", 32)), Bytes(32))));
 }
 
 TEST(GostCurve, HashThatIsZeroModuloTheOrderCountsAsOne) {

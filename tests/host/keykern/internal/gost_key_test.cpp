@@ -217,6 +217,7 @@ TEST(GostKey, FormsOfThePrivateNumber) {
       {"0",                              zero,                                                                     false},
       {"the integer 0",                  "020100",                                                                 false},
       {"an integer below 0",             "0220fa929ade789bb9be10ed359dd39a72c11b60961f49397eee1d19ce9891ec3b28",   false},
+      {"something after the integer",    "0201050500",                                                             false},
       {"an integer of 33 octets",        "0221017a929ade789bb9be10ed359dd39a72c11b60961f49397eee1d19ce9891ec3b28",
        false                                                                                                            },
       {"the order",                      "b3f5cc3a19fc9cc554619792188afe5001000000000000000000000000000080",       false},
