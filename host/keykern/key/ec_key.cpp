@@ -7,6 +7,7 @@
 #include <openssl/core_names.h>
 #include <openssl/ec.h>
 
+#include <algorithm>
 #include <array>
 #include <mutex>
 
@@ -100,6 +101,12 @@ SecretBytes Uncompressed(const GroupPtr& group, const PointPtr& point, const Cur
   const size_t size = EC_POINT_point2oct(group.get(), point.get(), POINT_CONVERSION_UNCOMPRESSED,
                                          bytes.data(), bytes.size(), nullptr);
   return size == bytes.size() ? bytes : SecretBytes();
+}
+
+SecretBytes Compressed(std::span<const BYTE> point) {
+  SecretBytes bytes(point.begin(), point.begin() + static_cast<ptrdiff_t>(1 + point.size() / 2));
+  bytes[0] = 2 | (point.back() & 1);
+  return bytes;
 }
 
 // The public point of a secret number; empty when the number is not one of the curve's.
@@ -211,8 +218,8 @@ bool TakeRest(der::Reader& body, const Curve& curve, std::span<const BYTE> point
   if (!body.take(der::ContextConstructed(1), field)) return body.empty();
   std::span<const BYTE> written;
   if (!field.takeBits(written) || !field.empty() || !body.empty()) return false;
-  const size_t compared = written.size() == point.size() ? point.size() : 1 + FieldSize(curve);
-  return written.size() == compared && std::equal(written.begin() + 1, written.end(), point.begin() + 1);
+  const SecretBytes compressed = Compressed(point);
+  return std::ranges::equal(written, point) || std::ranges::equal(written, compressed);
 }
 
 }  // namespace
