@@ -3,32 +3,17 @@
 #include <certkern/errors.h>
 
 #include "ber/fields.h"
-#include "ber/oid_text.h"
 #include "platform/sizes.h"
 
 namespace certkern {
 namespace {
-
-// AlgorithmIdentifier ::= SEQUENCE { algorithm OBJECT IDENTIFIER, parameters ANY OPTIONAL }
-bool ReadAlgorithm(BerReadCursor& in, SignedObject& object) {
-  BerReadCursor content, oid;
-  BYTE tag;
-  size_t textSize;
-  if (!BerExpect(in, kTagSequence, content) || !content.readElement(tag, oid)) return false;
-  if (!BerDecodeOid(oid.rest(), nullptr, textSize)) return false;
-  object.algorithm.resize(textSize);
-  if (!BerDecodeOid(oid.rest(), object.algorithm.data(), textSize)) return false;
-  object.algorithm.pop_back();  // the text's own NUL
-  object.parameters = content.rest();
-  return true;
-}
 
 // SEQUENCE { toBeSigned ANY, signatureAlgorithm AlgorithmIdentifier, signature BIT STRING }
 bool ReadParts(BerReadCursor in, SignedObject& object) {
   BerReadCursor content, bits;
   BYTE tag;
   if (!BerExpect(in, kTagSequence, content) || !content.readWhole(object.toBeSigned)) return false;
-  if (!ReadAlgorithm(content, object)) return false;
+  if (!ReadAlgorithmIdentifier(content, object.algorithm)) return false;
   object.signature = {};
   object.unusedBits = 0;
   if (content.empty()) return true;  // a signature that is not there reads as an empty one
@@ -80,7 +65,7 @@ bool ReadSignedObject(std::span<const BYTE> encoded, SignedObject& object) {
 bool HashToBeSigned(HCRYPTPROV provider, std::span<const BYTE> encoded, BYTE* out, DWORD* size) {
   SignedObject object;
   if (!ReadSignedObject(encoded, object)) return false;
-  const std::optional<SignatureRow> row = FindSignatureRow(object.algorithm.c_str());
+  const std::optional<SignatureRow> row = FindSignatureRow(object.algorithm.oid.c_str());
   if (!row) return Fault(NTE_FAIL);
   ProviderHandle found;
   if (!provider) {

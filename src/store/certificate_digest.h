@@ -6,8 +6,8 @@
 #include <certkern/keykern.h>
 
 #include <span>
-#include <string>
 
+#include "oid/algorithm_identifier.h"
 #include "oid/provider_search.h"
 #include "oid/signature_row.h"
 #include "platform/owner.h"
@@ -33,8 +33,7 @@ ProviderHandle FindProviderForSignature(const SignatureRow& row, ALG_ID algorith
 // large and each is looked at once.
 struct SignedObject {
   std::span<const BYTE> toBeSigned;  // the whole element, header included
-  std::string algorithm;             // dotted
-  std::span<const BYTE> parameters;  // as encoded; empty when absent
+  AlgorithmIdentifier algorithm;
   std::span<const BYTE> signature;
   BYTE unusedBits;
 };
