@@ -621,6 +621,35 @@ CERTKERN_API BOOL CryptEncrypt(HCRYPTKEY hKey, HCRYPTHASH hHash, BOOL Final, DWO
 CERTKERN_API BOOL CryptDecrypt(HCRYPTKEY hKey, HCRYPTHASH hHash, BOOL Final, DWORD dwFlags, BYTE* pbData,
                                DWORD* pdwDataLen);
 
+/** --- Display of what is to be signed. A key level that can show it to its user before a key is used exports the
+ *  following four; they may be missing altogether, which is the same as "not enabled". --- */
+
+/** What a registration tells about the bytes that are about to be signed. */
+typedef struct _HASH_MSG_RECORD {
+  HCRYPTPROV hCryptProv;
+  DWORD dwReserved[2]; /**< 0 */
+  DWORD dwFlags;       /**< of the message: its display bits 0x1800; 0 for a certificate */
+  DWORD fForced;       /**< 1: a signer added with 0x1000 among its flags */
+} HASH_MSG_RECORD;
+CERTKERN_RECORD_SIZE(HASH_MSG_RECORD, 24);
+
+/** Tells if what is to be signed is shown.
+ *  @return TRUE or FALSE */
+CERTKERN_API BOOL isDTBSEnabled(void);
+/** Registers something to be signed with the calling thread.
+ *  @param key       tells registrations apart: the address of a message, or of the bytes
+ *  @param reserved  0
+ *  @param record    copied
+ *  @return TRUE or FALSE */
+CERTKERN_API BOOL TlsInitHashMsgIndex(void* key, DWORD reserved, const HASH_MSG_RECORD* record);
+/** Makes a registration the one that the thread's next signature belongs to, or ends that.
+ *  @param active  1 or 0
+ *  @return TRUE or FALSE */
+CERTKERN_API BOOL TlsSetHashMsgIndex(void* key, DWORD active);
+/** Drops a registration.
+ *  @return TRUE or FALSE */
+CERTKERN_API BOOL TlsReleaseHashMsgIndex(void* key);
+
 /** A row of the OID table. */
 typedef struct _CRYPT_OID_INFO {
   DWORD cbSize;
