@@ -2,7 +2,7 @@
 #ifndef CERTKERN_EXTKERN_CONTENT_ALGORITHM_H
 #define CERTKERN_EXTKERN_CONTENT_ALGORITHM_H
 
-#include <certkern/types.h>
+#include <certkern/encode.h>
 
 #include <span>
 #include <string>
@@ -35,8 +35,8 @@ struct ContentAlgorithm {
   const ContentRow* row = nullptr;
   ALG_ID algorithm = 0;
   Bytes iv;
-  std::string box;     // GOST 28147-89: the substitution box
-  DWORD rc2Bits = 0;   // RC2: of the key, which is its effective length, too
+  std::string box;    // GOST 28147-89: the substitution box
+  DWORD rc2Bits = 0;  // RC2: of the key, which is its effective length, too
 };
 
 // More than nothing, and more than NULL?

@@ -51,8 +51,8 @@ DWORD Generate(CMSG_CONTENT_ENCRYPT_INFO& info) {
   CRYPT_ALGORITHM_IDENTIFIER& identifier = info.ContentEncryptionAlgorithm;
   const bool given = HasParameters(identifier);
   ContentAlgorithm content;
-  DWORD code = given ? ReadContentAlgorithm(identifier, content)
-                     : FindContentAlgorithm(identifier.pszObjId, content);
+  DWORD code =
+      given ? ReadContentAlgorithm(identifier, content) : FindContentAlgorithm(identifier.pszObjId, content);
   if (code) return code;
   ProviderHandle counted;
   HCRYPTPROV provider = info.hCryptProv;

@@ -81,9 +81,9 @@ DWORD ExportBlob(HCRYPTKEY key, HCRYPTKEY wrapping, DWORD type, DWORD flags, Byt
   return ERROR_SUCCESS;
 }
 
-DWORD DecryptWhole(HCRYPTKEY key, Bytes& data) {
+DWORD DecryptWhole(HCRYPTKEY key, DWORD flags, Bytes& data) {
   auto size = static_cast<DWORD>(data.size());
-  if (const DWORD code = Code(CryptDecrypt(key, 0, TRUE, 0, data.data(), &size))) return code;
+  if (const DWORD code = Code(CryptDecrypt(key, 0, TRUE, flags, data.data(), &size))) return code;
   data.resize(size);
   return ERROR_SUCCESS;
 }

@@ -35,7 +35,7 @@ DWORD ImportBlob(HCRYPTPROV provider, std::span<const BYTE> blob, HCRYPTKEY wrap
                  KeyHandle& key);
 DWORD ExportBlob(HCRYPTKEY key, HCRYPTKEY wrapping, DWORD type, DWORD flags, Bytes& blob);
 // One piece, in place.
-DWORD DecryptWhole(HCRYPTKEY key, Bytes& data);
+DWORD DecryptWhole(HCRYPTKEY key, DWORD flags, Bytes& data);
 
 DWORD GetNumber(HCRYPTKEY key, DWORD param, DWORD& number);
 DWORD GetText(HCRYPTKEY key, DWORD param, std::string& text);

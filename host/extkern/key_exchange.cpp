@@ -46,6 +46,12 @@ bool IsContentInfoUsable(const CMSG_CONTENT_ENCRYPT_INFO& info) {
   return info.ContentEncryptionAlgorithm.pszObjId && info.pfnAlloc && info.pfnFree;
 }
 
+bool IsTransportUsable(const CMSG_CTRL_KEY_TRANS_DECRYPT_PARA* para) {
+  if (!IsWhole(para) || !para->pKeyTrans) return false;
+  const CRYPT_ALGORITHM_IDENTIFIER& algorithm = para->pKeyTrans->KeyEncryptionAlgorithm;
+  return algorithm.pszObjId && IsReadable(algorithm.Parameters) && IsReadable(para->pKeyTrans->EncryptedKey);
+}
+
 // --- public keys ---
 
 const CRYPT_ALGORITHM_IDENTIFIER& RecipientAlgorithm(const CMSG_KEY_AGREE_RECIPIENT_ENCODE_INFO& info) {
@@ -171,8 +177,7 @@ DWORD ImportCall::unwrap(std::span<const BYTE> originator, const WrapSettings& s
   KeyHandle agreed;
   KeyHandle made;
   if (const DWORD code = Agree(provider, own.get(), originator, settings, agreed)) return code;
-  if (const DWORD code =
-          UnwrapContentKey(provider, agreed.get(), settings.method, wrapped, content, made))
+  if (const DWORD code = UnwrapContentKey(provider, agreed.get(), settings.method, wrapped, content, made))
     return code;
   *key = made.release();
   return ERROR_SUCCESS;

@@ -43,6 +43,8 @@ template <class Blob>
 std::span<const BYTE> BytesOf(const Blob& blob) {
   return {blob.pbData, blob.cbData};
 }
+// Is the recipient's part of a transport there?
+bool IsTransportUsable(const CMSG_CTRL_KEY_TRANS_DECRYPT_PARA* para);
 // An algorithm and both functions for memory.
 bool IsContentInfoUsable(const CMSG_CONTENT_ENCRYPT_INFO& info);
 
@@ -68,10 +70,10 @@ DWORD MakeEphemeral(HCRYPTPROV provider, std::span<const BYTE> recipient, KeyHan
 
 // How an agreed key wraps.
 struct WrapSettings {
-  ALG_ID method = 0;            // KP_ALGID
-  std::span<const BYTE> ukm = {};  // as long as the method takes; empty: set by nobody
-  std::string box = {};         // GOST 28147-89
-  ALG_ID kdfHash = 0;           // ECDH, with the next
+  ALG_ID method = 0;               // KP_ALGID
+  std::span<const BYTE> ukm = {};  // as long as the method takes; empty: it stands with the wrapped key
+  std::string box = {};            // GOST 28147-89
+  ALG_ID kdfHash = 0;              // ECDH, with the next
   Bytes kdfInfo = {};
 };
 DWORD Agree(HCRYPTPROV provider, HCRYPTKEY own, std::span<const BYTE> peer, const WrapSettings& settings,

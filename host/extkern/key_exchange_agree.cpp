@@ -65,7 +65,7 @@ DWORD Give(const ExportCall& call, const AgreementPlan& plan, const Agreement& a
   const CRYPT_DATA_BLOB bits = answer.bytes(originator.bits);
   result.OriginatorPublicKeyInfo = {
       {answer.text(originator.oid), answer.bytes(originator.parameters)},
-      {bits.cbData,                 bits.pbData, 0                     }
+      { bits.cbData,                bits.pbData,                                   0}
   };
   result.dwFlags |= CMSG_KEY_AGREE_ENCRYPT_FREE_PUBKEY_ALG_FLAG | CMSG_KEY_AGREE_ENCRYPT_FREE_PUBKEY_PARA_FLAG
       | CMSG_KEY_AGREE_ENCRYPT_FREE_PUBKEY_BITS_FLAG;

@@ -88,17 +88,17 @@ bool Transport28147::read(std::span<const BYTE> encoded) {
 Bytes Transport28147::write() const {
   der::Reader key;
   if (!OpenSequence(ephemeral, key)) return {};
-  const Bytes parameters =
-      der::Element(kTransportParameters, {der::Oid(box), der::Element(kEphemeralPublicKey, {key.rest()}),
-                                          der::OctetString(wrapped.ukm)});
+  const Bytes parameters = der::Element(
+      kTransportParameters,
+      {der::Oid(box), der::Element(kEphemeralPublicKey, {key.rest()}), der::OctetString(wrapped.ukm)});
   return der::Sequence({WriteEncrypted28147(wrapped), parameters});
 }
 
 bool TransportKexp::read(std::span<const BYTE> encoded) {
   der::Reader body;
-  return OpenSequence(encoded, body) && body.take(der::kOctetString, key)
-      && body.nextTag() == der::kSequence && body.takeWhole(ephemeral) && body.take(der::kOctetString, ukm)
-      && body.empty() && ukm.size() == kKegUkm;
+  return OpenSequence(encoded, body) && body.take(der::kOctetString, key) && body.nextTag() == der::kSequence
+      && body.takeWhole(ephemeral) && body.take(der::kOctetString, ukm) && body.empty()
+      && ukm.size() == kKegUkm;
 }
 
 Bytes TransportKexp::write() const {

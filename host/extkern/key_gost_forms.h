@@ -25,9 +25,7 @@ struct GostWrapRow {
 // Null when there is no such wrap.
 const GostWrapRow* FindGostWrap(const char* oid);
 const GostWrapRow* FindGostWrap(ALG_ID method);
-inline bool IsKexp(ALG_ID method) {
-  return method == CALG_EXPORT_KEXP15_M || method == CALG_EXPORT_KEXP15_K;
-}
+inline bool IsKexp(ALG_ID method) { return method == CALG_EXPORT_KEXP15_M || method == CALG_EXPORT_KEXP15_K; }
 
 // A key as the key level wraps it under GOST 28147-89: the UKM, the encrypted key, the MAC.
 struct Wrapped28147 {
