@@ -142,6 +142,15 @@ PublicKeyRecord PublicKeyOf(const ContainerKey& key) {
   return record;
 }
 
+void RequireFree(const Place& place) {
+  if (place.name.empty()) throw WrongUsage("the name of a key container is empty");
+  ProviderHandle provider;
+  const bool exists =
+      CryptAcquireContextA(provider.out(), place.name.c_str(), nullptr, kAnyType, ScopeFlag(place.machine));
+  const DWORD code = exists ? NTE_EXISTS : GetLastError();
+  if (code != NTE_KEYSET_NOT_DEF) ThrowCode(place.shown(), code);
+}
+
 NewContainer::NewContainer(const Place& place, DWORD providerType, std::span<const BYTE> pin)
     : place_(place), provider_(Acquire(place, providerType, CRYPT_NEWKEYSET)) {
   try {

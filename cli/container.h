@@ -66,6 +66,9 @@ struct PublicKeyRecord {
 };
 PublicKeyRecord PublicKeyOf(const ContainerKey& key);
 
+// Fails when there is a container of that name.
+void RequireFree(const Place& place);
+
 // A container that is made by a command. Without keep() it is deleted again at the end.
 class NewContainer {
  public:

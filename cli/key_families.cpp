@@ -1,7 +1,10 @@
 #include "key_families.h"
 
+#include "failure.h"
+
 #include <certkern/keykern.h>
 #include <certkern/oids.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cctype>
@@ -117,6 +120,13 @@ std::string ParameterSetNames(const KeyFamily& family) {
     names += set.name;
   }
   return names;
+}
+
+ALG_ID AlgorithmOfPurpose(const KeyFamily& family, std::string_view purpose) {
+  if (purpose == "signature" || (purpose.empty() && !family.exchange)) return family.signature;
+  if (!family.exchange)
+    throw WrongUsage(fmt::format("--purpose: keys of {} are for signatures only", family.name));
+  return family.exchange;
 }
 
 DWORD SpecOfPurpose(std::string_view purpose) {

@@ -38,6 +38,9 @@ std::string ParameterSetOid(const KeyFamily& family, std::string_view name);
 // "A, B, C, XA, XB"
 std::string ParameterSetNames(const KeyFamily& family);
 
+// The identifier of a key for a purpose; empty: exchange, where the family has it.
+ALG_ID AlgorithmOfPurpose(const KeyFamily& family, std::string_view purpose);
+
 // The specification of a purpose: "exchange" or "signature".
 DWORD SpecOfPurpose(std::string_view purpose);
 const char* PurposeOfSpec(DWORD spec);

@@ -62,6 +62,8 @@ FileDescriptor OpenNew(const std::string& path, Secrecy secrecy) {
   return file;
 }
 
+bool IsStandardOutput(const OutputOptions& options) { return options.file.empty() || options.file == "-"; }
+
 }  // namespace
 
 void AddOutputOptions(CLI::App& command, OutputOptions& options) {
@@ -71,15 +73,18 @@ void AddOutputOptions(CLI::App& command, OutputOptions& options) {
   command.add_flag("--der", options.der, "Write DER")->excludes(pem);
 }
 
+void CheckDestination(const OutputOptions& options, Secrecy secrecy) {
+  if (!IsStandardOutput(options) || options.force) return;
+  if (secrecy == Secrecy::Secret)
+    RefuseTerminal("a private key", "name a file with --out, or insist with --force");
+  if (options.der) RefuseTerminal("DER", "name a file with --out, or leave out --der");
+}
+
 void WriteObject(const OutputOptions& options, std::string_view label, std::span<const BYTE> der,
                  Secrecy secrecy) {
+  CheckDestination(options, secrecy);
   const SecretBytes bytes = options.der ? ToSecret(der) : PemOf(label, der);
-  if (options.file.empty() || options.file == "-") {
-    if (secrecy == Secrecy::Secret && !options.force)
-      RefuseTerminal("a private key", "name a file with --out, or insist with --force");
-    if (options.der) RefuseTerminal("DER", "name a file with --out, or leave out --der");
-    return WriteRaw(bytes);
-  }
+  if (IsStandardOutput(options)) return WriteRaw(bytes);
   const FileDescriptor file = OpenNew(options.file, secrecy);
   const std::string name = Escaped(Utf8Of(std::string_view(options.file)));
   WriteAll(file.get(), bytes, name);

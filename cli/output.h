@@ -23,6 +23,8 @@ struct OutputOptions {
 // --out, --pem and --der.
 void AddOutputOptions(CLI::App& command, OutputOptions& options);
 
+// Fails where WriteObject would refuse the destination.
+void CheckDestination(const OutputOptions& options, Secrecy secrecy);
 // An object as DER or as PEM under its label. What is secret goes into a new file that only its owner may read, and never
 // to a terminal unless forced; neither do bytes that are no text.
 void WriteObject(const OutputOptions& options, std::string_view label, std::span<const BYTE> der,
