@@ -61,7 +61,7 @@ DWORD AgreedKey::wrap(std::span<const BYTE> key, ALG_ID& method, SecretBytes& wr
   SecretBytes kek;
   if (IsGostWrap(method)) {
     if (ukm_.empty()) {
-      ukm_.resize(kGostUkm);
+      ukm_ = SecretBytes(kGostUkm);
       if (!RandomBytes(ukm_)) return NTE_FAIL;
     }
     if (ukm_.size() != kGostUkm) return NTE_BAD_KEY_STATE;
@@ -133,7 +133,7 @@ DWORD AgreedKey::setAlgorithm(ALG_ID algorithm) {
 // As many bytes as the method takes, which is therefore set first.
 DWORD AgreedKey::setUkm(const BYTE* data) {
   if (!IsGostWrap(method_) && !IsKexp(method_)) return NTE_BAD_KEY_STATE;
-  ukm_.assign(data, data + (IsKexp(method_) ? kKegUkm : kGostUkm));
+  ukm_ = certkern::ToSecret({data, IsKexp(method_) ? kKegUkm : kGostUkm});
   return ERROR_SUCCESS;
 }
 
