@@ -7,7 +7,6 @@
 
 using certkern::Frame;
 using certkern::Guarded;
-using certkern::HashEncoded;
 
 extern "C" {
 
@@ -19,7 +18,20 @@ BOOL CryptHashCertificate(HCRYPTPROV_LEGACY hCryptProv, ALG_ID Algid, DWORD dwFl
         "= %p, "
         "pcbComputedHash = %p)",
         hCryptProv, Algid, dwFlags, pbEncoded, cbEncoded, pbComputedHash, pcbComputedHash);
-    if (!HashEncoded(hCryptProv, Algid, {pbEncoded, cbEncoded}, pbComputedHash, pcbComputedHash))
+    if (!certkern::HashEncoded(hCryptProv, Algid, {pbEncoded, cbEncoded}, pbComputedHash, pcbComputedHash))
+      return frame.failed();
+    return frame.result(TRUE);
+  });
+}
+
+BOOL CryptHashToBeSigned(HCRYPTPROV_LEGACY hCryptProv, DWORD dwCertEncodingType, const BYTE* pbEncoded,
+                         DWORD cbEncoded, BYTE* pbComputedHash, DWORD* pcbComputedHash) {
+  return Guarded([&](Frame& frame) -> BOOL {
+    frame.entry(
+        "(hCryptProv = 0x%lx, dwCertEncodingType = %u, pbEncoded = %p, cbEncoded = %u, pbComputedHash = %p, "
+        "pcbComputedHash = %p)",
+        hCryptProv, dwCertEncodingType, pbEncoded, cbEncoded, pbComputedHash, pcbComputedHash);
+    if (!certkern::HashToBeSigned(hCryptProv, {pbEncoded, cbEncoded}, pbComputedHash, pcbComputedHash))
       return frame.failed();
     return frame.result(TRUE);
   });

@@ -5,6 +5,8 @@
 #include <certkern/errors.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
 #include <string_view>
 #include <vector>
 
@@ -67,6 +69,66 @@ TEST(CertificateDigest, Failures) {
     SetLastError(0);
     EXPECT_FALSE(CryptHashCertificate(provider, algorithm, 0, bytes, kSize, value, cb));
     EXPECT_EQ(GetLastError(), code);
+  }
+}
+
+std::vector<BYTE> Published(const std::string& name) {
+  std::ifstream file(CERTKERN_SOURCE_DIR "/tests/data/published/rfc9215/" + name + ".der", std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string HashSignedPart(HCRYPTPROV provider, const std::vector<BYTE>& object) {
+  BYTE value[64];
+  DWORD size = sizeof(value);
+  const DWORD objectSize = static_cast<DWORD>(object.size());
+  if (!CryptHashToBeSigned(provider, X509_ASN_ENCODING, object.data(), objectSize, value, &size))
+    return "failed";
+  return ToHex({value, size});
+}
+
+// The digests are those that "openssl dgst" prints for the first element of each object.
+TEST(CertificateDigest, SignedPart) {
+  const std::vector<BYTE> certificate = Published("d1_certificate");
+  constexpr char kCertificate[] = "AFECC67F740BFC461F87BFA2F5E4185E68DDE304EFE6A98B777CDC031FFD8743";
+  EXPECT_EQ(HashSignedPart(0, certificate), kCertificate);
+  const ProviderHandle given(SVAPI_I_GetDefaultProvider(PROV_RSA_AES));
+  EXPECT_EQ(HashSignedPart(given.get(), certificate), kCertificate);
+  EXPECT_EQ(HashSignedPart(0, Published("d2_crl")),
+            "9E965B7DA162B243E077CAEA8020E8FE181F2D1D7F6773DFB99B093AB0E6B5AC");
+  EXPECT_EQ(HashSignedPart(0, Published("d3_request")),
+            "D21DD8CFC2B3B83DE69395A971C26FBC386B50114B84993E9CB9603D4E95A656"
+            "C468597AC64AC2D0A2C7FD5E22A67C3F1FB490922A335A5DB3A12BE44DEE9FC0");
+}
+
+TEST(CertificateDigest, SignedPartFailures) {
+  const struct {
+    const char* name;
+    const char* object;
+    DWORD code;
+  } kCases[] = {
+      {"no object",                     "",                                 CRYPT_E_ASN1_ERROR},
+      {"another element",               "31 00",                            CRYPT_E_ASN1_ERROR},
+      {"nothing inside",                "30 00",                            CRYPT_E_ASN1_ERROR},
+      {"no algorithm",                  "30 02 05 00",                      CRYPT_E_ASN1_ERROR},
+      {"algorithm without identifier",  "30 04 05 00 30 00",                CRYPT_E_ASN1_ERROR},
+      {"identifier without content",    "30 06 05 00 30 02 06 00",          CRYPT_E_ASN1_ERROR},
+      {"signature without unused bits", "30 09 05 00 30 03 06 01 2A 03 00", CRYPT_E_ASN1_ERROR},
+      {"an algorithm that nobody has",  "30 07 05 00 30 03 06 01 2A",       NTE_FAIL          },
+  };
+  for (const auto& [name, object, code] : kCases) {
+    SCOPED_TRACE(name);
+    SetLastError(0);
+    EXPECT_EQ(HashSignedPart(0, FromHex(object)), "failed");
+    EXPECT_EQ(GetLastError(), code);
+  }
+  SetLastError(0);
+  DWORD size = 0;
+  EXPECT_FALSE(CryptHashToBeSigned(0, X509_ASN_ENCODING, nullptr, 5, nullptr, &size));
+  EXPECT_EQ(GetLastError(), DWORD{CRYPT_E_ASN1_ERROR});
+  const std::vector<BYTE> whole = Published("d1_certificate");
+  for (size_t cut = 0; cut < whole.size(); ++cut) {
+    EXPECT_EQ(HashSignedPart(0, {whole.begin(), whole.begin() + static_cast<ptrdiff_t>(cut)}), "failed")
+        << cut;
   }
 }
 
