@@ -146,10 +146,12 @@ template <typename Form>
 bool HashIdDecode(BerReadCursor& in, SV_CERT_HASH_ID& id, BerDecodeArena& arena) {
   BerReadCursor content;
   SV_ISSUER_SERIAL unkept;
+  PSV_ISSUER_SERIAL serial;
   if (!Expect(in, kTagSequence, content) || !Form::decode(content, id, arena)) return false;
   if (content.empty()) return true;
-  return arena.reserveRecord(id.pIssuerSerial, unkept)
-      && IssuerSerialDecode(content, *id.pIssuerSerial, arena) && Finished(content);
+  if (!arena.reserveRecord(serial, unkept) || !IssuerSerialDecode(content, *serial, arena)) return false;
+  if (!arena.sizing()) id.pIssuerSerial = serial;
+  return Finished(content);
 }
 
 template <typename Form>

@@ -1,6 +1,7 @@
 // The display of what is to be signed. This library has none: a site's own may. The table of announced signings is kept all
 // the same, by thread, so that callers' calls pair up.
 #include "keykern/call.h"
+#include "platform/limits.h"
 
 #include <map>
 
@@ -11,8 +12,6 @@ struct Announced {
   HASH_MSG_RECORD record;
   bool active;
 };
-// What one thread announces before it signs.
-constexpr size_t kMaxAnnounced = 1024;
 
 std::map<const void*, Announced>& ThreadTable() {
   thread_local std::map<const void*, Announced> table;
@@ -31,7 +30,7 @@ BOOL isDTBSEnabled(void) { return FALSE; }
 BOOL TlsInitHashMsgIndex(void* key, DWORD reserved, const HASH_MSG_RECORD* record) {
   return Call([&]() -> DWORD {
     if (!key || reserved || !record) return ERROR_INVALID_PARAMETER;
-    if (ThreadTable().size() >= kMaxAnnounced) return NTE_NO_MEMORY;
+    if (ThreadTable().size() >= certkern::kMaxAnnouncedSignings) return NTE_NO_MEMORY;
     ThreadTable()[key] = {*record, false};
     return ERROR_SUCCESS;
   });

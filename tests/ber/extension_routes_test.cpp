@@ -14,6 +14,7 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
+#include <latch>
 #include <string>
 #include <thread>
 #include <utility>
@@ -24,6 +25,7 @@ namespace {
 enum class Loader { Real, Missing, Fake };
 constinit std::atomic<Loader> loader{Loader::Real};
 constinit std::atomic<int> loads{0};
+constinit std::latch* together = nullptr;  // where all who load wait for each other
 
 template <typename Function>
 Function* Next(const char* name) {
@@ -82,6 +84,7 @@ extern "C" {
 
 void* support_load_library_registry(const char* name, int flags) {
   ++loads;
+  if (together) together->arrive_and_wait();
   if (loader == Loader::Real)
     return Next<decltype(support_load_library_registry)>("support_load_library_registry")(name, flags);
   EXPECT_STREQ(name, "libextkern.so.4");
@@ -156,6 +159,7 @@ TEST(ExtensionRoutes, ArgumentsAreHandedOnUnchanged) {
                       {name + "Encode", 0x77, type, &byte, 0, 0, buffer, &size}
       }));
     }
+    EXPECT_EQ(functionCount, 15u) << "each was looked for once";
     EXPECT_FALSE(CryptDecodeObject(1, "{272ed084-4c55-42a9-ad88-a1502d9ed755}", &byte, 1, 0, nullptr, &size));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER}) << "as spelled";
     EXPECT_FALSE(CryptDecodeObject(1, "1.2.643.100.112", &byte, 0, 0, nullptr, &size));
@@ -201,10 +205,13 @@ TEST(ExtensionRoutes, WhatIsMissingFailsAlone) {
   });
 }
 
-TEST(ExtensionRoutes, ConcurrentFirstUseLoadsOnce) {
+TEST(ExtensionRoutes, ConcurrentFirstUseKeepsOneHandle) {
   InProcessOfItsOwn([] {
+    constexpr int kThreads = 8;
+    std::latch all(kThreads);
+    together = &all;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < kThreads; ++i) {
       threads.emplace_back([] {
         BYTE counter[] = {2, 1, 7};
         DWORD value = 0;

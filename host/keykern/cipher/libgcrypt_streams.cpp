@@ -5,14 +5,12 @@
 namespace keykern {
 namespace {
 
-constexpr size_t kRc2ShortKey = 5;
-
 class LibgcryptStream final : public CipherStream {
  public:
-  LibgcryptStream(LibgcryptCipher handle, size_t block, Direction direction)
-      : handle_(std::move(handle)), block_(block), direction_(direction) {}
+  LibgcryptStream(LibgcryptCipher handle, Direction direction)
+      : handle_(std::move(handle)), direction_(direction) {}
+  // The library itself refuses parts of blocks.
   bool process(std::span<BYTE> data) override {
-    if (data.size() % block_ != 0) return false;
     if (data.empty()) return true;
     const auto call = direction_ == Direction::Encrypt ? gcry_cipher_encrypt : gcry_cipher_decrypt;
     return !call(handle_.get(), data.data(), data.size(), nullptr, 0);
@@ -20,18 +18,16 @@ class LibgcryptStream final : public CipherStream {
 
  private:
   LibgcryptCipher handle_;
-  const size_t block_;  // what data must be a multiple of
   const Direction direction_;
 };
 
-// Zero when there is none. The library has RC2 with as many effective bits as the key has, which is what names with
-// a number of bits mean; the two names that it has for RC2 differ in the usual size alone.
+// Zero when there is none.
 int LibraryAlgorithm(const CipherSettings& settings) {
   switch (settings.algorithm) {
     case CALG_DES:
       return GCRY_CIPHER_DES;
     case CALG_RC2:
-      return settings.key.size() == kRc2ShortKey ? GCRY_CIPHER_RFC2268_40 : GCRY_CIPHER_RFC2268_128;
+      return GCRY_CIPHER_RFC2268_128;  // of keys from 40 to 128 bits, with as many effective bits
     case CALG_RC4:
       return GCRY_CIPHER_ARCFOUR;
     case CALG_G28147:
@@ -57,18 +53,14 @@ int LibraryMode(DWORD mode) {
 }  // namespace
 
 std::unique_ptr<CipherStream> NewLibgcryptStream(const CipherSettings& settings, Direction direction) {
-  const int algorithm = LibraryAlgorithm(settings);
-  const int mode = LibraryMode(settings.mode);
-  LibgcryptCipher handle = OpenLibgcryptCipher(algorithm, mode);
+  LibgcryptCipher handle = OpenLibgcryptCipher(LibraryAlgorithm(settings), LibraryMode(settings.mode));
   if (!handle) return nullptr;
   if (settings.algorithm == CALG_G28147 && !SetBox(handle, settings.parameters)) return nullptr;
   if (gcry_cipher_setkey(handle.get(), settings.key.data(), settings.key.size())) return nullptr;
   if (!settings.iv.empty() && gcry_cipher_setiv(handle.get(), settings.iv.data(), settings.iv.size())) {
     return nullptr;
   }
-  const bool wholeBlocks = mode == GCRY_CIPHER_MODE_CBC || mode == GCRY_CIPHER_MODE_ECB;
-  const size_t block = wholeBlocks ? gcry_cipher_get_algo_blklen(algorithm) : 1;
-  return std::make_unique<LibgcryptStream>(std::move(handle), block, direction);
+  return std::make_unique<LibgcryptStream>(std::move(handle), direction);
 }
 
 bool HasLibgcryptCipher(ALG_ID algorithm) {

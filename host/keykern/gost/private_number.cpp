@@ -1,6 +1,7 @@
 #include "keykern/gost/private_number.h"
 
 #include "common/der.h"
+#include "platform/limits.h"
 
 #include <algorithm>
 
@@ -10,11 +11,10 @@ namespace {
 namespace der = certkern::der;
 
 // Programs write one; each costs a multiplication.
-constexpr size_t kMaxMasks = 8;
 
 bool IsBlocks(const Curve& curve, std::span<const BYTE> octets) {
   return !octets.empty() && octets.size() % SizeOf(curve) == 0
-      && octets.size() / SizeOf(curve) <= 1 + kMaxMasks;
+      && octets.size() / SizeOf(curve) <= 1 + certkern::kMaxKeyMasks;
 }
 
 // The masked number, then its masks.

@@ -5,6 +5,7 @@
 #include "keykern/gost/curve.h"
 #include "keykern/gost/private_number.h"
 #include "keykern/key/asymmetric_key.h"
+#include "platform/limits.h"
 
 #include <algorithm>
 #include <array>
@@ -15,7 +16,6 @@ namespace {
 
 namespace der = certkern::der;
 
-constexpr size_t kMaxUkmSize = 64;  // octets: more would only be reduced modulo the order
 constexpr size_t kKegUkmSize = 32;
 constexpr size_t kKegSize = 64;
 constexpr BYTE kKegLabel[] = {'k', 'd', 'f', ' ', 't', 'r', 'e', 'e'};
@@ -177,7 +177,7 @@ DWORD GostPrivateKey::vko(const PublicKey& other, std::span<const BYTE> ukm, siz
   const DigestMaker newDigest = AgreementDigest(publicKey_->family(), size);
   if (!newDigest) return NTE_BAD_LEN;
   const bool zero = std::ranges::all_of(ukm, [](BYTE octet) { return octet == 0; });
-  if (zero || ukm.size() > kMaxUkmSize) return NTE_BAD_DATA;
+  if (zero || ukm.size() > certkern::kMaxUkmOctets) return NTE_BAD_DATA;
   SecretBytes shared;
   if (!gost::SharedPoint(*domain().curve, number_, ukm, peer->point(), shared)) return NTE_FAIL;
   const std::unique_ptr<Digest> digest = newDigest();

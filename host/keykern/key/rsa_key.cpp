@@ -23,7 +23,6 @@ constexpr char kPssAlone[] = "1.2.840.113549.1.1.10";
 constexpr size_t kMinRsaBits = 512;  // below, a padded hash value finds no room
 constexpr DWORD kMinGeneratedBits = 1024;
 constexpr DWORD kUsualBits = 2048;
-constexpr size_t kMaxExponentBytes = 8;
 
 // What the key is for: the algorithm of its SubjectPublicKeyInfo.
 struct Purpose {
@@ -49,7 +48,8 @@ bool IsModulus(std::span<const BYTE> n) {
 }
 
 bool IsExponent(std::span<const BYTE> e) {
-  return !e.empty() && e.size() <= kMaxExponentBytes && (e.back() & 1) && (e.size() > 1 || e[0] > 1);
+  return !e.empty() && e.size() <= certkern::kMaxRsaExponentOctets && (e.back() & 1)
+      && (e.size() > 1 || e[0] > 1);
 }
 
 // RSAPrivateKey, in the order that it is written in.

@@ -36,17 +36,21 @@ constexpr char kWideRsaInfo[] =  // exponent 2^33 + 1
     "305e300d06092a864886f70d0101010500034d00304a024100b5360153b6f9fb9ff95d6c8401d786c16a582c732630fa4cf4ca14"
     "fc38"
     "bb5a28abcb656a4e3f5250b5d0db439ea79e150af41e4f2b7bfccbae60859e996495eb02050200000001";
+constexpr char kWidePssInfo[] =  // the same key
+    "305c300b06092a864886f70d01010a034d00304a024100b5360153b6f9fb9ff95d6c8401d786c16a582c732630fa4cf4ca14fc38"
+    "bb5a"
+    "28abcb656a4e3f5250b5d0db439ea79e150af41e4f2b7bfccbae60859e996495eb02050200000001";
 constexpr char kEcInfo[] =
     "3059301306072a8648ce3d020106082a8648ce3d0301070342000474f432b4e01a34cfe64114ef10a8cdf0834a484766238d0d6f"
     "c247"
     "cb4ed7be0cb44d3e22bf3fc206bc8e70c02acca2e4a4e60d85b59b8862a6e77a4cc3861123";
 constexpr char kEdInfo[] =
     "302a300506032b6570032100670ac09d9e08e5c3a883267ea850e0ace9a8918dec0bd4273c7bd2d65c1dbebc";
-constexpr char kGost2012Info[] =
+constexpr char k2012Info[] =
     "3066301f06082a85030701010101301306072a85030202230106082a85030701010202034300044008c8697bc7ec525b1fcebb20"
     "111f"
     "85dc718c2a46b68e25fabfe36c66ac403486dc03d4451de213e17ecb193f9d8c498b544d1c2c4a19e42bdf750026cbc6a435";
-constexpr char kGost2001Info[] =
+constexpr char k2001Info[] =
     "3063301c06062a8503020213301206072a85030202230106072a850302021e010343000440ac5cec8599f833c491ad335e2d8888"
     "2a31"
     "cc7ce8e1b4453b00847e580bf41cf66a67cf35d8b01b83ff9bada12473e30b3e335b3c3df3235f33c7c17ef6053ba3";
@@ -60,24 +64,29 @@ struct KeySample {
   size_t parametersAt;
   size_t parametersSize;
   size_t keyAt;
-  const char* blobHead;  // in front of the encoding; null: the blob below
-  const char* blob;
+  const char* algorithm;  // of the blob, as its header has it; empty: the whole blob follows
+  const char* body;       // of the blob: one of the encodings above
 };
+constexpr char kRsa[] = "1.2.840.113549.1.1.1";
+constexpr char kPss[] = "1.2.840.113549.1.1.10";
 const KeySample kKeys[] = {
-    {"RSA",                XnRsaConvertPublicKeyInfo,   "1.2.840.113549.1.1.1",  kRsaInfo,      15, 2,  20, nullptr, kRsaBlob},
-    {"RSASSA-PSS",         XnRsaConvertPublicKeyInfo,   "1.2.840.113549.1.1.10", kPssInfo,      15, 0,  18, nullptr,
-     kPssBlob                                                                                                                },
-    {"RSA, long exponent", XnRsaConvertPublicKeyInfo,   "1.2.840.113549.1.1.1",  kWideRsaInfo,  15, 2,  20,
-     "0602000000A40000 434B5042 00000000",                                                                           nullptr },
-    {"P-256",              XnEcdsaConvertPublicKeyInfo, "1.2.840.10045.2.1",     kEcInfo,       13, 10, 26,
-     "0602000003220000 434B5042 00000000",                                                                           nullptr },
-    {"Ed25519",            XnEdDSAConvertPublicKeyInfo, "1.3.101.112",           kEdInfo,       9,  0,  12,
-     "0602000020220000 434B5042 00000000",                                                                           nullptr },
-    {"GOST R 34.10-2012",  XnConvertPublicKeyInfo,      "1.2.643.7.1.1.1.1",     kGost2012Info, 14, 21, 38,
-     "06020000492E0000 434B5042 00000000",                                                                           nullptr },
-    {"GOST R 34.10-2001",  XnConvertPublicKeyInfo,      "1.2.643.2.2.19",        kGost2001Info, 12, 20, 35,
-     "06020000232E0000 434B5042 00000000",                                                                           nullptr },
+    {"RSA",       XnRsaConvertPublicKeyInfo,   kRsa,                kRsaInfo,     15, 2,  20, "",         kRsaBlob    },
+    {"PSS",       XnRsaConvertPublicKeyInfo,   kPss,                kPssInfo,     15, 0,  18, "",         kPssBlob    },
+    {"RSA, wide", XnRsaConvertPublicKeyInfo,   kRsa,                kWideRsaInfo, 15, 2,  20, "00A40000", kWideRsaInfo},
+    {"PSS, wide", XnRsaConvertPublicKeyInfo,   kPss,                kWidePssInfo, 15, 0,  18, "00240000", kWideRsaInfo},
+    {"P-256",     XnEcdsaConvertPublicKeyInfo, "1.2.840.10045.2.1", kEcInfo,      13, 10, 26, "03220000", kEcInfo     },
+    {"Ed25519",   XnEdDSAConvertPublicKeyInfo, "1.3.101.112",       kEdInfo,      9,  0,  12, "20220000", kEdInfo     },
+    {"2012",      XnConvertPublicKeyInfo,      "1.2.643.7.1.1.1.1", k2012Info,    14, 21, 38, "492E0000", k2012Info   },
+    {"2001",      XnConvertPublicKeyInfo,      "1.2.643.2.2.19",    k2001Info,    12, 20, 35, "232E0000", k2001Info   },
 };
+const KeySample& kRsaSample = kKeys[0];
+const KeySample& kEcSample = kKeys[4];
+const KeySample& kGostSample = kKeys[6];
+
+std::vector<BYTE> BlobOf(const KeySample& sample) {
+  const std::string algorithm = sample.algorithm;
+  return FromHex((algorithm.empty() ? "" : "06020000" + algorithm + "434B504200000000") + sample.body);
+}
 
 // The record of a sample, over bytes of its own.
 struct Info {
@@ -98,10 +107,6 @@ std::vector<BYTE> Convert(XnConvertKey* convert, CERT_PUBLIC_KEY_INFO& info, ALG
   if (!convert(0, &info, algorithm, 0, &blob, &size)) return {};
   const std::unique_ptr<BYTE, decltype(&std::free)> owner(blob, std::free);
   return {blob, blob + size};
-}
-
-std::string ExpectedBlob(const KeySample& sample) {
-  return ToHex(FromHex(sample.blobHead ? std::string(sample.blobHead) + sample.info : sample.blob));
 }
 
 // --- the key level ---
@@ -160,7 +165,7 @@ TEST(ConvertPublicKey, BlobsOfEachFamily) {
   for (const KeySample& sample : kKeys) {
     SCOPED_TRACE(sample.name);
     Info info(sample);
-    EXPECT_EQ(ToHex(Convert(sample.convert, info.record)), ExpectedBlob(sample))
+    EXPECT_EQ(ToHex(Convert(sample.convert, info.record)), ToHex(BlobOf(sample)))
         << std::hex << GetLastError();
     for (const KeySample& other : kKeys) {
       if (other.convert == sample.convert) continue;
@@ -168,14 +173,14 @@ TEST(ConvertPublicKey, BlobsOfEachFamily) {
       EXPECT_EQ(GetLastError(), DWORD{NTE_BAD_ALGID}) << other.name;
     }
   }
-  Info info(kKeys[5]);
+  Info info(kGostSample);
   EXPECT_EQ(ToHex(Convert(XnConvertPublicKeyInfo, info.record, CALG_DH_GR3410_12_256_SF)).substr(8, 8),
             "46AA0000");
 }
 
 TEST(ConvertPublicKey, Faults) {
   const auto fault = [](auto change) {
-    Info info(kKeys[0]);
+    Info info(kRsaSample);
     change(info.record);
     EXPECT_TRUE(Convert(XnRsaConvertPublicKeyInfo, info.record).empty());
     return GetLastError();
@@ -190,7 +195,7 @@ TEST(ConvertPublicKey, Faults) {
   EXPECT_EQ(fault([](auto& i) { i.Algorithm.Parameters.cbData = 1u << 20; }), DWORD{NTE_BAD_DATA});
   BYTE* blob;
   DWORD size;
-  Info info(kKeys[0]);
+  Info info(kRsaSample);
   EXPECT_FALSE(XnRsaConvertPublicKeyInfo(0, &info.record, 0, 1, &blob, &size));
   EXPECT_EQ(GetLastError(), DWORD{NTE_BAD_FLAGS});
   EXPECT_FALSE(XnRsaConvertPublicKeyInfo(0, nullptr, 0, 0, &blob, &size));
@@ -199,12 +204,12 @@ TEST(ConvertPublicKey, Faults) {
   EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
 }
 
-TEST(ExportPublicKey, WhatWasConvertedComesBack) {
+TEST(ExportPublicKey, BlobsBecomeTheirKeys) {
   for (const KeySample& sample : kKeys) {
     SCOPED_TRACE(sample.name);
     Info info(sample);
-    fakeLevel = {Convert(sample.convert, info.record), 0, 0};
-    const std::vector<BYTE> bytes = Export(std::strstr(sample.name, "PSS") ? sample.oid : nullptr);
+    fakeLevel = {BlobOf(sample), 0, 0};
+    const std::vector<BYTE> bytes = Export(sample.oid == kPss ? kPss : nullptr);
     ASSERT_FALSE(bytes.empty()) << std::hex << GetLastError();
     const auto& record = *reinterpret_cast<const CERT_PUBLIC_KEY_INFO*>(bytes.data());
     EXPECT_STREQ(record.Algorithm.pszObjId, sample.oid);
@@ -227,9 +232,8 @@ TEST(ExportPublicKey, Faults) {
   EXPECT_TRUE(Export(nullptr).empty());
   EXPECT_EQ(GetLastError(), DWORD{NTE_PERM});
   EXPECT_EQ(fakeLevel.keys, 0);
-  for (const char* info : {kRsaBlob, kEcInfo}) {  // any piece of a blob is none
-    const std::vector<BYTE> whole =
-        FromHex(info == kRsaBlob ? kRsaBlob : std::string(kKeys[3].blobHead) + kEcInfo);
+  for (const KeySample* sample : {&kRsaSample, &kEcSample}) {  // any piece of a blob is none
+    const std::vector<BYTE> whole = BlobOf(*sample);
     for (size_t size = 0; size < whole.size(); ++size) {
       fakeLevel = {
           {whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size)},

@@ -96,4 +96,14 @@ TEST(CipherStreams, LongMessages) {
                 "1e70954008bb4db07e6c3cf1098beb99923161e504dea638a63eccacd6c482bd");
 }
 
+// Without key meshing. Each block of the end is openssl enc -gost89 of zeros with the counter as initial value.
+TEST(CipherStreams, CounterUnderTheTestBox) {
+  const CipherSettings settings{CALG_G28147, CRYPT_MODE_CNT, certkern::ToSecret(FromHex(kKey)),
+                                certkern::ToSecret(FromHex("0102030405060708")), "1.2.643.2.2.31.0"};
+  const auto stream = NewCipherStream(settings, Direction::Encrypt);
+  SecretBytes data(1200);
+  ASSERT_TRUE(stream && stream->process(data));
+  EXPECT_EQ(ToHex(std::span(data).last(16)), ToHex(FromHex("ba4ef5fe73ef86b8ae3c35bfa84df6b6")));
+}
+
 }  // namespace

@@ -137,6 +137,9 @@ TEST(DeriveKeys, KdfTree) {
   EXPECT_EQ(ToHex(out),
             Plain("22b6837845c6bef65ea71672b265831086d3c76aebe6dae91cad51d83f79d16b"
                   "074c9330599d7f8d712fca54392f4ddde93751206b3584c8f43f9e6dc51531f9"));
+  // openssl dgst -md_gost12_256 -mac hmac over 01, label, 00, seed and a length of one octet
+  ASSERT_TRUE(KdfTree(key, label, seed, std::span(out).first(16)));
+  EXPECT_EQ(ToHex(std::span(out).first(16)), Plain("0a3ebee52487befa874c44b307dfe6ba"));
   out.resize(255 * 32);
   EXPECT_TRUE(KdfTree(key, label, seed, out));
   out.resize(255 * 32 + 1);
