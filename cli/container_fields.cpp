@@ -13,7 +13,7 @@
 namespace certkern::cli {
 namespace {
 
-void AddCertificate(Field& field, const ContainerKey& key) {
+void AddCertificate(Field& field, const ContainerKey& key, Detail detail) {
   Bytes encoded;
   if (!KeyParamBytes(key.key.get(), KP_CERTIFICATE, encoded)) {
     if (GetLastError() != NTE_NOT_FOUND) ThrowLastError("the certificate of the key");
@@ -27,6 +27,7 @@ void AddCertificate(Field& field, const ContainerKey& key) {
     return;
   }
   certificate.add(NameField("Subject", BytesOf(info->Subject)));
+  if (detail == Detail::Short) return;
   certificate.add(NameField("Issuer", BytesOf(info->Issuer)));
   certificate.add("Not after", Words{TimeText(info->NotAfter)});
 }
@@ -45,7 +46,7 @@ Field KeyField(const ContainerKey& key, Detail detail) {
     field.add("Exportable", (KeyParam<DWORD>(key.key.get(), KP_PERMISSIONS, what) & CRYPT_EXPORT) != 0);
     field.add("PIN", NeedsPin(key));
   }
-  AddCertificate(field, key);
+  AddCertificate(field, key, detail);
   return field;
 }
 

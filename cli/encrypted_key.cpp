@@ -1,6 +1,8 @@
 // Private keys under a password.
+#include "algorithm_identifier.h"
 #include "decoded.h"
 #include "failure.h"
+#include "grammar.h"
 #include "handles.h"
 #include "key_blob.h"
 #include "private_key_file.h"
@@ -60,53 +62,48 @@ struct Pbes2 {
 };
 
 using Sequence = Decoded<CRYPT_SEQUENCE_OF_ANY>;
-using AlgorithmRecord = Decoded<CRYPT_ALGORITHM_IDENTIFIER>;
 
-Sequence Elements(const CRYPT_DATA_BLOB& encoded, DWORD atLeast) {
+Sequence Elements(std::span<const BYTE> encoded, DWORD atLeast) {
   Sequence sequence;
-  if (encoded.cbData) sequence = Decode<CRYPT_SEQUENCE_OF_ANY>(X509_SEQUENCE_OF_ANY, BytesOf(encoded));
+  if (!encoded.empty()) sequence = Decode<CRYPT_SEQUENCE_OF_ANY>(X509_SEQUENCE_OF_ANY, encoded);
   return sequence && sequence->cValue >= atLeast ? std::move(sequence) : nullptr;
 }
 
-AlgorithmRecord AlgorithmIn(const CRYPT_DATA_BLOB& encoded) {
-  return Decode<CRYPT_ALGORITHM_IDENTIFIER>(X509_ALGORITHM_IDENTIFIER, BytesOf(encoded));
-}
-
-bool TakeOctets(const CRYPT_DATA_BLOB& encoded, Bytes& octets) {
-  if (!encoded.cbData) return false;
-  const auto blob = Decode<CRYPT_DATA_BLOB>(X509_OCTET_STRING, BytesOf(encoded));
+bool TakeOctets(std::span<const BYTE> encoded, Bytes& octets) {
+  if (encoded.empty()) return false;
+  const auto blob = Decode<CRYPT_DATA_BLOB>(X509_OCTET_STRING, encoded);
   if (blob) octets.assign(blob->pbData, blob->pbData + blob->cbData);
   return blob != nullptr;
 }
 
 // PBKDF2-params ::= SEQUENCE { salt OCTET STRING, iterationCount INTEGER, keyLength INTEGER OPTIONAL,
 //                              prf AlgorithmIdentifier DEFAULT hmacWithSHA1 }
-bool ReadDerivation(const CRYPT_ALGORITHM_IDENTIFIER& algorithm, Pbes2& scheme) {
-  if (algorithm.pszObjId != std::string_view(szOID_PKCS_5_PBKDF2)) return false;
-  const Sequence fields = Elements(algorithm.Parameters, 2);
-  if (!fields || !TakeOctets(fields->rgValue[0], scheme.salt)) return false;
+bool ReadDerivation(const AlgorithmIdentifier& algorithm, Pbes2& scheme) {
+  if (algorithm.oid != szOID_PKCS_5_PBKDF2) return false;
+  const Sequence fields = Elements(algorithm.parameters, 2);
+  if (!fields || !TakeOctets(BytesOf(fields->rgValue[0]), scheme.salt)) return false;
   const auto iterations = Decode<int>(X509_INTEGER, BytesOf(fields->rgValue[1]));
   if (!iterations || *iterations < 1 || *iterations > kMostIterations) return false;
   scheme.iterations = static_cast<DWORD>(*iterations);
   scheme.prf = &kPrfs[0];
   const CRYPT_DER_BLOB& last = fields->rgValue[fields->cValue - 1];
-  if (last.cbData && last.pbData[0] == 0x30) {
-    const AlgorithmRecord prf = AlgorithmIn(last);
-    scheme.prf = prf ? Find(kPrfs, prf->pszObjId) : nullptr;
+  if (last.cbData && last.pbData[0] == kSequenceTag) {
+    const auto prf = DecodeAlgorithm(BytesOf(last));
+    scheme.prf = prf ? Find(kPrfs, prf->oid) : nullptr;
   }
   return scheme.prf != nullptr;
 }
 
 // PBES2-params ::= SEQUENCE { keyDerivationFunc AlgorithmIdentifier, encryptionScheme AlgorithmIdentifier }
-bool ReadScheme(const CRYPT_ALGORITHM_IDENTIFIER& algorithm, Pbes2& scheme) {
-  if (algorithm.pszObjId != std::string_view(szOID_PKCS_5_PBES2)) return false;
-  const Sequence parts = Elements(algorithm.Parameters, 2);
+bool ReadScheme(const AlgorithmIdentifier& algorithm, Pbes2& scheme) {
+  if (algorithm.oid != szOID_PKCS_5_PBES2) return false;
+  const Sequence parts = Elements(algorithm.parameters, 2);
   if (!parts) return false;
-  const AlgorithmRecord derivation = AlgorithmIn(parts->rgValue[0]);
-  const AlgorithmRecord cipher = AlgorithmIn(parts->rgValue[1]);
+  const auto derivation = DecodeAlgorithm(BytesOf(parts->rgValue[0]));
+  const auto cipher = DecodeAlgorithm(BytesOf(parts->rgValue[1]));
   if (!derivation || !cipher || !ReadDerivation(*derivation, scheme)) return false;
-  scheme.cipher = Find(kCiphers, cipher->pszObjId);
-  return scheme.cipher && TakeOctets(cipher->Parameters, scheme.iv) && scheme.iv.size() == kBlockSize;
+  scheme.cipher = Find(kCiphers, cipher->oid);
+  return scheme.cipher && TakeOctets(cipher->parameters, scheme.iv) && scheme.iv.size() == kBlockSize;
 }
 
 template <typename Record>
@@ -134,8 +131,9 @@ SecretBytes DecryptPrivateKey(std::span<const BYTE> encrypted, const PinOptions&
   const auto parts = Decode<CRYPT_SEQUENCE_OF_ANY>(X509_SEQUENCE_OF_ANY, encrypted);
   Pbes2 scheme;
   Bytes content;
-  const AlgorithmRecord algorithm = parts && parts->cValue == 2 ? AlgorithmIn(parts->rgValue[0]) : nullptr;
-  if (!algorithm || !TakeOctets(parts->rgValue[1], content) || !ReadScheme(*algorithm, scheme))
+  std::optional<AlgorithmIdentifier> algorithm;
+  if (parts && parts->cValue == 2) algorithm = DecodeAlgorithm(BytesOf(parts->rgValue[0]));
+  if (!algorithm || !TakeOctets(BytesOf(parts->rgValue[1]), content) || !ReadScheme(*algorithm, scheme))
     throw Failure(name + ": encrypted in a way that this tool does not know; \"openssl pkcs8\" decrypts it, or "
                          "\"openssl pkcs8 -topk8 -v2 aes-256-cbc\" makes one that it knows");
   SecretBytes secret = AskPin(password, "Password of " + name);

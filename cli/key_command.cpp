@@ -86,7 +86,7 @@ Runner PrepareNew(CLI::App& command) {
   for (const KeyFamily& family : KeyFamilies()) {
     if (!family.sets.empty()) sets += fmt::format("  {:14}{}\n", family.name, ParameterSetNames(family));
   }
-  command.footer("Parameter sets; the first is the usual one, but gost2012-512 and gost2012-256 have A:\n" + sets
+  command.footer("Parameter sets, the usual one first:\n" + sets
                  + "\nThe PIN is asked for on the terminal, twice, unless an option says where it comes from.\n\n"
                    "Examples:\n"
                    "  certkern key new anna --algorithm gost2012-256\n"

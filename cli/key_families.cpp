@@ -15,7 +15,7 @@ namespace {
 
 constexpr char kEd448[] = "1.3.101.113";
 
-// As the openssl program calls them.
+// As the openssl program calls them; the first is what a key has when nobody says.
 constexpr ParameterSet kGost2001Sets[] = {
     {"A",  szOID_GOST_R3410_2001_PARAM_SET_A   },
     {"B",  szOID_GOST_R3410_2001_PARAM_SET_B   },
@@ -25,15 +25,15 @@ constexpr ParameterSet kGost2001Sets[] = {
     {"0",  szOID_GOST_R3410_2001_PARAM_SET_TEST},
 };
 constexpr ParameterSet kGost256Sets[] = {
+    {"TCA", szOID_GOST_R3410_2012_256_PARAM_SET_A},
+    {"TCB", szOID_GOST_R3410_2012_256_PARAM_SET_B},
+    {"TCC", szOID_GOST_R3410_2012_256_PARAM_SET_C},
+    {"TCD", szOID_GOST_R3410_2012_256_PARAM_SET_D},
     {"A",   szOID_GOST_R3410_2001_PARAM_SET_A    },
     {"B",   szOID_GOST_R3410_2001_PARAM_SET_B    },
     {"C",   szOID_GOST_R3410_2001_PARAM_SET_C    },
     {"XA",  szOID_GOST_R3410_2001_PARAM_SET_XCHA },
     {"XB",  szOID_GOST_R3410_2001_PARAM_SET_XCHB },
-    {"TCA", szOID_GOST_R3410_2012_256_PARAM_SET_A},
-    {"TCB", szOID_GOST_R3410_2012_256_PARAM_SET_B},
-    {"TCC", szOID_GOST_R3410_2012_256_PARAM_SET_C},
-    {"TCD", szOID_GOST_R3410_2012_256_PARAM_SET_D},
     {"0",   szOID_GOST_R3410_2001_PARAM_SET_TEST },
 };
 constexpr ParameterSet kGost512Sets[] = {

@@ -1,5 +1,6 @@
 #include "private_key_file.h"
 
+#include "algorithm_identifier.h"
 #include "decoded.h"
 #include "failure.h"
 #include "grammar.h"
@@ -102,9 +103,8 @@ std::string AlgorithmOfPrivateKey(std::span<const BYTE> privateKeyInfo) {
   if (elements.cValue < 3 || TagOf(elements.rgValue[0]) != kIntegerTag
       || TagOf(elements.rgValue[2]) != kOctetStringTag)
     return {};
-  const auto algorithm =
-      Decode<CRYPT_ALGORITHM_IDENTIFIER>(X509_ALGORITHM_IDENTIFIER, BytesOf(elements.rgValue[1]));
-  return algorithm && algorithm->pszObjId ? algorithm->pszObjId : "";
+  const auto algorithm = DecodeAlgorithm(BytesOf(elements.rgValue[1]));
+  return algorithm ? algorithm->oid : "";
 }
 
 SecretBytes ReadPrivateKey(const std::string& path, const PinOptions& password) {

@@ -1,5 +1,6 @@
 #include "signing.h"
 
+#include "algorithm_identifier.h"
 #include "encoded.h"
 #include "failure.h"
 #include "grammar.h"
@@ -39,15 +40,12 @@ Bytes Element(BYTE tag, std::initializer_list<Bytes> parts) {
   return element;
 }
 
-Bytes EncodeAlgorithm(const char* oid, Bytes parameters) {
-  CRYPT_ALGORITHM_IDENTIFIER identifier{const_cast<char*>(oid), BlobOf(parameters)};
-  return Encode(X509_ALGORITHM_IDENTIFIER, &identifier, "RSASSA-PSS");
-}
-
 // RSASSA-PSS-params ::= SEQUENCE { hashAlgorithm [0], maskGenAlgorithm [1], saltLength [2] }. RFC 4055, 3.1
 Bytes PssParameters(const HashRow& hash) {
-  const Bytes hashAlgorithm = EncodeAlgorithm(hash.oid, {kNullTag, 0});
-  const Bytes mask = EncodeAlgorithm(szOID_RSA_MGF1, hashAlgorithm);
+  const Bytes hashAlgorithm = EncodeAlgorithm({
+      hash.oid, {kNullTag, 0}
+  });
+  const Bytes mask = EncodeAlgorithm({szOID_RSA_MGF1, hashAlgorithm});
   const Bytes salt = Encode(X509_INTEGER, &hash.size, "RSASSA-PSS");
   return Element(kSequenceTag,
                  {Element(ContextTag(0), {hashAlgorithm}), Element(ContextTag(1), {mask}),

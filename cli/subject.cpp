@@ -9,7 +9,9 @@
 #include <fmt/format.h>
 #include <CLI/Option.hpp>
 
+#include <algorithm>
 #include <cstring>
+#include <string_view>
 
 namespace certkern::cli {
 namespace {
@@ -58,12 +60,24 @@ CERT_RDN_ATTR RecordOf(Attribute& attribute) {
   };
 }
 
-bool IsPossible(Attribute& attribute) {
-  CERT_RDN_ATTR record = RecordOf(attribute);
-  CERT_RDN relative{1, &record};
-  const CERT_NAME_INFO name{1, &relative};
-  DWORD size = 0;
-  return CryptEncodeObject(X509_ASN_ENCODING, X509_UNICODE_NAME, &name, nullptr, &size);
+// The code for a character that the type does not have; 0 for none. The library checks texts by rules of its own, which
+// know no digits in a PrintableString, and is told not to.
+DWORD FaultIn(const std::wstring& value, DWORD valueType) {
+  static constexpr std::wstring_view kDigits = L"0123456789 ";
+  static constexpr std::wstring_view kPrintable =
+      L"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789 '()+,-./:=?";
+  switch (valueType) {
+    case CERT_RDN_NUMERIC_STRING:
+      return value.find_first_not_of(kDigits) == value.npos ? 0 : CRYPT_E_INVALID_NUMERIC_STRING;
+    case CERT_RDN_PRINTABLE_STRING:
+      return value.find_first_not_of(kPrintable) == value.npos ? 0 : CRYPT_E_INVALID_PRINTABLE_STRING;
+    case CERT_RDN_IA5_STRING: {
+      const bool ascii = std::all_of(value.begin(), value.end(), [](wchar_t c) { return c > 0 && c < 0x80; });
+      return ascii ? 0 : CRYPT_E_INVALID_IA5_STRING;
+    }
+    default:
+      return 0;
+  }
 }
 
 Attribute ParseAttribute(const std::string& argument) {
@@ -77,11 +91,13 @@ Attribute ParseAttribute(const std::string& argument) {
                      + ": no such type; CN, O, OU, C, L, ST, E, SERIALNUMBER ... or a dotted identifier");
   Attribute attribute{row ? row->pszOID : type, 0, Wide(argument.substr(equals + 1), Shown(argument))};
   if (attribute.value.empty()) throw WrongUsage(Shown(argument) + ": the value is empty");
+  DWORD fault = 0;
   for (const DWORD candidate : TypesOf(row)) {
-    attribute.valueType = candidate;
-    if (IsPossible(attribute)) return attribute;
+    attribute.valueType = candidate | CERT_RDN_DISABLE_CHECK_TYPE_FLAG;
+    fault = FaultIn(attribute.value, candidate);
+    if (!fault) return attribute;
   }
-  throw Failure(fmt::format("{}: {}", Shown(argument), ReasonOf(GetLastError())), kWrongUsage);
+  throw WrongUsage(fmt::format("{}: {}", Shown(argument), ReasonOf(fault)));
 }
 
 }  // namespace
