@@ -112,6 +112,11 @@ TEST(KeyExchangeFaults, WrongPieces) {
        NTE_BAD_ALGID                                                                                                                               },
       {"a transport that is none",               kByTransport,    [](Envelope& e) { e.keyEncryption.oid = "1.2.643.2.2.20"; },
        NTE_BAD_ALGID                                                                                                                               },
+      {"a masked key",                           kByAgreement,
+       [](Envelope& e) {
+         e.encryptedKey[1] += 2;
+         e.encryptedKey.insert(e.encryptedKey.end(), {0x80, 0});
+       },                                                                                                                             NTE_BAD_DATA },
       {"a wrap that is none",                    kByAgreement,
        [](Envelope& e) {
          e.keyEncryption.parameters = FromHex("3012 0607 2A850302020D02 3007 0605 2A85030202");
