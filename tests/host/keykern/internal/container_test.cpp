@@ -185,6 +185,13 @@ TEST_F(ContainerTest, Pins) {
   EXPECT_EQ(set->presentPin(Bytes("any")), 0u);
   EXPECT_EQ(set->store(AT_KEYEXCHANGE, other), 0u);
   EXPECT_EQ(load(AT_KEYEXCHANGE, other), 0u) << "a PIN that nobody needed seals nothing";
+
+  EXPECT_EQ(DeleteContainer("box", Scope::User), 0u);
+  set = create();
+  EXPECT_EQ(set->presentPin(Bytes("1234")), 0u);
+  EXPECT_EQ(open()->store(AT_SIGNATURE, key), 0u);
+  EXPECT_EQ(set->store(AT_KEYEXCHANGE, other), 0u);
+  EXPECT_EQ(load(AT_KEYEXCHANGE, other), 0u) << "one of two keys under a PIN";
 }
 
 TEST_F(ContainerTest, OthersOpenTheFiles) {
