@@ -114,7 +114,7 @@ LPSTR Choose(const char* const (&rows)[kCount], uint8_t index) {
 }
 CRYPT_DATA_BLOB Blob(std::vector<BYTE>& bytes) { return {static_cast<DWORD>(bytes.size()), bytes.data()}; }
 
-void Check(BOOL done, HCRYPTKEY key) {
+void Check(BOOL done, const HCRYPTKEY& key) {
   Require(done ? key != 0 : key == 0 && GetLastError() != 0);
   if (!done) return;
   BYTE data[32] = {};
