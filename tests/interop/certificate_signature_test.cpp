@@ -10,95 +10,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 
 namespace fs = std::filesystem;
 
 namespace {
 
-// objects NAME KEY-OPTIONS SIGNING-OPTIONS makes NAME.crt, NAME.csr and NAME.crl, all DER.
-constexpr char kScript[] = R"sh(
-set -eu
-cat >openssl.cnf <<CONFIG
-openssl_conf = init
-[init]
-engines = engines
-[engines]
-gost = gost
-[gost]
-engine_id = gost
-dynamic_path = ${GOST_ENGINE:-$(openssl version -e | sed 's/.*"\(.*\)"
-        .*
-    /\1 /')/gost.so} default_algorithms = ALL[req] distinguished_name = none prompt =
-    no[none][ca] default_ca = authority[authority] database = index.txt default_md =
-        default default_crl_days = 30 CONFIG export OPENSSL_CONF =
-            "$PWD/openssl.cnf" printf 'R\t400101000000Z\t240101000000Z\t01\tunknown\t/CN=01\n'
-    > index.txt
-
-      sign(){name = $1 key = $2 shift 2 openssl req - x509 - new - key "$key.key" - subj "/CN=$name"
-                 - days 90 "$@" - out "$name.pem" openssl x509 - in "$name.pem" - outform DER
-                 - out "$name.crt" openssl req - new - key "$key.key"
-                 - subj
-                 "/CN=$name"
-                 "$@"
-                 - outform DER
-                 - out "$name.csr"
-#a list takes its digest as - md, not as an option of that name
-                 list = $(printf '%s ' "$@" | sed 's/-sha\([0-9]*\)/-md sha\1/') openssl ca - gencrl
-                         - keyfile "$key.key" - cert "$name.pem" $list - out list.pem 2
-                     > errors
-                 || {cat errors > &2;
-exit 1;
-}  // namespace
-openssl crl - in list.pem - outform DER - out "$name.crl"
-}
-key() {
-  name = $1 shift openssl genpkey "$@" - out "$name.key" 2 > errors || {
-    cat errors > &2;
-    exit 1;
-  }
-}
-
-key rsa -algorithm RSA -pkeyopt rsa_keygen_bits:2048
-for hash in sha1 sha256 sha384 sha512;
-do
-  sign rsa-$hash rsa -$hash
-done
-for hash in sha1 sha256 sha512;
-do
-  for
-    salt in 0 20 32 64;
-do
-    sign pss-$hash-$salt rsa -$hash -sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:$salt
-  done
-done
-#keys that make nothing but RSASSA - PSS
-key free-pss -algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048
-sign free-pss free-pss -sha256 -sigopt rsa_pss_saltlen:32
-key bound-pss -algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048 -pkeyopt rsa_pss_keygen_md:sha256 \
-  -pkeyopt rsa_pss_keygen_mgf1_md:sha256 -pkeyopt rsa_pss_keygen_saltlen:20
-sign bound-pss bound-pss -sha256 -sigopt rsa_pss_saltlen:32
-for curve in P-256 P-384 P-521;
-do
-  key $curve -algorithm EC -pkeyopt ec_paramgen_curve:$curve
-  for hash in sha1 sha256 sha384 sha512;
-do
-    sign $curve-$hash $curve -$hash
-  done
-done
-for algorithm in ED25519 ED448;
-do key $algorithm - algorithm $algorithm sign $algorithm $algorithm done gost() {
-  algorithm=$1
-  shift
-  for set in "$@";
-  do
-    key $algorithm - $set - algorithm $algorithm - pkeyopt paramset : $set sign $algorithm - $set $algorithm
-                                                                      - $set done
-  }
-gost gost2001 A B C XA XB 0
-gost gost2012_256 A B C XA XB TCA TCB TCC TCD 0
-gost gost2012_512 A B C
-)sh";
 constexpr size_t kFamilies = 4 + 12 + 2 + 12 + 2 + 6 + 10 + 3;
 
 template <class Record>
@@ -154,8 +70,7 @@ class CertificateSignatures : public testing::Test {
   static void SetUpTestSuite() {
     directory_ = WorkDirectory() / "signed";
     fs::create_directory(directory_);
-    std::ofstream(directory_ / "make.sh") << kScript;
-    RunShell("cd '" + directory_.string() + "' && sh make.sh");
+    RunShell("sh '" CERTKERN_SOURCE_DIR "/tests/data/make_signed_objects.sh' '" + directory_.string() + "'");
   }
   static Bytes read(const std::string& name) { return ReadFile(directory_ / name); }
   static Bytes readCertificate(const std::string& name) { return read(name + ".crt"); }
