@@ -101,7 +101,8 @@ CERTKERN_API BOOL CertGetValidUsages(DWORD cCerts, PCCERT_CONTEXT* rghCerts, int
 CERTKERN_API BOOL CryptHashCertificate(HCRYPTPROV_LEGACY hCryptProv, ALG_ID Algid, DWORD dwFlags,
                                        const BYTE* pbEncoded, DWORD cbEncoded, BYTE* pbComputedHash,
                                        DWORD* pcbComputedHash);
-/** Hashes the signed part of a signed object, with the hash that its signature algorithm names.
+/** Hashes the signed part of a signed object, with the hash that its signature algorithm's row names: of RSA-PSS that is
+ *  SHA-1, whatever the parameters say.
  *  @param pbEncoded  a whole certificate, CRL or request, cbEncoded bytes
  *  @return TRUE or FALSE; sizes as for CryptHashCertificate
  *  @errors CRYPT_E_ASN1_ERROR: not a signed object; NTE_FAIL: an unknown signature algorithm; ERROR_MORE_DATA; those

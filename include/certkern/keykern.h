@@ -498,8 +498,8 @@ CERTKERN_API BOOL CryptEncrypt(HCRYPTKEY hKey, HCRYPTHASH hHash, BOOL Final, DWO
 CERTKERN_API BOOL CryptDecrypt(HCRYPTKEY hKey, HCRYPTHASH hHash, BOOL Final, DWORD dwFlags, BYTE* pbData,
                                DWORD* pdwDataLen);
 
-/** --- Display of what is to be signed. A key level that can show it to its user before a key is used exports the
- *  following four; they may be missing altogether, which is the same as "not enabled". --- */
+/* --- Display of what is to be signed. A key level that can show it to its user before a key is used exports the
+ * following four; they may be missing altogether, which is the same as "not enabled". --- */
 
 /** What a registration tells about the bytes that are about to be signed. */
 typedef struct _HASH_MSG_RECORD {
