@@ -1,5 +1,6 @@
 // The certkern tool: a table of commands.
-#include "show_command.h"
+#include "command.h"
+#include "failure.h"
 
 #include <fmt/format.h>
 
@@ -7,49 +8,45 @@
 #include <exception>
 #include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace certkern::cli {
 namespace {
 
-constexpr int kFailed = 1;
-constexpr int kWrongUsage = 2;
-
-struct Command {
-  const char* name;
-  const char* summary;
-  std::function<int()> (*prepare)(CLI::App& command);
-};
 constexpr Command kCommands[] = {
-    {"show", "Show certificates, CRLs and certificate requests", PrepareShow},
+    {"show",        "Show certificates, CRLs and certificate requests",   PrepareShow       },
+    {"key",         "Make, list, import, export and delete private keys", PrepareKey        },
+    {"request",     "Make certificate requests",                          PrepareRequest    },
+    {"certificate", "Make self-signed certificates",                      PrepareCertificate},
+    {"hash",        "Hash files",                                         PrepareHash       },
+    {"random",      "Write random bytes",                                 PrepareRandom     },
 };
 
-// The parser takes "[a,b]" for a list of two values; here it is a file of that name.
+// The parser takes "[a,b]" for a list of two values; where files stand, it is a file of that name.
 std::vector<std::string> Arguments(int argc, char** argv) {
+  const std::string_view command = argc > 1 ? argv[1] : "";
+  const bool files = command == "show" || command == "hash";
   std::vector<std::string> arguments;
   for (int i = argc - 1; i > 0; --i) {  // last first, as the parser wants them
     const std::string argument = argv[i];
-    arguments.push_back(argument.starts_with('[') ? "./" + argument : argument);
+    arguments.push_back(files && argument.starts_with('[') ? "./" + argument : argument);
   }
   return arguments;
 }
 
 int Run(int argc, char** argv) {
-  CLI::App app("Looks into certificates, CRLs and certificate requests.", "certkern");
+  CLI::App app("Looks into certificates, CRLs and certificate requests, and makes keys and what they sign.",
+               "certkern");
   app.set_version_flag("--version", "certkern " CERTKERN_VERSION);
-  app.require_subcommand(1);
   app.footer("certkern COMMAND --help tells more about a command; the manual is certkern(1).");
-  std::function<int()> chosen;
-  for (const Command& row : kCommands) {
-    CLI::App* command = app.add_subcommand(row.name, row.summary);
-    command->callback([&chosen, run = row.prepare(*command)] { chosen = run; });
-  }
+  const Runner run = PrepareGroup(app, kCommands);
   try {
     app.parse(Arguments(argc, argv));
   } catch (const CLI::ParseError& error) {
     return app.exit(error) ? kWrongUsage : 0;  // help and version are "errors" of status 0
   }
-  return chosen();
+  return run();
 }
 
 }  // namespace
@@ -58,6 +55,9 @@ int Run(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     return certkern::cli::Run(argc, argv);
+  } catch (const certkern::cli::Failure& failure) {
+    fmt::print(stderr, "certkern: {}\n", failure.what());
+    return failure.status();
   } catch (const std::bad_alloc&) {
     std::fputs("certkern: out of memory\n", stderr);
   } catch (const std::exception& error) {

@@ -1,16 +1,15 @@
-#include "show_command.h"
-
+// certkern show: all that is in certificates, CRLs and certificate requests.
+#include "command.h"
 #include "input.h"
 #include "object_fields.h"
+#include "output.h"
 #include "text.h"
 #include "writers.h"
 
 #include <certkern/keykern.h>
 #include <fmt/format.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 
 namespace certkern::cli {
@@ -109,13 +108,6 @@ bool FileShow::showObject(const Block& block, size_t offset, std::span<const BYT
   return true;
 }
 
-bool FlushOutput() {
-  if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return true;
-  fmt::print(stderr, "certkern: standard output: {}\n",
-             std::strerror(errno));  // NOLINT(concurrency-mt-unsafe): one thread
-  return false;
-}
-
 int RunShow(const Arguments& arguments) {
   std::unique_ptr<ObjectWriter> writer;
   if (arguments.json) {
@@ -134,7 +126,7 @@ int RunShow(const Arguments& arguments) {
 
 }  // namespace
 
-std::function<int()> PrepareShow(CLI::App& command) {
+Runner PrepareShow(CLI::App& command) {
   const auto arguments = std::make_shared<Arguments>();
   command.add_option("FILE", arguments->files, "Files to show; none or - stands for standard input")
       ->type_name("");

@@ -1,29 +1,21 @@
 #include "keykern/provider.h"
 
-#include "keykern/algorithms.h"
 #include "keykern/call.h"
 #include "keykern/crypto_library.h"
-#include "keykern/results.h"
+#include "keykern/provider_params.h"
+
+#include <pwd.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 #include <string>
 
 namespace keykern {
 namespace {
 
-constexpr ProviderRow kProviders[] = {
-    {PROV_GOST_2012_256, "certkern GOST R 34.10-2012 Provider",        "GOST R 34.10-2012, 256 bits" },
-    {PROV_GOST_2012_512, "certkern GOST R 34.10-2012 Strong Provider", "GOST R 34.10-2012, 512 bits" },
-    {PROV_GOST_2001_DH,  "certkern GOST R 34.10-2001 Provider",        "GOST R 34.10-2001"           },
-    {PROV_RSA_AES,       "certkern RSA and AES Provider",              "RSA Full and AES"            },
-    {PROV_RSA_FULL,      "certkern RSA Provider",                      "RSA Full"                    },
-    {PROV_EC_ECDSA_FULL, "certkern ECDSA and ECDH Provider",           "EC Full: signatures by ECDSA"},
-    {PROV_EDDSA,         "certkern EdDSA Provider",                    "EdDSA"                       },
-};
-
-// Flags that a verify context may have beside it: it opens no container and asks nobody.
-constexpr DWORD kVerifyFlags = CRYPT_VERIFYCONTEXT | CRYPT_SILENT | CRYPT_MACHINE_KEYSET;
+// What the way of opening may be combined with.
+constexpr DWORD kMannerFlags = CRYPT_SILENT | CRYPT_MACHINE_KEYSET;
+constexpr size_t kMaxUserEntry = 16384;
 
 DWORD FindProvider(const std::string* name, DWORD type, const ProviderRow*& row) {
   row = FindProviderType(type);
@@ -34,13 +26,45 @@ DWORD FindProvider(const std::string* name, DWORD type, const ProviderRow*& row)
   return named == row ? ERROR_SUCCESS : NTE_PROV_TYPE_NO_MATCH;
 }
 
-DWORD Acquire(HCRYPTPROV* handle, bool container, const std::string* name, DWORD type, DWORD flags) {
-  if (!handle) return ERROR_INVALID_PARAMETER;
+// The container that a caller means who names none.
+std::string UserName() {
+  std::string buffer(kMaxUserEntry, '\0');
+  passwd entry{};
+  passwd* found = nullptr;
+  if (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found)
+    return found->pw_name;
+  return std::to_string(geteuid());
+}
+
+DWORD OpenKeySet(const std::string& container, Scope scope, DWORD way, std::unique_ptr<KeySet>& keys) {
+  const std::string name = container.empty() ? UserName() : container;
+  return way == CRYPT_NEWKEYSET ? CreateContainer(name, scope, keys) : OpenContainer(name, scope, keys);
+}
+
+DWORD Acquire(HCRYPTPROV* handle, const std::string& container, const std::string* name, DWORD type,
+              DWORD flags) {
+  const DWORD way = flags & ~kMannerFlags;
+  if (!handle && way != CRYPT_DELETEKEYSET) return ERROR_INVALID_PARAMETER;
   const ProviderRow* row;
   if (const DWORD code = FindProvider(name, type, row)) return code;
-  if ((flags & CRYPT_VERIFYCONTEXT) != CRYPT_VERIFYCONTEXT || flags & ~kVerifyFlags) return NTE_BAD_FLAGS;
-  if (container) return NTE_BAD_KEYSET_PARAM;
-  *handle = OpenHandle(std::make_unique<Provider>(*row));
+  const ProviderManner manner{flags & CRYPT_MACHINE_KEYSET ? Scope::Machine : Scope::User,
+                              (flags & CRYPT_SILENT) != 0};
+  std::unique_ptr<KeySet> keys;
+  switch (way) {
+    case CRYPT_VERIFYCONTEXT:
+      if (!container.empty()) return NTE_BAD_KEYSET_PARAM;
+      keys = NewMemoryKeySet();
+      break;
+    case CRYPT_DELETEKEYSET:
+      return DeleteContainer(container.empty() ? UserName() : container, manner.scope);
+    case CRYPT_NEWKEYSET:
+    case 0:
+      if (const DWORD code = OpenKeySet(container, manner.scope, way, keys)) return code;
+      break;
+    default:
+      return NTE_BAD_FLAGS;
+  }
+  *handle = OpenHandle(std::make_unique<Provider>(*row, std::move(keys), manner));
   return ERROR_SUCCESS;
 }
 
@@ -52,125 +76,15 @@ std::string Narrow(LPCWSTR text) {
   return narrow;
 }
 
-// --- enumeration of the algorithms ---
-
-template <class Record>
-void PutNames(const Algorithm& row, Record& record) {
-  record.dwNameLen = static_cast<DWORD>(row.name.size() + 1);
-  std::copy(row.name.begin(), row.name.end(), record.szName);
-}
-
-void Put(const Algorithm& row, PROV_ENUMALGS& record) {
-  record.dwBitLen = row.defaultBits;
-  PutNames(row, record);
-}
-
-void Put(const Algorithm& row, PROV_ENUMALGS_EX& record) {
-  record.dwDefaultLen = row.defaultBits;
-  record.dwMinLen = row.minimumBits;
-  record.dwMaxLen = row.maximumBits;
-  PutNames(row, record);
-  record.dwLongNameLen = static_cast<DWORD>(row.longName.size() + 1);
-  std::copy(row.longName.begin(), row.longName.end(), record.szLongName);
-}
-
-// The row at a place of a type's enumeration, which begins with the algorithms that the type is the default for. Moves
-// on over those that this host does not have. Null at the end.
-const Algorithm* AlgorithmAt(DWORD type, uint32_t& place) {
-  const std::span<const Algorithm> rows = Algorithms();
-  for (; place < 2 * rows.size(); ++place) {
-    const Algorithm& row = rows[place % rows.size()];
-    const bool own = row.providerType == type;
-    if (own == (place < rows.size()) && IsAvailable(row)) return &row;
-  }
-  return nullptr;
-}
-
-template <class Record>
-DWORD NextAlgorithm(Provider& provider, DWORD flags, BYTE* out, DWORD* size) {
-  if (flags & ~static_cast<DWORD>(CRYPT_FIRST)) return NTE_BAD_FLAGS;
-  uint32_t place = flags & CRYPT_FIRST ? 0 : provider.enumeration().load(std::memory_order_relaxed);
-  const Algorithm* row = AlgorithmAt(provider.row().type, place);
-  if (!row) return ERROR_NO_MORE_ITEMS;
-  Record record{};
-  record.aiAlgid = row->id;
-  Put(*row, record);
-  const DWORD code = GiveRecord(record, out, size);
-  // the question for the size, and a buffer that was too small, are asked again
-  if (code == ERROR_SUCCESS && out) provider.enumeration().store(place + 1, std::memory_order_relaxed);
-  return code;
-}
-
-DWORD GetParam(Provider& provider, DWORD param, BYTE* out, DWORD* size, DWORD flags) {
-  if (!size) return ERROR_INVALID_PARAMETER;
-  switch (param) {
-    case PP_ENUMALGS:
-      return NextAlgorithm<PROV_ENUMALGS>(provider, flags, out, size);
-    case PP_ENUMALGS_EX:
-      return NextAlgorithm<PROV_ENUMALGS_EX>(provider, flags, out, size);
-    case PP_NAME:
-      return GiveText(provider.row().name, reinterpret_cast<char*>(out), size);
-    case PP_PROVTYPE:
-      return GiveRecord(provider.row().type, out, size);
-    default:
-      return NTE_BAD_TYPE;
-  }
-}
-
-// --- enumeration of the providers ---
-
-template <class Character>
-DWORD EnumProviders(DWORD index, const DWORD* reserved, DWORD flags, DWORD* type, Character* name,
-                    DWORD* size, std::string_view ProviderRow::*text) {
-  if (reserved || !type) return ERROR_INVALID_PARAMETER;
-  if (flags) return NTE_BAD_FLAGS;
-  if (index >= std::size(kProviders)) return ERROR_NO_MORE_ITEMS;
-  const DWORD code = GiveText(kProviders[index].*text, name, size);
-  if (code != ERROR_INVALID_PARAMETER) *type = kProviders[index].type;
-  return code;
-}
-
-template <class Character>
-DWORD GetDefaultProvider(DWORD type, const DWORD* reserved, DWORD flags, Character* name, DWORD* size) {
-  if (reserved) return ERROR_INVALID_PARAMETER;
-  if (flags != CRYPT_MACHINE_DEFAULT && flags != CRYPT_USER_DEFAULT) return NTE_BAD_FLAGS;
-  const ProviderRow* row = FindProviderType(type);
-  return row ? GiveText(row->name, name, size) : NTE_BAD_PROV_TYPE;
-}
-
-// --- defaults of the process ---
-
-constinit std::atomic<HCRYPTPROV> defaultProviders[std::size(kProviders)] = {};
-
-// One provider a type, opened when it is first wanted and kept. Callers borrow it; one who releases it all the same
-// harms nobody but himself: the next question finds it dead and opens another.
-DWORD BorrowDefault(const ProviderRow& row, HCRYPTPROV& handle) {
-  std::atomic<HCRYPTPROV>& place = defaultProviders[&row - kProviders];
-  handle = place.load(std::memory_order_acquire);
-  if (handle && Pinned<Provider>(handle)) return ERROR_SUCCESS;
-  const HCRYPTPROV fresh = OpenHandle(std::make_unique<Provider>(row));
-  if (place.compare_exchange_strong(handle, fresh, std::memory_order_acq_rel)) {
-    handle = fresh;
-  } else {
-    static_cast<void>(CloseHandle<Provider>(fresh));  // another thread was first: handle is its
-  }
-  return ERROR_SUCCESS;
-}
-
 }  // namespace
 
-std::span<const ProviderRow> ProviderRows() { return kProviders; }
-
-const ProviderRow* FindProviderType(DWORD type) {
-  const auto* row = std::find_if(std::begin(kProviders), std::end(kProviders),
-                                 [type](const ProviderRow& candidate) { return candidate.type == type; });
-  return row == std::end(kProviders) ? nullptr : row;
+DWORD Provider::loadKey(DWORD spec, KeyRecord& key) const {
+  const DWORD code = keys_->load(spec, key);
+  return code == SCARD_W_CARD_NOT_AUTHENTICATED && manner_.silent ? NTE_SILENT_CONTEXT : code;
 }
 
-const ProviderRow* FindProviderName(std::string_view name) {
-  const auto* row = std::find_if(std::begin(kProviders), std::end(kProviders),
-                                 [name](const ProviderRow& candidate) { return candidate.name == name; });
-  return row == std::end(kProviders) ? nullptr : row;
+DWORD Provider::storeKey(DWORD spec, const KeyRecord& key) const {
+  return manner_.shared ? NTE_PERM : keys_->store(spec, key);
 }
 
 }  // namespace keykern
@@ -183,7 +97,7 @@ BOOL CryptAcquireContextA(HCRYPTPROV* phProv, LPCSTR szContainer, LPCSTR szProvi
                           DWORD dwFlags) {
   return Call([&] {
     const std::string name = szProvider ? szProvider : "";
-    return Acquire(phProv, szContainer && *szContainer, szProvider ? &name : nullptr, dwProvType, dwFlags);
+    return Acquire(phProv, szContainer ? szContainer : "", szProvider ? &name : nullptr, dwProvType, dwFlags);
   });
 }
 
@@ -191,7 +105,8 @@ BOOL CryptAcquireContextW(HCRYPTPROV* phProv, LPCWSTR szContainer, LPCWSTR szPro
                           DWORD dwFlags) {
   return Call([&] {
     const std::string name = szProvider ? Narrow(szProvider) : "";
-    return Acquire(phProv, szContainer && *szContainer, szProvider ? &name : nullptr, dwProvType, dwFlags);
+    return Acquire(phProv, szContainer ? Narrow(szContainer) : "", szProvider ? &name : nullptr, dwProvType,
+                   dwFlags);
   });
 }
 
@@ -214,7 +129,16 @@ BOOL CryptGetProvParam(HCRYPTPROV hProv, DWORD dwParam, BYTE* pbData, DWORD* pdw
   return Call([&]() -> DWORD {
     const Pinned<Provider> provider(hProv);
     if (!provider) return ERROR_INVALID_HANDLE;
-    return GetParam(*provider, dwParam, pbData, pdwDataLen, dwFlags);
+    return GetProviderParam(*provider, dwParam, pbData, pdwDataLen, dwFlags);
+  });
+}
+
+BOOL CryptSetProvParam(HCRYPTPROV hProv, DWORD dwParam, const BYTE* pbData, DWORD dwFlags) {
+  return Call([&]() -> DWORD {
+    const Pinned<Provider> provider(hProv);
+    if (!provider) return ERROR_INVALID_HANDLE;
+    if (dwFlags) return NTE_BAD_FLAGS;
+    return SetProviderParam(*provider, dwParam, pbData);
   });
 }
 
@@ -225,63 +149,6 @@ BOOL CryptGenRandom(HCRYPTPROV hProv, DWORD dwLen, BYTE* pbBuffer) {
     if (!pbBuffer && dwLen) return ERROR_INVALID_PARAMETER;
     return RandomBytes({pbBuffer, dwLen}) ? ERROR_SUCCESS : NTE_FAIL;
   });
-}
-
-BOOL CryptEnumProvidersA(DWORD dwIndex, DWORD* pdwReserved, DWORD dwFlags, DWORD* pdwProvType,
-                         LPSTR szProvName, DWORD* pcbProvName) {
-  return Call([&] {
-    return EnumProviders(dwIndex, pdwReserved, dwFlags, pdwProvType, szProvName, pcbProvName,
-                         &ProviderRow::name);
-  });
-}
-
-BOOL CryptEnumProvidersW(DWORD dwIndex, DWORD* pdwReserved, DWORD dwFlags, DWORD* pdwProvType,
-                         LPWSTR szProvName, DWORD* pcbProvName) {
-  return Call([&] {
-    return EnumProviders(dwIndex, pdwReserved, dwFlags, pdwProvType, szProvName, pcbProvName,
-                         &ProviderRow::name);
-  });
-}
-
-BOOL CryptEnumProviderTypesA(DWORD dwIndex, DWORD* pdwReserved, DWORD dwFlags, DWORD* pdwProvType,
-                             LPSTR szTypeName, DWORD* pcbTypeName) {
-  return Call([&] {
-    return EnumProviders(dwIndex, pdwReserved, dwFlags, pdwProvType, szTypeName, pcbTypeName,
-                         &ProviderRow::typeName);
-  });
-}
-
-BOOL CryptEnumProviderTypesW(DWORD dwIndex, DWORD* pdwReserved, DWORD dwFlags, DWORD* pdwProvType,
-                             LPWSTR szTypeName, DWORD* pcbTypeName) {
-  return Call([&] {
-    return EnumProviders(dwIndex, pdwReserved, dwFlags, pdwProvType, szTypeName, pcbTypeName,
-                         &ProviderRow::typeName);
-  });
-}
-
-BOOL CryptGetDefaultProviderA(DWORD dwProvType, DWORD* pdwReserved, DWORD dwFlags, LPSTR pszProvName,
-                              DWORD* pcbProvName) {
-  return Call([&] { return GetDefaultProvider(dwProvType, pdwReserved, dwFlags, pszProvName, pcbProvName); });
-}
-
-BOOL CryptGetDefaultProviderW(DWORD dwProvType, DWORD* pdwReserved, DWORD dwFlags, LPWSTR pszProvName,
-                              DWORD* pcbProvName) {
-  return Call([&] { return GetDefaultProvider(dwProvType, pdwReserved, dwFlags, pszProvName, pcbProvName); });
-}
-
-HCRYPTPROV SVAPI_I_GetDefaultProvider(DWORD dwProvType) {
-  HCRYPTPROV provider = 0;
-  return CryptAcquireContextA(&provider, nullptr, nullptr, dwProvType, CRYPT_VERIFYCONTEXT) ? provider : 0;
-}
-
-HCRYPTPROV SVAPI_I_CryptGetDefaultCryptProv(ALG_ID aiAlgid) {
-  HCRYPTPROV provider = 0;
-  const BOOL found = Call([&]() -> DWORD {
-    const Algorithm* algorithm = FindAlgorithm(aiAlgid);
-    if (!algorithm || !IsAvailable(*algorithm)) return NTE_BAD_ALGID;
-    return BorrowDefault(*FindProviderType(algorithm->providerType), provider);
-  });
-  return found ? provider : 0;
 }
 
 }  // extern "C"

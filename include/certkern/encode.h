@@ -34,7 +34,7 @@ CERTKERN_EXTERN_C_BEGIN
 #define X509_BASIC_CONSTRAINTS2 ((LPCSTR)15)           /**< CERT_BASIC_CONSTRAINTS2_INFO */
 #define X509_CERT_POLICIES ((LPCSTR)16)                /**< CERT_POLICIES_INFO */
 #define PKCS_UTC_TIME ((LPCSTR)17)                     /**< FILETIME */
-#define RSA_CSP_PUBLICKEYBLOB ((LPCSTR)19)             /**< key blob, by the extension library */
+#define RSA_CSP_PUBLICKEYBLOB ((LPCSTR)19)             /**< PUBLICKEYBLOB of RSA, as RSAPublicKey. RFC 8017 */
 #define X509_UNICODE_NAME ((LPCSTR)20)                 /**< CERT_NAME_INFO with wide values */
 #define PKCS_ATTRIBUTE ((LPCSTR)22)                    /**< CRYPT_ATTRIBUTE */
 #define PKCS_CONTENT_INFO_SEQUENCE_OF_ANY ((LPCSTR)23) /**< CRYPT_CONTENT_INFO_SEQUENCE_OF_ANY */

@@ -186,18 +186,19 @@ CERTKERN_API BOOL CryptReleaseContext(HCRYPTPROV hProv, DWORD dwFlags);
 #define PP_CHANGE_PIN \
   7                    /**< text, narrow, to be set: another PIN; empty: none. The old one was given before */
 #define PP_PROVTYPE 16 /**< DWORD */
-#define PP_ENUMALGS_EX 22               /**< PROV_ENUMALGS_EX */
-#define PP_KEYSET_TYPE 27               /**< DWORD: CRYPT_MACHINE_KEYSET or 0 */
-#define PP_KEYEXCHANGE_PIN 32           /**< text, narrow */
-#define PP_SIGNATURE_PIN 33             /**< text, narrow */
-#define PP_UNIQUE_CONTAINER 36          /**< text, narrow */
-#define PP_CONTAINER_PATH 111           /**< text, narrow: the name that opens the container again */
+#define PP_ENUMALGS_EX 22      /**< PROV_ENUMALGS_EX */
+#define PP_KEYSET_TYPE 27      /**< DWORD: CRYPT_MACHINE_KEYSET or 0 */
+#define PP_KEYEXCHANGE_PIN 32  /**< text, narrow */
+#define PP_SIGNATURE_PIN 33    /**< text, narrow */
+#define PP_UNIQUE_CONTAINER 36 /**< text, narrow */
+#define PP_CONTAINER_PATH 111 /**< text, narrow: the name that opens the container again; empty without one */
 #define PP_CONTAINER_EXTENSION 132      /**< CONTAINER_EXTENSION, to be set */
 #define PP_ENUM_CONTAINER_EXTENSION 133 /**< CONTAINER_EXTENSION */
 #define PP_EPHEMERAL_ATTRIBUTE 172      /**< DWORD: 0 when messages go without the attribute */
 
-/** dwFlags of an enumeration: begin. */
+/** dwFlags of an enumeration: begin; go on, which 0 means, too. */
 #define CRYPT_FIRST 1
+#define CRYPT_NEXT 2
 
 /** Something attached to a container: this head, then the dotted OID with its NUL, then the value. Setting one without a
  *  value removes it. */
@@ -241,6 +242,12 @@ CERTKERN_RECORD_SIZE(PROV_ENUMALGS_EX, 88);
  *          ERROR_MORE_DATA; ERROR_NO_MORE_ITEMS: the end */
 CERTKERN_API BOOL CryptGetProvParam(HCRYPTPROV hProv, DWORD dwParam, BYTE* pbData, DWORD* pdwDataLen,
                                     DWORD dwFlags);
+/** Sets a property of a provider: a PIN, another PIN, an extension of its container.
+ *  @param pbData   the value
+ *  @param dwFlags  0
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER: no value; NTE_BAD_TYPE: no such property; NTE_BAD_FLAGS; NTE_BAD_DATA;
+ *          SCARD_W_WRONG_CHV: not the PIN of these keys; SCARD_W_CARD_NOT_AUTHENTICATED: the old PIN was not given; NTE_PERM */
 CERTKERN_API BOOL CryptSetProvParam(HCRYPTPROV hProv, DWORD dwParam, const BYTE* pbData, DWORD dwFlags);
 
 /** Fills a buffer with cryptographically strong random bytes.
@@ -301,12 +308,13 @@ CERTKERN_API HCRYPTPROV SVAPI_I_CryptGetDefaultCryptProv(ALG_ID aiAlgid);
 #define HP_HMAC_INFO 5            /**< HMAC_INFO, of CALG_HMAC */
 #define HP_OID 10                 /**< text, narrow: the parameter set of CALG_GR3411. RFC 4357, 11.2 */
 #define HP_HASHSTARTVECT_RESET 11 /**< no value: begin again, with the same parameters */
-#define HP_HMAC_KEY 21            /**< the key's bytes, as many as the hash has */
-#define HP_PBKDF2_SALT 23         /**< CRYPT_DATA_BLOB */
-#define HP_PBKDF2_PASSWORD 24     /**< CRYPT_DATA_BLOB */
-#define HP_PBKDF2_COUNT 25        /**< DWORD: iterations */
-#define HP_BASE_HASH 34           /**< ALG_ID: the hash inside CALG_PBKDF2 */
-#define HP_PSS_SALT 37 /**< DWORD: salt length; an ALG_ID may follow, the hash of MGF1. RFC 8017, 9.1 */
+#define HP_HMAC_KEY 21    /**< the 32 bytes of the key of CALG_GR3411_HMAC and its siblings. RFC 9548, 3 */
+#define HP_PBKDF2_SALT 23 /**< CRYPT_DATA_BLOB */
+#define HP_PBKDF2_PASSWORD 24 /**< CRYPT_DATA_BLOB */
+#define HP_PBKDF2_COUNT 25    /**< DWORD: iterations */
+#define HP_BASE_HASH 34       /**< ALG_ID: the hash inside CALG_PBKDF2 */
+#define HP_PSS_SALT \
+  37 /**< DWORD: salt length. MGF1 works with the same hash; what follows is not read. RFC 8017, 9.1 */
 
 /** What CALG_HMAC works with. Null strings stand for the bytes of RFC 2104, which no others replace. */
 typedef struct _HMAC_INFO {
@@ -319,7 +327,7 @@ typedef struct _HMAC_INFO {
 CERTKERN_RECORD_SIZE(HMAC_INFO, 40);
 
 /** Begins a hash. Several threads may feed it, one after the other.
- *  @param hKey     0, but for a keyed hash
+ *  @param hKey     for CALG_HMAC the key, and for CALG_GR3411_HMAC and its siblings the key or 0, before HP_HMAC_KEY
  *  @param dwFlags  0
  *  @param phHash   receives the hash, for CryptDestroyHash
  *  @return TRUE or FALSE
@@ -343,7 +351,7 @@ CERTKERN_API BOOL CryptHashData(HCRYPTHASH hHash, const BYTE* pbData, DWORD dwDa
  *          ERROR_MORE_DATA */
 CERTKERN_API BOOL CryptGetHashParam(HCRYPTHASH hHash, DWORD dwParam, BYTE* pbData, DWORD* pdwDataLen,
                                     DWORD dwFlags);
-/** Sets a property of a hash: HP_HASHVAL, which ends it, HP_OID, before any data, or HP_HASHSTARTVECT_RESET.
+/** Sets a property of a hash: HP_HASHVAL, which ends it, HP_HASHSTARTVECT_RESET, or one of its algorithm, before any data.
  *  @param pbData   the value: for HP_HASHVAL as many bytes as the hash has
  *  @param dwFlags  0
  *  @return TRUE or FALSE
@@ -371,9 +379,9 @@ CERTKERN_API BOOL CryptDestroyHash(HCRYPTHASH hHash);
 #define CRYPT_USER_PROTECTED 0x2u
 #define CRYPT_CREATE_SALT 0x4u
 #define CRYPT_NO_SALT 0x10u
-#define CRYPT_PREGEN 0x40u           /**< parameters follow: the key is made when it is first used */
-#define CRYPT_ARCHIVABLE 0x4000u     /**< exportable as long as this handle lives */
-#define CRYPT_NO_PERSIST_KEY 0x8000u /**< CryptImportKey: beside the container's keys, not among them */
+#define CRYPT_PREGEN 0x40u       /**< parameters follow: the key is made when it is first used */
+#define CRYPT_ARCHIVABLE 0x4000u /**< exportable as long as this handle lives */
+#define CRYPT_FORCE_KEY_PROTECTION_HIGH 0x8000u /**< CryptImportKey: taken, and without effect */
 #define CRYPT_PUBLIC_IMPORT \
   0x10000u /**< CryptImportKey: the blob is this library's own form of a public key */
 
@@ -432,7 +440,7 @@ CERTKERN_RECORD_SIZE(KEY_BLOB_INFO, 8);
 
 typedef struct _WRAPPED_KEY_INFO {
   ALG_ID
-      aiWrapAlg; /**< CALG_RSA_KEYX, CALG_EXPORT_..., or a cipher: CALG_AES_... and CALG_3DES of an agreed key */
+  aiWrapAlg; /**< CALG_RSA_KEYX, CALG_EXPORT_..., or a cipher: CALG_AES_... and CALG_3DES of an agreed key */
   DWORD cbWrapped; /**< bytes. CALG_EXPORT_... of GOST 28147-89: UKM (8), encrypted key, MAC (4) */
 } WRAPPED_KEY_INFO;
 CERTKERN_RECORD_SIZE(WRAPPED_KEY_INFO, 8);
@@ -447,6 +455,7 @@ CERTKERN_RECORD_SIZE(WRAPPED_KEY_INFO, 8);
 #define KP_ALGID 7             /**< ALG_ID */
 #define KP_BLOCKLEN 8          /**< DWORD: bits */
 #define KP_KEYLEN 9            /**< DWORD: bits */
+#define KP_X 14                /**< no value: make the key of CRYPT_PREGEN now */
 #define KP_EFFECTIVE_KEYLEN 19 /**< DWORD: bits, of CALG_RC2 */
 #define KP_CERTIFICATE 26      /**< an encoded certificate */
 #define KP_MODE_WORD 101 /**< DWORD: CRYPT_MODE_CFB, CRYPT_MODE_CTR_ACPKM or CRYPT_MODE_CTR_ACPKM_OMAC */
@@ -462,6 +471,16 @@ CERTKERN_RECORD_SIZE(WRAPPED_KEY_INFO, 8);
 #define KP_OAEP_HASH 0x80000103u /**< ALG_ID; CALG_SHA1 unless set */
 #define KP_OAEP_LABEL 36         /**< CRYPT_DATA_BLOB */
 
+/** Values of KP_PADDING and bits of KP_PERMISSIONS. */
+#define PKCS5_PADDING 1 /**< RFC 8018, 6.1.1 */
+#define ZERO_PADDING 3  /**< zeros up to a whole block, which decryption leaves */
+#define CRYPT_ENCRYPT 0x1u
+#define CRYPT_DECRYPT 0x2u
+#define CRYPT_EXPORT 0x4u
+#define CRYPT_READ 0x8u
+#define CRYPT_WRITE 0x10u
+#define CRYPT_MAC 0x20u
+
 #define CRYPT_MODE_CBC 1
 #define CRYPT_MODE_ECB 2
 #define CRYPT_MODE_OFB 3
@@ -472,29 +491,133 @@ CERTKERN_RECORD_SIZE(WRAPPED_KEY_INFO, 8);
 #define CRYPT_MODE_CTR_ACPKM 32      /**< RFC 9337; RFC 8645, 6.2.2 */
 #define CRYPT_MODE_CTR_ACPKM_OMAC 35 /**< the same with a tag */
 
+/** Signs a hash with a key of its provider, which ends the hash. A hash of CALG_MESSAGE_ITSELF signs by EdDSA; every other
+ *  family takes the value of a hash function that fits: GOST keys their own alone.
+ *  @param dwKeySpec      AT_KEYEXCHANGE or AT_SIGNATURE
+ *  @param szDescription  takes part in nothing
+ *  @param dwFlags        0 or CRYPT_PSS
+ *  @param pbSignature    receives the signature, reversed as a string of bytes to what standards write; NULL asks for the
+ *                        most that it can have, and leaves the hash at work
+ *  @param pdwSigLen      in: bytes at pbSignature; out: the size
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER: no size; NTE_NO_KEY: no such key; NTE_BAD_HASH: not a hash of this
+ *          key; NTE_BAD_ALGID: the family does not sign this way; NTE_BAD_FLAGS; ERROR_MORE_DATA; SCARD_W_WRONG_CHV: a wrong
+ *          PIN; SCARD_W_CARD_NOT_AUTHENTICATED: none; NTE_SILENT_CONTEXT: none, in a silent provider; NTE_BAD_KEYSET: a damaged
+ *          container; NTE_FAIL */
 CERTKERN_API BOOL CryptSignHashA(HCRYPTHASH hHash, DWORD dwKeySpec, LPCSTR szDescription, DWORD dwFlags,
                                  BYTE* pbSignature, DWORD* pdwSigLen);
+/** As CryptSignHashA. */
 CERTKERN_API BOOL CryptSignHashW(HCRYPTHASH hHash, DWORD dwKeySpec, LPCWSTR szDescription, DWORD dwFlags,
                                  BYTE* pbSignature, DWORD* pdwSigLen);
+/** Verifies a signature of a hash, which ends the hash.
+ *  @param pbSignature    reversed, as CryptSignHash gives it
+ *  @param hPubKey        a public key, or a pair
+ *  @param szDescription  takes part in nothing
+ *  @param dwFlags        0 or CRYPT_PSS: then the salt has exactly the length of HP_PSS_SALT
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER: no signature; NTE_BAD_SIGNATURE: every mismatch, a wrong length too;
+ *          NTE_BAD_HASH, NTE_BAD_ALGID, NTE_BAD_FLAGS as CryptSignHashA; NTE_BAD_KEY: not such a key */
 CERTKERN_API BOOL CryptVerifySignatureA(HCRYPTHASH hHash, const BYTE* pbSignature, DWORD dwSigLen,
                                         HCRYPTKEY hPubKey, LPCSTR szDescription, DWORD dwFlags);
+/** As CryptVerifySignatureA. */
 CERTKERN_API BOOL CryptVerifySignatureW(HCRYPTHASH hHash, const BYTE* pbSignature, DWORD dwSigLen,
                                         HCRYPTKEY hPubKey, LPCWSTR szDescription, DWORD dwFlags);
+
+/** Makes a session key of a hash's value, which ends the hash: of its first bytes, or, where it is too short, of the
+ *  published expansion by 0x36 and 0x5C.
+ *  @param Algid      a cipher, or CALG_HMAC_KEY
+ *  @param hBaseData  the hash
+ *  @param dwFlags    CRYPT_EXPORTABLE, CRYPT_NO_SALT; the upper half: bits of the key, 0 the usual
+ *  @param phKey      receives the key, for CryptDestroyKey
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER; NTE_BAD_ALGID; NTE_BAD_FLAGS; NTE_BAD_HASH; NTE_BAD_LEN: more than the
+ *          hash gives, or not a length of the cipher */
 CERTKERN_API BOOL CryptDeriveKey(HCRYPTPROV hProv, ALG_ID Algid, HCRYPTHASH hBaseData, DWORD dwFlags,
                                  HCRYPTKEY* phKey);
+/** Makes a random key. A pair of a family goes into the provider's container, in the place of the one that was there, under
+ *  AT_SIGNATURE or AT_KEYEXCHANGE as Algid says; a provider without container keeps it as long as it lives. Ephemeral pairs
+ *  and session keys live as long as their handle.
+ *  @param Algid    CALG_..., or AT_KEYEXCHANGE, AT_SIGNATURE: the family of the provider's type
+ *  @param dwFlags  CRYPT_EXPORTABLE, CRYPT_PREGEN (pairs); the upper half: bits of the key (RSA, RC2, RC4), 0 the usual
+ *  @param phKey    receives the key, for CryptDestroyKey
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER; NTE_BAD_ALGID; NTE_BAD_FLAGS; NTE_BAD_LEN; NTE_PERM: the process's own
+ *          provider, or a container that cannot be written; NTE_FAIL; NTE_TOKEN_KEYSET_STORAGE_FULL */
 CERTKERN_API BOOL CryptGenKey(HCRYPTPROV hProv, ALG_ID Algid, DWORD dwFlags, HCRYPTKEY* phKey);
+/** Opens a key of the provider's container. The PIN is wanted only when the private half is used.
+ *  @param dwKeySpec  AT_KEYEXCHANGE or AT_SIGNATURE
+ *  @param phUserKey  receives the key, for CryptDestroyKey
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER; NTE_NO_KEY; NTE_BAD_KEYSET: damaged; NTE_KEYSET_NOT_DEF: gone */
 CERTKERN_API BOOL CryptGetUserKey(HCRYPTPROV hProv, DWORD dwKeySpec, HCRYPTKEY* phUserKey);
+/** Reads a key blob. A public key under a private one gives the key that the two agree on; its KP_ALGID says how it wraps,
+ *  and then KP_IV the UKM (8 octets, 32 for CALG_EXPORT_KEXP15_...). A private key goes into the container as CryptGenKey tells.
+ *  @param pbData    dwDataLen bytes, whole
+ *  @param hPubKey   the key that the blob is wrapped under, the private key of an agreement, or 0
+ *  @param dwFlags   CRYPT_EXPORTABLE, CRYPT_OAEP, CRYPT_PUBLIC_IMPORT
+ *  @param phKey     receives the key, for CryptDestroyKey
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER; NTE_BAD_DATA: malformed, or wrapped under another key; NTE_BAD_VER;
+ *          NTE_BAD_TYPE: no such blob; NTE_BAD_ALGID; NTE_BAD_LEN; NTE_BAD_KEY: not a key, or no way to wrap; NTE_BAD_PUBLIC_KEY: not
+ *          a public key, a point off its curve; NTE_BAD_KEY_STATE: wrapped another way than KP_ALGID says; NTE_BAD_FLAGS; those of
+ *          CryptGenKey. With RSAES-PKCS1-v1_5 a wrong padding gives a random key and no error (RFC 3218) */
 CERTKERN_API BOOL CryptImportKey(HCRYPTPROV hProv, const BYTE* pbData, DWORD dwDataLen, HCRYPTKEY hPubKey,
                                  DWORD dwFlags, HCRYPTKEY* phKey);
+/** Writes a key blob.
+ *  @param hExpKey     the key to wrap under; 0: none
+ *  @param dwBlobType  ...BLOB
+ *  @param dwFlags     0 or CRYPT_OAEP
+ *  @param pbData      receives the blob; NULL asks for the size
+ *  @param pdwDataLen  in: bytes at pbData; out: the size
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER: no size; NTE_BAD_TYPE: not a form of this key; NTE_BAD_KEY_STATE: not
+ *          exportable, or the wrapping key lacks a setting; NTE_BAD_KEY: the wrapping key does not wrap so; NTE_BAD_FLAGS;
+ *          ERROR_MORE_DATA; those of CryptSignHashA about the PIN */
 CERTKERN_API BOOL CryptExportKey(HCRYPTKEY hKey, HCRYPTKEY hExpKey, DWORD dwBlobType, DWORD dwFlags,
                                  BYTE* pbData, DWORD* pdwDataLen);
+/** Makes a second handle with the same key and settings, and a message of its own.
+ *  @param pdwReserved  NULL
+ *  @param dwFlags      0
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER; NTE_BAD_FLAGS; NTE_BAD_KEY_STATE: a key that is still to be made */
 CERTKERN_API BOOL CryptDuplicateKey(HCRYPTKEY hKey, DWORD* pdwReserved, DWORD dwFlags, HCRYPTKEY* phKey);
+/** Gives a key back; a container's key stays in the container.
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE */
 CERTKERN_API BOOL CryptDestroyKey(HCRYPTKEY hKey);
+/** Answers a property of a key.
+ *  @param pbData      receives the value; NULL asks for the size
+ *  @param pdwDataLen  in: bytes at pbData; out: the size
+ *  @param dwFlags     0
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER: no size; NTE_BAD_TYPE: not a property of this key; NTE_BAD_KEY_STATE: no
+ *          tag yet; NTE_NOT_FOUND: no certificate; NTE_BAD_FLAGS; ERROR_MORE_DATA */
 CERTKERN_API BOOL CryptGetKeyParam(HCRYPTKEY hKey, DWORD dwParam, BYTE* pbData, DWORD* pdwDataLen,
                                    DWORD dwFlags);
+/** Sets a property of a key. A new mode, initial value or substitution box begins a new message.
+ *  @param pbData   the value; how long it is, the property and the key's settings say
+ *  @param dwFlags  0
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER: no value; NTE_BAD_TYPE: not a property of this key, or a certificate for a
+ *          key that no container keeps; NTE_BAD_DATA: not a value of it; KP_AUTH_TAG after the last piece: another tag;
+ *          NTE_BAD_ALGID; NTE_BAD_KEY_STATE: too late, or too early; NTE_BAD_FLAGS; those of the container */
 CERTKERN_API BOOL CryptSetKeyParam(HCRYPTKEY hKey, DWORD dwParam, const BYTE* pbData, DWORD dwFlags);
+/** Encrypts a piece of a message in place.
+ *  @param hHash       a hash to feed with the plaintext, or 0
+ *  @param Final       the last piece: adds padding where the mode needs it, and ends the message
+ *  @param dwFlags     0 or CRYPT_OAEP (RSA)
+ *  @param pbData      the piece; NULL asks for the size of the result and moves nothing on
+ *  @param pdwDataLen  in: bytes of the piece; out: bytes of the result
+ *  @param dwBufLen    bytes at pbData
+ *  @return TRUE or FALSE
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER; ERROR_MORE_DATA: the buffer has no room for the result; NTE_BAD_LEN: not
+ *          whole blocks; NTE_BAD_KEY: a key that does not encrypt; NTE_BAD_KEY_STATE: it is decrypting; NTE_BAD_FLAGS; NTE_FAIL */
 CERTKERN_API BOOL CryptEncrypt(HCRYPTKEY hKey, HCRYPTHASH hHash, BOOL Final, DWORD dwFlags, BYTE* pbData,
                                DWORD* pdwDataLen, DWORD dwBufLen);
+/** Decrypts a piece of a message in place.
+ *  @param pdwDataLen  in: bytes of the piece; out: bytes of the result, never more
+ *  @return TRUE or FALSE
+ *  @errors as CryptEncrypt; NTE_BAD_DATA: padding, tag or length are wrong, and the piece is wiped */
 CERTKERN_API BOOL CryptDecrypt(HCRYPTKEY hKey, HCRYPTHASH hHash, BOOL Final, DWORD dwFlags, BYTE* pbData,
                                DWORD* pdwDataLen);
 

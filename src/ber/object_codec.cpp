@@ -2,9 +2,14 @@
 
 #include "ber/struct_type_oid.h"
 #include "ber/struct_types.h"
+#include "platform/extension_library.h"
+
+#include <certkern/attributes.h>
+#include <certkern/oids.h>
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 
 namespace certkern {
 namespace {
@@ -46,6 +51,71 @@ bool FillFromAllocator(const Allocator& allocator, DWORD size, void* result, con
   return true;
 }
 
+// --- the types that the extension library serves ---
+
+constexpr uintptr_t kTypeRsaKeyBlob = 19;
+
+// A number, or a text that is compared as a whole and as spelled.
+class TypeKey {
+ public:
+  // implicit, so that either kind is a plain cell of the tables below
+  constexpr TypeKey(uintptr_t number) : number_(number) {}  // NOLINT(google-explicit-constructor): see above
+  constexpr TypeKey(LPCSTR text) : text_(text) {}           // NOLINT(google-explicit-constructor): see above
+  bool is(LPCSTR type) const {
+    if (StructNumber(type) < kFirstStringType) return !text_ && number_ == StructNumber(type);
+    return text_ && std::strcmp(text_, type) == 0;
+  }
+
+ private:
+  LPCSTR text_ = nullptr;
+  uintptr_t number_ = 0;
+};
+
+// The operation gets the arguments as the entry got them, and its codes stand.
+template <typename Function>
+struct ExtensionRoute {
+  TypeKey key;
+  extension::Operation<Function>* operation;
+};
+
+constexpr ExtensionRoute<XnEncode> kEncodeRoutes[] = {
+    {szOID_GOST_CONTAINER_STORE_1,        &extension::XnDllGostPrivateCertificateStoreEncode},
+    {szOID_GOST_CONTAINER_STORE_2,        &extension::XnDllGostPrivateCertificateStoreEncode},
+    {szOID_GOST_CONTAINER_STORE_3,        &extension::XnDllGostPrivateCertificateStoreEncode},
+    {SV_SIGNING_CERTIFICATE_STRUCT,       &extension::XnDllSigningCertificateEncode         },
+    {SV_SIGNING_CERTIFICATE_V2_STRUCT,    &extension::XnDllSigningCertificateV2Encode       },
+    {SV_OTHER_SIGNING_CERTIFICATE_STRUCT, &extension::XnDllOtherSigningCertificateEncode    },
+    {SV_PRIVATE_KEY_USAGE_PERIOD_STRUCT,  &extension::XnDllPrivateKeyUsagePeriodEncode      },
+    {szOID_ISSUER_SIGN_TOOL,              &extension::XnDllIssuerSignToolEncode             },
+    {kTypeRsaKeyBlob,                     &extension::XnRsaPublicKeyEncode                  },
+};
+
+constexpr ExtensionRoute<XnDecode> kDecodeRoutes[] = {
+    {szOID_GOST_CONTAINER_STORE_1,        &extension::XnDllGostPrivateCertificateStoreDecode          },
+    {szOID_GOST_CONTAINER_STORE_2,        &extension::XnDllGostPrivateCertificateStoreDecode          },
+    {szOID_GOST_CONTAINER_STORE_3,        &extension::XnDllGostPrivateCertificateStoreDecode          },
+    {szOID_GOST_CONTAINER_KEY_PERIOD_1,   &extension::XnDllPrivateKeyUsagePeriodDecode                },
+    {szOID_GOST_CONTAINER_KEY_PERIOD_2,   &extension::XnDllPrivateKeyUsagePeriodDecode                },
+    {szOID_GOST_CONTAINER_KEY_PERIOD_3,   &extension::XnDllPrivateKeyUsagePeriodDecode                },
+    {SV_PRIVATE_KEY_USAGE_PERIOD_STRUCT,  &extension::XnDllPrivateKeyUsagePeriodDecode                },
+    {szOID_GOST_CONTAINER_DERIVE_COUNTER, &extension::XnDllPrivateKeyDeriveCounterDecode              },
+    {szOID_GOST_CONTAINER_TIME_CONTROL,   &extension::XnDllGostPrivateKeyTimeValidityControlModeDecode},
+    {SV_SIGNING_CERTIFICATE_STRUCT,       &extension::XnDllSigningCertificateDecode                   },
+    {SV_SIGNING_CERTIFICATE_V2_STRUCT,    &extension::XnDllSigningCertificateV2Decode                 },
+    {SV_OTHER_SIGNING_CERTIFICATE_STRUCT, &extension::XnDllOtherSigningCertificateDecode              },
+    {szOID_ISSUER_SIGN_TOOL,              &extension::XnDllIssuerSignToolDecode                       },
+    {kTypeRsaKeyBlob,                     &extension::XnRsaPublicKeyDecode                            },
+};
+
+// Null for a type of another codec.
+template <typename Function, size_t kCount>
+extension::Operation<Function>* FindExtension(const ExtensionRoute<Function> (&routes)[kCount], LPCSTR type) {
+  for (const ExtensionRoute<Function>& route : routes) {
+    if (route.key.is(type)) return route.operation;
+  }
+  return nullptr;
+}
+
 // --- encoding ---
 
 // Codes that tell the caller what is wrong with the record; all others mean that it has no encoding.
@@ -64,10 +134,15 @@ DWORD EncodeFault(DWORD code) {
   }
 }
 
-bool EncodeByType(uintptr_t type, const void* record, BYTE* encoded, DWORD* size) {
+bool EncodeByType(DWORD encodingType, LPCSTR type, const void* record, BYTE* encoded, DWORD* size) {
+  if (auto* const encode = FindExtension(kEncodeRoutes, type)) {
+    return (*encode)(encodingType, type, record, encoded, size);
+  }
   // what an earlier call left behind must not pass for this one's reason
   SetLastError(ERROR_SUCCESS);
-  if (!BerEncodeByType(type, record, encoded, size)) return Fault(EncodeFault(GetLastError()));
+  if (!BerEncodeByType(StructTypeFromOid(type), record, encoded, size)) {
+    return Fault(EncodeFault(GetLastError()));
+  }
   SetLastError(ERROR_SUCCESS);
   return true;
 }
@@ -78,26 +153,32 @@ bool IsDecodable(DWORD encodingType, LPCSTR type, const BYTE* encoded, DWORD enc
   return type && encoded && encodedSize && (encodingType & (X509_ASN_ENCODING | PKCS_7_ASN_ENCODING));
 }
 
+// A failure without a code gets the one that stands for "malformed".
+bool Decoded(bool done) {
+  if (!done && GetLastError() == ERROR_SUCCESS) SetLastError(CRYPT_E_ASN1_ERROR);
+  return done;
+}
+
 bool DecodeByType(SizeKnown known, DWORD encodingType, LPCSTR type, const BYTE* encoded, DWORD encodedSize,
                   DWORD flags, void* record, DWORD* size) {
   constexpr DWORD kFlags = CRYPT_DECODE_NOCOPY_FLAG | CRYPT_DECODE_TO_BE_SIGNED_FLAG;
   if (!size || !IsDecodable(encodingType, type, encoded, encodedSize)) return Fault(ERROR_INVALID_PARAMETER);
+  if (auto* const decode = FindExtension(kDecodeRoutes, type)) {
+    return Decoded((*decode)(encodingType, type, encoded, encodedSize, flags, record, size));
+  }
   const StructType* row = FindStructType(StructTypeFromOid(type));
   if (flags > kFlags || !row || !row->decode) return Fault(ERROR_INVALID_PARAMETER);
-  if (BerDecodeEntry(known, *row, {encoded, encodedSize}, flags, record, size)) return true;
-  if (GetLastError() == ERROR_SUCCESS) SetLastError(CRYPT_E_ASN1_ERROR);
-  return false;
+  return Decoded(BerDecodeEntry(known, *row, {encoded, encodedSize}, flags, record, size));
 }
 
 }  // namespace
 
-bool EncodeObject(DWORD /*encodingType*/, LPCSTR type, const void* record, BYTE* encoded, DWORD* size) {
+bool EncodeObject(DWORD encodingType, LPCSTR type, const void* record, BYTE* encoded, DWORD* size) {
   if (!type) return false;
-  const uintptr_t number = StructTypeFromOid(type);
-  if (EncodeByType(number, record, encoded, size)) return true;
+  if (EncodeByType(encodingType, type, record, encoded, size)) return true;
   const DWORD code = GetLastError();
   // after any failure the caller learns the size that the object needs
-  if (encoded) static_cast<void>(EncodeByType(number, record, nullptr, size));
+  if (encoded) static_cast<void>(EncodeByType(encodingType, type, record, nullptr, size));
   return Fault(code);
 }
 

@@ -47,6 +47,18 @@ inline constexpr size_t kMaxSignedMessage = size_t{1} << 30;
 // Bits of an RSA key: those above only serve to keep a verifier busy.
 inline constexpr uint32_t kMaxRsaBits = 16384;
 
+// Octets of the exponent of an RSA key; for the same reason.
+inline constexpr size_t kMaxRsaExponentOctets = 8;
+
+// Masks that a GOST private key may be multiplied with.
+inline constexpr size_t kMaxKeyMasks = 8;
+
+// Octets of the user keying material of an agreement: more would only be reduced modulo the order.
+inline constexpr size_t kMaxUkmOctets = 64;
+
+// Signings that one thread has announced and not taken back.
+inline constexpr size_t kMaxAnnouncedSignings = 1024;
+
 // A key blob, decoded or made.
 inline constexpr size_t kMaxKeyBlob = size_t{1} << 20;
 

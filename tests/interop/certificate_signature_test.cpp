@@ -15,6 +15,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// What the script makes: RSA, RSASSA-PSS with two kinds of key, three curves, two Edwards curves, GOST.
 constexpr size_t kFamilies = 4 + 12 + 2 + 12 + 2 + 6 + 10 + 3;
 
 template <class Record>
@@ -69,10 +70,10 @@ class CertificateSignatures : public testing::Test {
  protected:
   static void SetUpTestSuite() {
     directory_ = WorkDirectory() / "signed";
-    fs::create_directory(directory_);
-    RunShell("sh '" CERTKERN_SOURCE_DIR "/tests/data/make_signed_objects.sh' '" + directory_.string() + "'");
+    RunShell("sh '" CERTKERN_SOURCE_DIR "/tests/data/make_signed.sh' '" + directory_.string() + "'");
   }
   static Bytes read(const std::string& name) { return ReadFile(directory_ / name); }
+  static Bytes readCertificate(const std::string& name) { return read(name + ".crt"); }
 
   static fs::path directory_;
 };
@@ -85,7 +86,7 @@ TEST_F(CertificateSignatures, OfEveryFamily) {
     const std::string name = entry.path().stem().string();
     SCOPED_TRACE(name);
     ++families;
-    const Bytes certificate = read(name + ".crt");
+    const Bytes certificate = readCertificate(name);
     const Decoded<CERT_INFO> info(X509_CERT_TO_BE_SIGNED, certificate);
     ASSERT_TRUE(info.record);
     const PCERT_PUBLIC_KEY_INFO key = &info->SubjectPublicKeyInfo;
@@ -113,10 +114,31 @@ TEST_F(CertificateSignatures, OfAnotherKey) {
   };
   for (const auto& [object, key, code] : kCases) {
     SCOPED_TRACE(testing::Message() << object << " under " << key);
-    const Decoded<CERT_INFO> info(X509_CERT_TO_BE_SIGNED, read(std::string(key) + ".crt"));
+    const Decoded<CERT_INFO> info(X509_CERT_TO_BE_SIGNED, readCertificate(key));
     ASSERT_TRUE(info.record);
-    EXPECT_FALSE(Verify(read(std::string(object) + ".crt"), &info->SubjectPublicKeyInfo));
+    EXPECT_FALSE(Verify(readCertificate(object), &info->SubjectPublicKeyInfo));
     EXPECT_EQ(GetLastError(), code);
+  }
+}
+
+// Nothing that is changed inside the signed part or the signature passes; elsewhere it is only that nothing breaks.
+TEST_F(CertificateSignatures, EachByteCounts) {
+  for (const char* name : {"P-256-sha256", "bound-pss", "gost2012_256-TCA"}) {
+    SCOPED_TRACE(name);
+    const Bytes certificate = readCertificate(name);
+    const Decoded<CERT_INFO> info(X509_CERT_TO_BE_SIGNED, certificate);
+    const Decoded<CERT_SIGNED_CONTENT_INFO> parts(X509_CERT, certificate);
+    ASSERT_TRUE(info.record && parts.record);
+    const size_t begin = PlaceOf(parts->ToBeSigned, certificate);
+    const size_t end = begin + parts->ToBeSigned.cbData;
+    const size_t signature = PlaceOf({parts->Signature.cbData, parts->Signature.pbData}, certificate);
+    for (size_t place = 0; place < certificate.size(); ++place) {
+      Bytes changed = certificate;
+      changed[place] ^= 0x01;
+      const BOOL verified = Verify(changed, &info->SubjectPublicKeyInfo);
+      const bool counts = (place >= begin && place < end) || place >= signature;
+      EXPECT_FALSE(counts && verified) << place;
+    }
   }
 }
 

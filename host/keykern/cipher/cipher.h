@@ -52,11 +52,13 @@ struct CipherRow {
 // Null for what is no cipher.
 const CipherRow* FindCipher(ALG_ID algorithm);
 // False for a mode that the cipher does not have. CBC, ECB, CFB; GOST 28147-89 also CNT (RFC 5830, 6; CRYPT_MODE_CNT);
-// Magma and Kuznyechik also CTR (CRYPT_MODE_CTR), CTR-ACPKM and CTR-ACPKM-OMAC.
+// Magma and Kuznyechik also CTR (CRYPT_MODE_CTR), CTR-ACPKM and CTR-ACPKM-OMAC. CFB feeds back whole blocks. The key of
+// GOST 28147-89 changes each 1024 bytes in CFB and CNT, but under the test box; never in CBC and ECB.
 bool HasMode(const CipherRow& cipher, DWORD mode);
 // Block modes need whole blocks, and so padding.
 bool IsBlockMode(const CipherRow& cipher, DWORD mode);
-// Bytes of the initial value: a block as a rule; 12 or 16 (the UKM) for the two ACPKM modes; 0 for ECB and RC4.
+// Bytes of the initial value: a block as a rule, half of one for CTR; 12 or 16 (the UKM) for the two ACPKM modes; 0 for
+// ECB and RC4.
 DWORD IvSize(const CipherRow& cipher, DWORD mode);
 // Bytes of the tag; 0 for most.
 DWORD TagSize(const CipherRow& cipher, DWORD mode);

@@ -53,7 +53,7 @@ class KeySet {
   // was given and one is needed; NTE_BAD_KEYSET: damaged; NTE_KEYSET_NOT_DEF: the container is gone.
   virtual DWORD load(DWORD spec, KeyRecord& key) = 0;
   // The public half, which needs no PIN. NTE_NO_KEY and the last two as above.
-  virtual DWORD loadPublic(DWORD spec, PublicKeyPtr& key, ALG_ID& algorithm) = 0;
+  virtual DWORD loadPublic(DWORD spec, PublicKeyPtr& key, ALG_ID& algorithm, bool& exportable) = 0;
   // Replaces the key of that spec, and removes the certificate that belonged to the old one.
   virtual DWORD store(DWORD spec, const KeyRecord& key) = 0;
 

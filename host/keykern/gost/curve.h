@@ -52,6 +52,10 @@ bool SignWith(const Curve& curve, std::span<const BYTE> number, std::span<const 
 bool Verify(const Curve& curve, std::span<const BYTE> point, std::span<const BYTE> hash,
             std::span<const BYTE> signature);
 
+// a b mod q: a private key times its mask.
+bool MultiplyNumbers(const Curve& curve, std::span<const BYTE> a, std::span<const BYTE> b,
+                     SecretBytes& product);
+
 // x | y of (h ukm d mod q) Q: the point of VKO before it is hashed. RFC 7836, 4.3. The ukm is a little-endian number
 // that is not 0. False also when the point is infinity.
 bool SharedPoint(const Curve& curve, std::span<const BYTE> number, std::span<const BYTE> ukm,

@@ -48,7 +48,7 @@ class PublicKey {
   virtual std::string parameterSet() const { return {}; }
 
   // Every mismatch, a wrong length too, is NTE_BAD_SIGNATURE. NTE_BAD_HASH: the hash does not fit the key;
-  // NTE_BAD_ALGID: the family does not sign that way.
+  // NTE_BAD_ALGID, NTE_BAD_FLAGS (pss): the family does not sign that way.
   virtual DWORD verify(const SignatureInput& input, std::span<const BYTE> signature) const = 0;
   // RSA alone; the result in standard (big-endian) order.
   virtual DWORD encrypt(const RsaPadding&, std::span<const BYTE>, SecretBytes&) const { return NTE_BAD_KEY; }

@@ -138,6 +138,7 @@ TEST(Provider, ListsWhatItHashes) {
       EXPECT_EQ(shorts[i].aiAlgid, longs[i].aiAlgid);
       EXPECT_TRUE(listed.insert(shorts[i].aiAlgid).second) << "twice: " << shorts[i].szName;
       if (GET_ALG_CLASS(shorts[i].aiAlgid) != ALG_CLASS_HASH) continue;
+      if (shorts[i].aiAlgid == CALG_HMAC) continue;  // begins with a key
       HCRYPTHASH hash = 0;
       ASSERT_TRUE(CryptCreateHash(provider.get(), shorts[i].aiAlgid, 0, 0, &hash)) << shorts[i].szName;
       DWORD size = 0;

@@ -1,0 +1,169 @@
+#include "extension_options.h"
+
+#include "encoded.h"
+#include "failure.h"
+#include "subject.h"
+#include "text.h"
+
+#include <arpa/inet.h>
+#include <certkern/oids.h>
+#include <fmt/format.h>
+#include <CLI/Option.hpp>
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+
+namespace certkern::cli {
+namespace {
+
+// The first bit is the highest of the first byte. RFC 5280, 4.2.1.3
+constexpr std::string_view kUsages[] = {"digitalSignature", "nonRepudiation", "keyEncipherment",
+                                        "dataEncipherment", "keyAgreement",   "keyCertSign",
+                                        "cRLSign",          "encipherOnly",   "decipherOnly"};
+
+struct PurposeRow {
+  std::string_view name;
+  const char* oid;
+};
+constexpr PurposeRow kPurposes[] = {
+    {"serverAuth",      szOID_PKIX_KP_SERVER_AUTH      },
+    {"clientAuth",      szOID_PKIX_KP_CLIENT_AUTH      },
+    {"codeSigning",     szOID_PKIX_KP_CODE_SIGNING     },
+    {"emailProtection", szOID_PKIX_KP_EMAIL_PROTECTION },
+    {"timeStamping",    szOID_PKIX_KP_TIMESTAMP_SIGNING},
+    {"OCSPSigning",     szOID_PKIX_KP_OCSP_SIGNING     },
+};
+
+std::string PurposeOid(const std::string& purpose) {
+  const auto* row = std::find_if(std::begin(kPurposes), std::end(kPurposes),
+                                 [&](const PurposeRow& candidate) { return candidate.name == purpose; });
+  if (row != std::end(kPurposes)) return row->oid;
+  if (purpose.find('.') != purpose.npos && purpose.find_first_not_of("0123456789.") == purpose.npos)
+    return purpose;
+  throw WrongUsage(
+      fmt::format("--extended-usage {}: serverAuth, clientAuth, codeSigning, emailProtection, "
+                  "timeStamping, OCSPSigning or a dotted identifier",
+                  Escaped(Utf8Of(std::string_view(purpose)))));
+}
+
+Bytes AddressBytes(const std::string& address) {
+  std::array<BYTE, 16> octets{};
+  if (inet_pton(AF_INET, address.c_str(), octets.data()) == 1) return {octets.begin(), octets.begin() + 4};
+  if (inet_pton(AF_INET6, address.c_str(), octets.data()) == 1) return {octets.begin(), octets.end()};
+  throw WrongUsage(fmt::format("--ip {}: no address", Escaped(Utf8Of(std::string_view(address)))));
+}
+
+// One kind of text: the records point into the texts, which must not move.
+void AddTexts(const std::vector<std::string>& given, const std::string& option, DWORD choice,
+              std::vector<std::wstring>& texts, std::vector<CERT_ALT_NAME_ENTRY>& entries) {
+  for (const std::string& text : given) {
+    const std::string what = fmt::format("{} {}", option, Escaped(Utf8Of(std::string_view(text))));
+    texts.push_back(Wide(text, what));
+    const bool ascii =
+        std::all_of(text.begin(), text.end(), [](unsigned char c) { return c > 0x20 && c < 0x7F; });
+    if (text.empty() || !ascii)
+      throw WrongUsage(what + ": only ASCII without blanks; an international name goes in as xn--...");
+    CERT_ALT_NAME_ENTRY entry{};
+    entry.dwAltNameChoice = choice;
+    (choice == CERT_ALT_NAME_DNS_NAME ? entry.pwszDNSName : entry.pwszRfc822Name) = texts.back().data();
+    entries.push_back(entry);
+  }
+}
+
+void AddAlternativeNames(const ExtensionOptions& options, ExtensionList& list) {
+  std::vector<std::wstring> texts;
+  texts.reserve(options.dnsNames.size() + options.emails.size());
+  std::vector<Bytes> addresses;
+  for (const std::string& address : options.addresses) addresses.push_back(AddressBytes(address));
+  std::vector<CERT_ALT_NAME_ENTRY> entries;
+  AddTexts(options.dnsNames, "--dns", CERT_ALT_NAME_DNS_NAME, texts, entries);
+  for (const Bytes& address : addresses) {
+    CERT_ALT_NAME_ENTRY entry{};
+    entry.dwAltNameChoice = CERT_ALT_NAME_IP_ADDRESS;
+    entry.IPAddress = BlobOf(address);
+    entries.push_back(entry);
+  }
+  AddTexts(options.emails, "--email", CERT_ALT_NAME_RFC822_NAME, texts, entries);
+  if (entries.empty()) return;
+  const CERT_ALT_NAME_INFO names{CheckedSize(entries.size()), entries.data()};
+  list.add(szOID_SUBJECT_ALT_NAME2, false, Encode(X509_ALTERNATE_NAME, &names, "the alternative names"));
+}
+
+void AddExtendedUsage(const std::vector<std::string>& purposes, ExtensionList& list) {
+  if (purposes.empty()) return;
+  std::vector<std::string> oids;
+  for (const std::string& purpose : purposes) oids.push_back(PurposeOid(purpose));
+  std::vector<LPSTR> pointers;
+  for (std::string& oid : oids) pointers.push_back(oid.data());
+  const CERT_ENHKEY_USAGE usage{CheckedSize(pointers.size()), pointers.data()};
+  list.add(szOID_ENHANCED_KEY_USAGE, false, Encode(X509_ENHANCED_KEY_USAGE, &usage, "--extended-usage"));
+}
+
+}  // namespace
+
+void AddExtensionOptions(CLI::App& command, ExtensionOptions& options) {
+  const auto add = [&](const char* name, std::vector<std::string>& values, const std::string& text,
+                       const char* type) {
+    return command.add_option(name, values, text)->allow_extra_args(false)->type_name(type);
+  };
+  add("--dns", options.dnsNames, "A host name, for the subject alternative name; may be repeated", "NAME");
+  add("--ip", options.addresses, "An IPv4 or IPv6 address; may be repeated", "ADDRESS");
+  add("--email", options.emails, "An e-mail address; may be repeated", "ADDRESS");
+  add("--usage", options.usages, "Key usage, as digitalSignature,keyEncipherment", "NAMES")
+      ->delimiter(',')
+      ->check(
+          CLI::IsMember(std::vector<std::string>(std::begin(kUsages), std::end(kUsages))).description(""));
+  add("--extended-usage", options.extendedUsages,
+      "Extended key usage, as serverAuth,clientAuth or dotted identifiers", "NAMES")
+      ->delimiter(',');
+}
+
+void ExtensionList::add(const char* oid, bool critical, Bytes value) {
+  extensions_.push_back({oid, critical, std::move(value)});
+}
+
+std::vector<CERT_EXTENSION> ExtensionList::records() {
+  std::vector<CERT_EXTENSION> records;
+  for (Extension& extension : extensions_)
+    records.push_back({extension.oid.data(), extension.critical, BlobOf(extension.value)});
+  return records;
+}
+
+void AddAskedExtensions(const ExtensionOptions& options, ExtensionList& list) {
+  AddAlternativeNames(options, list);
+  AddKeyUsage(options.usages, list);
+  AddExtendedUsage(options.extendedUsages, list);
+}
+
+// A named bit list ends with its last bit that is set. X.690, 11.2.2
+void AddKeyUsage(std::span<const std::string> usages, ExtensionList& list) {
+  if (usages.empty()) return;
+  std::array<BYTE, 2> bits{};
+  size_t last = 0;
+  for (const std::string& usage : usages) {
+    const auto bit =
+        static_cast<size_t>(std::find(std::begin(kUsages), std::end(kUsages), usage) - std::begin(kUsages));
+    bits[bit / 8] = static_cast<BYTE>(bits[bit / 8] | 0x80 >> bit % 8);
+    last = std::max(last, bit);
+  }
+  const CRYPT_BIT_BLOB blob{CheckedSize(last / 8 + 1), bits.data(), static_cast<DWORD>(7 - last % 8)};
+  list.add(szOID_KEY_USAGE, true, Encode(X509_KEY_USAGE, &blob, "--usage"));
+}
+
+void AddBasicConstraints(const BasicConstraints& constraints, ExtensionList& list) {
+  const CERT_BASIC_CONSTRAINTS2_INFO info{constraints.ca, constraints.pathLength.has_value(),
+                                          constraints.pathLength.value_or(0)};
+  list.add(szOID_BASIC_CONSTRAINTS2, true, Encode(X509_BASIC_CONSTRAINTS2, &info, "the basic constraints"));
+}
+
+void AddKeyIdentifiers(std::span<const BYTE> keyId, ExtensionList& list) {
+  const CRYPT_DATA_BLOB subject = BlobOf(keyId);
+  list.add(szOID_SUBJECT_KEY_IDENTIFIER, false, Encode(X509_OCTET_STRING, &subject, "the key identifier"));
+  CERT_AUTHORITY_KEY_ID2_INFO authority{};
+  authority.KeyId = subject;
+  list.add(szOID_AUTHORITY_KEY_IDENTIFIER2, false,
+           Encode(X509_AUTHORITY_KEY_ID2, &authority, "the key identifier"));
+}
+
+}  // namespace certkern::cli

@@ -1,0 +1,58 @@
+// Extensions from the command line, for requests and certificates.
+#ifndef CERTKERN_CLI_EXTENSION_OPTIONS_H
+#define CERTKERN_CLI_EXTENSION_OPTIONS_H
+
+#include "field.h"
+
+#include <certkern/encode.h>
+#include <CLI/App.hpp>
+
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace certkern::cli {
+
+struct ExtensionOptions {
+  std::vector<std::string> dnsNames;
+  std::vector<std::string> addresses;
+  std::vector<std::string> emails;
+  std::vector<std::string> usages;          // names of RFC 5280, 4.2.1.3
+  std::vector<std::string> extendedUsages;  // names or dotted identifiers
+};
+void AddExtensionOptions(CLI::App& command, ExtensionOptions& options);
+
+// Extensions, encoded one by one, and the records that the library wants.
+class ExtensionList {
+ public:
+  void add(const char* oid, bool critical, Bytes value);
+  bool empty() const { return extensions_.empty(); }
+  // Good until the next addition.
+  std::vector<CERT_EXTENSION> records();
+
+ private:
+  struct Extension {
+    std::string oid;
+    bool critical;
+    Bytes value;
+  };
+  std::vector<Extension> extensions_;
+};
+
+// What the options ask for: alternative names, key usage, extended key usage.
+void AddAskedExtensions(const ExtensionOptions& options, ExtensionList& list);
+// Of the names of usages.
+void AddKeyUsage(std::span<const std::string> usages, ExtensionList& list);
+
+struct BasicConstraints {
+  bool ca = false;
+  std::optional<DWORD> pathLength;
+};
+// Basic constraints, and the key identifiers of a self-signed certificate. RFC 5280, 4.2.1
+void AddBasicConstraints(const BasicConstraints& constraints, ExtensionList& list);
+void AddKeyIdentifiers(std::span<const BYTE> keyId, ExtensionList& list);
+
+}  // namespace certkern::cli
+
+#endif

@@ -1,0 +1,77 @@
+// What the key families over libcrypto share: owners, numbers, and signatures of a hash value.
+//
+// An EVP_PKEY is never changed once it stands, so that threads may share it. Private and public half are one object:
+// a private key hands its public half another reference.
+#ifndef CERTKERN_KEYKERN_KEY_LIBCRYPTO_KEY_H
+#define CERTKERN_KEYKERN_KEY_LIBCRYPTO_KEY_H
+
+#include "keykern/error_mark.h"
+#include "keykern/key/asymmetric_key.h"
+
+#include <openssl/bn.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/param_build.h>
+
+#include <memory>
+
+namespace keykern {
+
+template <auto Free>
+struct LibcryptoFree {
+  template <class T>
+  void operator()(T* object) const {
+    Free(object);
+  }
+};
+using PkeyPtr = std::unique_ptr<EVP_PKEY, LibcryptoFree<EVP_PKEY_free>>;
+using PkeyContextPtr = std::unique_ptr<EVP_PKEY_CTX, LibcryptoFree<EVP_PKEY_CTX_free>>;
+using MdContextPtr = std::unique_ptr<EVP_MD_CTX, LibcryptoFree<EVP_MD_CTX_free>>;
+// Every number is cleared: which of them are secret is not worth telling apart.
+using BnPtr = std::unique_ptr<BIGNUM, LibcryptoFree<BN_clear_free>>;
+using BnContextPtr = std::unique_ptr<BN_CTX, LibcryptoFree<BN_CTX_free>>;
+
+// Another reference to the same key.
+PkeyPtr Share(const PkeyPtr& key);
+PkeyContextPtr NewContext(const PkeyPtr& key);
+
+// Big-endian, in memory for secrets, to be worked with in constant time. Throws std::bad_alloc like what follows.
+BnPtr ToNumber(std::span<const BYTE> magnitude);
+BnPtr NewNumber();
+// A number of a key by libcrypto's name, big-endian; empty when the key does not have it.
+SecretBytes NumberOf(const PkeyPtr& key, const char* name);
+
+// The pieces of a key under libcrypto's names.
+class KeyPieces {
+ public:
+  KeyPieces();
+  // Borrowed until build().
+  KeyPieces& number(const char* name, const BnPtr& value);
+  KeyPieces& octets(const char* name, std::span<const BYTE> value);
+  // value is a literal.
+  KeyPieces& text(const char* name, const char* value);
+  // selection: EVP_PKEY_PUBLIC_KEY or EVP_PKEY_KEYPAIR. Null when libcrypto refuses.
+  PkeyPtr build(const char* type, int selection);
+
+ private:
+  std::unique_ptr<OSSL_PARAM_BLD, LibcryptoFree<OSSL_PARAM_BLD_free>> builder_;
+  bool ok_ = true;
+};
+
+// The hash functions that signatures and paddings over libcrypto know; null for every other.
+const EVP_MD* FindDigest(ALG_ID hash);
+
+// Prepares a context beyond its hash. False when libcrypto refuses.
+using Prepare = bool (*)(EVP_PKEY_CTX* context, const SignatureInput& input, const EVP_MD* digest);
+
+// Signatures of a hash value, in the reversed order of the key level; codes as PublicKey::verify and PrivateKey::sign.
+DWORD VerifyHash(const PkeyPtr& key, const SignatureInput& input, std::span<const BYTE> signature,
+                 Prepare prepare = nullptr);
+DWORD SignHash(const PkeyPtr& key, const SignatureInput& input, SecretBytes& signature,
+               Prepare prepare = nullptr);
+
+SecretBytes Reversed(std::span<const BYTE> bytes);
+
+}  // namespace keykern
+
+#endif
