@@ -2,6 +2,7 @@
 
 #include "encoded.h"
 #include "failure.h"
+#include "oid_names.h"
 #include "text.h"
 
 #include <certkern/errors.h>
@@ -29,11 +30,12 @@ std::string Shown(const std::string& argument) {
 // The types that a row of the table allows stand in it, best first, with a zero at the end.
 std::vector<DWORD> TypesOf(const CRYPT_OID_INFO* row) {
   std::vector<DWORD> types;
-  if (row && row->ExtraInfo.pbData) {
-    types.resize(row->ExtraInfo.cbData / sizeof(DWORD));
-    std::memcpy(types.data(), row->ExtraInfo.pbData, types.size() * sizeof(DWORD));
+  const size_t count = row && row->ExtraInfo.pbData ? row->ExtraInfo.cbData / sizeof(DWORD) : 0;
+  for (size_t i = 0; i < count; ++i) {
+    DWORD type = 0;
+    std::memcpy(&type, row->ExtraInfo.pbData + i * sizeof(type), sizeof(type));
+    if (type) types.push_back(type);
   }
-  while (!types.empty() && types.back() == 0) types.pop_back();
   if (types.empty()) types.push_back(CERT_RDN_UTF8_STRING);
   return types;
 }
@@ -45,10 +47,6 @@ const CRYPT_OID_INFO* FindType(const std::string& type, const std::wstring& wide
     return row;
   return CryptFindOIDInfo(CRYPT_OID_INFO_OID_KEY, const_cast<char*>(type.c_str()),
                           CRYPT_RDN_ATTR_OID_GROUP_ID);
-}
-
-bool IsDotted(const std::string& text) {
-  return text.find('.') != text.npos && text.find_first_not_of("0123456789.") == text.npos;
 }
 
 CERT_RDN_ATTR RecordOf(Attribute& attribute) {
@@ -86,7 +84,7 @@ Attribute ParseAttribute(const std::string& argument) {
     throw WrongUsage(Shown(argument) + ": must be TYPE=VALUE, as in CN=Anna");
   const std::string type = argument.substr(0, equals);
   const auto* row = FindType(type, Wide(type, Shown(argument)));
-  if (!row && !IsDotted(type))
+  if (!row && !IsDottedOid(type))
     throw WrongUsage(Shown(argument)
                      + ": no such type; CN, O, OU, C, L, ST, E, SERIALNUMBER ... or a dotted identifier");
   Attribute attribute{row ? row->pszOID : type, 0, Wide(argument.substr(equals + 1), Shown(argument))};

@@ -18,7 +18,7 @@ namespace {
 using namespace certkern;  // NOLINT(google-build-using-namespace): the DER tools
 
 constexpr DWORD kImportFlags = CRYPT_EXPORTABLE | CRYPT_USER_PROTECTED | CRYPT_NO_SALT | CRYPT_OAEP
-    | CRYPT_ARCHIVABLE | CRYPT_NO_PERSIST_KEY | CRYPT_PUBLIC_IMPORT;
+    | CRYPT_ARCHIVABLE | CRYPT_FORCE_KEY_PROTECTION_HIGH | CRYPT_PUBLIC_IMPORT;
 
 // What an import is about.
 struct Import {
@@ -82,9 +82,7 @@ DWORD Keep(const Import& import, PrivateKeyPtr key, std::unique_ptr<KeyObject>& 
   const Family family = key->family();
   const ALG_ID algorithm = AlgorithmFor(import.algorithm, family, UsualAlgorithm(family));
   if (import.algorithm && algorithm != import.algorithm) return NTE_BAD_ALGID;
-  DWORD spec = SpecOf(algorithm);
-  // a provider without a container keeps nothing anyway; its keys are found by their spec as long as it lives
-  if (import.flags & CRYPT_NO_PERSIST_KEY && import.provider->keySet().persistent()) spec = 0;
+  const DWORD spec = SpecOf(algorithm);
   if (spec) {
     if (const DWORD code = import.provider->storeKey(spec, {key, algorithm, import.exportable()}))
       return code;

@@ -247,9 +247,7 @@ DWORD SessionKey::setTag(const CRYPT_DATA_BLOB& tag) {
     expectedTag_.assign(tag.pbData, tag.pbData + tagSize);
     return ERROR_SUCCESS;
   }
-  const bool same = CRYPTO_memcmp(tag.pbData, tag_.data(), tagSize) == 0;
-  tag_.clear();
-  return same ? ERROR_SUCCESS : NTE_BAD_DATA;
+  return CRYPTO_memcmp(tag.pbData, tag_.data(), tagSize) == 0 ? ERROR_SUCCESS : NTE_BAD_DATA;
 }
 
 DWORD SessionKey::setEffectiveBits(DWORD bits) const {

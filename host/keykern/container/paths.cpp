@@ -13,7 +13,9 @@ namespace {
 constexpr std::string_view kDevice = "\\\\.\\";
 constexpr char kHexDigits[] = "0123456789ABCDEF";
 
+// Letters of any script stay as they are: encoded, a name of 34 Cyrillic letters would already be too long.
 bool IsPlain(char c) {
+  if (static_cast<BYTE>(c) >= 0x80) return true;
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
 }
 

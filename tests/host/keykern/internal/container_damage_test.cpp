@@ -1,5 +1,6 @@
 // Containers that something happened to: every fault has a code, and nothing is lost by looking at it.
 #include "host/keykern/internal/container_bench.h"
+#include "platform/limits.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -41,8 +42,6 @@ TEST_F(ContainerTest, FilesThatAreNotOursAreRefusedAndKept) {
       {"key that is missing",      [&] { fs::remove(box("private-2.p8")); },                           0,              NTE_BAD_KEYSET, 0             },
       {"half that is missing",     [&] { fs::remove(box("public-2.der")); },                           0,              NTE_BAD_KEYSET, 0             },
       {"info that is missing",     [&] { fs::remove(box("info")); },                                   NTE_BAD_KEYSET, 0,              0             },
-      {"key without end",          [&] { fs::resize_file(box("private-2.p8"), (size_t{1} << 20) + 1); },     0,              NTE_BAD_KEYSET,
-       0                                                                                                                                             },
       {"a file for the directory", [&] { fs::remove_all(keys("box")), put(keys("box"), Bytes("x")); },
        NTE_BAD_KEYSET,                                                                                                 0,              NTE_BAD_KEYSET},
       {"a later version",          [&] { put(box("info"), Bytes("certkern-container 2\n")); },         NTE_BAD_KEYSET, 0,              0             },
@@ -94,6 +93,40 @@ TEST_F(ContainerTest, ADamagedContainerIsListedAndCanBeDeleted) {
   EXPECT_EQ(DeleteContainer("box", Scope::User), 0u);
   EXPECT_FALSE(fs::exists(keys("box")));
   EXPECT_FALSE(fs::exists(keys(".old")));
+}
+
+// What a hand or another program wrote nearly alike may mean something else there.
+TEST_F(ContainerTest, InfoIsReadToTheLetter) {
+  create();
+  const std::vector<BYTE> bytes = snapshot(box())["info"];
+  const std::string good(bytes.begin(), bytes.end());
+  const auto opened = [&](const std::string& text) {
+    put(box("info"), Bytes(text));
+    KeySetPtr set;
+    return tryOpen(set);
+  };
+  EXPECT_EQ(opened(good + "key 1 0x2220 fixed\nkey 2 0x2220 exportable\n"), 0u);
+  for (const std::string more :
+       {"key 2 0x2220 fixed\nkey 1 0x2220 fixed\n", "key 1 0x2220 fixed\nkey 1 0x2220 fixed\n",
+        "key 3 0x2220 fixed\n", "key 01 0x2220 fixed\n", "key 1 0x02220 fixed\n", "key 1 0x2221 fixed\n",
+        "key 1 0x2220 fixed", "key 1 0x2220 free\n", "key 4294967297 0x2220 fixed\n", "\n"}) {
+    EXPECT_EQ(opened(good + more), NTE_BAD_KEYSET) << more;
+  }
+  EXPECT_EQ(opened(good), 0u);
+}
+
+TEST_F(ContainerTest, FilesAreBounded) {
+  const KeySetPtr set = create();
+  ASSERT_EQ(set->store(AT_SIGNATURE, newKey()), 0u);
+  std::vector<BYTE> largest(certkern::kMaxContainerFile, 1);
+  SecretBytes read;
+  EXPECT_EQ(set->setCertificate(AT_SIGNATURE, largest), 0u);
+  ASSERT_EQ(set->certificate(AT_SIGNATURE, read), 0u);
+  EXPECT_EQ(read.size(), largest.size());
+  largest.push_back(1);
+  EXPECT_EQ(set->setCertificate(AT_SIGNATURE, largest), NTE_BAD_LEN);
+  put(box("certificate-2.der"), largest);
+  EXPECT_EQ(set->certificate(AT_SIGNATURE, read), NTE_BAD_KEYSET) << "cut silently";
 }
 
 // The keys of two containers, and of two specs, change places.

@@ -13,30 +13,34 @@ using namespace keykern;  // NOLINT(google-build-using-namespace): the names und
 const std::string kPrefix = kReaderPrefix;
 
 TEST_F(ContainerTest, Names) {
+  const std::string longest(200, 'n'), tooLong(201, 'n'), blanks(67, ' '), nul("nul\0", 4);
+  std::string letters;
+  for (int i = 0; i < 100; ++i) letters += "Ж";
   const struct {
     std::string given;
     DWORD code;
     std::string file;
   } rows[] = {
-      {"simple-1_A",                0,                         "simple-1_A"               },
-      {kPrefix + "behind a reader", 0,                         "behind%20a%20reader"      },
-      {"\\\\.\\diskvault\\lower",   0,                         "lower"                    },
-      {"Ключ",                  0,                         "%D0%9A%D0%BB%D1%8E%D1%87" },
-      {"..",                        0,                         "%2E%2E"                   },
-      {"../../x",                   0,                         "%2E%2E%2F%2E%2E%2Fx"      },
-      {"%2E%2E",                    0,                         "%252E%252E"               },
-      {std::string(200,             'n'),                      0,                           std::string(200, 'n')},
-      {std::string(201,                       'n'),                                                NTE_BAD_KEYSET_PARAM,                                                             ""},
-      {std::string(67,       ' '),NTE_BAD_KEYSET_PARAM,""},
-      {"",                 NTE_BAD_KEYSET_PARAM,                                        ""                                                                                                                   },
-      {kPrefix,                          NTE_BAD_KEYSET_PARAM,               ""},
-      {"line\nfeed",                     NTE_BAD_KEYSET_PARAM, ""           },
-      {std::string("nul\0",                4), NTE_BAD_KEYSET_PARAM,                          ""},
-      {"\xC0\xAF",         NTE_BAD_KEYSET_PARAM,                 ""                       },
-      {"\xED\xA0\x80",                           NTE_BAD_KEYSET_PARAM,                                           ""                                         },
-      {"cut \xD0",                           NTE_BAD_KEYSET_PARAM,                                       ""},
-      {"\\\\.\\TOKEN\\name",                           NTE_KEYSET_NOT_DEF,                                           ""},
-      {"\\\\.\\name",                           NTE_KEYSET_NOT_DEF,                                 ""                   },
+      {"simple-1_A",                0,                    "simple-1_A"         },
+      {kPrefix + "behind a reader", 0,                    "behind%20a%20reader"},
+      {"\\\\.\\diskvault\\lower",   0,                    "lower"              },
+      {"Ключ",                  0,                    "Ключ"           },
+      {letters,                     0,                    letters              },
+      {"..",                        0,                    "%2E%2E"             },
+      {"../../x",                   0,                    "%2E%2E%2F%2E%2E%2Fx"},
+      {"%2E%2E",                    0,                    "%252E%252E"         },
+      {longest,                     0,                    longest              },
+      {tooLong,                     NTE_BAD_KEYSET_PARAM, ""                   },
+      {blanks,                      NTE_BAD_KEYSET_PARAM, ""                   },
+      {"",                          NTE_BAD_KEYSET_PARAM, ""                   },
+      {kPrefix,                     NTE_BAD_KEYSET_PARAM, ""                   },
+      {"line\nfeed",                NTE_BAD_KEYSET_PARAM, ""                   },
+      {nul,                         NTE_BAD_KEYSET_PARAM, ""                   },
+      {"\xC0\xAF",                  NTE_BAD_KEYSET_PARAM, ""                   },
+      {"\xED\xA0\x80",              NTE_BAD_KEYSET_PARAM, ""                   },
+      {"cut \xD0",                  NTE_BAD_KEYSET_PARAM, ""                   },
+      {"\\\\.\\TOKEN\\name",        NTE_KEYSET_NOT_DEF,   ""                   },
+      {"\\\\.\\name",               NTE_KEYSET_NOT_DEF,   ""                   },
   };
   std::vector<std::string> expected, listed;
   for (const auto& row : rows) {
@@ -181,6 +185,13 @@ TEST_F(ContainerTest, Pins) {
   EXPECT_EQ(set->presentPin(Bytes("any")), 0u);
   EXPECT_EQ(set->store(AT_KEYEXCHANGE, other), 0u);
   EXPECT_EQ(load(AT_KEYEXCHANGE, other), 0u) << "a PIN that nobody needed seals nothing";
+
+  EXPECT_EQ(DeleteContainer("box", Scope::User), 0u);
+  set = create();
+  EXPECT_EQ(set->presentPin(Bytes("1234")), 0u);
+  EXPECT_EQ(open()->store(AT_SIGNATURE, key), 0u);
+  EXPECT_EQ(set->store(AT_KEYEXCHANGE, other), 0u);
+  EXPECT_EQ(load(AT_KEYEXCHANGE, other), 0u) << "one of two keys under a PIN";
 }
 
 TEST_F(ContainerTest, OthersOpenTheFiles) {
