@@ -156,7 +156,7 @@ const std::vector<Key>& WrappingKeys() {
     for (const SessionRow& row : kSessions) all->push_back(MakeSession(prov, row));
     const size_t gost = all->size();
     all->push_back(Import(prov, FromHex(kGostPrivate), 0, CRYPT_EXPORTABLE));
-    all->push_back(Import(prov, FromHex(kEcPrivate), 0, CRYPT_EXPORTABLE | CRYPT_NO_PERSIST_KEY));
+    all->push_back(Import(prov, FromHex(kEcPrivate), 0, CRYPT_EXPORTABLE | CRYPT_FORCE_KEY_PROTECTION_HIGH));
     HCRYPTKEY rsa = 0;
     Require(CryptGenKey(prov, CALG_RSA_KEYX, 1024u << 16, &rsa));
     all->push_back(Key(rsa));
@@ -203,7 +203,7 @@ void ExportAgain(HCRYPTPROV provider, const Key& key) {
   for (const DWORD type : {PUBLICKEYBLOB, PRIVATEKEYBLOB, PLAINTEXTKEYBLOB, OPAQUEKEYBLOB}) {
     const std::unique_ptr<Exact> blob = Export(key, 0, type);
     if (!blob) continue;
-    const Key twin = Import(provider, blob->bytes(), 0, CRYPT_EXPORTABLE | CRYPT_NO_PERSIST_KEY);
+    const Key twin = Import(provider, blob->bytes(), 0, CRYPT_EXPORTABLE | CRYPT_FORCE_KEY_PROTECTION_HIGH);
     Require(static_cast<bool>(twin));
     const std::unique_ptr<Exact> again = Export(twin, 0, type);
     Require(again && std::ranges::equal(blob->bytes(), again->bytes()));
@@ -247,7 +247,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const Key& wrapping = wrappings[data[0] % wrappings.size()];
   DWORD flags = data[1] & 1 ? 0 : CRYPT_EXPORTABLE;
   if (data[1] & 2) flags |= CRYPT_OAEP;
-  if (data[1] & 4) flags |= CRYPT_NO_PERSIST_KEY;
+  if (data[1] & 4) flags |= CRYPT_FORCE_KEY_PROTECTION_HIGH;
   const Provider provider;
   const Key key = Import(provider.get(), {data + 2, size - 2}, wrapping.get(), flags);
   if (!key) return 0;
