@@ -82,15 +82,18 @@ void ContainerInfo::replace(const KeyRow& row) {
   keys.insert(std::ranges::upper_bound(keys, row.spec, {}, &KeyRow::spec), row);
 }
 
-bool NewContainerInfo(const std::string& name, ContainerInfo& info) {
-  std::array<BYTE, kIdSize> random;
+bool RandomDigits(size_t bytes, std::string& digits) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::vector<BYTE> random(bytes);
   if (!RandomBytes(random)) return false;
+  digits.clear();
+  for (const BYTE octet : random) digits.append({kDigits[octet >> 4], kDigits[octet & 15]});
+  return true;
+}
+
+bool NewContainerInfo(const std::string& name, ContainerInfo& info) {
   info = {};
-  for (const BYTE octet : random) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    info.id += kDigits[octet >> 4];
-    info.id += kDigits[octet & 15];
-  }
+  if (!RandomDigits(kIdSize, info.id)) return false;
   info.name = name;
   info.created = Now();
   return true;

@@ -26,6 +26,8 @@ struct ContainerInfo {
   void replace(const KeyRow& row);
 };
 
+// Twice as many hexadecimal digits as bytes are asked for. False when there are no random numbers.
+[[nodiscard]] bool RandomDigits(size_t bytes, std::string& digits);
 // A new one, without keys. False when there are no random numbers.
 [[nodiscard]] bool NewContainerInfo(const std::string& name, ContainerInfo& info);
 // Line by line:

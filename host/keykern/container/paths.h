@@ -12,8 +12,9 @@ namespace keykern {
 
 // Names that no container can have, for one never begins with a full stop.
 inline constexpr char kLockFile[] = ".lock";
-inline constexpr char kNewDirectory[] = ".new";  // a container until it is whole
-inline constexpr char kOldDirectory[] = ".old";  // a container that is being destroyed
+// With random digits behind, so that one that cannot be cleared away is in nobody's way.
+inline constexpr char kNewDirectory[] = ".new-";  // a container until it is whole
+inline constexpr char kOldDirectory[] = ".old-";  // a container that is being destroyed
 
 // The directory that all containers of a scope lie in, made when it is missing. NTE_PERM: not ours to use, or others
 // can write to it; NTE_KEYSET_NOT_DEF: there is no such place.
