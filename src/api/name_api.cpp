@@ -3,6 +3,7 @@
 #include <certkern/name.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <optional>
 #include <span>
 #include <string>
@@ -10,10 +11,13 @@
 
 #include "api/frame.h"
 #include "ber/read_cursor.h"
+#include "names/attribute_search.h"
+#include "names/display_name.h"
 #include "names/name_parser.h"
 #include "names/name_text.h"
 #include "names/text_output.h"
 #include "names/value_text.h"
+#include "platform/owner.h"
 #include "platform/sizes.h"
 #include "platform/text_conversion.h"
 
@@ -57,6 +61,42 @@ bool StringToName(std::wstring_view text, DWORD stringType, BYTE* out, DWORD* si
   return StoreEncoded(name.encoded, out, size);
 }
 
+// The answer of CertGetNameString; false with a code. What it is called is a record of its own when there is none.
+bool FindNameString(const NameQuestion& question, std::wstring& text) {
+  const bool found = FindDisplayName(question, text);
+  if (text.empty()) {
+    TraceAs("CertGetNameStringWInternal", TRACE_EXPECTED, "(dwType = %u): returning empty string",
+            question.type);
+  }
+  return found;
+}
+
+// The record of a failure that leaves an empty text.
+Failure FailedEmpty(const Frame& frame) {
+  return frame.failed(std::nullopt, "(failed: LastError = 0x%X, retval = %u)", GetLastError(), 1u);
+}
+
+Failure FailedQuestion(const Frame& frame) {
+  if (GetLastError() == ERROR_INVALID_PARAMETER) frame.record(TRACE_ERROR, "() invalid argument(s)!");
+  return frame.failed(std::nullopt, "(failed: LastError = 0x%x, retval = %u)", GetLastError(), 1u);
+}
+
+using DecodedRecord = MallocOwner<CERT_NAME_INFO>;
+
+// Null with a code.
+DecodedRecord DecodeNameRecord(const Frame& frame, DWORD encoding, LPCSTR type, const CERT_NAME_BLOB& name) {
+  DWORD size = 0;
+  if (!CryptDecodeObject(encoding, type, name.pbData, name.cbData, 0, nullptr, &size)) return {};
+  DecodedRecord record(static_cast<CERT_NAME_INFO*>(std::malloc(size)));
+  if (!record) {
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    frame.record(TRACE_ERROR, "not enough memory!");
+    return {};
+  }
+  if (!CryptDecodeObject(encoding, type, name.pbData, name.cbData, 0, record.get(), &size)) return {};
+  return record;
+}
+
 }  // namespace
 }  // namespace certkern
 
@@ -88,7 +128,7 @@ DWORD CertNameToStrA(DWORD dwCertEncodingType, PCERT_NAME_BLOB pName, DWORD dwSt
         const DWORD count = psz && csz ? CopyUtf8(text, psz, csz) : Utf8Bound(text.size());
         if (!count) {
           ClearText(psz, csz);
-          return frame.failed(std::nullopt, "(failed: LastError = 0x%X, retval = %u)", GetLastError(), 1u);
+          return FailedEmpty(frame);
         }
         return frame.result(count, "(returned: psz = %s, dwResult = %u)", Written(psz, csz), count);
       },
@@ -103,7 +143,7 @@ DWORD CertRDNValueToStrW(DWORD dwValueType, PCERT_RDN_VALUE_BLOB pValue, LPWSTR 
         if (!pValue) SetLastError(ERROR_INVALID_PARAMETER);
         if (!pValue || !PlainValue(dwValueType, *pValue, text)) {
           ClearText(psz, csz);
-          return frame.failed(std::nullopt, "(failed: LastError = 0x%X, retval = %u)", GetLastError(), 1u);
+          return FailedEmpty(frame);
         }
         const DWORD count = CopyText<wchar_t>(text, psz, csz);
         return frame.result(count, "(returned: psz = %S, retval = %u)", Written(psz, csz), count);
@@ -122,7 +162,7 @@ DWORD CertRDNValueToStrA(DWORD dwValueType, PCERT_RDN_VALUE_BLOB pValue, LPSTR p
           count = CopyNarrowValue(dwValueType, text, psz, csz);
         if (!count) {
           ClearText(psz, csz);
-          return frame.failed(std::nullopt, "(failed: LastError = 0x%X, retval = %u)", GetLastError(), 1u);
+          return FailedEmpty(frame);
         }
         return frame.result(count, "(returned: psz = %s, retval = %u)", Written(psz, csz), count);
       },
@@ -161,6 +201,67 @@ BOOL CertStrToNameA(DWORD dwCertEncodingType, LPCSTR pszX500, DWORD dwStrType, v
       return frame.failed();
     }
     return frame.result(TRUE, "(returned: pbEncoded = %p, ppszError = %p)", pbEncoded, ppszError);
+  });
+}
+
+DWORD CertGetNameStringW(PCCERT_CONTEXT pCertContext, DWORD dwType, DWORD dwFlags, void* pvTypePara,
+                         LPWSTR pszNameString, DWORD cchNameString) {
+  return Guarded<Returns<1>>(
+      [&](Frame& frame) -> DWORD {
+        frame.entry("(pCertContext = %p, dwType = %u, dwFlags = 0x%x, pvTypePara = %p, cchNameString = %u)",
+                    pCertContext, dwType, dwFlags, pvTypePara, cchNameString);
+        std::wstring text;
+        if (!FindNameString({pCertContext, dwType, dwFlags, pvTypePara, pszNameString && !cchNameString},
+                            text)) {
+          ClearText(pszNameString, cchNameString);
+          return FailedQuestion(frame);
+        }
+        const DWORD count = CopyText<wchar_t>(text, pszNameString, cchNameString);
+        return frame.result(count, "(returned: pszNameString = %S, retval = %u)",
+                            Written(pszNameString, cchNameString), count);
+      },
+      [&] { ClearText(pszNameString, cchNameString); });
+}
+
+DWORD CertGetNameStringA(PCCERT_CONTEXT pCertContext, DWORD dwType, DWORD dwFlags, void* pvTypePara,
+                         LPSTR pszNameString, DWORD cchNameString) {
+  return Guarded<Returns<1>>(
+      [&](Frame& frame) -> DWORD {
+        frame.entry("(pCertContext = %p, dwType = %u, dwFlags = 0x%x, pvTypePara = %p, cchNameString = %u)",
+                    pCertContext, dwType, dwFlags, pvTypePara, cchNameString);
+        std::wstring text;
+        DWORD count = 0;
+        if (FindNameString({pCertContext, dwType, dwFlags, pvTypePara, pszNameString && !cchNameString},
+                           text))
+          count = CopyNarrowed(text, CP_ACP, pszNameString, cchNameString);
+        if (!count) {
+          ClearText(pszNameString, cchNameString);
+          return FailedQuestion(frame);
+        }
+        return frame.result(count, "(returned: pszNameString = %s, retval = %u)",
+                            Written(pszNameString, cchNameString), count);
+      },
+      [&] { ClearText(pszNameString, cchNameString); });
+}
+
+PCERT_RDN_ATTR CertFindRDNAttr(LPCSTR pszObjId, PCERT_NAME_INFO pName) {
+  return Guarded([&](Frame& frame) -> PCERT_RDN_ATTR {
+    frame.entry("(pszObjId = %p, pName = %p)", pszObjId, pName);
+    if (!pszObjId || !pName) return frame.invalidArguments();
+    return frame.result(FindAttribute(pszObjId, *pName));
+  });
+}
+
+BOOL CertIsRDNAttrsInCertificateName(DWORD dwCertEncodingType, DWORD dwFlags, PCERT_NAME_BLOB pCertName,
+                                     PCERT_RDN pRDN) {
+  return Guarded([&](Frame& frame) -> BOOL {
+    frame.entry("(dwCertEncodingType = %u, dwFlags = 0x%x, pCertName = %p, pRDN = %p)", dwCertEncodingType,
+                dwFlags, pCertName, pRDN);
+    if (!pCertName || !pRDN) return frame.invalidArguments(std::nullopt);
+    const LPCSTR type = dwFlags & CERT_UNICODE_IS_RDN_ATTRS_FLAG ? X509_UNICODE_NAME : X509_NAME;
+    const DecodedRecord name = DecodeNameRecord(frame, dwCertEncodingType, type, *pCertName);
+    if (!name) return frame.failed();
+    return frame.result(HasAttributes(*name.get(), *pRDN) ? TRUE : FALSE);
   });
 }
 
