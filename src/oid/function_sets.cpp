@@ -53,9 +53,7 @@ std::optional<FoundFunction> FirstServing(Iterator first, Iterator last, DWORD e
 }  // namespace
 
 OidKey::OidKey(LPCSTR given) : oid_(Value(given)) {
-  if (oid_ < kFirstText) return;
-  text_ = given;
-  oid_ = Value(text_.c_str());
+  if (oid_ >= kFirstText) text_ = given;
 }
 
 bool OidKey::is(LPCSTR wanted) const {

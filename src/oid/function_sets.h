@@ -18,14 +18,12 @@ namespace certkern {
 class OidKey {
  public:
   explicit OidKey(LPCSTR given);
-  OidKey(const OidKey&) = delete;  // points into itself
-  OidKey& operator=(const OidKey&) = delete;
   bool is(LPCSTR wanted) const;
   const void* address() const { return &oid_; }
 
  private:
   std::string text_;
-  ULONG_PTR oid_;  // the number, or the address of the text
+  ULONG_PTR oid_;  // the number; of a text only that it is none
 };
 
 struct FunctionEntry {

@@ -101,6 +101,7 @@ TEST(FunctionSets, OrderOfInstallationAndEncodingDecide) {
   EXPECT_EQ(Find(set, 1, "7"), 2);
   EXPECT_EQ(Find(set, 1, static_cast<LPCSTR>(AsHandle(7))), 3) << "a number is no text";
   EXPECT_EQ(Find(set, 1, static_cast<LPCSTR>(AsHandle(8))), 0);
+  EXPECT_EQ(Find(set, 1, ""), 0);
   EXPECT_EQ(Find(set, 0, nullptr), 0);
   text = "1.2.3";
   ASSERT_TRUE(install(0, kBoth, CRYPT_INSTALL_OID_FUNC_BEFORE_FLAG));

@@ -153,7 +153,7 @@ TEST(Dialog, TheTerminalsModeComesBack) {
     if (std::memcmp(&raw, &after, sizeof raw) == 0) End(answer);
   });
   ASSERT_TRUE(user.sees("[no] "));
-  user.type("yes\r");
+  user.type("no\x7F\x7Fyes\r");
   EXPECT_EQ(user.status(), 0);
 }
 
