@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "oid/function_sets.h"
 #include "platform/trace.h"
 
 namespace certkern {
@@ -16,7 +17,7 @@ constexpr StartupStep kSteps[] = {
      [] { CloseTraceContext(certkern_db_ctx); }                                                                          },
     {"lazy trace",   [] { certkern_lazy_db_ctx.arm(); },                            [] { certkern_lazy_db_ctx.disarm(); }},
  // thread slots of the PIN callback
-  // list of OID function sets
+    {"OID sets",     OpenFunctionSets,                                              CloseFunctionSets                    },
     {"policy trace", [] { OpenTraceContext(pkivalidator_db_ctx, "pkivalidator"); },
      [] { CloseTraceContext(pkivalidator_db_ctx); }                                                                      },
     {"chain detail", ReadChainDetailWish,                                           nullptr                              },
