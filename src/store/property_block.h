@@ -85,7 +85,7 @@ void AddPropertyReference(PropertyBlock& block);
 void ReleasePropertyBlock(PropertyBlock* block) noexcept;
 using PropertyBlockOwner = Owner<PropertyBlock*, ReleasePropertyBlock>;
 
-// A block with one reference and these items; empty with ERROR_NOT_ENOUGH_MEMORY.
+// A block with one reference and these items. Throws std::bad_alloc.
 PropertyBlockOwner NewPropertyBlock(PropertyList items = {});
 
 // Copies every item of one block onto another, raw: neither the identifiers that can't be set nor a store's being

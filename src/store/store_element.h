@@ -65,7 +65,7 @@ using ElementOwner = Owner<StoreElement*, ReleaseElement>;
 
 // Makes an element with one reference, which its owner gives to a list or drops once a context holds the element.
 // The bytes are copied, not looked at; properties are handed over (empty: a block of its own without items). Empty with
-// ERROR_NOT_ENOUGH_MEMORY. `store` may be null.
+// ERROR_NOT_ENOUGH_MEMORY, or std::bad_alloc. `store` may be null.
 ElementOwner NewElement(ElementType type, DWORD encoding, std::span<const BYTE> encoded, CertStore* store,
                         PropertyBlockOwner properties);
 

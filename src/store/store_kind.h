@@ -13,6 +13,9 @@
 
 namespace certkern {
 
+// A provider is named by a number in the place of a text.
+inline uintptr_t StoreNumber(LPCSTR provider) { return reinterpret_cast<uintptr_t>(provider); }
+
 // The arguments of CertOpenStore.
 struct OpenRequest {
   uintptr_t provider;  // CERT_STORE_PROV_... as a number
