@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "platform/trace.h"
+#include "store/context_record.h"
 
 namespace certkern {
 namespace {
@@ -21,7 +22,8 @@ constexpr StartupStep kSteps[] = {
      [] { CloseTraceContext(pkivalidator_db_ctx); }                                                                      },
     {"chain detail", ReadChainDetailWish,                                           nullptr                              },
  // URL cache
-  // registry of contexts, last: the first to go
+    {"contexts",     [] { contextRegistry.create(); },
+     [] { contextRegistry.retire(); }                                                                                    }, // last: the first to go
 };
 
 struct Startup {

@@ -4,6 +4,7 @@
 
 #include <cassert>
 #include <exception>
+#include <new>
 
 #include "ber/read_cursor.h"
 #include "platform/limits.h"
@@ -36,13 +37,11 @@ void Detach(StoreElement& element) noexcept {
 
 // Takes the record from under whoever holds it, and with it what it counted.
 void TakeBackContext(CertStore& store, StoreElement& element) noexcept {
-  ContextRecord* const context = [&] {
-    const std::lock_guard guard(element.lock);
-    return element.context;
-  }();
-  if (!context) return;
+  ContextRecord* context;
   {
     const std::lock_guard guard(element.lock);
+    context = element.context;
+    if (!context) return;
     element.refs -= context->refs;
   }
   DestroyContext(context);
@@ -81,10 +80,22 @@ bool CloseMembers(CertStore& store, DWORD flags) {
   return closed;
 }
 
+// A commit that runs out of memory must not keep the rest of the close from happening, nor go out through an owner.
+bool CommitAtClose(CertStore& store) noexcept {
+  if (!store.kind->commit) return true;
+  try {
+    return store.kind->commit(store, CommitTime::AtClose);
+  } catch (const std::bad_alloc&) {
+    return Fault(ERROR_NOT_ENOUGH_MEMORY);
+  } catch (const std::exception&) {
+    return Fault(ERROR_INTERNAL_ERROR);
+  }
+}
+
 // Commits the store and lets its contents go. May run again on a store that was emptied by force and used after that.
-bool CloseContents(CertStore& store, DWORD flags) {
+bool CloseContents(CertStore& store, DWORD flags) noexcept {
   if (IsCollection(store)) return CloseMembers(store, flags);
-  const bool committed = !store.kind->commit || store.kind->commit(store, CommitTime::AtClose);
+  const bool committed = CommitAtClose(store);
   const LastErrorKeeper keeper;
   if (store.kind->release) store.kind->release(store);
   const Contents fate = flags & CERT_CLOSE_STORE_FORCE_FLAG ? Contents::Freed : Contents::Released;
