@@ -109,6 +109,7 @@ bool FlatReader::name(DWORD offset, std::span<const BYTE>& name) {
   if (!offset) return true;
   if (offset != next_) return false;
   const std::span<const BYTE> rest = flat_.subspan(next_);
+  if (rest.empty()) return false;
   size_t text = 0;
   while (text + 2 <= rest.size() && (rest[text] || rest[text + 1])) text += 2;
   const size_t terminator = std::min<size_t>(rest.size() - text, 2);
