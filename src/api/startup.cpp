@@ -5,6 +5,7 @@
 
 #include "oid/function_sets.h"
 #include "platform/trace.h"
+#include "store/context_record.h"
 
 namespace certkern {
 namespace {
@@ -22,7 +23,8 @@ constexpr StartupStep kSteps[] = {
      [] { CloseTraceContext(pkivalidator_db_ctx); }                                                                      },
     {"chain detail", ReadChainDetailWish,                                           nullptr                              },
  // URL cache
-  // registry of contexts, last: the first to go
+    {"contexts",     [] { contextRegistry.create(); },
+     [] { contextRegistry.retire(); }                                                                                    }, // last: the first to go
 };
 
 struct Startup {
