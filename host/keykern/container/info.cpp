@@ -2,6 +2,7 @@
 
 #include "common/der.h"
 #include "keykern/crypto_library.h"
+#include "platform/limits.h"
 
 #include <time.h>
 
@@ -163,9 +164,17 @@ bool ReadExtensions(std::span<const BYTE> encoded, std::vector<ContainerExtensio
   return true;
 }
 
-void PutExtension(std::vector<ContainerExtension>& all, const ContainerExtension& extension) {
-  std::erase_if(all, [&](const ContainerExtension& old) { return old.oid == extension.oid; });
-  if (!extension.value.empty()) all.push_back(extension);
+DWORD PutExtension(std::vector<ContainerExtension>& all, const ContainerExtension& extension) {
+  // an OID has several spellings; the encoding knows one
+  const SecretBytes encoded = der::Oid(extension.oid);
+  std::string oid;
+  if (encoded.empty() || !der::Reader(encoded).takeOid(oid)) return NTE_BAD_DATA;
+  std::vector<ContainerExtension> changed = all;
+  std::erase_if(changed, [&](const ContainerExtension& old) { return old.oid == oid; });
+  if (!extension.value.empty()) changed.push_back({oid, extension.critical, extension.value});
+  if (WriteExtensions(changed).size() > certkern::kMaxContainerFile) return NTE_BAD_LEN;
+  all = std::move(changed);
+  return ERROR_SUCCESS;
 }
 
 DWORD JudgeRecord(DWORD spec, const KeyRecord& record) {

@@ -21,7 +21,7 @@ inline constexpr char kOldDirectory[] = ".old-";  // a container that is being d
 DWORD OpenKeysDirectory(Scope scope, Directory& directory);
 
 // A name without the reader's prefix. NTE_KEYSET_NOT_DEF: of another reader; NTE_BAD_KEYSET_PARAM: no possible name:
-// empty, with control characters, no UTF-8, or too long once it is a file name.
+// empty, with another reader in front, with control characters, no UTF-8, or too long once it is a file name.
 DWORD StripReader(std::string_view given, std::string& name);
 // Percent-encoded, but for letters, digits, '-', '_' and what is not ASCII: no name leads elsewhere, and none is hidden.
 std::string ToFileName(std::string_view name);
