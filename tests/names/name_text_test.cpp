@@ -176,6 +176,7 @@ TEST(CertNameToStr, NarrowIsUtf8) {
 // --- single values ---
 
 struct Value {
+  Value(DWORD kind, Octets octets) : type(kind), bytes(std::move(octets)) {}
   DWORD type;
   Octets bytes;
 };
