@@ -94,10 +94,12 @@ void AddAlternativeNames(const ExtensionOptions& options, ExtensionList& list) {
 
 void AddExtendedUsage(const std::vector<std::string>& purposes, ExtensionList& list) {
   if (purposes.empty()) return;
-  std::vector<std::string> oids;
-  for (const std::string& purpose : purposes) oids.push_back(PurposeOid(purpose));
-  std::vector<LPSTR> pointers;
-  for (std::string& oid : oids) pointers.push_back(oid.data());
+  std::vector<std::string> oids(purposes.size());
+  std::vector<LPSTR> pointers(purposes.size());
+  for (size_t i = 0; i < purposes.size(); ++i) {
+    oids[i] = PurposeOid(purposes[i]);
+    pointers[i] = oids[i].data();
+  }
   const CERT_ENHKEY_USAGE usage{CheckedSize(pointers.size()), pointers.data()};
   list.add(szOID_ENHANCED_KEY_USAGE, false, Encode(X509_ENHANCED_KEY_USAGE, &usage, "--extended-usage"));
 }

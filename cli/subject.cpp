@@ -128,12 +128,16 @@ std::wstring Wide(const std::string& utf8, const std::string& what) {
 }
 
 Bytes EncodeSubject(const std::vector<std::string>& subject) {
-  std::vector<Attribute> attributes;
-  for (const std::string& argument : subject) attributes.push_back(ParseAttribute(argument));
-  std::vector<CERT_RDN_ATTR> records;
-  for (Attribute& attribute : attributes) records.push_back(RecordOf(attribute));
-  std::vector<CERT_RDN> relatives;
-  for (CERT_RDN_ATTR& record : records) relatives.push_back({1, &record});
+  // the records point from one vector into the next: each has its size from the start
+  const size_t count = subject.size();
+  std::vector<Attribute> attributes(count);
+  std::vector<CERT_RDN_ATTR> records(count);
+  std::vector<CERT_RDN> relatives(count);
+  for (size_t i = 0; i < count; ++i) {
+    attributes[i] = ParseAttribute(subject[i]);
+    records[i] = RecordOf(attributes[i]);
+    relatives[i] = {1, &records[i]};
+  }
   const CERT_NAME_INFO name{CheckedSize(relatives.size()), relatives.data()};
   return Encode(X509_UNICODE_NAME, &name, "--subject");
 }
