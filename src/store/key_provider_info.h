@@ -3,7 +3,7 @@
 //
 //   0  offset of the container name, 0: none        16  number of parameters
 //   4  offset of the provider name, 0: none         20  28 if there are parameters, else 0
-//   8  provider type                                24  key specification
+//   8  provider type                                24  key spec
 //   12 flags                                        28  for each parameter: which, offset of its data, length, flags
 //   then each parameter's data, the container name, the provider name
 #ifndef CERTKERN_STORE_KEY_PROVIDER_INFO_H
