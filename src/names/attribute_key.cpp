@@ -3,6 +3,7 @@
 #include <certkern/encode.h>
 #include <certkern/keykern.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace certkern {
@@ -10,7 +11,10 @@ namespace {
 
 constexpr std::wstring_view kOidPrefix = L"OID.";
 
-bool IsDotted(std::wstring_view text) { return text.find_first_not_of(L"0123456789.") == text.npos; }
+bool IsDotted(std::wstring_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](wchar_t c) { return (c >= L'0' && c <= L'9') || c == L'.'; });
+}
 
 // The first of the types that fit; a list of them has at least a zero behind it.
 DWORD ValueTypeOf(const CRYPT_OID_INFO& row) {

@@ -3,10 +3,9 @@
 #include <certkern/errors.h>
 #include <certkern/keykern.h>
 
-#include <algorithm>
 #include <array>
-#include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "ber/struct_types.h"
 #include "names/attribute_key.h"
@@ -17,13 +16,12 @@ namespace certkern {
 namespace {
 
 // Of several modifiers the first one here counts.
-std::wstring SeparatorsOf(DWORD stringType) {
-  std::wstring separators = stringType & CERT_NAME_STR_COMMA_FLAG ? L","
-      : stringType & CERT_NAME_STR_SEMICOLON_FLAG                 ? L";"
-      : stringType & CERT_NAME_STR_CRLF_FLAG                      ? L"\r\n"
-                                                                  : L",;";
-  if (!(stringType & CERT_NAME_STR_NO_PLUS_FLAG)) separators += L'+';
-  return separators;
+Separators SeparatorsOf(DWORD stringType) {
+  const bool plus = !(stringType & CERT_NAME_STR_NO_PLUS_FLAG);
+  if (stringType & CERT_NAME_STR_COMMA_FLAG) return Separators(plus ? L",+" : L",");
+  if (stringType & CERT_NAME_STR_SEMICOLON_FLAG) return Separators(plus ? L";+" : L";");
+  if (stringType & CERT_NAME_STR_CRLF_FLAG) return Separators(plus ? L"\r\n+" : L"\r\n");
+  return Separators(plus ? L",;+" : L",;");
 }
 
 // Puts a header before what stands behind start.
@@ -44,10 +42,12 @@ void Wrap(BYTE tag, size_t start, std::vector<BYTE>& bytes) {
 class NameParser {
  public:
   NameParser(std::wstring_view text, DWORD stringType, size_t& position)
-      : text_(text), separators_(SeparatorsOf(stringType)), position_(position) {}
+      : text_(text), separators_(SeparatorsOf(stringType)), position_(position) {
+    body_.reserve(text.size() + text.size() / 2);  // what most names come to
+  }
 
   bool run();
-  std::vector<BYTE> encoded(bool reversed) const;
+  std::vector<BYTE> takeEncoded(bool reversed);
 
  private:
   // What stands behind a value.
@@ -63,7 +63,7 @@ class NameParser {
   Next passSeparator();
 
   const std::wstring_view text_;
-  const std::wstring separators_;
+  const Separators separators_;
   size_t& position_;
   std::vector<BYTE> body_;      // the finished relative names, and the attributes of the one under way
   std::vector<size_t> starts_;  // of the finished ones
@@ -123,20 +123,23 @@ bool NameParser::makeRecord(std::wstring_view raw, CERT_RDN_ATTR& record) {
   }
   UnquoteValue(raw, value_);
   record.dwValueType = key_.valueType;
-  record.Value = {0, reinterpret_cast<BYTE*>(value_.data())};  // of no length: up to the NUL
+  record.Value = {CheckedDword(value_.size() * sizeof(wchar_t)), reinterpret_cast<BYTE*>(value_.data())};
   return true;
 }
 
+// Written at once where it stands: the room is more than any attribute takes, and what is left of it goes.
 bool NameParser::append(const CERT_RDN_ATTR& record) {
-  DWORD size = 0;
+  constexpr size_t kHeaders = 3 * (2 + sizeof(DWORD));
+  const size_t start = body_.size();
+  const size_t room = kHeaders + key_.oid.size() + record.Value.cbData;
+  DWORD size = CheckedDword(room);
+  body_.resize(start + room);
   SetLastError(ERROR_SUCCESS);
-  if (BerEncodeByType(kTypeWideAttribute, &record, nullptr, &size)) {
-    const size_t start = body_.size();
-    body_.resize(start + size);
-    if (BerEncodeByType(kTypeWideAttribute, &record, body_.data() + start, &size)) return true;
-  }
   // an identifier that is none has no code of its own
-  return GetLastError() ? false : Fault(CRYPT_E_INVALID_X500_STRING);
+  if (!BerEncodeByType(kTypeWideAttribute, &record, body_.data() + start, &size))
+    return GetLastError() ? false : Fault(CRYPT_E_INVALID_X500_STRING);
+  body_.resize(start + size);
+  return true;
 }
 
 NameParser::Next NameParser::passSeparator() {
@@ -146,21 +149,20 @@ NameParser::Next NameParser::passSeparator() {
   return plus ? Next::Attribute : Next::RelativeName;
 }
 
-std::vector<BYTE> NameParser::encoded(bool reversed) const {
-  std::vector<BYTE> out;
-  out.reserve(body_.size() + 2 + sizeof(size_t));
+std::vector<BYTE> NameParser::takeEncoded(bool reversed) {
   if (reversed) {
+    std::vector<BYTE> turned;
+    turned.reserve(body_.size());
     auto end = body_.end();
     for (size_t i = starts_.size(); i-- > 0;) {
       const auto start = body_.begin() + static_cast<std::ptrdiff_t>(starts_[i]);
-      out.insert(out.end(), start, end);
+      turned.insert(turned.end(), start, end);
       end = start;
     }
-  } else {
-    out = body_;
+    body_ = std::move(turned);
   }
-  Wrap(kTagSequence, 0, out);
-  return out;
+  Wrap(kTagSequence, 0, body_);
+  return std::move(body_);
 }
 
 }  // namespace
@@ -168,7 +170,7 @@ std::vector<BYTE> NameParser::encoded(bool reversed) const {
 bool ParseName(std::wstring_view text, DWORD stringType, ParsedName& name) {
   NameParser parser(text, stringType, name.position);
   if (!parser.run()) return false;
-  name.encoded = parser.encoded(stringType & CERT_NAME_STR_REVERSE_FLAG);
+  name.encoded = parser.takeEncoded(stringType & CERT_NAME_STR_REVERSE_FLAG);
   return true;
 }
 

@@ -7,8 +7,6 @@ namespace {
 
 constexpr wchar_t kQuote = L'"';
 
-bool IsWhiteSpace(wchar_t character) { return std::iswspace(static_cast<std::wint_t>(character)) != 0; }
-
 // Where quotes that are open close; npos when they don't. A doubled quote stands for itself.
 size_t ClosingQuote(std::wstring_view text, size_t at) {
   for (;;) {
@@ -18,19 +16,19 @@ size_t ClosingQuote(std::wstring_view text, size_t at) {
   }
 }
 
-size_t QuotedLength(std::wstring_view text, std::wstring_view separators) {
+size_t QuotedLength(std::wstring_view text, const Separators& separators) {
   const size_t closing = ClosingQuote(text, 1);
   if (closing == text.npos) return closing;
-  const size_t end = text.find_first_of(separators, closing + 1);
+  const size_t end = separators.findIn(text, closing + 1);
   const std::wstring_view between = text.substr(0, end).substr(closing + 1);
   return SkipWhiteSpace(between).empty() ? closing + 1 + between.size() : text.npos;
 }
 
 // A separator behind a backslash is part of the value; what stands before the backslash is not looked at.
-size_t BareLength(std::wstring_view text, std::wstring_view separators) {
-  size_t at = text.find_first_of(separators);
-  while (at != text.npos && at && text[at - 1] == L'\\') at = text.find_first_of(separators, at + 1);
-  return at == text.npos ? text.size() : at;
+size_t BareLength(std::wstring_view text, const Separators& separators) {
+  size_t at = separators.findIn(text, 0);
+  while (at < text.size() && at && text[at - 1] == L'\\') at = separators.findIn(text, at + 1);
+  return at;
 }
 
 // 16 for what is no digit.
@@ -43,6 +41,12 @@ unsigned DigitValue(wchar_t character) {
 
 }  // namespace
 
+// What is white space beyond ASCII the locale says.
+bool IsWhiteSpace(wchar_t character) {
+  const auto code = static_cast<std::wint_t>(character);
+  return code < 0x80 ? code == ' ' || (code >= '\t' && code <= '\r') : std::iswspace(code) != 0;
+}
+
 std::wstring_view SkipWhiteSpace(std::wstring_view text) {
   size_t count = 0;
   while (count < text.size() && IsWhiteSpace(text[count])) ++count;
@@ -54,7 +58,7 @@ std::wstring_view TrimWhiteSpaceBehind(std::wstring_view text) {
   return text;
 }
 
-size_t ValueLength(std::wstring_view text, std::wstring_view separators) {
+size_t ValueLength(std::wstring_view text, const Separators& separators) {
   return text.starts_with(kQuote) ? QuotedLength(text, separators) : BareLength(text, separators);
 }
 
@@ -62,6 +66,10 @@ void UnquoteValue(std::wstring_view raw, std::wstring& value) {
   value.clear();
   const bool quoted = raw.starts_with(kQuote);
   if (quoted) raw = raw.substr(1, raw.size() - 2);
+  if (!quoted && raw.find(L'\\') == raw.npos) {  // most values
+    value = raw;
+    return;
+  }
   for (size_t i = 0; i < raw.size(); ++i) {
     if (raw[i] == L'\\' && ++i == raw.size()) break;
     value += raw[i];

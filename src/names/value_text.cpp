@@ -3,13 +3,14 @@
 #include <certkern/errors.h>
 #include <certkern/keykern.h>
 
+#include <algorithm>
 #include <cstring>
-#include <cwctype>
 #include <span>
 #include <string_view>
 
 #include "ber/read_cursor.h"
 #include "names/text_output.h"
+#include "names/value_parser.h"
 
 namespace certkern {
 namespace {
@@ -48,11 +49,26 @@ void AppendText(const CERT_RDN_ATTR& attribute, std::wstring& out) {
   }
 }
 
-bool IsBlank(wchar_t character) { return std::iswspace(static_cast<std::wint_t>(character)) != 0; }
+bool IsSpecial(wchar_t character) {
+  switch (character) {
+    case L',':
+    case L'+':
+    case L'=':
+    case L'"':
+    case L'<':
+    case L'>':
+    case L'#':
+    case L';':
+    case L'\n':
+      return true;
+    default:
+      return false;
+  }
+}
 
 bool NeedsQuotes(std::wstring_view value) {
-  if (value.empty() || IsBlank(value.front()) || IsBlank(value.back())) return true;
-  return value.find_first_of(L",+=\"<>#;\n") != value.npos;
+  if (value.empty() || IsWhiteSpace(value.front()) || IsWhiteSpace(value.back())) return true;
+  return std::any_of(value.begin(), value.end(), IsSpecial);
 }
 
 // Puts quotes around what stands behind start.

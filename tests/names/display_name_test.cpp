@@ -11,19 +11,25 @@
 #include "platform/owner.h"
 
 using namespace certkern::test;  // NOLINT(google-build-using-namespace): the vocabulary of these tests
+using namespace std::string_literals;
 
 namespace {
 
 using Context = certkern::Owner<PCCERT_CONTEXT, CertFreeCertificateContext>;
 
+constexpr DWORD kEmail = CERT_NAME_EMAIL_TYPE, kWhole = CERT_NAME_RDN_TYPE, kAttr = CERT_NAME_ATTR_TYPE,
+                kSimple = CERT_NAME_SIMPLE_DISPLAY_TYPE, kFriendly = CERT_NAME_FRIENDLY_DISPLAY_TYPE,
+                kDns = CERT_NAME_DNS_TYPE, kUrlType = CERT_NAME_URL_TYPE;
+
 const Octets kOrg = Attribute(kOrganisation, 0x0C, "Org");
 const Octets kOu = Attribute(kUnit, 0x0C, "Unit");
-const Octets kMailAttribute = Attribute(kMail, 0x16, "a@attribute");
+const Octets kMailAttr = Attribute(kMail, 0x16, "a@attribute");
 
 Octets AltName(int last, const Octets& names) {
   const Octets oid = {0x06, 0x03, 0x55, 0x1D, static_cast<char>(last)};
   return Element(0x30, oid + Element(0x04, Element(0x30, names)));
 }
+Octets San(const Octets& names) { return AltName(17, names); }
 const Octets kMailName = Element(0x81, "a@name");
 const Octets kDnsName = Element(0x82, "name.example");
 const Octets kUrl = Element(0x86, "http://name.example");
@@ -34,7 +40,7 @@ struct Subject {
 };
 
 Context Certificate(const Subject& subject, const Octets& issuer = NameOf({Cn("Issuer")})) {
-  const Octets algorithm = Element(0x30, "\x06\x02\x2A\x03"), bits = Element(0x03, Octets("\0\1", 2));
+  const Octets algorithm = Element(0x30, "\x06\x02\x2A\x03"), bits = Element(0x03, "\0\1"s);
   const Octets validity = Element(0x30, Element(0x17, "200101000000Z") + Element(0x17, "300101000000Z"));
   Octets body = Element(0xA0, Element(0x02, "\x02")) + Element(0x02, "\x01") + algorithm + issuer + validity
       + subject.name + Element(0x30, algorithm + bits);
@@ -66,71 +72,43 @@ const struct {
   DWORD type;
   const wchar_t* answer;
 } kAnswers[] = {
-    {"mail: the alternative name first",
-     {NameOf({kMailAttribute}), AltName(17, kMailName)},
-     CERT_NAME_EMAIL_TYPE,                                                                                                        L"a@name"             },
-    {"mail: the attribute",
-     {NameOf({kMailAttribute}), AltName(17, kDnsName)},
-     CERT_NAME_EMAIL_TYPE,                                                                                                        L"a@attribute"        },
-    {"an empty alternative name is none",
-     {NameOf({kMailAttribute}), AltName(17, Element(0x81, "") + kMailName)},
-     CERT_NAME_EMAIL_TYPE,                                                                                                        L"a@attribute"        },
+    {"mail: alternative first",           {NameOf({kMailAttr}), San(kMailName)},               kEmail,    L"a@name"             },
+    {"mail: the attribute",               {NameOf({kMailAttr}), San(kDnsName)},                kEmail,    L"a@attribute"        },
+    {"an empty one is none",
+     {NameOf({kMailAttr}), San(Element(0x81, "") + kMailName)},
+     kEmail,                                                                                              L"a@attribute"        },
     {"of several the first",
-     {NameOf({}), AltName(17, kDnsName + kMailName + Element(0x81, "b@name"))},
-     CERT_NAME_EMAIL_TYPE,                                                                                                        L"a@name"             },
-    {"the old form of the extension",         {NameOf({}), AltName(7, kMailName)},               CERT_NAME_EMAIL_TYPE,            L"a@name"             },
-    {"the first extension ends the search",
-     {NameOf({}), AltName(7, kMailName) + AltName(17, kDnsName)},
-     CERT_NAME_EMAIL_TYPE,                                                                                                        L""                   },
-    {"but one that does not decode does not",
-     {NameOf({}), AltName(17, "\x81\x7F") + AltName(7, kMailName)},
-     CERT_NAME_EMAIL_TYPE,                                                                                                        L"a@name"             },
-    {"the issuer's is another one",           {NameOf({}), AltName(18, kMailName)},              CERT_NAME_EMAIL_TYPE,            L""                   },
-    {"the whole name",                        {NameOf({Cn("a,b"), kOu}), ""},                    CERT_NAME_RDN_TYPE,              L"\"a,b\", Unit"      },
-    {"the last one's first attribute",
+     {NameOf({}), San(kDnsName + kMailName + Element(0x81, "b@name"))},
+     kEmail,                                                                                              L"a@name"             },
+    {"the old extension",                 {NameOf({}), AltName(7, kMailName)},                 kEmail,    L"a@name"             },
+    {"the first extension ends it",       {NameOf({}), AltName(7, kMailName) + San(kDnsName)}, kEmail,    L""                   },
+    {"one that does not decode does not",
+     {NameOf({}), San("\x81\x7F") + AltName(7, kMailName)},
+     kEmail,                                                                                              L"a@name"             },
+    {"the issuer's is another",           {NameOf({}), AltName(18, kMailName)},                kEmail,    L""                   },
+    {"the whole name",                    {NameOf({Cn("a,b"), kOu}), ""},                      kWhole,    L"\"a,b\", Unit"      },
+    {"the last name's first",
      {Name({RelativeName({Cn("a")}), RelativeName({kOu, kOrg}), RelativeName({})}), ""},
-     CERT_NAME_ATTR_TYPE,                                                                                                         L"Unit"               },
-    {"displayed: the common name",
-     {NameOf({Cn("a"), kOu}), AltName(17, kMailName)},
-     CERT_NAME_SIMPLE_DISPLAY_TYPE,                                                                                               L"a"                  },
-    {"displayed: the unit",                   {NameOf({kOu, kOrg}), ""},                         CERT_NAME_SIMPLE_DISPLAY_TYPE,   L"Unit"               },
-    {"displayed: the organisation",
-     {NameOf({kMailAttribute, kOrg}), ""},
-     CERT_NAME_SIMPLE_DISPLAY_TYPE,                                                                                               L"Org"                },
-    {"displayed: mail",
-     {NameOf({kMailAttribute}), AltName(17, kMailName)},
-     CERT_NAME_SIMPLE_DISPLAY_TYPE,                                                                                               L"a@attribute"        },
-    {"displayed: alternative mail",
-     {NameOf({}), AltName(17, kMailName)},
-     CERT_NAME_SIMPLE_DISPLAY_TYPE,                                                                                               L"a@name"             },
-    {"an empty common name hides the unit",
-     {NameOf({kOu, Cn("")}), AltName(17, kMailName)},
-     CERT_NAME_SIMPLE_DISPLAY_TYPE,                                                                                               L"a@name"             },
-    {"of two common names the last",
-     {NameOf({Cn("a"), Cn("b"), kOu}), ""},
-     CERT_NAME_SIMPLE_DISPLAY_TYPE,                                                                                               L"b"                  },
-    {"of two in one the first",
-     {Name({RelativeName({Cn("a"), Cn("b")})}), ""},
-     CERT_NAME_SIMPLE_DISPLAY_TYPE,                                                                                               L"a"                  },
+     kAttr,                                                                                               L"Unit"               },
+    {"shown: the common name",            {NameOf({Cn("a"), kOu}), San(kMailName)},            kSimple,   L"a"                  },
+    {"shown: the unit",                   {NameOf({kOu, kOrg}), ""},                           kSimple,   L"Unit"               },
+    {"shown: the organisation",           {NameOf({kMailAttr, kOrg}), ""},                     kSimple,   L"Org"                },
+    {"shown: mail",                       {NameOf({kMailAttr}), San(kMailName)},               kSimple,   L"a@attribute"        },
+    {"shown: alternative mail",           {NameOf({}), San(kMailName)},                        kSimple,   L"a@name"             },
+    {"an empty name hides the unit",      {NameOf({kOu, Cn("")}), San(kMailName)},             kSimple,   L"a@name"             },
+    {"of two the last",                   {NameOf({Cn("a"), Cn("b"), kOu}), ""},               kSimple,   L"b"                  },
+    {"of two in one the first",           {Name({RelativeName({Cn("a"), Cn("b")})}), ""},      kSimple,   L"a"                  },
     {"two octets a character",
      {NameOf({Attribute(kCn, 0x1E, "\x04\x16\x04\x17")}), ""},
-     CERT_NAME_SIMPLE_DISPLAY_TYPE,                                                                                               L"\u0416\u0417"       },
-    {"the old 8-bit type",
-     {NameOf({Attribute(kCn, 0x14, "\xE9")}), ""},
-     CERT_NAME_SIMPLE_DISPLAY_TYPE,                                                                                               L"\u00E9"             },
-    {"a value that is no text",
-     {NameOf({Attribute(kCn, 0x03, "\1"), kOu}), ""},
-     CERT_NAME_SIMPLE_DISPLAY_TYPE,                                                                                               L""                   },
-    {"no friendly name",                      {NameOf({kOu}), ""},                               CERT_NAME_FRIENDLY_DISPLAY_TYPE, L"Unit"               },
-    {"DNS: the alternative name first",
-     {NameOf({Cn("a")}), AltName(17, kUrl + kDnsName)},
-     CERT_NAME_DNS_TYPE,                                                                                                          L"name.example"       },
-    {"DNS: the common name, not the unit",
-     {NameOf({Cn("a"), kOu}), AltName(17, kUrl)},
-     CERT_NAME_DNS_TYPE,                                                                                                          L"a"                  },
-    {"DNS: nothing else",                     {NameOf({kOu}), ""},                               CERT_NAME_DNS_TYPE,              L""                   },
-    {"URL",                                   {NameOf({Cn("a")}), AltName(17, kDnsName + kUrl)}, CERT_NAME_URL_TYPE,              L"http://name.example"},
-    {"URL: nothing else",                     {NameOf({Cn("a")}), ""},                           CERT_NAME_URL_TYPE,              L""                   },
+     kSimple,                                                                                             L"\u0416\u0417"       },
+    {"the old 8-bit type",                {NameOf({Attribute(kCn, 0x14, "\xE9")}), ""},        kSimple,   L"\u00E9"             },
+    {"a value that is no text",           {NameOf({Attribute(kCn, 0x03, "\1"), kOu}), ""},     kSimple,   L""                   },
+    {"no friendly name",                  {NameOf({kOu}), ""},                                 kFriendly, L"Unit"               },
+    {"DNS: alternative first",            {NameOf({Cn("a")}), San(kUrl + kDnsName)},           kDns,      L"name.example"       },
+    {"DNS: the common name",              {NameOf({Cn("a"), kOu}), San(kUrl)},                 kDns,      L"a"                  },
+    {"DNS: nothing else",                 {NameOf({kOu}), ""},                                 kDns,      L""                   },
+    {"URL",                               {NameOf({Cn("a")}), San(kDnsName + kUrl)},           kUrlType,  L"http://name.example"},
+    {"URL: nothing else",                 {NameOf({Cn("a")}), ""},                             kUrlType,  L""                   },
 };
 
 TEST(CertGetNameString, Answers) {
@@ -144,12 +122,12 @@ TEST(CertGetNameString, Parameters) {
   const Context context =
       Certificate({NameOf({Cn("a"), Cn("b"), kOu}), ""}, Name({RelativeName({Cn("I"), kOrg})}));
   const DWORD form = CERT_X500_NAME_STR | CERT_NAME_STR_REVERSE_FLAG;
-  EXPECT_EQ(Ask(context, CERT_NAME_RDN_TYPE, &form), L"OU=Unit, CN=b, CN=a");
-  EXPECT_EQ(Ask(context, CERT_NAME_ATTR_TYPE, "2.5.4.3"), L"b");
-  EXPECT_EQ(Ask(context, CERT_NAME_ATTR_TYPE, "2.5.4.10"), L"");
-  EXPECT_EQ(Ask(context, CERT_NAME_ATTR_TYPE, "2.5.4.10", CERT_NAME_ISSUER_FLAG), L"Org");
+  EXPECT_EQ(Ask(context, kWhole, &form), L"OU=Unit, CN=b, CN=a");
+  EXPECT_EQ(Ask(context, kAttr, "2.5.4.3"), L"b");
+  EXPECT_EQ(Ask(context, kAttr, "2.5.4.10"), L"");
+  EXPECT_EQ(Ask(context, kAttr, "2.5.4.10", CERT_NAME_ISSUER_FLAG), L"Org");
   const Context other = Certificate({NameOf({}), AltName(18, kMailName)});
-  EXPECT_EQ(Ask(other, CERT_NAME_EMAIL_TYPE, nullptr, CERT_NAME_ISSUER_FLAG), L"a@name");
+  EXPECT_EQ(Ask(other, kEmail, nullptr, CERT_NAME_ISSUER_FLAG), L"a@name");
 }
 
 TEST(CertGetNameString, FriendlyName) {
@@ -159,38 +137,37 @@ TEST(CertGetNameString, FriendlyName) {
     Octets bytes;
     const wchar_t* answer;
   } kCases[] = {
-      {"with a NUL",              Octets("\x16\x04\0\0a\0\0\0\0\0\0\0", 12),    L"\u0416a"},
-      {"without a NUL",                         Octets("\x16\x04\0\0a\0\0\0",                                               8), L"\u0416a"},
-      {"a part behind",               Octets("a\0\0\0bc",                                                   6),                                           L"a"},
-      {"empty",                       Octets("\0\0\0\0a\0\0\0",     8),L"Unit"},
-      {"less than a character","ab",         L"Unit"                                       },
+      {"with a NUL",            "\x16\x04\0\0a\0\0\0\0\0\0\0"s, L"\u0416a"},
+      {"without a NUL",         "\x16\x04\0\0a\0\0\0"s,         L"\u0416a"},
+      {"a part behind",         "a\0\0\0bc"s,                   L"a"      },
+      {"empty",                 "\0\0\0\0a\0\0\0"s,             L"Unit"   },
+      {"less than a character", "ab",                           L"Unit"   },
   };
   for (const auto& [name, bytes, answer] : kCases) {
     SCOPED_TRACE(name);
     SetFriendlyName(context, bytes);
-    EXPECT_EQ(Ask(context, CERT_NAME_FRIENDLY_DISPLAY_TYPE), answer);
+    EXPECT_EQ(Ask(context, kFriendly), answer);
   }
 }
 
 TEST(CertGetNameString, Buffers) {
-  const Context context = Certificate({NameOf({Cn("\xD0\x96\xD0\x97")}), AltName(17, kUrl)});
+  const Context context = Certificate({NameOf({Cn("\xD0\x96\xD0\x97")}), San(kUrl)});
   wchar_t wide[2] = {L'?', L'?'};
-  EXPECT_EQ(CertGetNameStringW(context.get(), CERT_NAME_SIMPLE_DISPLAY_TYPE, 0, nullptr, wide, 2), 2u);
+  EXPECT_EQ(CertGetNameStringW(context.get(), kSimple, 0, nullptr, wide, 2), 2u);
   EXPECT_STREQ(wide, L"\u0416");
-  EXPECT_EQ(CertGetNameStringA(context.get(), CERT_NAME_SIMPLE_DISPLAY_TYPE, 0, nullptr, nullptr, 0), 5u);
+  EXPECT_EQ(CertGetNameStringA(context.get(), kSimple, 0, nullptr, nullptr, 0), 5u);
   for (const auto& [room, count] : {
            std::pair{5u, 5u},
            {4u, 3u},
            {2u, 1u}
   }) {
     char narrow[5];
-    EXPECT_EQ(CertGetNameStringA(context.get(), CERT_NAME_SIMPLE_DISPLAY_TYPE, 0, nullptr, narrow, room),
-              count);
+    EXPECT_EQ(CertGetNameStringA(context.get(), kSimple, 0, nullptr, narrow, room), count);
     EXPECT_EQ(Octets(narrow), Octets("\xD0\x96\xD0\x97").substr(0, count - 1));
   }
   wide[0] = L'?';
-  EXPECT_EQ(CertGetNameStringW(context.get(), CERT_NAME_URL_TYPE, 0, nullptr, wide, 0), 1u);
-  EXPECT_EQ(CertGetNameStringW(context.get(), CERT_NAME_DNS_TYPE, 0, nullptr, wide, 0), 3u);
+  EXPECT_EQ(CertGetNameStringW(context.get(), kUrlType, 0, nullptr, wide, 0), 1u);
+  EXPECT_EQ(CertGetNameStringW(context.get(), kDns, 0, nullptr, wide, 0), 3u);
   EXPECT_EQ(wide[0], L'?');
 }
 
@@ -210,7 +187,7 @@ TEST(CertGetNameString, Refusals) {
     EXPECT_TRUE(wide == L'\0' && narrow == '\0');
   }
   SetLastError(7);
-  EXPECT_EQ(CertGetNameStringW(context.get(), CERT_NAME_URL_TYPE, 0, nullptr, nullptr, 0), 1u);
+  EXPECT_EQ(CertGetNameStringW(context.get(), kUrlType, 0, nullptr, nullptr, 0), 1u);
   EXPECT_EQ(GetLastError(), 7u) << "none is an answer";
 }
 
@@ -250,7 +227,7 @@ TEST(CertIsRDNAttrsInCertificateName, Matches) {
   const Octets encoded = Name({RelativeName({Attribute(kCn, 0x13, "ab")}), RelativeName({kOu})});
   CERT_NAME_BLOB name = BlobOf(encoded);
   char cn[] = "2.5.4.3", unit[] = "2.5.4.11";
-  const Octets ab = "ab", upper = "AB", wideAb("a\0\0\0b\0\0\0", 8);
+  const Octets ab = "ab", upper = "AB", wideAb = "a\0\0\0b\0\0\0"s;
   const auto unicode = CERT_UNICODE_IS_RDN_ATTRS_FLAG;
   const struct {
     const char* name;

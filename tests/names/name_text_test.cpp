@@ -10,6 +10,7 @@
 #include "names/der_name.h"
 
 using namespace certkern::test;  // NOLINT(google-build-using-namespace): the vocabulary of these tests
+using namespace std::string_literals;
 
 namespace {
 
@@ -55,28 +56,28 @@ const struct {
   const wchar_t* quoted;
   const wchar_t* plain;
 } kValues[] = {
-    {"letters",              0x0C,     "a b",                     L"a b",          L"a b"                                                   },
-    {"nothing",              0x0C,     "",                        L"\"\"",         L""                                                      },
-    {"a quote",              0x0C,     "a\"b",                    L"\"a\"\"b\"",   L"a\"b"                                                  },
-    {"a comma",              0x13,     "a,b",                     L"\"a,b\"",      L"a,b"                                                   },
-    {"a plus sign",          0x13,     "a+b",                     L"\"a+b\"",      L"a+b"                                                   },
-    {"an equals sign",       0x13,     "a=b",                     L"\"a=b\"",      L"a=b"                                                   },
-    {"less",                 0x13,     "a<b",                     L"\"a<b\"",      L"a<b"                                                   },
-    {"greater",              0x13,     "a>b",                     L"\"a>b\"",      L"a>b"                                                   },
-    {"a hash in the middle", 0x13,     "a#b",                     L"\"a#b\"",      L"a#b"                                                   },
-    {"a semicolon",          0x13,     "a;b",                     L"\"a;b\"",      L"a;b"                                                   },
-    {"a line end",           0x13,     "a\nb",                    L"\"a\nb\"",     L"a\nb"                                                  },
-    {"a carriage return",    0x13,     "a\rb",                    L"a\rb",         L"a\rb"                                                  },
-    {"a backslash",          0x13,     "a\\b",                    L"a\\b",         L"a\\b"                                                  },
-    {"a blank at the start", 0x13,     " a",                      L"\" a\"",       L" a"                                                    },
-    {"a tab at the end",     0x13,     "a\t",                     L"\"a\t\"",      L"a\t"                                                   },
-    {"text ends at a NUL",   0x13,     Octets("a\0b",             3),              L"a",                                                      L"a"},
-    {"an octet string",                      0x04,              "\x01\xAB,",              L"#01AB2C",     L"#01AB2C"                                      },
-    {"a bit string, header and all",                      0x03, Octets("\0\x80", 2), L"#03020080",                  L"#03020080"},
-    {"UTF-8",          0x0C,                  "\xD0\x96\xF0\x9F\x98\x80",                                     L"\u0416\U0001F600",                                       L"\u0416\U0001F600"                                   },
-    {"two octets a character",   0x1E,           Octets("\x04\x16\0,",             4),L"\"\u0416,\"",L"\u0416,"},
-    {"four octets a character",        0x1C,      Octets("\0\x01\xF6\0",                               4),                                       L"\U0001F600",                                                                                                              L"\U0001F600"},
-    {"an octet that is no character",                    0x14,               "a\xE9",L"a\u00E9",L"a\u00E9"},
+    {"letters",                       0x0C, "a b",                      L"a b",              L"a b"             },
+    {"nothing",                       0x0C, "",                         L"\"\"",             L""                },
+    {"a quote",                       0x0C, "a\"b",                     L"\"a\"\"b\"",       L"a\"b"            },
+    {"a comma",                       0x13, "a,b",                      L"\"a,b\"",          L"a,b"             },
+    {"a plus sign",                   0x13, "a+b",                      L"\"a+b\"",          L"a+b"             },
+    {"an equals sign",                0x13, "a=b",                      L"\"a=b\"",          L"a=b"             },
+    {"less",                          0x13, "a<b",                      L"\"a<b\"",          L"a<b"             },
+    {"greater",                       0x13, "a>b",                      L"\"a>b\"",          L"a>b"             },
+    {"a hash in the middle",          0x13, "a#b",                      L"\"a#b\"",          L"a#b"             },
+    {"a semicolon",                   0x13, "a;b",                      L"\"a;b\"",          L"a;b"             },
+    {"a line end",                    0x13, "a\nb",                     L"\"a\nb\"",         L"a\nb"            },
+    {"a carriage return",             0x13, "a\rb",                     L"a\rb",             L"a\rb"            },
+    {"a backslash",                   0x13, "a\\b",                     L"a\\b",             L"a\\b"            },
+    {"a blank at the start",          0x13, " a",                       L"\" a\"",           L" a"              },
+    {"a tab at the end",              0x13, "a\t",                      L"\"a\t\"",          L"a\t"             },
+    {"text ends at a NUL",            0x13, "a\0b"s,                    L"a",                L"a"               },
+    {"an octet string",               0x04, "\x01\xAB,",                L"#01AB2C",          L"#01AB2C"         },
+    {"a bit string, header and all",  0x03, "\0\x80"s,                  L"#03020080",        L"#03020080"       },
+    {"UTF-8",                         0x0C, "\xD0\x96\xF0\x9F\x98\x80", L"\u0416\U0001F600", L"\u0416\U0001F600"},
+    {"two octets a character",        0x1E, "\x04\x16\0,"s,             L"\"\u0416,\"",      L"\u0416,"         },
+    {"four octets a character",       0x1C, "\0\x01\xF6\0"s,            L"\U0001F600",       L"\U0001F600"      },
+    {"an octet that is no character", 0x14, "a\xE9",                    L"a\u00E9",          L"a\u00E9"         },
 };
 
 TEST(CertNameToStr, Forms) {
@@ -175,55 +176,46 @@ TEST(CertNameToStr, NarrowIsUtf8) {
 
 // --- single values ---
 
-struct Value {
-  Value(DWORD kind, Octets octets) : type(kind), bytes(std::move(octets)) {}
-  DWORD type;
-  Octets bytes;
-};
-
 const struct {
   const char* name;
-  Value value;
+  DWORD type;
+  Octets bytes;
   std::wstring wide;
   Octets narrow;
 } kPlain[] = {
-    {"no type",                         {0, "ab"},                             L"ab",                    "ab"                                                              },
-    {"octets are characters",           {CERT_RDN_OCTET_STRING, "\x01\xE9"},   L"\x01\u00E9",            "\x01\xE9"                                                        },
-    {"narrow text, never quoted",       {CERT_RDN_PRINTABLE_STRING, "a, \"b"}, L"a, \"b",                "a, \"b"                                                          },
-    {"a NUL ends the narrow form only",
-     {CERT_RDN_IA5_STRING, Octets("a\0b", 3)},
-     std::wstring(L"a\0b",                                                                               3),
-     "a"},
-    {"16-bit units",                                 {CERT_RDN_BMP_STRING, Octets("\x16\x04,\0?", 5)},                                                         L"\u0416,", "\xD0\x96,"},
-    {"wide characters",
-     {CERT_RDN_UTF8_STRING, Octets("\x16\x04\0\0\0\xF6\x01\0", 8)},
-     L"\u0416\U0001F600",                                      "\xD0\x96\xF0\x9F\x98\x80"                                                                                                                                                   },
-    {"half a character is none",                                 {CERT_RDN_UNIVERSAL_STRING, "abc"},                                             L"",   ""},
-    {"nothing, of whatever type",                                 {77, ""},                                            L"",                            ""                                                                                                                                                                             },
+    {"no type",                         0,                         "ab",                        L"ab",               "ab"       },
+    {"octets are characters",           CERT_RDN_OCTET_STRING,     "\x01\xE9",                  L"\x01\u00E9",       "\x01\xE9" },
+    {"narrow text, never quoted",       CERT_RDN_PRINTABLE_STRING, "a, \"b",                    L"a, \"b",           "a, \"b"   },
+    {"a NUL ends the narrow form only", CERT_RDN_IA5_STRING,       "a\0b"s,                     L"a\0b"s,            "a"        },
+    {"16-bit units",                    CERT_RDN_BMP_STRING,       "\x16\x04,\0?"s,             L"\u0416,",          "\xD0\x96,"},
+    {"wide characters",                 CERT_RDN_UTF8_STRING,      "\x16\x04\0\0\0\xF6\x01\0"s, L"\u0416\U0001F600",
+     "\xD0\x96\xF0\x9F\x98\x80"                                                                                                 },
+    {"half a character is none",        CERT_RDN_UNIVERSAL_STRING, "abc",                       L"",                 ""         },
+    {"nothing, of whatever type",       77,                        "",                          L"",                 ""         },
 };
 
 TEST(CertRDNValueToStr, Values) {
-  for (const auto& [name, value, wide, narrow] : kPlain) {
+  for (const auto& [name, type, bytes, wide, narrow] : kPlain) {
     SCOPED_TRACE(name);
-    const Octets shifted = "?" + value.bytes;  // wide units may stand anywhere
+    const Octets shifted = "?" + bytes;  // wide units may stand anywhere
     CERT_RDN_VALUE_BLOB blob = BlobOf(shifted);
     ++blob.pbData;
     --blob.cbData;
     std::vector<wchar_t> w(wide.size() + 1, L'?');
     const DWORD wideCount = static_cast<DWORD>(w.size());
-    EXPECT_EQ(CertRDNValueToStrW(value.type, &blob, nullptr, 0), wideCount);
-    EXPECT_EQ(CertRDNValueToStrW(value.type, &blob, w.data(), wideCount), wideCount);
+    EXPECT_EQ(CertRDNValueToStrW(type, &blob, nullptr, 0), wideCount);
+    EXPECT_EQ(CertRDNValueToStrW(type, &blob, w.data(), wideCount), wideCount);
     EXPECT_EQ(std::wstring(w.data(), wideCount), wide + L'\0');
     std::vector<char> a(narrow.size() + 1, '?');
     const DWORD count = static_cast<DWORD>(a.size());
-    EXPECT_EQ(CertRDNValueToStrA(value.type, &blob, nullptr, 0), count);
-    EXPECT_EQ(CertRDNValueToStrA(value.type, &blob, a.data(), count), count);
+    EXPECT_EQ(CertRDNValueToStrA(type, &blob, nullptr, 0), count);
+    EXPECT_EQ(CertRDNValueToStrA(type, &blob, a.data(), count), count);
     EXPECT_EQ(a.data(), narrow);
   }
 }
 
 TEST(CertRDNValueToStr, ShortBuffersCutBetweenCharacters) {
-  const Octets bytes("\x16\x04\0\0\x16\x04\0\0", 8);
+  const Octets bytes = "\x16\x04\0\0\x16\x04\0\0"s;
   CERT_RDN_VALUE_BLOB blob = BlobOf(bytes);
   wchar_t wide[2];
   EXPECT_EQ(CertRDNValueToStrW(CERT_RDN_UTF8_STRING, &blob, wide, 2), 2u);
