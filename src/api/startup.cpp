@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "keys/pin_callback.h"
 #include "oid/function_sets.h"
 #include "platform/trace.h"
 #include "store/context_record.h"
@@ -17,7 +18,7 @@ constexpr StartupStep kSteps[] = {
     {"trace",        [] { OpenTraceContext(certkern_db_ctx, "certkern"); },
      [] { CloseTraceContext(certkern_db_ctx); }                                                                          },
     {"lazy trace",   [] { certkern_lazy_db_ctx.arm(); },                            [] { certkern_lazy_db_ctx.disarm(); }},
- // thread slots of the PIN callback
+    {"PIN slots",    CreatePinSlots,                                                DestroyPinSlots                      },
     {"OID sets",     OpenFunctionSets,                                              CloseFunctionSets                    },
     {"policy trace", [] { OpenTraceContext(pkivalidator_db_ctx, "pkivalidator"); },
      [] { CloseTraceContext(pkivalidator_db_ctx); }                                                                      },
