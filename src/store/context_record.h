@@ -67,9 +67,9 @@ ContextRecord* FindLiveContext(const void* context);
 ContextRecord* FindLiveContext(const void* context, ElementType type);
 
 // The context of an element, made if nobody holds one, with one reference for the caller. The caller keeps the element
-// alive meanwhile (a reference, or the lock of the store whose list it is in). Null with a code: ERROR_INVALID_PARAMETER
-// (no bytes, encoding), ERROR_INTERNAL_ERROR, CRYPT_E_ASN1_EOD (header), CRYPT_E_OSS_ERROR (body),
-// ERROR_NOT_ENOUGH_MEMORY; or std::bad_alloc.
+// alive meanwhile (a reference, or the lock of the store whose list it is in). Null with a code, or std::bad_alloc:
+// ERROR_INVALID_PARAMETER (no bytes, encoding), ERROR_INTERNAL_ERROR and CRYPT_E_ASN1_EOD (header), CRYPT_E_OSS_ERROR
+// (body), ERROR_NOT_ENOUGH_MEMORY.
 ContextRecord* AcquireContext(StoreElement& element);
 // The same if somebody holds one already; null without a code if not.
 ContextRecord* AcquireLiveContext(StoreElement& element);

@@ -19,8 +19,8 @@ StoreHandle OpenCollection(const OpenRequest& request) {
 
 constexpr uintptr_t kMemory = 2, kRegistry = 4, kCollection = 11;
 
-// By the numbers of CERT_STORE_PROV_...; 1 is the message's, 5 the encoded message's, 6 the serialized image's, 3, 7 and
-// 8 the files', 9, 10, 12 and 13 the system stores'.
+// By the numbers of CERT_STORE_PROV_...; 1 is the message's, 5 the encoded message's, 6 the serialized image's, 3, 7
+// and 8 the files', 9, 10, 12 and 13 the system stores'.
 constexpr StoreProvider kProviders[] = {
     {kMemory,     "memory",     OpenPlainStore},
     {kRegistry,   "registry",   OpenPlainStore},

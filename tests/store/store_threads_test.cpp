@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <barrier>
 #include <functional>
 #include <thread>
 
@@ -17,6 +18,7 @@ namespace {
 
 constexpr DWORD kThreads = 4;
 constexpr DWORD kRounds = 60;
+constexpr DWORD kRaces = 500;
 
 void InThreads(const std::function<void(DWORD)>& work) {
   std::vector<std::thread> threads;
@@ -67,9 +69,11 @@ TEST(StoreThreads, AddDeleteWalkAndAsk) {
 TEST(StoreThreads, OneObjectIsAddedOnce) {
   const StoreHandle store = OpenMemoryStore(0);
   std::atomic<DWORD> successes{0};
+  std::barrier together(kThreads);
   InThreads([&](DWORD thread) {
-    for (DWORD round = 0; round < kRounds; ++round) {
+    for (DWORD round = 0; round < kRaces; ++round) {
       const Bytes same = MakeCertificate({.serial = round});
+      together.arrive_and_wait();
       const DWORD disposition =
           thread % 2 ? CERT_STORE_ADD_NEW : CERT_STORE_ADD_REPLACE_EXISTING_INHERIT_PROPERTIES;
       successes += CertAddEncodedCertificateToStore(store.get(), 1, same.data(),
@@ -77,8 +81,8 @@ TEST(StoreThreads, OneObjectIsAddedOnce) {
           && thread % 2;
     }
   });
-  EXPECT_EQ(CountOf(*store.get(), ElementType::Certificate), kRounds);
-  EXPECT_LE(successes, kRounds);
+  EXPECT_EQ(CountOf(*store.get(), ElementType::Certificate), kRaces);
+  EXPECT_LE(successes, kRaces);
 }
 
 // The same element deleted by several holders, while its store is closed under them.
