@@ -2,7 +2,6 @@
 #include "command.h"
 #include "encoded.h"
 #include "extension_options.h"
-#include "fingerprint.h"
 #include "output.h"
 #include "signing.h"
 #include "subject.h"
@@ -61,13 +60,12 @@ std::vector<std::string> UsualUsages(const ContainerKey& key, bool ca) {
 
 ExtensionList Extensions(const CertificateArguments& arguments, const ContainerKey& key,
                          const CERT_PUBLIC_KEY_INFO& publicKey) {
-  const std::span<const BYTE> bits(publicKey.PublicKey.pbData, publicKey.PublicKey.cbData);
-  const std::optional<Bytes> keyId = Fingerprint(Digest::Sha1, bits);
-  if (!keyId) ThrowLastError("the key identifier");
+  const Bytes keyId = KeyIdentifier(publicKey);
   ExtensionOptions asked = arguments.extensions;
   if (asked.usages.empty()) asked.usages = UsualUsages(key, arguments.ca);
   ExtensionList list;
-  AddKeyIdentifiers(*keyId, list);
+  AddSubjectKeyIdentifier(keyId, list);
+  AddAuthorityKeyIdentifier(keyId, list);
   AddBasicConstraints({arguments.ca, arguments.pathLength}, list);
   AddAskedExtensions(asked, list);
   return list;

@@ -1,7 +1,10 @@
 #include "extension_options.h"
 
+#include "decoded.h"
 #include "encoded.h"
 #include "failure.h"
+#include "fingerprint.h"
+#include "oid_names.h"
 #include "subject.h"
 #include "text.h"
 
@@ -39,8 +42,7 @@ std::string PurposeOid(const std::string& purpose) {
   const auto* row = std::find_if(std::begin(kPurposes), std::end(kPurposes),
                                  [&](const PurposeRow& candidate) { return candidate.name == purpose; });
   if (row != std::end(kPurposes)) return row->oid;
-  if (purpose.find('.') != purpose.npos && purpose.find_first_not_of("0123456789.") == purpose.npos)
-    return purpose;
+  if (IsDottedOid(purpose)) return purpose;
   throw WrongUsage(
       fmt::format("--extended-usage {}: serverAuth, clientAuth, codeSigning, emailProtection, "
                   "timeStamping, OCSPSigning or a dotted identifier",
@@ -92,10 +94,12 @@ void AddAlternativeNames(const ExtensionOptions& options, ExtensionList& list) {
 
 void AddExtendedUsage(const std::vector<std::string>& purposes, ExtensionList& list) {
   if (purposes.empty()) return;
-  std::vector<std::string> oids;
-  for (const std::string& purpose : purposes) oids.push_back(PurposeOid(purpose));
-  std::vector<LPSTR> pointers;
-  for (std::string& oid : oids) pointers.push_back(oid.data());
+  std::vector<std::string> oids(purposes.size());
+  std::vector<LPSTR> pointers(purposes.size());
+  for (size_t i = 0; i < purposes.size(); ++i) {
+    oids[i] = PurposeOid(purposes[i]);
+    pointers[i] = oids[i].data();
+  }
   const CERT_ENHKEY_USAGE usage{CheckedSize(pointers.size()), pointers.data()};
   list.add(szOID_ENHANCED_KEY_USAGE, false, Encode(X509_ENHANCED_KEY_USAGE, &usage, "--extended-usage"));
 }
@@ -157,11 +161,20 @@ void AddBasicConstraints(const BasicConstraints& constraints, ExtensionList& lis
   list.add(szOID_BASIC_CONSTRAINTS2, true, Encode(X509_BASIC_CONSTRAINTS2, &info, "the basic constraints"));
 }
 
-void AddKeyIdentifiers(std::span<const BYTE> keyId, ExtensionList& list) {
-  const CRYPT_DATA_BLOB subject = BlobOf(keyId);
-  list.add(szOID_SUBJECT_KEY_IDENTIFIER, false, Encode(X509_OCTET_STRING, &subject, "the key identifier"));
+Bytes KeyIdentifier(const CERT_PUBLIC_KEY_INFO& key) {
+  const std::optional<Bytes> digest = Fingerprint(Digest::Sha1, BytesOf(key.PublicKey));
+  if (!digest) ThrowLastError("the key identifier");
+  return *digest;
+}
+
+void AddSubjectKeyIdentifier(std::span<const BYTE> keyId, ExtensionList& list) {
+  const CRYPT_DATA_BLOB blob = BlobOf(keyId);
+  list.add(szOID_SUBJECT_KEY_IDENTIFIER, false, Encode(X509_OCTET_STRING, &blob, "the key identifier"));
+}
+
+void AddAuthorityKeyIdentifier(std::span<const BYTE> keyId, ExtensionList& list) {
   CERT_AUTHORITY_KEY_ID2_INFO authority{};
-  authority.KeyId = subject;
+  authority.KeyId = BlobOf(keyId);
   list.add(szOID_AUTHORITY_KEY_IDENTIFIER2, false,
            Encode(X509_AUTHORITY_KEY_ID2, &authority, "the key identifier"));
 }

@@ -49,9 +49,12 @@ struct BasicConstraints {
   bool ca = false;
   std::optional<DWORD> pathLength;
 };
-// Basic constraints, and the key identifiers of a self-signed certificate. RFC 5280, 4.2.1
 void AddBasicConstraints(const BasicConstraints& constraints, ExtensionList& list);
-void AddKeyIdentifiers(std::span<const BYTE> keyId, ExtensionList& list);
+
+// SHA-1 of the key's bits. RFC 5280, 4.2.1.2
+Bytes KeyIdentifier(const CERT_PUBLIC_KEY_INFO& key);
+void AddSubjectKeyIdentifier(std::span<const BYTE> keyId, ExtensionList& list);
+void AddAuthorityKeyIdentifier(std::span<const BYTE> keyId, ExtensionList& list);
 
 }  // namespace certkern::cli
 

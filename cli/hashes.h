@@ -13,20 +13,20 @@ namespace certkern::cli {
 
 struct HashRow {
   std::string_view name;
-  ALG_ID algorithm;
   const char* oid;
+  ALG_ID algorithm;
   int size;  // bytes of the value
 };
 constexpr HashRow kHashes[] = {
-    {"gost2012-256", CALG_GR3411_2012_256, szOID_GOST_R3411_2012_256, 32},
-    {"gost2012-512", CALG_GR3411_2012_512, szOID_GOST_R3411_2012_512, 64},
-    {"gost94",       CALG_GR3411,          szOID_GOST_R3411_94,       32},
-    {"sha1",         CALG_SHA1,            szOID_OIWSEC_sha1,         20},
-    {"sha256",       CALG_SHA_256,         szOID_NIST_sha256,         32},
-    {"sha384",       CALG_SHA_384,         szOID_NIST_sha384,         48},
-    {"sha512",       CALG_SHA_512,         szOID_NIST_sha512,         64},
-    {"md5",          CALG_MD5,             szOID_RSA_MD5,             16},
-    {"md4",          CALG_MD4,             szOID_RSA_MD4,             16},
+    {"gost2012-256", szOID_GOST_R3411_2012_256, CALG_GR3411_2012_256, 32},
+    {"gost2012-512", szOID_GOST_R3411_2012_512, CALG_GR3411_2012_512, 64},
+    {"gost94",       szOID_GOST_R3411_94,       CALG_GR3411,          32},
+    {"sha1",         szOID_OIWSEC_sha1,         CALG_SHA1,            20},
+    {"sha256",       szOID_NIST_sha256,         CALG_SHA_256,         32},
+    {"sha384",       szOID_NIST_sha384,         CALG_SHA_384,         48},
+    {"sha512",       szOID_NIST_sha512,         CALG_SHA_512,         64},
+    {"md5",          szOID_RSA_MD5,             CALG_MD5,             16},
+    {"md4",          szOID_RSA_MD4,             CALG_MD4,             16},
 };
 
 inline std::vector<std::string> HashNames() {

@@ -1,6 +1,7 @@
 #include "key_families.h"
 
 #include "failure.h"
+#include "oid_names.h"
 
 #include <certkern/keykern.h>
 #include <certkern/oids.h>
@@ -81,10 +82,6 @@ bool SameLetters(std::string_view a, std::string_view b) {
                     [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
 }
 
-bool IsDotted(std::string_view text) {
-  return text.find('.') != text.npos && text.find_first_not_of("0123456789.") == text.npos;
-}
-
 }  // namespace
 
 std::span<const KeyFamily> KeyFamilies() { return kFamilies; }
@@ -106,7 +103,7 @@ const KeyFamily* FindFamilyByAlgorithm(ALG_ID algorithm) {
 bool IsGost(const KeyFamily& family) { return std::string_view(family.name).starts_with("gost"); }
 
 std::string ParameterSetOid(const KeyFamily& family, std::string_view name) {
-  if (IsDotted(name)) return std::string(name);
+  if (IsDottedOid(name)) return std::string(name);
   for (const ParameterSet& set : family.sets) {
     if (SameLetters(name, set.name)) return set.oid;
   }

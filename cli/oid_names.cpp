@@ -84,6 +84,12 @@ Oid NamedOid(const char* dotted, DWORD group) {
   return {dotted, row ? row->name : ""};
 }
 
+bool IsDottedOid(std::string_view text) {
+  if (text.empty() || text[0] > '2' || text.find('.') != 1) return false;
+  return text.find_first_not_of("0123456789.") == text.npos && text.find("..") == text.npos
+      && text.back() != '.';
+}
+
 int CurveBits(const char* dotted) {
   const NameRow* row = dotted ? FindRow(dotted) : nullptr;
   return row ? row->curveBits : 0;

@@ -15,7 +15,7 @@ namespace certkern::cli {
 namespace {
 
 constexpr uint64_t kMost = uint64_t{1} << 40;  // bytes
-constexpr size_t kChunk = 48 * 1024;           // whole lines of Base64
+constexpr size_t kChunk = size_t{48} * 1024;   // whole lines of Base64
 
 struct RandomArguments {
   uint64_t count = 0;

@@ -20,11 +20,12 @@ struct RequestArguments {
   OutputOptions output;
 };
 
-// The attribute extensionRequest, when there are extensions. RFC 2985, 5.4.2
-Bytes EncodeExtensions(const ExtensionOptions& options) {
+// The value of the attribute extensionRequest (RFC 2985, 5.4.2). A request without any attribute would be encoded without
+// the field that RFC 2986, 4.1 wants to see, so there is always one extension to ask for.
+Bytes EncodeExtensions(const ExtensionOptions& options, const CERT_PUBLIC_KEY_INFO& publicKey) {
   ExtensionList list;
+  AddSubjectKeyIdentifier(KeyIdentifier(publicKey), list);
   AddAskedExtensions(options, list);
-  if (list.empty()) return {};
   std::vector<CERT_EXTENSION> records = list.records();
   const CERT_EXTENSIONS extensions{CheckedSize(records.size()), records.data()};
   return Encode(X509_EXTENSIONS, &extensions, "the extensions");
@@ -33,10 +34,10 @@ Bytes EncodeExtensions(const ExtensionOptions& options) {
 int RunNew(const RequestArguments& arguments) {
   CheckDestination(arguments.output, Secrecy::Public);
   const Bytes subject = EncodeSubject(arguments.subject);
-  const Bytes extensions = EncodeExtensions(arguments.extensions);
   const ContainerKey key = OpenKey(arguments.signing.choice);
   SignatureAlgorithm algorithm = ChooseSignature(arguments.signing, key);
   PublicKeyRecord publicKey = PublicKeyOf(key);
+  const Bytes extensions = EncodeExtensions(arguments.extensions, publicKey.info());
 
   CRYPT_ATTR_BLOB value = BlobOf(extensions);
   std::string oid = szOID_RSA_certExtensions;
@@ -45,7 +46,7 @@ int RunNew(const RequestArguments& arguments) {
   request.dwVersion = CERT_REQUEST_V1;
   request.Subject = BlobOf(subject);
   request.SubjectPublicKeyInfo = publicKey.info();
-  request.cAttribute = extensions.empty() ? 0 : 1;
+  request.cAttribute = 1;
   request.rgAttribute = &attribute;
 
   Unlock(key, arguments.signing.choice.pin, arguments.signing.choice.place);

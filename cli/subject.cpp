@@ -2,10 +2,12 @@
 
 #include "encoded.h"
 #include "failure.h"
+#include "oid_names.h"
 #include "text.h"
 
 #include <certkern/errors.h>
 #include <certkern/keykern.h>
+#include <certkern/oids.h>
 #include <fmt/format.h>
 #include <CLI/Option.hpp>
 
@@ -28,12 +30,16 @@ std::string Shown(const std::string& argument) {
 
 // The types that a row of the table allows stand in it, best first, with a zero at the end.
 std::vector<DWORD> TypesOf(const CRYPT_OID_INFO* row) {
+  // RFC 4519, 2.4, narrower than the table
+  if (row && std::strcmp(row->pszOID, szOID_DOMAIN_COMPONENT) == 0)
+    return {CERT_RDN_IA5_STRING, CERT_RDN_UTF8_STRING};
   std::vector<DWORD> types;
-  if (row && row->ExtraInfo.pbData) {
-    types.resize(row->ExtraInfo.cbData / sizeof(DWORD));
-    std::memcpy(types.data(), row->ExtraInfo.pbData, types.size() * sizeof(DWORD));
+  const size_t count = row && row->ExtraInfo.pbData ? row->ExtraInfo.cbData / sizeof(DWORD) : 0;
+  for (size_t i = 0; i < count; ++i) {
+    DWORD type = 0;
+    std::memcpy(&type, row->ExtraInfo.pbData + i * sizeof(type), sizeof(type));
+    if (type) types.push_back(type);
   }
-  while (!types.empty() && types.back() == 0) types.pop_back();
   if (types.empty()) types.push_back(CERT_RDN_UTF8_STRING);
   return types;
 }
@@ -45,10 +51,6 @@ const CRYPT_OID_INFO* FindType(const std::string& type, const std::wstring& wide
     return row;
   return CryptFindOIDInfo(CRYPT_OID_INFO_OID_KEY, const_cast<char*>(type.c_str()),
                           CRYPT_RDN_ATTR_OID_GROUP_ID);
-}
-
-bool IsDotted(const std::string& text) {
-  return text.find('.') != text.npos && text.find_first_not_of("0123456789.") == text.npos;
 }
 
 CERT_RDN_ATTR RecordOf(Attribute& attribute) {
@@ -86,7 +88,7 @@ Attribute ParseAttribute(const std::string& argument) {
     throw WrongUsage(Shown(argument) + ": must be TYPE=VALUE, as in CN=Anna");
   const std::string type = argument.substr(0, equals);
   const auto* row = FindType(type, Wide(type, Shown(argument)));
-  if (!row && !IsDotted(type))
+  if (!row && !IsDottedOid(type))
     throw WrongUsage(Shown(argument)
                      + ": no such type; CN, O, OU, C, L, ST, E, SERIALNUMBER ... or a dotted identifier");
   Attribute attribute{row ? row->pszOID : type, 0, Wide(argument.substr(equals + 1), Shown(argument))};
@@ -126,12 +128,16 @@ std::wstring Wide(const std::string& utf8, const std::string& what) {
 }
 
 Bytes EncodeSubject(const std::vector<std::string>& subject) {
-  std::vector<Attribute> attributes;
-  for (const std::string& argument : subject) attributes.push_back(ParseAttribute(argument));
-  std::vector<CERT_RDN_ATTR> records;
-  for (Attribute& attribute : attributes) records.push_back(RecordOf(attribute));
-  std::vector<CERT_RDN> relatives;
-  for (CERT_RDN_ATTR& record : records) relatives.push_back({1, &record});
+  // the records point from one vector into the next: each has its size from the start
+  const size_t count = subject.size();
+  std::vector<Attribute> attributes(count);
+  std::vector<CERT_RDN_ATTR> records(count);
+  std::vector<CERT_RDN> relatives(count);
+  for (size_t i = 0; i < count; ++i) {
+    attributes[i] = ParseAttribute(subject[i]);
+    records[i] = RecordOf(attributes[i]);
+    relatives[i] = {1, &records[i]};
+  }
   const CERT_NAME_INFO name{CheckedSize(relatives.size()), relatives.data()};
   return Encode(X509_UNICODE_NAME, &name, "--subject");
 }

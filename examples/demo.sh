@@ -40,3 +40,35 @@ printf '\n== The same as JSON, for programs: serial numbers and the end of valid
 printf '$ certkern show --json d1_certificate.der d2_certificate.der d3_certificate.der | sed ...\n'
 "$certkern" show --json d1_certificate.der d2_certificate.der d3_certificate.der |
   sed -n -e 's/^    "\(file\|serialNumber\)": "\(.*\)",$/  \1: \2/p' -e 's/^      "\(notAfter\)": "\(.*\)"$/  \1: \2/p'
+
+# A key, what it signs, and what another program thinks of it.
+export XDG_DATA_HOME=$work/data
+cat >"$work/openssl.cnf" <<'END'
+openssl_conf = init
+[init]
+engines = engines
+[engines]
+gost = gost
+[gost]
+engine_id = gost
+default_algorithms = ALL
+END
+run() { # explanation, command
+  printf '\n== %s\n$ %s\n' "$1" "${*:2}"
+  case $2 in
+    certkern) "$certkern" "${@:3}" ;;
+    openssl) OPENSSL_CONF=$work/openssl.cnf "${@:2}" 2>&1 ;;
+  esac
+}
+cd "$work"
+run "A key of GOST R 34.10-2012, in a container of its own" certkern key new anna --algorithm gost2012-256 --no-pin
+run "What is in the container" certkern key show anna
+run "A request for a certificate" certkern request new --key anna --subject C=RU --subject CN=Anna --out anna.csr
+run "A certificate that the key signs itself" \
+  certkern certificate selfsign --key anna --subject C=RU --subject CN=Anna --ca --out anna.crt
+if openssl engine gost >/dev/null 2>&1; then
+  run "OpenSSL verifies the request" openssl req -in anna.csr -verify -noout
+  run "OpenSSL verifies the certificate" openssl verify -check_ss_sig -CAfile anna.crt anna.crt
+else
+  printf '\n== OpenSSL has no GOST engine on this system: its opinion is skipped\n'
+fi

@@ -2,19 +2,6 @@
 
 #include "platform/limits.h"
 
-#pragma weak SVAPI_I_CryptGetDefaultCryptProv
-#pragma weak CryptContextAddRef
-#pragma weak CryptReleaseContext
-#pragma weak CryptGenRandom
-#pragma weak CryptGenKey
-#pragma weak CryptGetUserKey
-#pragma weak CryptImportKey
-#pragma weak CryptExportKey
-#pragma weak CryptDecrypt
-#pragma weak CryptGetKeyParam
-#pragma weak CryptSetKeyParam
-#pragma weak CryptDestroyKey
-
 namespace extkern {
 namespace {
 
@@ -30,15 +17,6 @@ DWORD Code(BOOL done) {
 }
 
 }  // namespace
-
-bool HasKeys() {
-  return SVAPI_I_CryptGetDefaultCryptProv && CryptContextAddRef && CryptReleaseContext && CryptGenRandom
-      && CryptGenKey && CryptGetUserKey && CryptImportKey && CryptExportKey && CryptDecrypt
-      && CryptGetKeyParam && CryptSetKeyParam && CryptDestroyKey;
-}
-
-void ReleaseKey(HCRYPTKEY key) { CryptDestroyKey(key); }
-void ReleaseProvider(HCRYPTPROV provider) { CryptReleaseContext(provider, 0); }
 
 DWORD TakeDefaultProvider(ALG_ID algorithm, ProviderHandle& provider) {
   const HCRYPTPROV borrowed = SVAPI_I_CryptGetDefaultCryptProv(algorithm);

@@ -15,14 +15,8 @@ namespace extkern {
 
 using Bytes = certkern::SecretBytes;
 
-// A site's key library may have hashes alone, and the codecs must still load over it: where this is false, no other
-// function of this header may be called.
-bool HasKeys();
-
-void ReleaseKey(HCRYPTKEY key);
-void ReleaseProvider(HCRYPTPROV provider);
-using KeyHandle = certkern::Owner<HCRYPTKEY, ReleaseKey>;
-using ProviderHandle = certkern::Owner<HCRYPTPROV, ReleaseProvider>;
+using KeyHandle = certkern::Owner<HCRYPTKEY, CryptDestroyKey>;
+using ProviderHandle = certkern::Owner<HCRYPTPROV, CryptReleaseContext>;
 
 // The default provider of an algorithm, counted.
 DWORD TakeDefaultProvider(ALG_ID algorithm, ProviderHandle& provider);

@@ -26,7 +26,7 @@ BOOL ExchangeCall(DWORD flags, const void* reserved, Body&& body) {
   return keykern::Call([&]() -> DWORD {
     if (reserved) return ERROR_INVALID_PARAMETER;
     if (flags) return NTE_BAD_FLAGS;
-    return HasKeys() ? body() : DWORD{ERROR_CALL_NOT_IMPLEMENTED};
+    return body();
   });
 }
 

@@ -12,6 +12,8 @@
 #include <fstream>
 #include <iterator>
 
+const char* const kTool = CERTKERN_BINARY_DIR "/bin/certkern";
+
 namespace {
 
 std::string Encode(std::string_view bytes, DWORD form) {
@@ -26,11 +28,9 @@ std::string Encode(std::string_view bytes, DWORD form) {
 
 }  // namespace
 
-ToolResult RunTool(const std::vector<std::string>& arguments, std::string_view input) {
+ToolResult RunProgram(std::vector<std::string> words, std::string_view input) {
   // files, not pipes: nothing can fill up while nobody reads
   const TemporaryFile in(input), out(""), err("");
-  std::vector<std::string> words = {CERTKERN_BINARY_DIR "/bin/certkern"};
-  words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
   for (std::string& word : words) argv.push_back(word.data());
   argv.push_back(nullptr);
@@ -40,14 +40,25 @@ ToolResult RunTool(const std::vector<std::string>& arguments, std::string_view i
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, in.path().c_str(), O_RDONLY, 0);
   posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.path().c_str(), O_WRONLY, 0);
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err.path().c_str(), O_WRONLY, 0);
+  // in a session of its own it has no terminal, and whoever wants to ask there learns so
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
   pid_t child = 0;
-  const int started = posix_spawn(&child, argv[0], &actions, nullptr, argv.data(), environ);
+  const int started = posix_spawn(&child, argv[0], &actions, &attributes, argv.data(), environ);
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   EXPECT_EQ(started, 0) << argv[0];
   int status = 0;
   if (started != 0 || waitpid(child, &status, 0) != child) return {};
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), ReadFile(out.path()),
           ReadFile(err.path())};
+}
+
+ToolResult RunTool(const std::vector<std::string>& arguments, std::string_view input) {
+  std::vector<std::string> words = {kTool};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  return RunProgram(std::move(words), input);
 }
 
 std::string ReadFile(const std::string& path) {

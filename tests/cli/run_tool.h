@@ -15,6 +15,9 @@ struct ToolResult {
   std::string err;
 };
 
+extern const char* const kTool;  // path of the program
+
+ToolResult RunProgram(std::vector<std::string> words, std::string_view input = {});
 ToolResult RunTool(const std::vector<std::string>& arguments, std::string_view input = {});
 
 std::string ReadFile(const std::string& path);

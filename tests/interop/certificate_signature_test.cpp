@@ -121,6 +121,32 @@ TEST_F(CertificateSignatures, OfAnotherKey) {
   }
 }
 
+// A good signature under the name of another algorithm with the same hash.
+TEST_F(CertificateSignatures, UnderALyingName) {
+  const struct {
+    const char *name, *lie;
+  } kCases[] = {
+      {"rsa-sha256",   "1.2.840.10045.4.3.2"  },
+      {"P-256-sha256", "1.2.840.113549.1.1.11"},
+      {"ED448",        "1.3.101.112"          }
+  };
+  for (const auto& [name, lie] : kCases) {
+    SCOPED_TRACE(name);
+    const Bytes certificate = readCertificate(name);
+    const Decoded<CERT_INFO> info(X509_CERT_TO_BE_SIGNED, certificate);
+    const Decoded<CERT_SIGNED_CONTENT_INFO> parts(X509_CERT, certificate);
+    ASSERT_TRUE(info.record && parts.record);
+    parts.record->SignatureAlgorithm.pszObjId = const_cast<char*>(lie);
+    DWORD size = 0;
+    ASSERT_TRUE(CryptEncodeObject(X509_ASN_ENCODING, X509_CERT, parts.record, nullptr, &size));
+    Bytes renamed(size);
+    ASSERT_TRUE(CryptEncodeObject(X509_ASN_ENCODING, X509_CERT, parts.record, renamed.data(), &size));
+    renamed.resize(size);
+    EXPECT_FALSE(Verify(renamed, &info->SubjectPublicKeyInfo));
+    EXPECT_EQ(GetLastError(), DWORD{NTE_BAD_SIGNATURE});
+  }
+}
+
 // Nothing that is changed inside the signed part or the signature passes; elsewhere it is only that nothing breaks.
 TEST_F(CertificateSignatures, EachByteCounts) {
   for (const char* name : {"P-256-sha256", "bound-pss", "gost2012_256-TCA"}) {

@@ -80,6 +80,8 @@ DWORD StripReader(std::string_view given, std::string& name) {
         given.size() >= kOwn.size() && strncasecmp(given.data(), kOwn.data(), kOwn.size()) == 0;
     if (!isOwn) return NTE_KEYSET_NOT_DEF;
     given.remove_prefix(kOwn.size());
+    // given back alone, as a name is told, it would be taken for a reader and lead to another container
+    if (given.starts_with(kDevice)) return NTE_BAD_KEYSET_PARAM;
   }
   if (given.empty() || std::ranges::any_of(given, IsControl) || !IsUtf8(given)
       || ToFileName(given).size() > certkern::kMaxContainerName) {

@@ -130,6 +130,19 @@ TEST(KeyExchangeExport, AgreementUnder28147) {
   }
 }
 
+// openssl does not look at them, but others may.
+TEST(KeyExchangeExport, ParametersOfKexp) {
+  for (const bool agreement : {false, true}) {
+    Envelope with256, with512;
+    EXPECT_EQ(Seal(MadeParty(k256), kMagma, {}, {.agreement = agreement}, with256), 0u);
+    EXPECT_EQ(Seal(MadeParty(k512), kKuznyechik, {}, {.agreement = agreement}, with512), 0u);
+    EXPECT_EQ(with256.keyEncryption.oid, "1.2.643.7.1.1.7.1.1");
+    EXPECT_EQ(with512.keyEncryption.oid, "1.2.643.7.1.1.7.2.1");
+    EXPECT_EQ(with256.keyEncryption.parameters, Bytes(der::Sequence({der::Oid("1.2.643.7.1.1.6.1")})));
+    EXPECT_EQ(with512.keyEncryption.parameters, Bytes(der::Sequence({der::Oid("1.2.643.7.1.1.6.2")})));
+  }
+}
+
 // A substitution box and an initial value of the caller's choice, and the boxes that are chosen otherwise.
 TEST(KeyExchangeExport, ContentParameters) {
   const ByteVector plain = SomeContent(20);

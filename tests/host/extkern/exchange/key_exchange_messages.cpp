@@ -215,8 +215,12 @@ DWORD TakeAgreedKey(const Envelope& envelope, const Party& recipient, KeyHandle&
   CMSG_KEY_AGREE_RECIPIENT_INFO info = {};
   info.dwVersion = 3;
   info.dwOriginatorChoice = envelope.originatorChoice;
-  if (envelope.originatorChoice == CMSG_KEY_AGREE_ORIGINATOR_PUBLIC_KEY)
+  if (envelope.originatorChoice == CMSG_KEY_AGREE_ORIGINATOR_PUBLIC_KEY) {
     info.OriginatorPublicKeyInfo = {envelope.originator.record(), originatorKey};
+  } else {
+    info.OriginatorCertId.dwIdChoice = CERT_ID_ISSUER_SERIAL_NUMBER;
+    info.OriginatorCertId.IssuerSerialNumber = {BlobOf(recipient.issuerAndSerial), {}};
+  }
   info.UserKeyingMaterial = BlobOf(envelope.ukm);
   info.KeyEncryptionAlgorithm = envelope.keyEncryption.record();
   info.cRecipientEncryptedKeys = 1;
