@@ -52,9 +52,9 @@ CERTKERN_API DWORD CertNameToStrW(DWORD dwCertEncodingType, PCERT_NAME_BLOB pNam
  *  @param ppszError   may be NULL; receives where in pszX500 the text is wrong, or NULL. In UTF-8 that counts a
  *                     character as one byte
  *  @return TRUE or FALSE
- *  @errors E_INVALIDARG: the form, no text, no pcbEncoded; CRYPT_E_INVALID_X500_STRING: the syntax; CRYPT_E_INVALID_NUMERIC_STRING,
- *          CRYPT_E_INVALID_PRINTABLE_STRING, CRYPT_E_INVALID_IA5_STRING: a value that its type can't hold;
- *          ERROR_MORE_DATA; ERROR_INTERNAL_ERROR */
+ *  @errors E_INVALIDARG: the form, no text, no pcbEncoded; CRYPT_E_INVALID_X500_STRING: the syntax;
+ *          CRYPT_E_INVALID_NUMERIC_STRING, CRYPT_E_INVALID_PRINTABLE_STRING, CRYPT_E_INVALID_IA5_STRING: a value that
+ *          its type can't hold; ERROR_MORE_DATA; ERROR_INTERNAL_ERROR */
 CERTKERN_API BOOL CertStrToNameA(DWORD dwCertEncodingType, LPCSTR pszX500, DWORD dwStrType, void* pvReserved,
                                  BYTE* pbEncoded, DWORD* pcbEncoded, LPCSTR* ppszError);
 /** As CertStrToNameA. */
