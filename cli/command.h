@@ -29,6 +29,7 @@ Runner PrepareRequest(CLI::App& group);
 Runner PrepareCertificate(CLI::App& group);
 Runner PrepareRandom(CLI::App& command);
 Runner PrepareHash(CLI::App& command);
+Runner PrepareName(CLI::App& group);
 // Of the group "key".
 Runner PrepareKeyImport(CLI::App& command);
 Runner PrepareKeyExport(CLI::App& command);

@@ -15,12 +15,13 @@ namespace certkern::cli {
 namespace {
 
 constexpr Command kCommands[] = {
-    {"show",        "Show certificates, CRLs and certificate requests",   PrepareShow       },
-    {"key",         "Make, list, import, export and delete private keys", PrepareKey        },
-    {"request",     "Make certificate requests",                          PrepareRequest    },
-    {"certificate", "Make self-signed certificates",                      PrepareCertificate},
-    {"hash",        "Hash files",                                         PrepareHash       },
-    {"random",      "Write random bytes",                                 PrepareRandom     },
+    {"show",        "Show certificates, CRLs and certificate requests",           PrepareShow       },
+    {"key",         "Make, list, import, export and delete private keys",         PrepareKey        },
+    {"request",     "Make certificate requests",                                  PrepareRequest    },
+    {"certificate", "Make self-signed certificates",                              PrepareCertificate},
+    {"name",        "Encode distinguished names, and write encoded ones as text", PrepareName       },
+    {"hash",        "Hash files",                                                 PrepareHash       },
+    {"random",      "Write random bytes",                                         PrepareRandom     },
 };
 
 // The parser takes "[a,b]" for a list of two values; where files stand, it is a file of that name.

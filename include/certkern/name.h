@@ -30,26 +30,31 @@ CERTKERN_EXTERN_C_BEGIN
  *  @param dwStrType           form and modifiers; form 0 is CERT_SIMPLE_NAME_STR
  *  @param psz                 receives the text and its NUL; NULL asks for the size
  *  @param csz                 bytes at psz; 0 asks for the size
- *  @return bytes with the NUL; for a size query an upper bound
- *  @errors ERROR_INTERNAL_ERROR, or those of WideCharToMultiByte; success clears the last error */
+ *  @return bytes with the NUL; for a size query an upper bound. A text of as many characters as csz or more is cut; one
+ *          that then does not fit is an empty text and 1
+ *  @errors ERROR_MORE_DATA: it does not fit; ERROR_INTERNAL_ERROR; those of WideCharToMultiByte; success clears the last
+ *          error */
 CERTKERN_API DWORD CertNameToStrA(DWORD dwCertEncodingType, PCERT_NAME_BLOB pName, DWORD dwStrType, LPSTR psz,
                                   DWORD csz);
-/** As CertNameToStrA, in wide characters; a text that does not fit is cut, and the result is csz then. */
+/** As CertNameToStrA, in wide characters; a text that does not fit is cut, and the result is csz then. What is left of
+ *  the buffer is filled with zeros. */
 CERTKERN_API DWORD CertNameToStrW(DWORD dwCertEncodingType, PCERT_NAME_BLOB pName, DWORD dwStrType,
                                   LPWSTR psz, DWORD csz);
 
 /** Reads a name from text and encodes it. A key is a name of the OID table or a dotted identifier, with or without
- *  "OID." before it; a value may be quoted, and begins with # when it is hexadecimal.
+ *  "OID." before it; a value may be quoted, and begins with # when it is hexadecimal. The table tells the type of a
+ *  value: of a key that it does not have it is CERT_RDN_PRINTABLE_STRING, and no PrintableString may hold digits here.
  *  @param dwStrType   form (not CERT_SIMPLE_NAME_STR) and modifiers; without a separator flag commas and semicolons
  *                     separate
  *  @param pvReserved  NULL
  *  @param pbEncoded   receives the encoded Name; NULL asks for the size
  *  @param pcbEncoded  in: bytes at pbEncoded; out: the size
- *  @param ppszError   may be NULL; receives where in pszX500 the text is wrong, or NULL
+ *  @param ppszError   may be NULL; receives where in pszX500 the text is wrong, or NULL. In UTF-8 that counts a
+ *                     character as one byte
  *  @return TRUE or FALSE
- *  @errors E_INVALIDARG: the form; CRYPT_E_INVALID_X500_STRING: the syntax; CRYPT_E_INVALID_NUMERIC_STRING,
- *          CRYPT_E_INVALID_PRINTABLE_STRING, CRYPT_E_INVALID_IA5_STRING: a value that its type can't hold;
- *          ERROR_MORE_DATA; ERROR_INTERNAL_ERROR */
+ *  @errors E_INVALIDARG: the form, no text, no pcbEncoded; CRYPT_E_INVALID_X500_STRING: the syntax;
+ *          CRYPT_E_INVALID_NUMERIC_STRING, CRYPT_E_INVALID_PRINTABLE_STRING, CRYPT_E_INVALID_IA5_STRING: a value that
+ *          its type can't hold; ERROR_MORE_DATA; ERROR_INTERNAL_ERROR */
 CERTKERN_API BOOL CertStrToNameA(DWORD dwCertEncodingType, LPCSTR pszX500, DWORD dwStrType, void* pvReserved,
                                  BYTE* pbEncoded, DWORD* pcbEncoded, LPCSTR* ppszError);
 /** As CertStrToNameA. */
@@ -83,7 +88,7 @@ CERTKERN_API DWORD CertRDNValueToStrW(DWORD dwValueType, PCERT_RDN_VALUE_BLOB pV
 /** Answers a name of a certificate's subject or issuer.
  *  @param dwType         CERT_NAME_..._TYPE
  *  @param pszNameString  receives the text and its NUL; NULL asks for the size
- *  @param cchNameString  bytes at pszNameString
+ *  @param cchNameString  bytes at pszNameString; a text that does not fit is cut between characters
  *  @return bytes with the NUL; 1 when there is no such name, or on failure
  *  @errors ERROR_INVALID_PARAMETER: no certificate, an unknown type */
 CERTKERN_API DWORD CertGetNameStringA(PCCERT_CONTEXT pCertContext, DWORD dwType, DWORD dwFlags,
