@@ -65,6 +65,20 @@ inline constexpr size_t kMaxAnnouncedSignings = 1024;
 // A key blob, decoded or made.
 inline constexpr size_t kMaxKeyBlob = size_t{1} << 20;
 
+// Properties of one object in serialized form. Looking one up is a walk over them.
+inline constexpr size_t kMaxElementProperties = size_t{1} << 16;
+
+// A file that holds a store, and so the image that is written into one.
+inline constexpr size_t kMaxStoreFile = size_t{1} << 30;
+
+// Bytes of a store's path, and of what a location's directory is called, NUL included.
+inline constexpr size_t kMaxStorePath = 4096;
+inline constexpr size_t kMaxStoreDirectory = 1024;
+
+// The name of a system store: wide characters without NUL, and bytes as part of its path, NUL included.
+inline constexpr size_t kMaxSystemStoreName = 4096;
+inline constexpr size_t kMaxSystemStoreFileName = 512;
+
 }  // namespace certkern
 
 #endif

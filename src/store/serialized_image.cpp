@@ -1,0 +1,199 @@
+#include "store/serialized_image.h"
+
+#include <certkern/errors.h>
+
+#include <algorithm>
+#include <cstring>
+#include <unordered_set>
+
+#include "ber/read_cursor.h"
+#include "platform/limits.h"
+#include "platform/sizes.h"
+#include "store/context_property.h"
+
+namespace certkern {
+namespace {
+
+constexpr size_t kRecordHeader = 12;
+constexpr DWORD kFirstObject = 32, kLastObject = 63;
+constexpr DWORD kPropertyAmongObjects = 35;
+
+bool IsObject(DWORD id) { return id >= kFirstObject && id <= kLastObject && id != kPropertyAmongObjects; }
+
+// What would be read back as something else is left out: an object's identifier, or that of the end marker. The key
+// context is a handle of this process.
+bool IsWritable(DWORD id) { return id != 0 && id != CERT_KEY_CONTEXT_PROP_ID && !IsObject(id); }
+
+// --- writing ---
+
+void PutWord(std::vector<BYTE>& out, DWORD word) {
+  for (int shift = 0; shift < 32; shift += 8) out.push_back(static_cast<BYTE>(word >> shift));
+}
+
+bool Grow(ImageBytes& image, uint64_t more) {
+  if (!FitsDword(image.size + more)) return Fault(ERROR_NOT_ENOUGH_MEMORY);
+  image.size += more;
+  return true;
+}
+
+bool PutBytes(ImageBytes& image, std::span<const BYTE> bytes) {
+  if (!Grow(image, bytes.size())) return false;
+  if (image.mode == ImageBytes::Mode::Keep) image.bytes.insert(image.bytes.end(), bytes.begin(), bytes.end());
+  return true;
+}
+
+bool PutRecord(ImageBytes& image, DWORD id, std::span<const BYTE> body) {
+  if (!Grow(image, kRecordHeader)) return false;
+  if (image.mode == ImageBytes::Mode::Keep) {
+    PutWord(image.bytes, id);
+    PutWord(image.bytes, X509_ASN_ENCODING);
+    PutWord(image.bytes, static_cast<DWORD>(body.size()));
+  }
+  return PutBytes(image, body);
+}
+
+bool IsLeftOut(const CertStore& store, StoreElement& element, ImageUse use) {
+  if (use == ImageUse::Commit) return element.isLink;
+  if (store.has(CERT_STORE_ENUM_ARCHIVED_FLAG)) return false;
+  const PropertyLock guard(element.properties->lock);
+  return element.properties->items.find(CERT_ARCHIVED_PROP_ID) != nullptr;
+}
+
+bool PutList(CertStore& store, ElementType type, ImageUse use, ImageBytes& image) {
+  const std::lock_guard guard(store.lock);
+  for (StoreElement* each = store.list(type).oldest; each; each = each->prev) {
+    if (!IsLeftOut(store, *each, use) && !SerializeElement(*each, image)) return false;
+  }
+  return true;
+}
+
+// --- reading ---
+
+DWORD WordAt(std::span<const BYTE> bytes, size_t at) {
+  DWORD word = 0;
+  for (size_t i = 4; i--;) word = word << 8 | bytes[at + i];
+  return word;
+}
+
+struct Record {
+  DWORD id;
+  std::span<const BYTE> body;
+};
+
+// A marker has no body, whatever its length says.
+bool TakeRecord(std::span<const BYTE>& rest, Record& record) {
+  if (rest.size() < kRecordHeader) return Fault(ERROR_END_OF_MEDIA);
+  record.id = WordAt(rest, 0);
+  const DWORD length = record.id ? WordAt(rest, 8) : 0;
+  rest = rest.subspan(kRecordHeader);
+  if (length > rest.size()) return Fault(CRYPT_E_FILE_ERROR);
+  record.body = rest.first(length);
+  rest = rest.subspan(length);
+  return true;
+}
+
+enum class Step { Element, End, Failed };
+
+Step Fail(DWORD code) {
+  SetLastError(code);
+  return Step::Failed;
+}
+
+Step TakeElement(std::span<const BYTE>& rest, ImageContent& content) {
+  const size_t first = content.properties.size();
+  Record record{};
+  while (TakeRecord(rest, record)) {
+    const size_t pending = content.properties.size() - first;
+    if (record.id == 0) return pending ? Fail(CRYPT_E_FILE_ERROR) : Step::End;
+    if (!IsObject(record.id)) {
+      if (pending == kMaxElementProperties) return Fail(CRYPT_E_FILE_ERROR);
+      content.properties.push_back({record.id, record.body});
+      continue;
+    }
+    const auto type = static_cast<ElementType>(record.id);
+    if (type == ElementType::Certificate || type == ElementType::Crl) {
+      content.elements.push_back({type, record.body, first, pending});
+      return Step::Element;
+    }
+    content.properties.resize(first);  // an object of a kind that stores don't keep
+  }
+  return Step::Failed;
+}
+
+// Of those with one identifier the last one stays, where it stands: as if each had been set in turn.
+std::vector<const ImageProperty*> WithoutReplaced(std::span<const ImageProperty> properties) {
+  std::vector<const ImageProperty*> kept;
+  std::unordered_set<DWORD> seen;
+  for (size_t i = properties.size(); i--;) {
+    if (seen.insert(properties[i].id).second) kept.push_back(&properties[i]);
+  }
+  std::reverse(kept.begin(), kept.end());
+  return kept;
+}
+
+}  // namespace
+
+bool SerializeElement(const StoreElement& element, ImageBytes& image) {
+  const PropertyLock guard(element.properties->lock);
+  for (const PropertyItem* item = element.properties->items.first(); item; item = item->next) {
+    if (IsWritable(item->id) && !PutRecord(image, item->id, item->bytes())) return false;
+  }
+  return PutRecord(image, static_cast<DWORD>(element.type), element.encoded());
+}
+
+bool SerializeStore(CertStore& store, ImageUse use, ImageBytes& image) {
+  if (!PutBytes(image, kImageMagic)) return false;
+  const StoreMembers members(store);
+  for (const ElementType type : {ElementType::Certificate, ElementType::Crl}) {
+    for (size_t i = 0; i < members.size(); ++i) {
+      if (!PutList(members[i], type, use, image)) return false;
+    }
+  }
+  constexpr std::array<BYTE, kRecordHeader> kEnd{};
+  return PutBytes(image, kEnd);
+}
+
+bool HasImageMagic(std::span<const BYTE> bytes) {
+  return bytes.size() >= kImageMagic.size()
+      && std::ranges::equal(bytes.first(kImageMagic.size()), kImageMagic);
+}
+
+bool ReadImage(std::span<const BYTE> bytes, ImageContent& content) {
+  if (bytes.size() < kImageMagic.size()) return Fault(ERROR_END_OF_MEDIA);
+  if (!HasImageMagic(bytes)) return Fault(CRYPT_E_FILE_ERROR);
+  std::span<const BYTE> rest = bytes.subspan(kImageMagic.size());
+  Step step;
+  do step = TakeElement(rest, content);
+  while (step == Step::Element);
+  return step == Step::End;
+}
+
+bool ReadImageElement(std::span<const BYTE> bytes, ImageContent& content) {
+  std::span<const BYTE> rest = bytes;
+  const Step step = TakeElement(rest, content);
+  if (step == Step::End) return Fault(CRYPT_E_FILE_ERROR);
+  return step == Step::Element;
+}
+
+ElementOwner MakeImageElement(const ImageContent& content, const ImageElement& element, CertStore& store) {
+  PropertyList items;
+  for (const ImageProperty* each : WithoutReplaced(content.propertiesOf(element))) {
+    PropertyItemOwner item = NewPropertyItem(each->id, each->value);
+    if (!item) return {};
+    items.append(std::move(item));
+  }
+  return NewElement(element.type, X509_ASN_ENCODING, element.encoded, &store,
+                    NewPropertyBlock(std::move(items)));
+}
+
+bool LinkImage(const ImageContent& content, CertStore& store) {
+  for (const ImageElement& each : content.elements) {
+    ElementOwner element = MakeImageElement(content, each, store);
+    if (!element) return false;
+    const std::lock_guard guard(store.lock);
+    LinkElement(store, std::move(element));
+  }
+  return true;
+}
+
+}  // namespace certkern
