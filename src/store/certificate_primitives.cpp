@@ -18,17 +18,6 @@ struct KeyUsageRecord {
 
 std::span<const BYTE> Bytes(const CRYPT_DATA_BLOB& blob) { return {blob.pbData, blob.cbData}; }
 
-// Top bytes that only repeat the sign of the one below them tell nothing. The last byte always stays.
-std::span<const BYTE> WithoutSignBytes(std::span<const BYTE> integer) {
-  const auto redundant = [&] {
-    const BYTE top = integer.back();
-    const bool nextIsNegative = (integer[integer.size() - 2] & 0x80) != 0;
-    return (top == 0x00 && !nextIsNegative) || (top == 0xFF && nextIsNegative);
-  };
-  while (integer.size() > 1 && redundant()) integer = integer.first(integer.size() - 1);
-  return integer;
-}
-
 }  // namespace
 
 LONG CompareWithValidity(const FILETIME& moment, const CERT_INFO& certificate) {
@@ -43,6 +32,16 @@ bool IsValidityNested(const CERT_INFO& subject, const CERT_INFO& issuer) {
 
 bool AreSameBytes(const CRYPT_DATA_BLOB& one, const CRYPT_DATA_BLOB& other) {
   return std::ranges::equal(Bytes(one), Bytes(other));
+}
+
+std::span<const BYTE> WithoutSignBytes(std::span<const BYTE> integer) {
+  const auto redundant = [&] {
+    const BYTE top = integer.back();
+    const bool nextIsNegative = (integer[integer.size() - 2] & 0x80) != 0;
+    return (top == 0x00 && !nextIsNegative) || (top == 0xFF && nextIsNegative);
+  };
+  while (integer.size() > 1 && redundant()) integer = integer.first(integer.size() - 1);
+  return integer;
 }
 
 bool AreSameIntegers(const CRYPT_INTEGER_BLOB& one, const CRYPT_INTEGER_BLOB& other) {

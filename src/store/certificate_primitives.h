@@ -39,6 +39,9 @@ inline bool IsWhole(const CRYPT_DATA_BLOB* blob) { return blob && (blob->pbData 
 // Of whole blobs. Names are compared as bytes, integers by value.
 bool AreSameBytes(const CRYPT_DATA_BLOB& one, const CRYPT_DATA_BLOB& other);
 bool AreSameIntegers(const CRYPT_INTEGER_BLOB& one, const CRYPT_INTEGER_BLOB& other);
+// What AreSameIntegers compares: top bytes that only repeat the sign of the one below them tell nothing. The last byte
+// always stays.
+std::span<const BYTE> WithoutSignBytes(std::span<const BYTE> integer);
 
 // Fills the whole buffer: with the bits as far as there are any, then with zeros. False with last error 0: the
 // certificate does not say; with another: it can't be read.

@@ -43,7 +43,8 @@ struct StoreElement {
   const ElementType type;
   const DWORD encoding;  // what contexts report
   uint32_t refs = 1;
-  std::atomic<DWORD> encodedLength;  // bytes; that of the DER object once a context was made
+  std::atomic<DWORD> encodedLength;   // bytes; that of the DER object once a context was made
+  uint32_t indexSlot = ~uint32_t{0};  // the index's own, under the store's lock
 
   StoreElement(ElementType elementType, DWORD encodingType, DWORD length)
       : type(elementType), encoding(encodingType), encodedLength(length) {}

@@ -1,0 +1,24 @@
+// Who issued a certificate, and whether it passes the checks that need only its issuer.
+#ifndef CERTKERN_STORE_ISSUER_H
+#define CERTKERN_STORE_ISSUER_H
+
+#include <certkern/find.h>
+
+#include "store/context_record.h"
+#include "store/store_record.h"
+
+namespace certkern {
+
+// The checks that may be asked for.
+inline constexpr DWORD kSubjectChecks = CERT_STORE_SIGNATURE_FLAG | CERT_STORE_TIME_VALIDITY_FLAG;
+
+// CertVerifySubjectCertificateContext: clears the flag of each check that succeeds. A null context: its checks are not
+// made, and their flags stay.
+void CheckSubject(const ContextRecord* subject, const ContextRecord* issuer, DWORD& flags);
+
+// CertGetIssuerCertificateFromStore. Empty with a code.
+ContextOwner FindIssuer(CertStore* store, const ContextRecord& subject, ContextOwner previous, DWORD& flags);
+
+}  // namespace certkern
+
+#endif
