@@ -29,9 +29,6 @@ inline constexpr size_t kMaxTraceRecord = 4096;
 // Bytes of a mutex name. Names are made of whole paths, so they may be as long as these, and a suffix.
 inline constexpr size_t kMaxMutexName = 4096 + 256;
 
-// Wide characters of a system store's name. What is longer cannot name a file anyway.
-inline constexpr size_t kMaxSystemStoreName = 4096;
-
 // Conversions between code pages count in int; one wide character is four bytes of a record.
 inline constexpr size_t kMaxConvertedText = 0x7FFFFFFF / sizeof(wchar_t);
 

@@ -8,6 +8,7 @@
 
 #include "ber/read_cursor.h"
 #include "store/serialized_image.h"
+#include "store/system_store.h"
 
 namespace certkern {
 namespace {
@@ -18,15 +19,19 @@ StoreHandle OpenCollection(const OpenRequest& request) {
   return store;
 }
 
-constexpr uintptr_t kMemory = 2, kRegistry = 4, kSerialized = 6, kCollection = 11;
+constexpr uintptr_t kMemory = 2, kRegistry = 4, kSerialized = 6, kSystemA = 9, kSystemW = 10,
+                    kCollection = 11, kSystemRegistryA = 12, kSystemRegistryW = 13;
 
-// By the numbers of CERT_STORE_PROV_...; 1 is the message's, 5 the encoded message's, 6 the serialized image's, 3, 7
-// and 8 the files', 9, 10, 12 and 13 the system stores'.
+// By the numbers of CERT_STORE_PROV_...; 1 is the message's, 5 the encoded message's, 3, 7 and 8 the files'.
 constexpr StoreProvider kProviders[] = {
-    {kMemory,     "memory",     OpenPlainStore},
-    {kRegistry,   "registry",   OpenPlainStore},
-    {kSerialized, "serialized", OpenPlainStore},
-    {kCollection, "collection", OpenCollection},
+    {kMemory,          "memory",                             OpenPlainStore    },
+    {kRegistry,        "registry",                           OpenPlainStore    },
+    {kSerialized,      "serialized",                         OpenPlainStore    },
+    {kSystemA,         "system store, narrow name",          OpenSystemStoreA  },
+    {kSystemW,         "system store",                       OpenSystemStoreW  },
+    {kCollection,      "collection",                         OpenCollection    },
+    {kSystemRegistryA, "store of one location, narrow name", OpenRegistryStoreA},
+    {kSystemRegistryW, "store of one location",              OpenRegistryStoreW},
 };
 
 constexpr StoreKind kKinds[] = {
