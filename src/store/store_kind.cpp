@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "ber/read_cursor.h"
+#include "store/persistent_store.h"
 #include "store/serialized_image.h"
 
 namespace certkern {
@@ -18,22 +19,33 @@ StoreHandle OpenCollection(const OpenRequest& request) {
   return store;
 }
 
-constexpr uintptr_t kMemory = 2, kRegistry = 4, kSerialized = 6, kCollection = 11;
+constexpr uintptr_t kMemory = 2, kStream = 3, kRegistry = 4, kSerialized = 6, kNarrowPath = 7, kPath = 8,
+                    kCollection = 11, kNarrowSystem = 12, kSystem = 13;
+static_assert(kNarrowPath + 1 == kPath && kNarrowSystem + 1 == kSystem, "OpenByNarrowText counts on it");
 
-// By the numbers of CERT_STORE_PROV_...; 1 is the message's, 5 the encoded message's, 6 the serialized image's, 3, 7 and
-// 8 the files', 9, 10, 12 and 13 the system stores'.
+// By the numbers of CERT_STORE_PROV_...; 1 is the message's, 5 the encoded message's, 9 and 10 the collections of system
+// stores.
 constexpr StoreProvider kProviders[] = {
-    {kMemory,     "memory",     OpenPlainStore},
-    {kRegistry,   "registry",   OpenPlainStore},
-    {kSerialized, "serialized", OpenPlainStore},
-    {kCollection, "collection", OpenCollection},
+    {kMemory,       "memory",                   OpenPlainStore  },
+    {kRegistry,     "registry",                 OpenPlainStore  },
+    {kStream,       "stream",                   OpenPlainStore  },
+    {kSerialized,   "serialized",               OpenPlainStore  },
+    {kNarrowPath,   "path (narrow)",            OpenByNarrowText},
+    {kPath,         "path",                     OpenPlainStore  },
+    {kNarrowSystem, "system registry (narrow)", OpenByNarrowText},
+    {kSystem,       "system registry",          OpenPlainStore  },
+    {kCollection,   "collection",               OpenCollection  },
 };
 
 constexpr StoreKind kKinds[] = {
-    {kMemory,     "memory",     false, false, nullptr,            nullptr, nullptr, nullptr},
-    {kRegistry,   "registry",   true,  false, nullptr,            nullptr, nullptr, nullptr},
-    {kSerialized, "serialized", true,  false, LoadSerializedBlob, nullptr, nullptr, nullptr},
-    {kCollection, "collection", false, true,  nullptr,            nullptr, nullptr, nullptr},
+    {kMemory,     "memory",          false, false, nullptr,            nullptr,           nullptr,           nullptr         },
+    {kRegistry,   "registry",        true,  false, nullptr,            nullptr,           nullptr,           nullptr         },
+    {kSerialized, "serialized",      true,  false, LoadSerializedBlob, nullptr,           nullptr,           nullptr         },
+    {kStream,     "stream",          true,  false, LoadStreamStore,    CommitFileStore,   nullptr,           ReleaseStoreFile},
+    {kPath,       "path",            true,  false, LoadPathStore,      CommitFileStore,   nullptr,           ReleaseStoreFile},
+    {kSystem,     "system registry", true,  true,  LoadSystemStore,    CommitSystemStore, ResyncSystemStore,
+     ReleaseStoreFile                                                                                                        },
+    {kCollection, "collection",      false, true,  nullptr,            nullptr,           nullptr,           nullptr         },
 };
 
 // A store that did not come to be: nothing of it is written, and a provider that the caller gave stays the caller's.
