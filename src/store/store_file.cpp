@@ -15,6 +15,18 @@
 namespace certkern {
 namespace {
 
+// Threads that write one stream without a lock of the file do so one after the other.
+class StreamLock {
+ public:
+  explicit StreamLock(std::FILE* stream) : stream_(stream) { ::flockfile(stream_); }
+  ~StreamLock() { ::funlockfile(stream_); }
+  StreamLock(const StreamLock&) = delete;
+  StreamLock& operator=(const StreamLock&) = delete;
+
+ private:
+  std::FILE* const stream_;
+};
+
 // Special files can't be synced, and need not be.
 bool SyncFile(std::FILE* stream) {
   return ::fsync(fileno(stream)) == 0 || errno == EINVAL || Fault(ERROR_WRITE_FAULT);
@@ -60,6 +72,7 @@ bool ReadWholeFile(std::FILE* stream, std::vector<BYTE>& bytes) {
 }
 
 bool RewriteFile(std::FILE* stream, std::span<const BYTE> image) {
+  const StreamLock whole(stream);
   return SeekFile(stream, 0, SEEK_SET) && TruncateFile(stream) && WriteFile(stream, image)
       && FlushFile(stream);
 }
