@@ -2,12 +2,50 @@
 
 #include <certkern/errors.h>
 
-#include <algorithm>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include "ber/read_cursor.h"
 #include "platform/limits.h"
+#include "store/journal.h"
 
 namespace certkern {
+namespace {
+
+// Threads that write one stream without a lock of the file do so one after the other.
+class StreamLock {
+ public:
+  explicit StreamLock(std::FILE* stream) : stream_(stream) { ::flockfile(stream_); }
+  ~StreamLock() { ::funlockfile(stream_); }
+  StreamLock(const StreamLock&) = delete;
+  StreamLock& operator=(const StreamLock&) = delete;
+
+ private:
+  std::FILE* const stream_;
+};
+
+// Special files can't be synced, and need not be.
+bool SyncFile(std::FILE* stream) {
+  return ::fsync(fileno(stream)) == 0 || errno == EINVAL || Fault(ERROR_WRITE_FAULT);
+}
+
+// A file that was replaced or removed under an open store is written where it is, and leaves the path alone.
+bool LeadsTo(const std::string& path, std::FILE* stream) {
+  struct stat byPath, byStream;
+  return ::stat(path.c_str(), &byPath) == 0 && ::fstat(fileno(stream), &byStream) == 0
+      && byPath.st_dev == byStream.st_dev && byPath.st_ino == byStream.st_ino;
+}
+
+bool DirectoryIsThere(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  struct stat status;
+  return slash == std::string::npos || slash == 0 || ::stat(path.substr(0, slash).c_str(), &status) == 0;
+}
+
+}  // namespace
 
 StoreFileLock::~StoreFileLock() {
   if (!taken_) return;
@@ -34,8 +72,52 @@ bool ReadWholeFile(std::FILE* stream, std::vector<BYTE>& bytes) {
 }
 
 bool RewriteFile(std::FILE* stream, std::span<const BYTE> image) {
+  const StreamLock whole(stream);
   return SeekFile(stream, 0, SEEK_SET) && TruncateFile(stream) && WriteFile(stream, image)
       && FlushFile(stream);
+}
+
+bool RewriteFileDurably(std::FILE* stream, std::span<const BYTE> image) {
+  return SeekFile(stream, 0, SEEK_SET) && WriteFile(stream, image) && FlushFile(stream)
+      && TruncateFile(stream) && SyncFile(stream);
+}
+
+bool ReserveFile(std::FILE* stream, size_t size) {
+  if (size == 0 || ::fallocate(fileno(stream), FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(size)) == 0) {
+    return true;
+  }
+  // any other errno: a file system that can't tell in advance
+  return (errno != ENOSPC && errno != EDQUOT && errno != EFBIG) || Fault(ERROR_WRITE_FAULT);
+}
+
+void RecoverStoreFile(const std::string& path, std::vector<BYTE>& image) {
+  image.clear();
+  StoreJournal journal(path);
+  if (!journal.read(image)) return;
+  const LastErrorKeeper keeper;
+  const FileStream stream = OpenStoreFile(path.c_str(), kReadAccess | kWriteAccess, Creation::Existing);
+  if (!stream || !RewriteFileDurably(stream.get(), image)) return;
+  journal.drop();
+  image.clear();
+}
+
+bool CommitStoreFile(const std::string& path, std::FILE* stream, std::span<const BYTE> image) {
+  if (!DirectoryIsThere(path)) return Fault(ERROR_FILE_NOT_FOUND);
+  if (!LeadsTo(path, stream)) return RewriteFile(stream, image);
+  if (!ReserveFile(stream, image.size())) return false;
+  StoreJournal journal(path);
+  switch (journal.write(image)) {
+    case StoreJournal::Written::Safe:
+      break;
+    case StoreJournal::Written::NotAllowed:
+      return RewriteFile(stream, image);
+    case StoreJournal::Written::Failed:
+      return false;
+  }
+  // on a failure from here on the journal stays, for the next open
+  if (!RewriteFileDurably(stream, image)) return false;
+  journal.drop();
+  return true;
 }
 
 }  // namespace certkern

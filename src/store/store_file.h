@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "platform/file.h"
@@ -34,6 +35,21 @@ class StoreFileLock {
 // Puts an image in the place of what is there. Cut first: whoever reads it half written misses the end marker, and
 // never takes a mixture for a store.
 [[nodiscard]] bool RewriteFile(std::FILE* stream, std::span<const BYTE> image);
+
+// The same for a file whose journal stands: all of it is on the disk in the end. Blocks that ReserveFile has made sure
+// of are not given up on the way.
+[[nodiscard]] bool RewriteFileDurably(std::FILE* stream, std::span<const BYTE> image);
+// Makes sure of room for so many bytes, without a change to the file. Else ERROR_WRITE_FAULT.
+[[nodiscard]] bool ReserveFile(std::FILE* stream, size_t size);
+
+// Finishes what a crash has left half done. Where that is not ours to write, `image` is what the file is to hold, and
+// is read in its place. Under the lock of the file.
+void RecoverStoreFile(const std::string& path, std::vector<BYTE>& image);
+
+// Puts an image into a file that is open as `stream` and was opened by that path, through the journal. Where no journal
+// is allowed beside the file, or the path leads elsewhere by now, it is rewritten without. False with ERROR_WRITE_FAULT,
+// ERROR_FILE_NOT_FOUND (the directory is gone), or those of file.h; the old image or the journal is whole then.
+[[nodiscard]] bool CommitStoreFile(const std::string& path, std::FILE* stream, std::span<const BYTE> image);
 
 }  // namespace certkern
 

@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "ber/read_cursor.h"
+#include "store/persistent_store.h"
 #include "store/serialized_image.h"
 #include "store/system_store.h"
 
@@ -19,26 +20,35 @@ StoreHandle OpenCollection(const OpenRequest& request) {
   return store;
 }
 
-constexpr uintptr_t kMemory = 2, kRegistry = 4, kSerialized = 6, kSystemA = 9, kSystemW = 10,
-                    kCollection = 11, kSystemRegistryA = 12, kSystemRegistryW = 13;
+constexpr uintptr_t kMemory = 2, kStream = 3, kRegistry = 4, kSerialized = 6, kNarrowPath = 7, kPath = 8,
+                    kNarrowSystem = 9, kSystem = 10, kCollection = 11, kNarrowSystemFile = 12,
+                    kSystemFile = 13;
+static_assert(kNarrowPath + 1 == kPath, "OpenByNarrowText counts on it");
 
-// By the numbers of CERT_STORE_PROV_...; 1 is the message's, 5 the encoded message's, 3, 7 and 8 the files'.
+// By the numbers of CERT_STORE_PROV_...; 1 is the message's, 5 the encoded message's.
 constexpr StoreProvider kProviders[] = {
-    {kMemory,          "memory",                             OpenPlainStore    },
-    {kRegistry,        "registry",                           OpenPlainStore    },
-    {kSerialized,      "serialized",                         OpenPlainStore    },
-    {kSystemA,         "system store, narrow name",          OpenSystemStoreA  },
-    {kSystemW,         "system store",                       OpenSystemStoreW  },
-    {kCollection,      "collection",                         OpenCollection    },
-    {kSystemRegistryA, "store of one location, narrow name", OpenRegistryStoreA},
-    {kSystemRegistryW, "store of one location",              OpenRegistryStoreW},
+    {kMemory,           "memory",                   OpenPlainStore    },
+    {kStream,           "stream",                   OpenPlainStore    },
+    {kRegistry,         "registry",                 OpenPlainStore    },
+    {kSerialized,       "serialized",               OpenPlainStore    },
+    {kNarrowPath,       "path (narrow)",            OpenByNarrowText  },
+    {kPath,             "path",                     OpenPlainStore    },
+    {kNarrowSystem,     "system store (narrow)",    OpenSystemStoreA  },
+    {kSystem,           "system store",             OpenSystemStoreW  },
+    {kCollection,       "collection",               OpenCollection    },
+    {kNarrowSystemFile, "system registry (narrow)", OpenRegistryStoreA},
+    {kSystemFile,       "system registry",          OpenRegistryStoreW},
 };
 
 constexpr StoreKind kKinds[] = {
-    {kMemory,     "memory",     false, false, nullptr,            nullptr, nullptr, nullptr},
-    {kRegistry,   "registry",   true,  false, nullptr,            nullptr, nullptr, nullptr},
-    {kSerialized, "serialized", true,  false, LoadSerializedBlob, nullptr, nullptr, nullptr},
-    {kCollection, "collection", false, true,  nullptr,            nullptr, nullptr, nullptr},
+    {kMemory,     "memory",          false, false, nullptr,            nullptr,           nullptr,           nullptr         },
+    {kRegistry,   "registry",        true,  false, nullptr,            nullptr,           nullptr,           nullptr         },
+    {kSerialized, "serialized",      true,  false, LoadSerializedBlob, nullptr,           nullptr,           nullptr         },
+    {kStream,     "stream",          true,  false, LoadStreamStore,    CommitFileStore,   nullptr,           ReleaseStoreFile},
+    {kPath,       "path",            true,  false, LoadPathStore,      CommitFileStore,   nullptr,           ReleaseStoreFile},
+    {kSystemFile, "system registry", true,  true,  LoadSystemStore,    CommitSystemStore, ResyncSystemStore,
+     ReleaseStoreFile                                                                                                        },
+    {kCollection, "collection",      false, true,  nullptr,            nullptr,           nullptr,           nullptr         },
 };
 
 // A store that did not come to be: nothing of it is written, and a provider that the caller gave stays the caller's.

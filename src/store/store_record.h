@@ -84,9 +84,10 @@ struct CertStore {
 
   // Stores in files.
   std::wstring name;     // of a system store, at most kMaxSystemStoreName characters
+  std::string path;      // of a store that was opened by path or name
   FILE* file = nullptr;  // closed with the contents
   ubi_mutex* fileMutex = nullptr;
-  timespec lastSync{};  // when it was last read or reconciled
+  timespec lastSync{};  // when it was last read or reconciled; under lock, as the one that follows
   timespec fileTime{};  // of the file, at that time
 
   bool has(DWORD flag) const { return (flags.load(std::memory_order_relaxed) & flag) != 0; }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <new>
 
 namespace {
 
@@ -46,5 +47,13 @@ void* operator new(size_t size) {
   if (!memory) throw std::bad_alloc();
   return memory;
 }
+// all forms, or one library's new would meet another's delete
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  return FailsNow() ? nullptr : __real_malloc(size);
+}
+void* operator new[](size_t size) { return operator new(size); }
+void* operator new[](size_t size, const std::nothrow_t& tag) noexcept { return operator new(size, tag); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory, size_t) noexcept { std::free(memory); }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, size_t) noexcept { std::free(memory); }

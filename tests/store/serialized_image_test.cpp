@@ -51,8 +51,9 @@ const Bytes& Hash() {
 }
 
 TEST(SerializedImage, BytesByHand) {
-  const Bytes element = FromHex("0300000001000000 14000000 ABABABABABABABABABABABABABABABABABABABAB"
-                                "2000000001000000 05000000 3003020105");
+  const Bytes element = FromHex(
+      "0300000001000000 14000000 ABABABABABABABABABABABABABABABABABABABAB"
+      "2000000001000000 05000000 3003020105");
   ASSERT_EQ(element.size(), 49u);
   const Bytes image = Image(element);
   const StoreHandle store = OpenBlob(image);
@@ -68,9 +69,8 @@ TEST(SerializedImage, OrderAndArchived) {
     const Bytes encoded = MakeCertificate({.serial = serial});
     for (CertStore* store : {first.get(), second.get()}) {
       PCCERT_CONTEXT context = nullptr;
-      ASSERT_TRUE(CertAddEncodedCertificateToStore(store, 1, encoded.data(),
-                                                   static_cast<DWORD>(encoded.size()), CERT_STORE_ADD_ALWAYS,
-                                                   &context));
+      ASSERT_TRUE(CertAddEncodedCertificateToStore(
+          store, 1, encoded.data(), static_cast<DWORD>(encoded.size()), CERT_STORE_ADD_ALWAYS, &context));
       const CRYPT_DATA_BLOB nothing{};
       if (serial == 2) CertSetCertificateContextProperty(context, CERT_ARCHIVED_PROP_ID, 0, &nothing);
       CertFreeCertificateContext(context);
@@ -93,23 +93,25 @@ struct ReadCase {
 };
 
 TEST(SerializedImage, Reading) {
-  const Bytes magic = FromHex(kMagic), object = Record(32, {5}), first = Record(3, {1}), last = Record(3, {3});
+  const Bytes magic = FromHex(kMagic), object = Record(32, {5}), first = Record(3, {1}),
+              last = Record(3, {3});
   const Bytes other = Record(4, {2}), odd = Record(35, {1}), trust = Record(34, {7});
   const Bytes liar = FromHex("2000000001000000FFFFFFFF"), marker = FromHex("00000000FFFFFFFFFFFFFFFF");
+  const Bytes none, context = Record(5, {1});
   const ReadCase kCases[] = {
-      {"shorter than the header", Bytes(7), ERROR_END_OF_MEDIA, {}},
-      {"another magic", FromHex("0000000143455254"), CRYPT_E_FILE_ERROR, {}},
-      {"the magic and no more", magic, ERROR_END_OF_MEDIA, {}},
-      {"without end marker", Concat({magic, object}), ERROR_END_OF_MEDIA, {}},
-      {"a marker with a length", Concat({magic, marker}), 0, {}},
-      {"bytes behind the marker", Concat({Image({}), object}), 0, {}},
-      {"properties without an object", Image(first), CRYPT_E_FILE_ERROR, {}},
-      {"a body beyond the data", Concat({magic, liar}), CRYPT_E_FILE_ERROR, {}},
-      {"35 is a property", Image(Concat({odd, object})), 0, Concat({odd, object})},
-      {"other objects take their properties along", Image(Concat({first, trust, object})), 0, object},
-      {"another object at the end", Image(trust), 0, {}},
-      {"the later of two", Image(Concat({first, other, last, object})), 0, Concat({other, last, object})},
-      {"a key context is never written", Image(Concat({Record(5, {1}), object})), 0, object},
+      {"shorter than the header",                   Bytes(7),                                    ERROR_END_OF_MEDIA, none                         },
+      {"another magic",                             FromHex("0000000143455254"),                 CRYPT_E_FILE_ERROR, none                         },
+      {"the magic and no more",                     magic,                                       ERROR_END_OF_MEDIA, none                         },
+      {"without end marker",                        Concat({magic, object}),                     ERROR_END_OF_MEDIA, none                         },
+      {"a marker with a length",                    Concat({magic, marker}),                     0,                  none                         },
+      {"bytes behind the marker",                   Concat({Image(none), object}),               0,                  none                         },
+      {"properties without an object",              Image(first),                                CRYPT_E_FILE_ERROR, none                         },
+      {"a body beyond the data",                    Concat({magic, liar}),                       CRYPT_E_FILE_ERROR, none                         },
+      {"35 is a property",                          Image(Concat({odd, object})),                0,                  Concat({odd, object})        },
+      {"other objects take their properties along", Image(Concat({first, trust, object})),       0,                  object                       },
+      {"another object at the end",                 Image(trust),                                0,                  none                         },
+      {"the later of two",                          Image(Concat({first, other, last, object})), 0,                  Concat({other, last, object})},
+      {"a key context is never written",            Image(Concat({context, object})),            0,                  object                       },
   };
   for (const auto& [name, image, code, stored] : kCases) {
     SCOPED_TRACE(name);
@@ -136,8 +138,8 @@ TEST(SerializedImage, PropertiesAreBounded) {
 // Every cut fails with one of two codes; every changed byte is either refused or something that is written again as
 // something that can be read.
 TEST(SerializedImage, DamagedEverywhere) {
-  const Bytes image =
-      Image(Concat({Record(3, Hash()), Record(32, {0x30, 3, 2, 1, 5}), Record(19, {}), Record(33, {0x30, 0})}));
+  const Bytes image = Image(
+      Concat({Record(3, Hash()), Record(32, {0x30, 3, 2, 1, 5}), Record(19, {}), Record(33, {0x30, 0})}));
   for (size_t length = 0; length < image.size(); ++length) {
     const Bytes cut(image.begin(), image.begin() + static_cast<ptrdiff_t>(length));
     EXPECT_FALSE(OpenBlob(cut)) << length;
@@ -165,7 +167,8 @@ TEST(SerializedElement, WrittenAndAdded) {
   const CRYPT_DATA_BLOB name{2, const_cast<BYTE*>(Hash().data())};
   ASSERT_TRUE(CertSetCertificateContextProperty(certificate.get(), CERT_FRIENDLY_NAME_PROP_ID, 0, &name));
   ASSERT_TRUE(CertSetCertificateContextProperty(certificate.get(), 40, 0, &name)) << "never written";
-  const Bytes expected = Concat({Record(CERT_FRIENDLY_NAME_PROP_ID, {0xAB, 0xAB}), Record(32, OpensslCertificate())});
+  const Bytes expected =
+      Concat({Record(CERT_FRIENDLY_NAME_PROP_ID, {0xAB, 0xAB}), Record(32, OpensslCertificate())});
   Bytes element(expected.size());
   size = static_cast<DWORD>(element.size() - 1);
   EXPECT_FALSE(CertSerializeCertificateStoreElement(certificate.get(), 0, element.data(), &size));
@@ -173,14 +176,15 @@ TEST(SerializedElement, WrittenAndAdded) {
   ASSERT_TRUE(CertSerializeCertificateStoreElement(certificate.get(), 0, element.data(), &size));
   EXPECT_EQ(element, expected);
   EXPECT_FALSE(CertSerializeCertificateStoreElement(certificate.get(), 1, nullptr, &size));
-  EXPECT_FALSE(CertSerializeCRLStoreElement(reinterpret_cast<PCCRL_CONTEXT>(certificate.get()), 0, nullptr, &size));
+  EXPECT_FALSE(
+      CertSerializeCRLStoreElement(reinterpret_cast<PCCRL_CONTEXT>(certificate.get()), 0, nullptr, &size));
 
   const StoreHandle store = OpenMemoryStore(0);
   DWORD type = 0;
   const void* added = nullptr;
   ASSERT_TRUE(CertAddSerializedElementToStore(store.get(), element.data(), static_cast<DWORD>(element.size()),
-                                              CERT_STORE_ADD_NEW, 0, CERT_STORE_CERTIFICATE_CONTEXT_FLAG, &type,
-                                              &added));
+                                              CERT_STORE_ADD_NEW, 0, CERT_STORE_CERTIFICATE_CONTEXT_FLAG,
+                                              &type, &added));
   EXPECT_EQ(type, DWORD{CERT_STORE_CERTIFICATE_CONTEXT});
   const CertificateHandle context(static_cast<PCCERT_CONTEXT>(added));
   EXPECT_EQ(context->hCertStore, store.get());
@@ -191,27 +195,29 @@ TEST(SerializedElement, WrittenAndAdded) {
 
 TEST(SerializedElement, Refusals) {
   const Bytes crl = Record(33, MakeCrl({}));
+  const Bytes none, trust = Record(34, {1}), broken = Record(32, {0x30, 2, 1});
   const struct {
     const char* name;
     Bytes element;
     DWORD flags, allowed, code;
   } kCases[] = {
-      {"no bytes",           {},                       0, 0xFFFFFFFF, ERROR_INVALID_PARAMETER},
-      {"flags",              crl,                      1, 0xFFFFFFFF, ERROR_INVALID_PARAMETER},
-      {"the other kind",     crl,                      0, 2,          E_INVALIDARG           },
-      {"two kinds",          crl,                      0, 6,          E_INVALIDARG           },
-      {"an end marker",      FromHex(kEnd),            0, 0xFFFFFFFF, CRYPT_E_FILE_ERROR     },
-      {"half a header",      Bytes(11),                0, 0xFFFFFFFF, ERROR_END_OF_MEDIA     },
-      {"a list of trust",    Record(34, {1}),          0, 0xFFFFFFFF, ERROR_END_OF_MEDIA     },
-      {"no certificate",     Record(32, {0x30, 2, 1}), 0, 0xFFFFFFFF, CRYPT_E_OSS_ERROR      },
+      {"no bytes",        none,          0, 0xFFFFFFFF, ERROR_INVALID_PARAMETER},
+      {"flags",           crl,           1, 0xFFFFFFFF, ERROR_INVALID_PARAMETER},
+      {"the other kind",  crl,           0, 2,          E_INVALIDARG           },
+      {"two kinds",       crl,           0, 6,          E_INVALIDARG           },
+      {"an end marker",   FromHex(kEnd), 0, 0xFFFFFFFF, CRYPT_E_FILE_ERROR     },
+      {"half a header",   Bytes(11),     0, 0xFFFFFFFF, ERROR_END_OF_MEDIA     },
+      {"a list of trust", trust,         0, 0xFFFFFFFF, ERROR_END_OF_MEDIA     },
+      {"no certificate",  broken,        0, 0xFFFFFFFF, CRYPT_E_ASN1_EOD       },
   };
   const StoreHandle store = OpenMemoryStore(0);
   for (const auto& [name, element, flags, allowed, code] : kCases) {
     SCOPED_TRACE(name);
     DWORD type = 77;
     SetLastError(0);
-    EXPECT_FALSE(CertAddSerializedElementToStore(store.get(), element.data(), static_cast<DWORD>(element.size()),
-                                                 CERT_STORE_ADD_NEW, flags, allowed, &type, nullptr));
+    EXPECT_FALSE(CertAddSerializedElementToStore(store.get(), element.data(),
+                                                 static_cast<DWORD>(element.size()), CERT_STORE_ADD_NEW,
+                                                 flags, allowed, &type, nullptr));
     EXPECT_EQ(GetLastError(), code);
     EXPECT_EQ(type, 77u);
   }

@@ -1,0 +1,269 @@
+#include "store/persistent_store.h"
+
+#include <certkern/errors.h>
+#include <certkern/keykern.h>
+#include <certkern/text.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cctype>
+#include <cwchar>
+
+#include "ber/read_cursor.h"
+#include "platform/id_bracket.h"
+#include "platform/limits.h"
+#include "platform/text_conversion.h"
+#include "store/journal.h"
+#include "store/persistent_content.h"
+#include "store/serialized_image.h"
+#include "store/store_file.h"
+
+namespace certkern {
+namespace {
+
+// --- paths and locks ---
+
+Creation CreationOf(DWORD flags) {
+  if (flags & CERT_STORE_CREATE_NEW_FLAG) return Creation::New;
+  return flags & CERT_STORE_OPEN_EXISTING_FLAG ? Creation::Existing : Creation::OpenAlways;
+}
+
+// To open a pipe would wait for whoever is at its other end.
+bool IsRegularOrMissing(const std::string& path) {
+  struct stat status;
+  return ::stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode) || Fault(ERROR_OPEN_FAILED);
+}
+
+// A file that can't be written is opened read-only, and the flags say so.
+FileStream OpenForFlags(const std::string& path, std::atomic<DWORD>& flags) {
+  if (!IsRegularOrMissing(path)) return {};
+  if (!(flags & CERT_STORE_READONLY_FLAG)) {
+    FileStream stream = OpenStoreFile(path.c_str(), kReadAccess | kWriteAccess, CreationOf(flags));
+    if (stream) return stream;
+    flags |= CERT_STORE_READONLY_FLAG;
+  }
+  return OpenStoreFile(path.c_str(), kReadAccess, CreationOf(flags));
+}
+
+// The open of a store is its end here: it was asked for to be removed.
+void RemoveStoreFile(const std::string& path) {
+  StoreJournal journal(path);  // knows where the path leads while that is there
+  bool removed;
+  {
+    const IdBracket ids;
+    removed = ::unlink(path.c_str()) == 0;
+  }
+  journal.drop();
+  SetLastError(removed ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND);
+}
+
+// --- times ---
+
+bool Now(timespec& now) {
+  timeval time{};
+  if (support_gettimeofday(&time) != 0) return Fault(ERROR_INTERNAL_ERROR);
+  now = {time.tv_sec, time.tv_usec * 1000};
+  return true;
+}
+
+constexpr int64_t kDefaultResyncPeriod = 2'000'000'000;  // microseconds; from here on, times are not trusted
+
+int64_t ResyncPeriod() {
+  static const int64_t kPeriod = [] {
+    int64_t period = kDefaultResyncPeriod;
+    static_cast<void>(support_registry_get_long("\\config\\Certkern\\worst_store_resync_period", &period));
+    return period;
+  }();
+  return kPeriod;
+}
+
+bool Before(const timespec& a, const timespec& b) {
+  return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
+}
+
+timespec Later(const timespec& time, int64_t microseconds) {
+  const int64_t nanoseconds = time.tv_nsec + microseconds % 1'000'000 * 1000;
+  return {time.tv_sec + microseconds / 1'000'000 + nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
+}
+
+// A change within the period might have left the same time on the file.
+bool IsSurelyUnchanged(CertStore& store, const timespec& fileTime) {
+  if (store.dirty || ResyncPeriod() >= kDefaultResyncPeriod) return false;
+  const std::lock_guard guard(store.lock);
+  return !Before(fileTime, store.fileTime) && !Before(store.fileTime, fileTime)
+      && Before(Later(fileTime, ResyncPeriod()), store.lastSync);
+}
+
+void NoteTimes(CertStore& store, const timespec& lastSync, const timespec& fileTime) {
+  const std::lock_guard guard(store.lock);
+  store.lastSync = lastSync;
+  store.fileTime = fileTime;
+}
+
+// --- loading ---
+
+bool LoadBytes(CertStore& store, std::vector<BYTE> bytes) {
+  StoreContent content;
+  return content.take(std::move(bytes)) && LinkImage(content.image(), store);
+}
+
+bool LoadOpened(CertStore& store, std::FILE* stream, std::vector<BYTE> recovered) {
+  if (store.has(CERT_STORE_CREATE_NEW_FLAG)) return true;
+  if (recovered.empty() && !ReadWholeFile(stream, recovered)) return false;
+  return LoadBytes(store, std::move(recovered));
+}
+
+// The store's path is known.
+bool LoadFromPath(CertStore& store) {
+  if (ubi_mutex_open(&store.fileMutex, StoreLockName(store.path).c_str(), 8) != 0) {
+    store.fileMutex = nullptr;
+    return Fault(NTE_PROVIDER_DLL_FAIL);
+  }
+  StoreFileLock lock;
+  if (!lock.take(store.fileMutex, NTE_PROVIDER_DLL_FAIL)) return false;
+  if (store.has(CERT_STORE_DELETE_FLAG)) {
+    RemoveStoreFile(store.path);
+    return true;
+  }
+  std::vector<BYTE> recovered;
+  RecoverStoreFile(store.path, recovered);
+  FileStream stream = OpenForFlags(store.path, store.flags);
+  timespec now, fileTime;
+  if (!stream || !Now(now) || !FileModificationTime(stream.get(), fileTime)) return false;
+  NoteTimes(store, now, fileTime);
+  if (!LoadOpened(store, stream.get(), std::move(recovered))) return false;
+  store.file = stream.release();
+  return true;
+}
+
+bool FlagsContradict(const CertStore& store) {
+  return store.has(CERT_STORE_READONLY_FLAG) && store.has(CERT_FILE_STORE_COMMIT_ENABLE_FLAG);
+}
+
+bool Commit(CertStore& store) {
+  if (store.has(CERT_STORE_READONLY_FLAG) || !store.dirty) return true;
+  ImageBytes image(ImageBytes::Mode::Keep);
+  if (!SerializeStore(store, ImageUse::Commit, image)) return false;
+  if (image.size > kMaxStoreFile) return Fault(ERROR_NOT_ENOUGH_MEMORY);  // nobody could read it
+  StoreFileLock lock;
+  if (!lock.take(store.fileMutex, ERROR_LOCK_FAILED)) return false;
+  return store.path.empty() ? RewriteFile(store.file, image.bytes)
+                            : CommitStoreFile(store.path, store.file, image.bytes);
+}
+
+bool NothingToCommit(CommitTime time) {
+  return time == CommitTime::AtClose || Fault(ERROR_CALL_NOT_IMPLEMENTED);
+}
+
+}  // namespace
+
+std::string StoreLockName(std::string_view path) {
+  std::string name;
+  bool separated = false;
+  for (const char each : path) {
+    const bool separator = each == '/' || each == '\\';
+    if (!separator || !separated) name += separator ? '_' : each;
+    separated = separator;
+  }
+  return name + "_store_lock_file_";
+}
+
+std::string SystemStorePath(const std::wstring& name, DWORD flags) {
+  std::array<char, kMaxSystemStoreFileName> narrow;
+  if (!WideCharToMultiByte(CP_UTF8, 0, name.c_str(), -1, narrow.data(), static_cast<int>(narrow.size()),
+                           nullptr, nullptr)) {
+    return {};
+  }
+  std::string fileName = narrow.data();
+  if (fileName.find('/') != std::string::npos) {
+    SetLastError(ERROR_BAD_PATHNAME);
+    return {};
+  }
+  for (char& each : fileName) each = static_cast<char>(std::tolower(static_cast<unsigned char>(each)));
+  const bool machine = (flags & CERT_SYSTEM_STORE_LOCATION_MASK) == CERT_SYSTEM_STORE_LOCAL_MACHINE;
+  std::array<char, kMaxStoreDirectory> directory{};
+  size_t size = directory.size();
+  if (support_path2dir(machine ? "\\global\\stores\\" : "\\local\\stores\\", &size, directory.data()) != 0) {
+    SetLastError(ERROR_PATH_NOT_FOUND);
+    return {};
+  }
+  std::string path = directory.data();
+  if (!path.ends_with('/')) path += '/';
+  return path + fileName + ".sto";
+}
+
+bool LoadStreamStore(CertStore& store, const void* parameter) {
+  if (FlagsContradict(store)) return Fault(E_INVALIDARG);
+  if (store.has(CERT_STORE_DELETE_FLAG)) return true;  // there is no file that could be removed
+  auto* const stream = static_cast<std::FILE*>(const_cast<void*>(parameter));
+  if (!LoadOpened(store, stream, {})) return false;
+  store.file = stream;
+  return true;
+}
+
+bool LoadPathStore(CertStore& store, const void* parameter) {
+  if (FlagsContradict(store)) return Fault(E_INVALIDARG);
+  const ByteText path = BytesFromWide(static_cast<LPCWSTR>(parameter), CP_UTF8);
+  if (!path) return false;
+  store.path = path.get();
+  return store.path.size() < kMaxStorePath ? LoadFromPath(store) : Fault(ERROR_BAD_PATHNAME);
+}
+
+bool LoadSystemStore(CertStore& store, const void* parameter) {
+  const auto* const name = static_cast<LPCWSTR>(parameter);
+  const size_t length = ::wcsnlen(name, kMaxSystemStoreName + 1);
+  if (length > kMaxSystemStoreName) return Fault(ERROR_INSUFFICIENT_BUFFER);
+  store.name.assign(name, length);
+  store.path = SystemStorePath(store.name, store.flags);
+  return !store.path.empty() && LoadFromPath(store);
+}
+
+bool CommitFileStore(CertStore& store, CommitTime time) {
+  if (!store.has(CERT_FILE_STORE_COMMIT_ENABLE_FLAG) || !store.file) return NothingToCommit(time);
+  return Commit(store);
+}
+
+bool CommitSystemStore(CertStore& store, CommitTime time) {
+  return store.file ? Commit(store) : NothingToCommit(time);
+}
+
+bool ResyncSystemStore(CertStore& store) {
+  if (!store.file) return Fault(ERROR_INTERNAL_ERROR);
+  timespec now, fileTime;
+  if (!Now(now) || !FileModificationTime(store.file, fileTime)) return false;
+  if (IsSurelyUnchanged(store, fileTime)) return true;
+  std::vector<BYTE> bytes;
+  {
+    StoreFileLock lock;
+    if (!lock.take(store.fileMutex, NTE_PROVIDER_DLL_FAIL)) return false;
+    RecoverStoreFile(store.path, bytes);
+    std::atomic<DWORD> flags = store.flags & ~CERT_STORE_CREATE_NEW_FLAG;
+    const FileStream stream = OpenForFlags(store.path, flags);
+    if (!stream || (bytes.empty() && !ReadWholeFile(stream.get(), bytes))) return false;
+  }
+  StoreContent content;
+  if (!content.take(std::move(bytes)) || !Reconcile(store, content.image())) return false;
+  NoteTimes(store, now, fileTime);
+  return true;
+}
+
+void ReleaseStoreFile(CertStore& store) noexcept {
+  const FileStream stream(std::exchange(store.file, nullptr));
+  if (ubi_mutex* const mutex = std::exchange(store.fileMutex, nullptr)) {
+    static_cast<void>(ubi_mutex_close(mutex));
+  }
+}
+
+StoreHandle OpenByNarrowText(const OpenRequest& request) {
+  const auto* const text = static_cast<LPCSTR>(request.parameter);
+  const WideText wide = WideFromBytes(text, CP_UTF8);
+  if (text && !wide) return {};
+  OpenRequest forWide = request;
+  ++forWide.provider;
+  forWide.parameter = wide.get();
+  return OpenPlainStore(forWide);
+}
+
+}  // namespace certkern
