@@ -223,6 +223,17 @@ TEST(StoreIndex, AHundredThousandAreNoWalk) {
   EXPECT_LE(asked, searches + 3) << "but for a few equal hashes each search compares once";
   const auto& index = static_cast<const StoreIndex&>(*store->certificates.index);
   EXPECT_LE(index.bytes(), size_t{64} * kCount);
+  // what is added and removed afterwards costs no more
+  {
+    const std::lock_guard guard(store->lock);
+    for (DWORD i = 0; i < 5'000; ++i) {
+      LinkElement(*store.get(), NewElement(ElementType::Certificate, 1, sample(kCount + i), store.get(), {}));
+      const ElementOwner gone = UnlinkElement(*store.get(), *store->certificates.oldest);
+    }
+    for (const IndexKey key : {IndexKey::Subject, IndexKey::Sha1})
+      EXPECT_TRUE(SearchableIndex(*store.get(), key));
+  }
+  EXPECT_LE(index.bytes(), size_t{64} * kCount);
 }
 
 }  // namespace

@@ -234,7 +234,7 @@ TEST(FindCrl, CertificateInAList) {
 }
 
 TEST(FindCrl, Entries) {
-  BYTE listed[] = {0, 5}, other[] = {6}, same[] = {5};
+  BYTE listed[] = {5, 0}, other[] = {6}, same[] = {5};
   CRL_ENTRY entries[2] = {};
   entries[0].SerialNumber = {1, other};
   entries[1].SerialNumber = {2, listed};
