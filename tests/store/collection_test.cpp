@@ -2,8 +2,12 @@
 #include <certkern/errors.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "store/sample_objects.h"
 #include "store/store_kind.h"
@@ -133,7 +137,23 @@ TEST(Collection, AdditionsGoToTheFirstThatTakesThem) {
   EXPECT_EQ(Serials(*AsStore(stores.b)), "2 1");
 }
 
-// Crosswise additions must not wait for each other, and walks must not meet a member that is gone.
+// Whichever is added to which, the lower address is waited for with nothing in hand: crosswise additions cannot block.
+TEST(Collection, TwoAreLockedByAddress) {
+  const Stores stores;
+  CertStore* lower = AsStore(stores.collection);
+  CertStore* higher = AsStore(stores.other);
+  if (std::less<>()(higher, lower)) std::swap(lower, higher);
+  for (const auto& [target, sibling] : {std::pair(lower, higher), std::pair(higher, lower)}) {
+    std::unique_lock held(lower->lock);
+    std::thread waiting([into = target, from = sibling] { Join(into, from); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_TRUE(std::unique_lock(higher->lock, std::try_to_lock).owns_lock());
+    held.unlock();
+    waiting.join();
+  }
+}
+
+// Walks must not meet a member that is gone.
 TEST(Collection, Threads) {
   const Stores stores;
   ASSERT_EQ(AddCertificate(stores.a, 1), 0u);
