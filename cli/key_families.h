@@ -41,7 +41,7 @@ std::string ParameterSetNames(const KeyFamily& family);
 // The identifier of a key for a purpose; empty: exchange, where the family has it.
 ALG_ID AlgorithmOfPurpose(const KeyFamily& family, std::string_view purpose);
 
-// The specification of a purpose: "exchange" or "signature".
+// AT_... for a purpose, "exchange" or "signature".
 DWORD SpecOfPurpose(std::string_view purpose);
 const char* PurposeOfSpec(DWORD spec);
 

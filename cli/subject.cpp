@@ -7,6 +7,7 @@
 
 #include <certkern/errors.h>
 #include <certkern/keykern.h>
+#include <certkern/oids.h>
 #include <fmt/format.h>
 #include <CLI/Option.hpp>
 
@@ -29,6 +30,9 @@ std::string Shown(const std::string& argument) {
 
 // The types that a row of the table allows stand in it, best first, with a zero at the end.
 std::vector<DWORD> TypesOf(const CRYPT_OID_INFO* row) {
+  // RFC 4519, 2.4, narrower than the table
+  if (row && std::strcmp(row->pszOID, szOID_DOMAIN_COMPONENT) == 0)
+    return {CERT_RDN_IA5_STRING, CERT_RDN_UTF8_STRING};
   std::vector<DWORD> types;
   const size_t count = row && row->ExtraInfo.pbData ? row->ExtraInfo.cbData / sizeof(DWORD) : 0;
   for (size_t i = 0; i < count; ++i) {

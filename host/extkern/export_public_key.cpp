@@ -7,11 +7,6 @@
 #include "platform/limits.h"
 #include "platform/owner.h"
 
-// A site's key library may have hashes alone. The codecs must still load over it.
-#pragma weak CryptGetUserKey
-#pragma weak CryptExportKey
-#pragma weak CryptDestroyKey
-
 namespace extkern {
 namespace {
 
@@ -20,7 +15,6 @@ using KeyHandle = certkern::Owner<HCRYPTKEY, CryptDestroyKey>;
 DWORD ExportBlob(HCRYPTPROV provider, DWORD keySpec, Bytes& blob) {
   KeyHandle key;
   DWORD size = 0;
-  if (!CryptGetUserKey || !CryptExportKey || !CryptDestroyKey) return ERROR_CALL_NOT_IMPLEMENTED;
   if (!CryptGetUserKey(provider, keySpec, key.out())) return GetLastError();
   if (!CryptExportKey(key.get(), 0, PUBLICKEYBLOB, 0, nullptr, &size)) return GetLastError();
   if (size > certkern::kMaxKeyBlob) return NTE_BAD_DATA;

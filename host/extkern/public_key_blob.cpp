@@ -71,7 +71,7 @@ DWORD RenamedInfo(std::span<const BYTE> whole, bool rsa, LPCSTR objectId, Bytes&
       || !body.takeBits(bits) || !body.empty()) {
     return NTE_BAD_DATA;
   }
-  if (rsa) return RsaInfo(bits, objectId, publicKeyInfo);
+  if (rsa && objectId) return RsaInfo(bits, objectId, publicKeyInfo);
   publicKeyInfo =
       WritePublicKeyInfo(InfoOf(objectId ? objectId : algorithm.oid.c_str(), algorithm.parameters, bits));
   return publicKeyInfo.empty() ? DWORD{CRYPT_E_OID_FORMAT} : ERROR_SUCCESS;

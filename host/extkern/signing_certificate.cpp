@@ -145,13 +145,13 @@ bool IssuerSerialEncode(const SV_ISSUER_SERIAL& record, BerWriteCursor& out) {
 template <typename Form>
 bool HashIdDecode(BerReadCursor& in, SV_CERT_HASH_ID& id, BerDecodeArena& arena) {
   BerReadCursor content;
-  SV_ISSUER_SERIAL unkept;
-  PSV_ISSUER_SERIAL serial;
   if (!Expect(in, kTagSequence, content) || !Form::decode(content, id, arena)) return false;
   if (content.empty()) return true;
-  if (!arena.reserveRecord(serial, unkept) || !IssuerSerialDecode(content, *serial, arena)) return false;
-  if (!arena.sizing()) id.pIssuerSerial = serial;
-  return Finished(content);
+  if (!arena.reserveRecords(1, id.pIssuerSerial)) return false;
+  SV_ISSUER_SERIAL serial = {};
+  if (!IssuerSerialDecode(content, serial, arena) || !Finished(content)) return false;
+  if (id.pIssuerSerial) *id.pIssuerSerial = serial;
+  return true;
 }
 
 template <typename Form>

@@ -2,6 +2,7 @@
 
 #include "keykern/cipher/cipher.h"
 #include "platform/limits.h"
+#include "platform/supkern.h"
 
 #include <algorithm>
 #include <array>
@@ -96,6 +97,15 @@ static_assert(std::all_of(std::begin(kAlgorithms), std::end(kAlgorithms),
                           }),
               "the records of an enumeration hold the names with a NUL");
 
+// A host in FIPS mode takes the GOST algorithms away, and whoever wonders why finds it in the trace.
+void ReportMissing(std::string_view name) {
+  const support_db_ctx trace = support_print_init2(nullptr, "keykern", 0, 127);
+  if (!trace) return;
+  support_elprint_print_(trace, "not available on this host: %.*s", "", __LINE__, "FindAvailable",
+                         static_cast<int>(name.size()), name.data());
+  support_print_done(trace);
+}
+
 // By row. Asked of the libraries once: the answer is the host's, and making a digest to find out is not free.
 using Availability = std::array<bool, std::size(kAlgorithms)>;
 Availability FindAvailable() {
@@ -107,6 +117,7 @@ Availability FindAvailable() {
     const Algorithm& row = kAlgorithms[i];
     if (row.base) available[i] = FindHash(row.base)->newDigest() != nullptr;
     if (FindCipher(row.id)) available[i] = IsCipherAvailable(row.id);
+    if (!available[i]) ReportMissing(row.name);
   }
   return available;
 }

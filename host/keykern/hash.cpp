@@ -38,7 +38,7 @@ Hash::~Hash() { OPENSSL_cleanse(value_.data(), value_.size()); }
 
 DWORD Hash::size() const {
   if (!settings_) return algorithm_.defaultBits / 8;
-  if (algorithm_.kind == AlgorithmKind::Message) return static_cast<DWORD>(settings_->message.size());
+  if (algorithm_.kind == AlgorithmKind::Message) return static_cast<DWORD>(settings_->message->size());
   const Algorithm* base = FindHash(settings_->base);
   return base ? base->defaultBits / 8 : 0;
 }
@@ -49,8 +49,8 @@ DWORD Hash::add(std::span<const BYTE> data) {
   const std::lock_guard lock(mutex_);
   if (ended_) return NTE_BAD_HASH_STATE;
   if (algorithm_.kind == AlgorithmKind::Message) {
-    if (data.size() > certkern::kMaxSignedMessage - settings_->message.size()) return NTE_BAD_LEN;
-    certkern::Append(settings_->message, data);
+    if (data.size() > certkern::kMaxSignedMessage - settings_->message->size()) return NTE_BAD_LEN;
+    certkern::Append(*settings_->message, data);
     return ERROR_SUCCESS;
   }
   // no key yet, or an object that only derives
@@ -92,19 +92,23 @@ DWORD Hash::getValue(BYTE* out, DWORD* size) {
     return out ? ERROR_MORE_DATA : ERROR_SUCCESS;
   }
   if (const DWORD code = end()) return code;
-  if (algorithm_.kind == AlgorithmKind::Message) return GiveBytes(settings_->message, out, size);
+  if (algorithm_.kind == AlgorithmKind::Message) return GiveBytes(*settings_->message, out, size);
   return GiveBytes(value(), out, size);
 }
 
-DWORD Hash::finish(bool pss, SecretBytes& value, SignatureInput& input) {
+DWORD Hash::finish(bool pss, HashValue& value, SignatureInput& input) {
   const std::lock_guard lock(mutex_);
   if (algorithm_.kind != AlgorithmKind::Hash && algorithm_.kind != AlgorithmKind::Message)
     return NTE_BAD_HASH;
   if (const DWORD code = end()) return code;
   // a message is not copied: it stays as long as the hash does
   const bool whole = algorithm_.kind == AlgorithmKind::Message;
-  if (!whole) value.assign(value_.data(), value_.data() + size());
-  input = {algorithm_.id, whole ? settings_->message : value, pss, hasSaltLength_ ? saltLength_ : size()};
+  if (whole) {
+    value.message = settings_->message;
+  } else {
+    value.bytes.assign(value_.data(), value_.data() + size());
+  }
+  input = {algorithm_.id, whole ? *value.message : value.bytes, pss, hasSaltLength_ ? saltLength_ : size()};
   return ERROR_SUCCESS;
 }
 
@@ -155,7 +159,7 @@ std::unique_ptr<Digest> Hash::newDigest() const {
 
 DWORD Hash::restart() {
   if (digest_ && !digest_->restart()) return NTE_FAIL;
-  if (settings_) settings_->message.clear();
+  if (settings_) settings_->message = std::make_shared<SecretBytes>();
   started_ = false;
   ended_ = false;
   return ERROR_SUCCESS;
@@ -265,7 +269,10 @@ DWORD Hash::copy(std::unique_ptr<Hash>& other) const {
     if (!digest) return NTE_NO_MEMORY;
   }
   other = std::make_unique<Hash>(provider_, algorithm_, std::move(digest));
-  if (settings_) *other->settings_ = *settings_;
+  if (settings_) {
+    *other->settings_ = *settings_;
+    other->settings_->message = std::make_shared<SecretBytes>(*settings_->message);
+  }
   other->parameterSet_ = parameterSet_;
   other->started_ = started_;
   other->ended_ = ended_;

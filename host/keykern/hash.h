@@ -22,7 +22,14 @@ struct HashSettings {
   SecretBytes password;
   SecretBytes salt;
   DWORD iterations = 0;
-  SecretBytes message;
+  // Shared with who signs it: a hash that begins again makes another.
+  std::shared_ptr<SecretBytes> message = std::make_shared<SecretBytes>();
+};
+
+// What a hash came to, for as long as it is looked at.
+struct HashValue {
+  SecretBytes bytes;
+  std::shared_ptr<const SecretBytes> message;
 };
 
 // A hash at work or at its end: once its value was read or set, it takes no more data. Each operation answers a code,
@@ -43,8 +50,8 @@ class Hash final : public HandleObject {
   DWORD setParam(DWORD param, const BYTE* data);
   DWORD copy(std::unique_ptr<Hash>& other) const;
 
-  // What is signed: the value, which ends the hash. Borrowed from `value`.
-  DWORD finish(bool pss, SecretBytes& value, SignatureInput& input);
+  // What is signed: the value, which ends the hash. input borrows from `value`.
+  DWORD finish(bool pss, HashValue& value, SignatureInput& input);
   // The hash whose value this is, for the derivation of keys.
   ALG_ID id() const { return algorithm_.id; }
 

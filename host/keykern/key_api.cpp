@@ -81,14 +81,14 @@ DWORD Derive(HCRYPTPROV providerHandle, ALG_ID algorithm, HCRYPTHASH hashHandle,
   if (HasUnknown(flags) || flags & CRYPT_PREGEN) return NTE_BAD_FLAGS;
   const CipherRow* cipher = FindCipher(algorithm);
   if (!cipher && algorithm != CALG_HMAC_KEY) return NTE_BAD_ALGID;
-  SecretBytes value;
+  HashValue value;
   SignatureInput input;
   if (const DWORD code = hash->finish(false, value, input)) return code;
   if (input.hash == CALG_MESSAGE_ITSELF) return NTE_BAD_HASH;
   const DWORD bits = cipher ? KeyBits(algorithm, LengthIn(flags), *cipher) : LengthIn(flags);
   if (bits % 8) return NTE_BAD_LEN;
-  SecretBytes bytes(bits ? bits / 8 : value.size());
-  if (!KeyFromHash(input.hash, value, bytes)) return NTE_BAD_LEN;
+  SecretBytes bytes(bits ? bits / 8 : input.value.size());
+  if (!KeyFromHash(input.hash, input.value, bytes)) return NTE_BAD_LEN;
   std::unique_ptr<KeyObject> key;
   if (const DWORD code = MakeSessionKey(algorithm, std::move(bytes), IsExportable(flags), key)) return code;
   return Give(std::move(key), handle);

@@ -86,9 +86,8 @@ DWORD ExportSealedInfo(const PrivateKey& key, KeyObject& wrapping, SecretBytes& 
 }
 
 DWORD ExportPrivate(KeyPair& pair, KeyObject* wrapping, SecretBytes& blob) {
-  if (!pair.exportable()) return NTE_BAD_KEY_STATE;
   PrivateKeyPtr key;
-  if (const DWORD code = pair.privateKey(key)) return code;
+  if (const DWORD code = pair.exportableKey(key)) return code;
   blob = BeginBlob(PRIVATEKEYBLOB, pair.algorithm());
   if (!wrapping) return ExportPlainPrivate(*key, blob);
   AppendInfo(blob, KEY_BLOB_WRAPPED, key->publicKey()->bits());
@@ -101,9 +100,8 @@ DWORD ExportPrivate(KeyPair& pair, KeyObject* wrapping, SecretBytes& blob) {
 
 DWORD ExportShrouded(KeyPair& pair, KeyObject* wrapping, SecretBytes& blob) {
   if (!wrapping) return NTE_BAD_KEY;
-  if (!pair.exportable()) return NTE_BAD_KEY_STATE;
   PrivateKeyPtr key;
-  if (const DWORD code = pair.privateKey(key)) return code;
+  if (const DWORD code = pair.exportableKey(key)) return code;
   SecretBytes sealed;
   if (const DWORD code = SealUnder(*wrapping, key->privateKeyInfo(), sealed)) return code;
   blob = BeginBlob(PKCS8_SHROUDEDKEYBLOB, 0);
@@ -119,6 +117,8 @@ void AppendText(SecretBytes& blob, const std::string& text) {
 
 DWORD ExportSimple(const CipherSettings& settings, KeyObject* wrapping, DWORD flags, SecretBytes& blob) {
   if (!wrapping) return NTE_BAD_KEY;
+  // a carrier has no size of its own, and under RSAES-PKCS1-v1_5 the padding must not be what tells it
+  if (wrapping->pair() && !(flags & CRYPT_OAEP) && !FindCipher(settings.algorithm)) return NTE_BAD_KEY;
   WrappedKey wrapped;
   if (const DWORD code = WrapKey(*wrapping, flags, settings.key, wrapped)) return code;
   blob = BeginBlob(SIMPLEBLOB, settings.algorithm);

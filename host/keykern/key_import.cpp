@@ -18,7 +18,7 @@ namespace {
 using namespace certkern;  // NOLINT(google-build-using-namespace): the DER tools
 
 constexpr DWORD kImportFlags = CRYPT_EXPORTABLE | CRYPT_USER_PROTECTED | CRYPT_NO_SALT | CRYPT_OAEP
-    | CRYPT_ARCHIVABLE | CRYPT_NO_PERSIST_KEY | CRYPT_PUBLIC_IMPORT;
+    | CRYPT_ARCHIVABLE | CRYPT_FORCE_KEY_PROTECTION_HIGH | CRYPT_PUBLIC_IMPORT;
 
 // What an import is about.
 struct Import {
@@ -82,9 +82,7 @@ DWORD Keep(const Import& import, PrivateKeyPtr key, std::unique_ptr<KeyObject>& 
   const Family family = key->family();
   const ALG_ID algorithm = AlgorithmFor(import.algorithm, family, UsualAlgorithm(family));
   if (import.algorithm && algorithm != import.algorithm) return NTE_BAD_ALGID;
-  DWORD spec = SpecOf(algorithm);
-  // a provider without a container keeps nothing anyway; its keys are found by their spec as long as it lives
-  if (import.flags & CRYPT_NO_PERSIST_KEY && import.provider->keySet().persistent()) spec = 0;
+  const DWORD spec = SpecOf(algorithm);
   if (spec) {
     if (const DWORD code = import.provider->storeKey(spec, {key, algorithm, import.exportable()}))
       return code;
@@ -189,9 +187,11 @@ DWORD ImportSimple(const Import& import, std::unique_ptr<KeyObject>& result) {
   wrapped.bytes = ToSecret(bytes);
   const CipherRow* cipher = FindCipher(import.algorithm);
   if (!cipher && import.algorithm != CALG_HMAC_KEY) return NTE_BAD_ALGID;
-  // RC2 and RC4 come in several sizes: under RSA the padding tells which, and a wrong one must not be told
+  const bool padded = wrapped.method == CALG_RSA_KEYX && !(import.flags & CRYPT_OAEP);
+  if (padded && !cipher) return NTE_BAD_KEY;
+  // RC2 and RC4 come in several sizes: the padding tells which, and a wrong one must not be told
   const bool fixed = cipher && cipher->minimumBits == cipher->maximumBits;
-  const size_t size = fixed || (cipher && wrapped.method == CALG_RSA_KEYX) ? cipher->keyBits / 8 : 0;
+  const size_t size = fixed || padded ? cipher->keyBits / 8 : 0;
   SecretBytes key;
   if (const DWORD code = UnwrapKey(*import.wrapping, import.flags, wrapped, size, key)) return code;
   if (const DWORD code = MakeSessionKey(import.algorithm, std::move(key), import.exportable(), result))
@@ -223,7 +223,7 @@ DWORD ImportOpaque(const Import& import, std::unique_ptr<KeyObject>& result) {
     if (const DWORD code = result->setParam(KP_MODE, reinterpret_cast<const BYTE*>(&mode))) return code;
   }
   if (ivSize) {
-    if (ivSize != IvSize(*cipher, mode)) return NTE_BAD_DATA;
+    if (ivSize != IvSize(*cipher, mode ? mode : cipher->defaultMode)) return NTE_BAD_DATA;
     if (const DWORD code = result->setParam(KP_IV, iv.data())) return code;
   }
   return SetBox(*result, box);

@@ -74,6 +74,10 @@ DWORD KeyPair::privateKeyLocked(PrivateKeyPtr& key) {
     if (!spec_) return NTE_NO_KEY;
     KeyRecord record;
     if (const DWORD code = provider_->loadKey(spec_, record)) return code;
+    // another key may stand in its place by now: that one is not this handle's
+    if (record.algorithm != algorithm_ || Fingerprint(*record.key->publicKey()) != Fingerprint(*half))
+      return NTE_NO_KEY;
+    exportable_ = record.exportable;
     private_ = std::move(record.key);
   }
   key = private_;
@@ -88,6 +92,16 @@ DWORD KeyPair::publicKey(PublicKeyPtr& key) {
 DWORD KeyPair::privateKey(PrivateKeyPtr& key) {
   const std::lock_guard lock(mutex_);
   return privateKeyLocked(key);
+}
+
+DWORD KeyPair::exportableKey(PrivateKeyPtr& key) {
+  const std::lock_guard lock(mutex_);
+  if (!exportable_) return NTE_BAD_KEY_STATE;
+  PrivateKeyPtr loaded;
+  if (const DWORD code = privateKeyLocked(loaded)) return code;
+  if (!exportable_) return NTE_BAD_KEY_STATE;  // as the container says
+  key = std::move(loaded);
+  return ERROR_SUCCESS;
 }
 
 ALG_ID KeyPair::wrap() const {
@@ -184,7 +198,8 @@ DWORD KeyPair::setParam(DWORD param, const BYTE* data) {
       return ERROR_SUCCESS;
     case KP_OAEP_LABEL: {
       const CRYPT_DATA_BLOB label = BlobOf(data);
-      if (!label.pbData && label.cbData) return ERROR_INVALID_PARAMETER;
+      if ((!label.pbData && label.cbData) || label.cbData > certkern::kMaxKeyBlob)
+        return ERROR_INVALID_PARAMETER;
       oaepLabel_.assign(label.pbData, label.pbData + label.cbData);
       return ERROR_SUCCESS;
     }

@@ -39,7 +39,8 @@ class KeyPair final : public KeyObject {
 
   ALG_ID algorithm() const { return algorithm_; }
   const Pinned<Provider>& provider() const { return provider_; }
-  bool exportable() const { return exportable_; }
+  // The same; NTE_BAD_KEY_STATE for a key that must not leave.
+  DWORD exportableKey(PrivateKeyPtr& key);
   // How this key leaves under a wrapping key that does not say so itself; 0: not set.
   ALG_ID wrap() const;
   // Hash and label of RSAES-OAEP.
@@ -57,7 +58,7 @@ class KeyPair final : public KeyObject {
   const Pinned<Provider> provider_;
   const ALG_ID algorithm_;
   const DWORD spec_;
-  const bool exportable_;
+  bool exportable_;
   PublicKeyPtr public_;
   PrivateKeyPtr private_;
   PendingKey pending_{};

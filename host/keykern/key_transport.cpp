@@ -14,7 +14,6 @@ namespace keykern {
 namespace {
 
 constexpr size_t kGostUkm = 8;
-constexpr size_t kGostMac = 4;
 
 // --- under a session key ---
 

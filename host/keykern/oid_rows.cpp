@@ -11,7 +11,7 @@ namespace keykern {
 namespace {
 
 // Public keys: a flag word. Signatures: the public key's ALG_ID, a flag word, the provider type.
-// Name attributes: the value types that fit, best first, and a zero; none where UTF-8 is right.
+// Name attributes: the value types that fit, best first, and a zero.
 template <DWORD... kWords>
 struct Words {
   static constexpr size_t kCount = sizeof...(kWords);
@@ -43,16 +43,13 @@ template <ALG_ID kKey, DWORD kFlags, DWORD kProviderType>
 constexpr CRYPT_OID_INFO Signature(LPCSTR oid, LPCWSTR name, ALG_ID hash) {
   return Row(CRYPT_SIGN_ALG_OID_GROUP_ID, oid, name, hash, Words<kKey, kFlags, kProviderType>::kBlob);
 }
-constexpr CRYPT_OID_INFO Directory(LPCSTR oid, LPCWSTR name) {
-  return Row(CRYPT_RDN_ATTR_OID_GROUP_ID, oid, name);
-}
 template <DWORD... kTypes>
 constexpr CRYPT_OID_INFO Typed(LPCSTR oid, LPCWSTR name) {
   return Row(CRYPT_RDN_ATTR_OID_GROUP_ID, oid, name, 0, Words<kTypes..., 0>::kBlob);
 }
+constexpr auto Directory = Typed<CERT_RDN_UTF8_STRING>;
 constexpr auto Printable = Typed<CERT_RDN_PRINTABLE_STRING>;
 constexpr auto Ia5 = Typed<CERT_RDN_IA5_STRING>;
-constexpr auto Domain = Typed<CERT_RDN_IA5_STRING, CERT_RDN_UTF8_STRING>;
 constexpr auto Numeric = Typed<CERT_RDN_NUMERIC_STRING>;
 constexpr CRYPT_OID_INFO Extension(LPCSTR oid, LPCWSTR name) {
   return Row(CRYPT_EXT_OR_ATTR_OID_GROUP_ID, oid, name);
@@ -137,7 +134,7 @@ constexpr CRYPT_OID_INFO kRows[] = {
     Directory("2.5.4.43", L"Initials"),
     Directory("2.5.4.4", L"SN"),
     Directory("2.5.4.65", L"PS"),
-    Domain("0.9.2342.19200300.100.1.25", L"DC"),
+    Directory("0.9.2342.19200300.100.1.25", L"DC"),
     Directory("2.5.4.9", L"STREET"),
     Numeric("1.2.643.100.1", L"OGRN"),
     Numeric("1.2.643.100.5", L"OGRNIP"),

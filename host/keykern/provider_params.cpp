@@ -33,13 +33,21 @@ void Put(const Algorithm& row, PROV_ENUMALGS_EX& record) {
   std::copy(row.longName.begin(), row.longName.end(), record.szLongName);
 }
 
+// Does a type's enumeration begin with it? The types of ECDSA and EdDSA have no hash of their own, and list first what
+// their signatures are made with.
+bool IsOwn(const Algorithm& row, DWORD type) {
+  if (row.providerType == type) return true;
+  const bool hashless = type == PROV_EC_ECDSA_FULL || type == PROV_EDDSA;
+  return hashless && row.kind == AlgorithmKind::Hash && row.providerType == PROV_RSA_AES;
+}
+
 // The row at a place of a type's enumeration, which begins with the algorithms that the type is the default for. Moves
 // on over those that this host does not have. Null at the end.
 const Algorithm* AlgorithmAt(DWORD type, uint32_t& place) {
   const std::span<const Algorithm> rows = Algorithms();
   for (; place < 2 * rows.size(); ++place) {
     const Algorithm& row = rows[place % rows.size()];
-    const bool own = row.providerType == type;
+    const bool own = IsOwn(row, type);
     if (own == (place < rows.size()) && IsAvailable(row)) return &row;
   }
   return nullptr;
@@ -148,8 +156,10 @@ DWORD GetProviderParam(Provider& provider, DWORD param, BYTE* out, DWORD* size, 
       return GiveRecord(provider.row().type, out, size);
     case PP_CONTAINER:
       return GiveContainerName(provider, "", out, size);
-    case PP_UNIQUE_CONTAINER:
     case PP_CONTAINER_PATH:
+      if (!provider.keySet().persistent()) return GiveText("", reinterpret_cast<char*>(out), size);
+      [[fallthrough]];
+    case PP_UNIQUE_CONTAINER:
       return GiveContainerName(provider, kReaderPrefix, out, size);
     case PP_KEYSET_TYPE:
       return GiveRecord(provider.scope() == Scope::Machine ? DWORD{CRYPT_MACHINE_KEYSET} : DWORD{0}, out,

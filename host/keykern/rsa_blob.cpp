@@ -48,6 +48,7 @@ bool RsaPublicToBlob(std::span<const BYTE> publicKeyInfo, SecretBytes& body) {
   std::span<const BYTE> bits;
   if (!in.take(der::kSequence, info) || !der::TakeAlgorithm(info, algorithm) || !info.takeBits(bits))
     return false;
+  if (algorithm.oid != kRsa) return false;
   der::Reader key(bits);
   der::Reader numbers;
   std::span<const BYTE> modulus;
@@ -79,7 +80,7 @@ bool RsaPrivateToBlob(std::span<const BYTE> privateKeyInfo, SecretBytes& body) {
   uint32_t version;
   std::span<const BYTE> octets;
   if (!in.take(der::kSequence, info) || !info.takeSmall(version) || !der::TakeAlgorithm(info, algorithm)
-      || !info.take(der::kOctetString, octets))
+      || !info.take(der::kOctetString, octets) || algorithm.oid != kRsa)
     return false;
   der::Reader key(octets);
   der::Reader numbers;

@@ -10,7 +10,7 @@ namespace keykern {
 
 using certkern::SecretBytes;
 
-// RSAPUBKEY and what follows it. False for a key that the form has no room for: a large exponent, primes of two sizes.
+// RSAPUBKEY and what follows it. False for a key that the form has no room for: a large exponent, primes of two sizes, RSASSA-PSS alone.
 [[nodiscard]] bool RsaPublicToBlob(std::span<const BYTE> publicKeyInfo, SecretBytes& body);
 [[nodiscard]] bool RsaPrivateToBlob(std::span<const BYTE> privateKeyInfo, SecretBytes& body);
 // The body after the header. False: malformed.

@@ -49,12 +49,14 @@ void SessionKey::endMessage() {
   stream_.reset();
   expectedTag_.clear();
   tag_.clear();
+  refused_ = false;
 }
 
 DWORD SessionKey::begin(Direction direction) {
   if (!cipher_) return NTE_BAD_KEY;
   if (stream_) return direction_ == direction ? ERROR_SUCCESS : NTE_BAD_KEY_STATE;
   tag_.clear();
+  refused_ = false;
   stream_ = NewCipherStream(settings_, direction);
   if (!stream_) return NTE_FAIL;
   direction_ = direction;
@@ -72,7 +74,7 @@ DWORD SessionKey::finishTag(Direction direction, std::span<BYTE> piece) {
   const bool same =
       expectedTag_.size() == tagSize && CRYPTO_memcmp(expectedTag_.data(), tag_.data(), tagSize) == 0;
   expectedTag_.clear();
-  tag_.clear();
+  refused_ = !same;
   if (same) return ERROR_SUCCESS;
   OPENSSL_cleanse(piece.data(), piece.size());
   return NTE_BAD_DATA;
@@ -248,8 +250,7 @@ DWORD SessionKey::setTag(const CRYPT_DATA_BLOB& tag) {
     return ERROR_SUCCESS;
   }
   const bool same = CRYPTO_memcmp(tag.pbData, tag_.data(), tagSize) == 0;
-  tag_.clear();
-  return same ? ERROR_SUCCESS : NTE_BAD_DATA;
+  return same && !refused_ ? ERROR_SUCCESS : NTE_BAD_DATA;
 }
 
 DWORD SessionKey::setEffectiveBits(DWORD bits) const {

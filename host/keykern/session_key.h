@@ -63,6 +63,7 @@ class SessionKey final : public KeyObject {
   Direction direction_ = Direction::Encrypt;
   SecretBytes expectedTag_;  // given before the last piece
   SecretBytes tag_;          // of the last message
+  bool refused_ = false;     // its tag was another
 };
 
 // Random key of a cipher. bits: 0 for the usual. NTE_BAD_ALGID, NTE_BAD_LEN, NTE_FAIL

@@ -20,7 +20,7 @@ DWORD Sign(HCRYPTHASH hashHandle, DWORD spec, DWORD flags, BYTE* out, DWORD* siz
     *size = most;
     return out ? ERROR_MORE_DATA : ERROR_SUCCESS;
   }
-  SecretBytes value;
+  HashValue value;
   SignatureInput input;
   if (const DWORD code = hash->finish((flags & CRYPT_PSS) != 0, value, input)) return code;
   SecretBytes signature;
@@ -38,7 +38,7 @@ DWORD Verify(HCRYPTHASH hashHandle, std::span<const BYTE> signature, HCRYPTKEY k
   if (!pair) return NTE_BAD_KEY;
   PublicKeyPtr half;
   if (const DWORD code = pair->publicKey(half)) return code;
-  SecretBytes value;
+  HashValue value;
   SignatureInput input;
   if (const DWORD code = hash->finish((flags & CRYPT_PSS) != 0, value, input)) return code;
   return half->verify(input, signature);

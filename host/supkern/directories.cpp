@@ -61,10 +61,12 @@ bool IsStickyWhereShared(const struct stat& status, mode_t writers) {
   return !(status.st_mode & writers) || (status.st_mode & S_ISVTX);
 }
 
+bool IsOursOrRoots(const struct stat& status) {
+  return status.st_uid == 0 || status.st_uid == static_cast<uid_t>(setfsuid(static_cast<uid_t>(-1)));
+}
+
 const char* DistrustDirectory(const struct stat& status, Sharing sharing) {
-  if (status.st_uid != 0 && status.st_uid != static_cast<uid_t>(setfsuid(static_cast<uid_t>(-1)))) {
-    return "belongs to somebody else";
-  }
+  if (!IsOursOrRoots(status)) return "belongs to somebody else";
   // an access list shows its widest right in the group bits
   if (sharing == Sharing::Private ? (status.st_mode & (S_IWGRP | S_IWOTH)) != 0
                                   : !IsStickyWhereShared(status, S_IWGRP | S_IWOTH)) {
@@ -73,8 +75,14 @@ const char* DistrustDirectory(const struct stat& status, Sharing sharing) {
   return nullptr;
 }
 
-// Walks up the real directories, whatever links the path went through. A group that may write above is common
-// where each user has a group of their own, so it is let pass.
+// Whoever owns a directory can put another in the place of what is in it, a sticky bit or not. A group that may write
+// is common where each user has a group of their own, so it is let pass.
+const char* DistrustParent(const struct stat& status) {
+  if (!IsOursOrRoots(status)) return "lies in a directory of somebody else";
+  return IsStickyWhereShared(status, S_IWOTH) ? nullptr : "lies in a directory that everybody can write to";
+}
+
+// Walks up the real directories, whatever links the path went through.
 const char* DistrustParents(Descriptor directory) {
   struct stat below {};
   if (fstat(directory.get(), &below) != 0) return "cannot be examined";
@@ -83,7 +91,7 @@ const char* DistrustParents(Descriptor directory) {
     struct stat above {};
     if (!parent || fstat(parent.get(), &above) != 0) return "has a parent that cannot be examined";
     if (above.st_dev == below.st_dev && above.st_ino == below.st_ino) return nullptr;  // the root
-    if (!IsStickyWhereShared(above, S_IWOTH)) return "lies in a directory that everybody can write to";
+    if (const char* reason = DistrustParent(above)) return reason;
     directory = std::move(parent);
     below = above;
   }
@@ -117,9 +125,10 @@ int MakeDirectories(const std::string& path, mode_t mode) {
   }
   struct stat status {};
   if (fstat(directory.get(), &status) != 0) return Unmade(path, errno);
-  const char* reason = IsStickyWhereShared(status, S_IWOTH)
-      ? DistrustParents(Descriptor(openat(directory.get(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC)))
-      : "would lie in a directory that everybody can write to";
+  const char* reason = DistrustParent(status);
+  if (!reason) {
+    reason = DistrustParents(Descriptor(openat(directory.get(), ".", O_PATH | O_DIRECTORY | O_CLOEXEC)));
+  }
   if (reason) return Refuse(path, reason, ERROR_ACCESS_DENIED);
   for (size_t begin = existing.size(); begin < path.size();) {
     const size_t first = path.find_first_not_of('/', begin);

@@ -30,7 +30,7 @@ CERTKERN_RECORD_SIZE(SV_ISSUER_SERIAL, 32);
 /** A certificate named by its hash. RFC 5035. */
 typedef struct _SV_CERT_HASH_ID {
   CRYPT_ALGORITHM_IDENTIFIER
-      HashAlgorithm;               /**< NULL identifier: the default of the form, also when decoded; empty
+  HashAlgorithm;                   /**< NULL identifier: the default of the form, also when decoded; empty
                                                  Parameters are absent, never NULL */
   CRYPT_HASH_BLOB CertHash;        /**< over the whole encoded certificate */
   PSV_ISSUER_SERIAL pIssuerSerial; /**< NULL when absent */

@@ -15,8 +15,8 @@ CERTKERN_EXTERN_C_BEGIN
  *  @errors ERROR_INVALID_PARAMETER: pszObjId or rgExtensions is NULL */
 CERTKERN_API PCERT_EXTENSION CertFindExtension(LPCSTR pszObjId, DWORD cExtensions,
                                                CERT_EXTENSION rgExtensions[]);
-/** Finds the first attribute with a given identifier; otherwise as CertFindExtension, but nothing is checked and no
- *  error set. */
+/** Finds the first attribute with a given identifier; otherwise as CertFindExtension, but no error is ever set: a NULL
+ *  pszObjId or rgAttr finds nothing. */
 CERTKERN_API PCRYPT_ATTRIBUTE CertFindAttribute(LPCSTR pszObjId, DWORD cAttr, CRYPT_ATTRIBUTE rgAttr[]);
 
 /** Compares two names as opaque bytes: neither case nor string type nor white space is evened out.
@@ -27,7 +27,7 @@ CERTKERN_API BOOL CertCompareCertificateName(DWORD dwCertEncodingType, PCERT_NAM
                                              PCERT_NAME_BLOB pCertName2);
 /** Tells if two records name the same certificate: Issuer and SerialNumber are compared, all else is not read.
  *  @return TRUE when equal; FALSE when not, or on failure
- *  @errors as CertCompareCertificateName and CertCompareIntegerBlob */
+ *  @errors ERROR_INVALID_PARAMETER: a null record; those of CertCompareCertificateName and CertCompareIntegerBlob */
 CERTKERN_API BOOL CertCompareCertificate(DWORD dwCertEncodingType, PCERT_INFO pCertId1, PCERT_INFO pCertId2);
 /** Compares two little-endian integers; redundant sign bytes at the top don't count.
  *  @return TRUE when equal; FALSE when not (the last error is left alone) or on failure
@@ -57,9 +57,11 @@ CERTKERN_API BOOL CertVerifyValidityNesting(PCERT_INFO pSubjectInfo, PCERT_INFO 
 #define CERT_DECIPHER_ONLY_KEY_USAGE 0x80 /**< second byte */
 
 /** Reads the key usage extension.
- *  @param pbKeyUsage  receives as many bytes of the bit string as fit
+ *  @param pbKeyUsage  receives as many bytes of the bit string as fit; what they leave is zeroed, in every case
  *  @param cbKeyUsage  bytes at pbKeyUsage; 1 or 2 are enough
- *  @return TRUE; FALSE when there is none (the buffer is zeroed) or it does not decode */
+ *  @return TRUE; FALSE when there is none, with last error 0, or on failure
+ *  @errors ERROR_INVALID_PARAMETER: no certificate, no buffer; those of CryptDecodeObject; CRYPT_E_ASN1_ERROR: far more
+ *          bits than are defined */
 CERTKERN_API BOOL CertGetIntendedKeyUsage(DWORD dwCertEncodingType, PCERT_INFO pCertInfo, BYTE* pbKeyUsage,
                                           DWORD cbKeyUsage);
 
@@ -71,21 +73,23 @@ CERTKERN_API BOOL CertGetIntendedKeyUsage(DWORD dwCertEncodingType, PCERT_INFO p
  *  @param dwFlags   0 (both; where both exist, what is in both) or one of the flags above
  *  @param pUsage    receives the record with all that it points to; NULL asks for the size
  *  @param pcbUsage  in: bytes at pUsage; out: the size
- *  @return TRUE or FALSE. No identifiers with last error CRYPT_E_NOT_FOUND: good for every use; with last error 0: for
- *          none
- *  @errors ERROR_INVALID_PARAMETER: a null argument; ERROR_INVALID_FLAGS; ERROR_MORE_DATA; CRYPT_E_ASN1_ERROR: the
- *          extension does not decode; CRYPT_E_NOT_FOUND: with a flag, no such list */
+ *  @return TRUE or FALSE. No identifiers, always with last error CRYPT_E_NOT_FOUND: neither list exists, or both have
+ *          nothing in common
+ *  @errors ERROR_INVALID_PARAMETER: a null argument, or not a live context; ERROR_INVALID_FLAGS; ERROR_MORE_DATA;
+ *          CRYPT_E_ASN1_ERROR: the extension does not decode; those of CryptDecodeObject: the property does not;
+ *          CRYPT_E_NOT_FOUND: with a flag, no such list, or an empty one; ERROR_NOT_ENOUGH_MEMORY */
 CERTKERN_API BOOL CertGetEnhancedKeyUsage(PCCERT_CONTEXT pCertContext, DWORD dwFlags,
                                           PCERT_ENHKEY_USAGE pUsage, DWORD* pcbUsage);
-/** Reads what all of some certificates may be used for: the purposes that none of them excludes.
+/** Reads what all of some certificates may be used for: the purposes that none of them excludes. A certificate restricts
+ *  nothing when CertGetEnhancedKeyUsage gives no identifiers for it, or fails.
  *  @param rghCerts  cCerts contexts
- *  @param cNumOIDs  receives the number of identifiers; -1: nothing restricts the use
+ *  @param cNumOIDs  receives the number of identifiers, in the order of the first that restricts; -1: none does, and
+ *                   rghOIDs is left alone
  *  @param rghOIDs   receives pointers to the identifiers, which lie behind them in the same buffer; NULL asks for the
  *                   size
  *  @param pcbOIDs   in: bytes at rghOIDs; out: the size
  *  @return TRUE or FALSE
- *  @errors ERROR_INVALID_PARAMETER: a null argument; ERROR_MORE_DATA; ERROR_NOT_ENOUGH_MEMORY; those of
- *          CertGetEnhancedKeyUsage */
+ *  @errors ERROR_INVALID_PARAMETER: a null argument; ERROR_MORE_DATA; ERROR_NOT_ENOUGH_MEMORY */
 CERTKERN_API BOOL CertGetValidUsages(DWORD cCerts, PCCERT_CONTEXT* rghCerts, int* cNumOIDs, LPSTR* rghOIDs,
                                      DWORD* pcbOIDs);
 
@@ -101,7 +105,8 @@ CERTKERN_API BOOL CertGetValidUsages(DWORD cCerts, PCCERT_CONTEXT* rghCerts, int
 CERTKERN_API BOOL CryptHashCertificate(HCRYPTPROV_LEGACY hCryptProv, ALG_ID Algid, DWORD dwFlags,
                                        const BYTE* pbEncoded, DWORD cbEncoded, BYTE* pbComputedHash,
                                        DWORD* pcbComputedHash);
-/** Hashes the signed part of a signed object, with the hash that its signature algorithm names.
+/** Hashes the signed part of a signed object, with the hash that its signature algorithm's row names: of RSA-PSS that is
+ *  SHA-1, whatever the parameters say.
  *  @param pbEncoded  a whole certificate, CRL or request, cbEncoded bytes
  *  @return TRUE or FALSE; sizes as for CryptHashCertificate
  *  @errors CRYPT_E_ASN1_ERROR: not a signed object; NTE_FAIL: an unknown signature algorithm; ERROR_MORE_DATA; those

@@ -186,12 +186,12 @@ CERTKERN_API BOOL CryptReleaseContext(HCRYPTPROV hProv, DWORD dwFlags);
 #define PP_CHANGE_PIN \
   7                    /**< text, narrow, to be set: another PIN; empty: none. The old one was given before */
 #define PP_PROVTYPE 16 /**< DWORD */
-#define PP_ENUMALGS_EX 22               /**< PROV_ENUMALGS_EX */
-#define PP_KEYSET_TYPE 27               /**< DWORD: CRYPT_MACHINE_KEYSET or 0 */
-#define PP_KEYEXCHANGE_PIN 32           /**< text, narrow */
-#define PP_SIGNATURE_PIN 33             /**< text, narrow */
-#define PP_UNIQUE_CONTAINER 36          /**< text, narrow */
-#define PP_CONTAINER_PATH 111           /**< text, narrow: the name that opens the container again */
+#define PP_ENUMALGS_EX 22      /**< PROV_ENUMALGS_EX */
+#define PP_KEYSET_TYPE 27      /**< DWORD: CRYPT_MACHINE_KEYSET or 0 */
+#define PP_KEYEXCHANGE_PIN 32  /**< text, narrow */
+#define PP_SIGNATURE_PIN 33    /**< text, narrow */
+#define PP_UNIQUE_CONTAINER 36 /**< text, narrow */
+#define PP_CONTAINER_PATH 111 /**< text, narrow: the name that opens the container again; empty without one */
 #define PP_CONTAINER_EXTENSION 132      /**< CONTAINER_EXTENSION, to be set */
 #define PP_ENUM_CONTAINER_EXTENSION 133 /**< CONTAINER_EXTENSION */
 #define PP_EPHEMERAL_ATTRIBUTE 172      /**< DWORD: 0 when messages go without the attribute */
@@ -379,9 +379,9 @@ CERTKERN_API BOOL CryptDestroyHash(HCRYPTHASH hHash);
 #define CRYPT_USER_PROTECTED 0x2u
 #define CRYPT_CREATE_SALT 0x4u
 #define CRYPT_NO_SALT 0x10u
-#define CRYPT_PREGEN 0x40u           /**< parameters follow: the key is made when it is first used */
-#define CRYPT_ARCHIVABLE 0x4000u     /**< exportable as long as this handle lives */
-#define CRYPT_NO_PERSIST_KEY 0x8000u /**< CryptImportKey: beside the container's keys, not among them */
+#define CRYPT_PREGEN 0x40u       /**< parameters follow: the key is made when it is first used */
+#define CRYPT_ARCHIVABLE 0x4000u /**< exportable as long as this handle lives */
+#define CRYPT_FORCE_KEY_PROTECTION_HIGH 0x8000u /**< CryptImportKey: taken, and without effect */
 #define CRYPT_PUBLIC_IMPORT \
   0x10000u /**< CryptImportKey: the blob is this library's own form of a public key */
 
@@ -554,7 +554,7 @@ CERTKERN_API BOOL CryptGetUserKey(HCRYPTPROV hProv, DWORD dwKeySpec, HCRYPTKEY* 
  *  and then KP_IV the UKM (8 octets, 32 for CALG_EXPORT_KEXP15_...). A private key goes into the container as CryptGenKey tells.
  *  @param pbData    dwDataLen bytes, whole
  *  @param hPubKey   the key that the blob is wrapped under, the private key of an agreement, or 0
- *  @param dwFlags   CRYPT_EXPORTABLE, CRYPT_OAEP, CRYPT_NO_PERSIST_KEY, CRYPT_PUBLIC_IMPORT
+ *  @param dwFlags   CRYPT_EXPORTABLE, CRYPT_OAEP, CRYPT_PUBLIC_IMPORT
  *  @param phKey     receives the key, for CryptDestroyKey
  *  @return TRUE or FALSE
  *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER; NTE_BAD_DATA: malformed, or wrapped under another key; NTE_BAD_VER;
@@ -621,8 +621,8 @@ CERTKERN_API BOOL CryptEncrypt(HCRYPTKEY hKey, HCRYPTHASH hHash, BOOL Final, DWO
 CERTKERN_API BOOL CryptDecrypt(HCRYPTKEY hKey, HCRYPTHASH hHash, BOOL Final, DWORD dwFlags, BYTE* pbData,
                                DWORD* pdwDataLen);
 
-/** --- Display of what is to be signed. A key level that can show it to its user before a key is used exports the
- *  following four; they may be missing altogether, which is the same as "not enabled". --- */
+/* --- Display of what is to be signed. A key level that can show it to its user before a key is used exports the
+ * following four; they may be missing altogether, which is the same as "not enabled". --- */
 
 /** What a registration tells about the bytes that are about to be signed. */
 typedef struct _HASH_MSG_RECORD {

@@ -30,7 +30,7 @@ CERTKERN_API BOOL CryptExportPublicKeyInfoEx(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE hCr
  *  @param pInfo  the key; its algorithm decides how it is converted
  *  @param phKey  receives the key, for CryptDestroyKey
  *  @return TRUE or FALSE
- *  @errors those of the extension library and the key level */
+ *  @errors ERROR_INVALID_PARAMETER: pInfo or phKey is NULL; those of the extension library and the key level */
 CERTKERN_API BOOL CryptImportPublicKeyInfo(HCRYPTPROV hCryptProv, DWORD dwCertEncodingType,
                                            PCERT_PUBLIC_KEY_INFO pInfo, HCRYPTKEY* phKey);
 /** As CryptImportPublicKeyInfo.
@@ -43,10 +43,12 @@ CERTKERN_API BOOL CryptImportPublicKeyInfoEx(HCRYPTPROV hCryptProv, DWORD dwCert
 
 /** The length of a public key.
  *  @return bits; 0 on failure
- *  @errors NTE_FAIL: the provider answers no length; those of CryptImportPublicKeyInfoEx */
+ *  @errors ERROR_INVALID_PARAMETER: pPublicKey is NULL; NTE_BAD_ALGID: no such algorithm; NTE_FAIL: the provider answers
+ *          no length; those of CryptImportPublicKeyInfoEx */
 CERTKERN_API DWORD CertGetPublicKeyLength(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_INFO pPublicKey);
 /** Tells if two public keys are the same: algorithm, bits and parameters. Of the parameters of a GOST R 34.10-2012 key
- *  only the parameter set counts. RFC 9215.
+ *  only the parameter set counts (RFC 9215), unless the setting \config\parameters\DisableXnCertComparePublicKeyInfo,
+ *  which is read once, is another number than 0.
  *  @return TRUE when equal; FALSE when not (the last error is left alone) or on failure
  *  @errors CRYPT_E_ASN1_INTERNAL: GOST parameters that don't decode */
 CERTKERN_API BOOL CertComparePublicKeyInfo(DWORD dwCertEncodingType, PCERT_PUBLIC_KEY_INFO pPublicKey1,
@@ -68,12 +70,14 @@ CERTKERN_API BOOL CryptHashPublicKeyInfo(HCRYPTPROV_LEGACY hCryptProv, ALG_ID Al
  *  @param dwKeySpec            AT_KEYEXCHANGE or AT_SIGNATURE
  *  @param pSignatureAlgorithm  a signature, or a bare hash: then the result is that hash. For RSA-PSS the parameters
  *                              say how (RFC 4055, 3); none: the defaults
- *  @param pvHashAuxInfo        NULL
+ *  @param pvHashAuxInfo        not looked at
  *  @param pbSignature          receives the signature in stream order; NULL asks for the size
- *  @param pcbSignature         in: bytes at pbSignature; out: the signature's size
+ *  @param pcbSignature         in: bytes at pbSignature; out: the signature's size. Without a buffer it is the most that
+ *                              a signature can have, which those of ECDSA seldom do
  *  @return TRUE or FALSE
- *  @errors NTE_FAIL: an unknown algorithm; CRYPT_E_ASN1_ERROR: its parameters; ERROR_MORE_DATA; those of the key
- *          level */
+ *  @errors ERROR_INVALID_PARAMETER: no bytes, no algorithm, no size; NTE_FAIL: an unknown algorithm; CRYPT_E_ASN1_ERROR:
+ *          malformed parameters; NTE_BAD_ALGID: parameters that ask for what there is not, such as two different
+ *          hashes; ERROR_MORE_DATA; those of the key level */
 CERTKERN_API BOOL CryptSignCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE hCryptProv, DWORD dwKeySpec,
                                        DWORD dwCertEncodingType, const BYTE* pbEncodedToBeSigned,
                                        DWORD cbEncodedToBeSigned,
@@ -82,10 +86,11 @@ CERTKERN_API BOOL CryptSignCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE hCryptPro
 /** Encodes a record, signs it, and encodes both as a signed object.
  *  @param lpszStructType  X509_CERT_TO_BE_SIGNED, X509_CERT_CRL_TO_BE_SIGNED, X509_CERT_REQUEST_TO_BE_SIGNED ...
  *  @param pvStructInfo    the record; its own signature algorithm should be the same as pSignatureAlgorithm
- *  @param pbEncoded       receives the object; NULL asks for the size
- *  @param pcbEncoded      in: bytes at pbEncoded; out: its size
+ *  @param pbEncoded       receives the object; NULL asks for the size, which signs nothing
+ *  @param pcbEncoded      in: bytes at pbEncoded; out: its size; without a buffer, or with one that is too small, the most
+ *                         that it can have
  *  @return TRUE or FALSE
- *  @errors those of CryptEncodeObject and CryptSignCertificate */
+ *  @errors ERROR_MORE_DATA: nothing was signed; those of CryptEncodeObject and CryptSignCertificate */
 CERTKERN_API BOOL CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE hCryptProv, DWORD dwKeySpec,
                                                 DWORD dwCertEncodingType, LPCSTR lpszStructType,
                                                 const void* pvStructInfo,
@@ -98,8 +103,10 @@ CERTKERN_API BOOL CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE 
  *  @param cbEncoded   bytes at pbEncoded
  *  @param pPublicKey  the issuer's key
  *  @return TRUE or FALSE
- *  @errors CRYPT_E_ASN1_ERROR: no bytes, or not a signed object; NTE_BAD_DATA: no signature, or key and signature
- *          disagree on RSA-PSS (RFC 4055, 3); NTE_BAD_SIGNATURE; NTE_BAD_ALGID; those of the key level */
+ *  @errors CRYPT_E_ASN1_ERROR: no bytes, not a signed object, or malformed RSA-PSS parameters; ERROR_INVALID_PARAMETER: no
+ *          key; NTE_BAD_DATA: no signature, or key and signature disagree on RSA-PSS (RFC 4055, 3); NTE_BAD_SIGNATURE;
+ *          NTE_BAD_ALGID; those of the extension library and the key level. An unknown signature algorithm leaves the
+ *          last error as it was */
 CERTKERN_API BOOL CryptVerifyCertificateSignature(HCRYPTPROV_LEGACY hCryptProv, DWORD dwCertEncodingType,
                                                   const BYTE* pbEncoded, DWORD cbEncoded,
                                                   PCERT_PUBLIC_KEY_INFO pPublicKey);

@@ -1,8 +1,8 @@
 /** OID function sets, by which a program plugs its own functions in, and the plain algorithm look-ups.
  *
  *  A set is a named list of entries, each of which ties an encoding type and an identifier to a function. Sets live in
- *  the process alone: nothing is read from configuration, no library is loaded, and nothing is ever unloaded. Install
- *  before threads start to look up: the lists are not locked. */
+ *  the process alone: nothing is read from configuration, no library is loaded, and nothing is ever unloaded. Any thread
+ *  may install and look up at any time. */
 #ifndef CERTKERN_OID_H
 #define CERTKERN_OID_H
 
@@ -31,7 +31,8 @@ CERTKERN_RECORD_SIZE(CRYPT_OID_FUNC_ENTRY, 16);
  *  @param dwFlags  0
  *  @return a handle that stays good until the process ends; NULL on failure
  *  @errors ERROR_INVALID_PARAMETER: no name, flags; ERROR_CALL_NOT_IMPLEMENTED: a name with a reserved beginning
- *          (CertDll, CryptDll, CryptCNG, CryptSIP); ERROR_DLL_INIT_FAILED: the built-in entries */
+ *          (CertDll, CryptDll, CryptCNG, CryptSIP) that is not CRYPT_OID_VERIFY_CERTIFICATE_CHAIN_POLICY_FUNC;
+ *          ERROR_DLL_INIT_FAILED: the built-in entries; ERROR_NOT_ENOUGH_MEMORY */
 CERTKERN_API HCRYPTOIDFUNCSET CryptInitOIDFunctionSet(LPCSTR pszFuncName, DWORD dwFlags);
 
 /** dwFlags of CryptInstallOIDFunctionAddress: put the entries in front, so that they are found before others. */
@@ -41,9 +42,9 @@ CERTKERN_API HCRYPTOIDFUNCSET CryptInitOIDFunctionSet(LPCSTR pszFuncName, DWORD 
  *  @param hModule         NULL
  *  @param dwEncodingType  for which the entries hold; 0: for look-ups with 0
  *  @param cFuncEntry      elements of rgFuncEntry; 0 makes the set and no more
- *  @param rgFuncEntry     copied
+ *  @param rgFuncEntry     copied; of several with one identifier the first is found, or with the flag the last
  *  @param dwFlags         0 or CRYPT_INSTALL_OID_FUNC_BEFORE_FLAG
- *  @return TRUE or FALSE
+ *  @return TRUE or FALSE; all entries are installed or none
  *  @errors ERROR_INVALID_PARAMETER: a module, a count without an array, flags; those of CryptInitOIDFunctionSet */
 CERTKERN_API BOOL CryptInstallOIDFunctionAddress(HMODULE hModule, DWORD dwEncodingType, LPCSTR pszFuncName,
                                                  DWORD cFuncEntry, const CRYPT_OID_FUNC_ENTRY rgFuncEntry[],
@@ -66,7 +67,9 @@ CERTKERN_API BOOL CryptGetOIDFunctionAddress(HCRYPTOIDFUNCSET hFuncSet, DWORD dw
 /** Walks the default entries of a set.
  *  @param pwszDll     NULL
  *  @param dwFlags     0
- *  @param phFuncAddr  in: NULL to begin, else the handle of the entry to go on behind; out: that of the entry found
+ *  @param ppvFuncAddr receives the function; NULL when there are no more
+ *  @param phFuncAddr  in: NULL to begin, else the handle of the entry to go on behind; out: that of the entry found, NULL
+ *                     when there are no more
  *  @return TRUE or FALSE
  *  @errors ERROR_INVALID_PARAMETER: as for CryptGetOIDFunctionAddress; ERROR_MOD_NOT_FOUND: a library name;
  *          ERROR_FILE_NOT_FOUND: no more */

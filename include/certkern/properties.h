@@ -84,7 +84,7 @@ CERTKERN_API BOOL CertFreeCRLContext(PCCRL_CONTEXT pCrlContext);
 #define CERT_PVK_FILE_PROP_ID 12
 #define CERT_DESCRIPTION_PROP_ID 13    /**< wide text, as above */
 #define CERT_ACCESS_STATE_PROP_ID 14   /**< can't be set */
-#define CERT_SIGNATURE_HASH_PROP_ID 15 /**< computed; the hash that the issuer signed */
+#define CERT_SIGNATURE_HASH_PROP_ID 15 /**< computed; the hash that the issuer signed, 32 bytes at most */
 #define CERT_SMART_CARD_DATA_PROP_ID 16
 #define CERT_ARCHIVED_PROP_ID 19       /**< its presence hides the object from most searches */
 #define CERT_KEY_IDENTIFIER_PROP_ID 20 /**< computed; the extension's content, else SHA-1 of the key bits */
@@ -152,12 +152,12 @@ CERTKERN_FIELD_AT(CRYPT_KEY_PROV_INFO, dwKeySpec, 40);
  *  @param pcbData   in: bytes at pvData; out: the value's size. For CERT_KEY_PROV_INFO_PROP_ID the size is a bound that
  *                   the record may not fill
  *  @return TRUE or FALSE
- *  @errors ERROR_INVALID_PARAMETER: not a live context, identifier 0; CRYPT_E_NOT_FOUND: no such property, and none to
- *          compute; ERROR_MORE_DATA: too little room; ERROR_INVALID_DATA: the stored key information is damaged; the
- *          code of what should have computed it */
+ *  @errors ERROR_INVALID_PARAMETER: not a live context, identifier 0, a NULL pcbData; CRYPT_E_NOT_FOUND: no such
+ *          property, and none to compute; ERROR_MORE_DATA: too little room, or a signed hash above 32 bytes;
+ *          ERROR_INVALID_DATA: the stored key information is damaged; the code of what should have computed it */
 CERTKERN_API BOOL CertGetCertificateContextProperty(PCCERT_CONTEXT pCertContext, DWORD dwPropId, void* pvData,
                                                     DWORD* pcbData);
-/** As CertGetCertificateContextProperty; a NULL pcbData is ERROR_INVALID_PARAMETER too. */
+/** As CertGetCertificateContextProperty. */
 CERTKERN_API BOOL CertGetCRLContextProperty(PCCRL_CONTEXT pCrlContext, DWORD dwPropId, void* pvData,
                                             DWORD* pcbData);
 
@@ -177,7 +177,7 @@ CERTKERN_API BOOL CertSetCRLContextProperty(PCCRL_CONTEXT pCrlContext, DWORD dwP
                                             const void* pvData);
 
 /** Walks the properties that are there, in order of setting. A computed one is there once it was asked for; the key
- *  context never is. Nothing is locked: don't change properties during a walk.
+ *  context never is. Each step finds its place by the identifier, so a walk ends where that one was removed.
  *  @param dwPropId  0 to begin, then what the last call answered
  *  @return the next identifier; 0 at the end, and for a NULL context */
 CERTKERN_API DWORD CertEnumCertificateContextProperties(PCCERT_CONTEXT pCertContext, DWORD dwPropId);

@@ -19,7 +19,7 @@ CERTKERN_EXTERN_C_BEGIN
 /** What CertOpenStore opens, and what pvPara is then. A provider named by text is refused. */
 #define CERT_STORE_PROV_MSG ((LPCSTR)1)        /**< HCRYPTMSG: its certificates and CRLs, copied */
 #define CERT_STORE_PROV_MEMORY ((LPCSTR)2)     /**< ignored: an empty store */
-#define CERT_STORE_PROV_FILE ((LPCSTR)3)       /**< FILE*, which stays with the store until it is closed */
+#define CERT_STORE_PROV_FILE ((LPCSTR)3)       /**< FILE*, the store's once it is open, which closes it */
 #define CERT_STORE_PROV_REG ((LPCSTR)4)        /**< anything but NULL: an empty store, never saved */
 #define CERT_STORE_PROV_PKCS7 ((LPCSTR)5)      /**< CRYPT_DATA_BLOB: an encoded signed message */
 #define CERT_STORE_PROV_SERIALIZED ((LPCSTR)6) /**< CRYPT_DATA_BLOB: what CertSaveStore wrote */
@@ -66,7 +66,8 @@ CERTKERN_EXTERN_C_BEGIN
  *  @param lpszStoreProvider  one of the CERT_STORE_PROV_... numbers
  *  @param dwEncodingType     kept with the store
  *  @param hCryptProv         for hashes of its objects; 0: a default one. Owned by the store unless
- *                            CERT_STORE_NO_CRYPT_RELEASE_FLAG is set
+ *                            CERT_STORE_NO_CRYPT_RELEASE_FLAG is set; when the open fails it stays the caller's, as a
+ *                            FILE does
  *  @param dwFlags            CERT_STORE_..._FLAG, and the location of a system store. A file that can't be written
  *                            is opened read-only
  *  @param pvPara             what the provider needs
@@ -149,7 +150,9 @@ CERTKERN_API BOOL CertSaveStore(HCERTSTORE hCertStore, DWORD dwEncodingType, DWO
 
 /* --- Adding and deleting --- */
 
-/** What to do when the same object, by its SHA-1 hash, is in the store already. */
+/** What to do when the same object is in the store already: a certificate of the same bytes; a CRL of the same issuer
+ *  with the same authority key identifier or none, base or delta as well. Archived objects don't count unless the store
+ *  was opened to see them. */
 #define CERT_STORE_ADD_NEW 1                                 /**< fail with CRYPT_E_EXISTS */
 #define CERT_STORE_ADD_USE_EXISTING 2                        /**< keep the one there, and answer it */
 #define CERT_STORE_ADD_REPLACE_EXISTING 3                    /**< replace it, and its properties */
@@ -161,7 +164,7 @@ CERTKERN_API BOOL CertSaveStore(HCERTSTORE hCertStore, DWORD dwEncodingType, DWO
  *  @param hCertStore        NULL: nothing is stored, and the result is a free-standing copy. A collection passes the
  *                           object to its first member that takes additions
  *  @param dwAddDisposition  CERT_STORE_ADD_...
- *  @param ppStoreContext    receives the store's own context, to be freed; may be NULL
+ *  @param ppStoreContext    receives the store's own context, to be freed, or NULL on failure; may be NULL
  *  @return TRUE or FALSE
  *  @errors ERROR_INVALID_PARAMETER: not a live context; E_INVALIDARG: the disposition; CRYPT_E_EXISTS; E_ACCESSDENIED:
  *          a read-only store, a collection without a member that takes additions; ERROR_CANCELLED: the user refused;
@@ -178,7 +181,7 @@ CERTKERN_API BOOL CertAddCRLContextToStore(HCERTSTORE hCertStore, PCCRL_CONTEXT 
  *  @param ppStoreContext    receives the link, to be freed; may be NULL
  *  @return TRUE or FALSE
  *  @errors E_INVALIDARG: no store, a collection, the disposition; ERROR_INVALID_PARAMETER: not a live context;
- *          CRYPT_E_EXISTS; ERROR_NOT_ENOUGH_MEMORY */
+ *          CRYPT_E_EXISTS; E_ACCESSDENIED: replacing in a read-only store; ERROR_NOT_ENOUGH_MEMORY */
 CERTKERN_API BOOL CertAddCertificateLinkToStore(HCERTSTORE hCertStore, PCCERT_CONTEXT pCertContext,
                                                 DWORD dwAddDisposition, PCCERT_CONTEXT* ppStoreContext);
 /** As CertAddCertificateLinkToStore. */
@@ -210,7 +213,8 @@ CERTKERN_API BOOL CertAddEncodedCertificateToSystemStoreW(LPCWSTR szCertStoreNam
                                                           DWORD cbCertEncoded);
 
 /** Takes a certificate out of its store and frees the context, on failure too: duplicate it first to go on using it, as
- *  in an enumeration. Other contexts of it stay good. A context without a store is left alone, and not freed.
+ *  in an enumeration, which goes on from the one that was taken out. Other contexts of it stay good; taking it out by
+ *  one of them as well is no failure. A context without a store is left alone, and not freed.
  *  @return TRUE or FALSE
  *  @errors ERROR_INVALID_PARAMETER: not a live context; E_ACCESSDENIED: the store is read-only */
 CERTKERN_API BOOL CertDeleteCertificateFromStore(PCCERT_CONTEXT pCertContext);

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <iterator>
 
+#include "oid/function_sets.h"
 #include "platform/trace.h"
+#include "store/context_record.h"
 
 namespace certkern {
 namespace {
@@ -16,12 +18,13 @@ constexpr StartupStep kSteps[] = {
      [] { CloseTraceContext(certkern_db_ctx); }                                                                          },
     {"lazy trace",   [] { certkern_lazy_db_ctx.arm(); },                            [] { certkern_lazy_db_ctx.disarm(); }},
  // thread slots of the PIN callback
-  // list of OID function sets
+    {"OID sets",     OpenFunctionSets,                                              CloseFunctionSets                    },
     {"policy trace", [] { OpenTraceContext(pkivalidator_db_ctx, "pkivalidator"); },
      [] { CloseTraceContext(pkivalidator_db_ctx); }                                                                      },
     {"chain detail", ReadChainDetailWish,                                           nullptr                              },
  // URL cache
-  // registry of contexts, last: the first to go
+    {"contexts",     [] { contextRegistry.create(); },
+     [] { contextRegistry.retire(); }                                                                                    }, // last: the first to go
 };
 
 struct Startup {

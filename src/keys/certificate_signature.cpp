@@ -14,6 +14,7 @@
 #include "keys/pss_parameters.h"
 #include "keys/public_key.h"
 #include "keys/signing_display.h"
+#include "oid/algorithm_finders.h"
 #include "oid/algorithm_lookup.h"
 #include "platform/sizes.h"
 #include "store/certificate_digest.h"
@@ -104,6 +105,15 @@ PCERT_PUBLIC_KEY_INFO IssuerKey(DWORD type, void* issuer) {
   return info ? &info->SubjectPublicKeyInfo : nullptr;
 }
 
+// Is the signature's algorithm one of the key's? A name that lies must not pass, however good the numbers are.
+bool IsMadeBy(const SignatureRow& row, LPCSTR signatureOid, LPCSTR keyOid) {
+  if (!row.key) return true;
+  CFindPubKeyAlgId finder(keyOid, ALG_CLASS_SIGNATURE);
+  if (!finder.find() || finder.algorithm() != row.key) return false;
+  // keys whose OID is a signature's as well sign under that one alone (RFC 8410, RFC 4055)
+  return !FindSignatureRow(keyOid) || std::strcmp(keyOid, signatureOid) == 0;
+}
+
 }  // namespace
 
 bool SignBytes(HCRYPTPROV provider, DWORD keySpec, std::span<const BYTE> toBeSigned,
@@ -169,6 +179,7 @@ bool VerifySignedObject(HCRYPTPROV provider, std::span<const BYTE> encoded, PCER
   Scheme scheme;
   if (!ChooseScheme(*row, oid, object.algorithm.parameters, scheme) || !KeyAllows(key->Algorithm, scheme))
     return false;
+  if (!IsMadeBy(*row, oid, key->Algorithm.pszObjId)) return Fault(NTE_BAD_SIGNATURE);
   const ALG_ID keyAlgorithm = AlgIdOfOid(key->Algorithm.pszObjId);
   if (provider) return VerifyWith(provider, object, scheme, key, keyAlgorithm);
   const ProviderHandle found = FindProviderForSignature(*row, keyAlgorithm);

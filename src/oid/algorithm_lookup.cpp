@@ -77,7 +77,9 @@ PCCRYPT_OID_INFO DefaultSignatureInfo(LPCSTR publicKeyOid) {
   if (!key) return nullptr;
   const ALG_ID gostHash = DefaultGostHash(publicKeyOid);
   if (const PCCRYPT_OID_INFO info = FindBySignature(gostHash ? gostHash : CALG_SHA1, key)) return info;
-  return CFindSignatureOidInfo(key).find();
+  // keys of one ALG_ID may still sign under OIDs of their own, which then name key and signature alike (RFC 8410)
+  const PCCRYPT_OID_INFO own = FindByOid(publicKeyOid, CRYPT_SIGN_ALG_OID_GROUP_ID);
+  return own && SignatureRow(*own).key == key ? own : CFindSignatureOidInfo(key).find();
 }
 
 PCCRYPT_OID_INFO SignatureInfo(LPCSTR publicKeyOid, LPCSTR hashOid) {

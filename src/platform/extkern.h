@@ -59,7 +59,7 @@ CERTKERN_API XnConvertKey XnRsaConvertPublicKeyInfo;
 
 // A provider's public key as one buffer: the record, then its pieces. pszPublicKeyObjId, when given, takes the place of
 // the key's own algorithm identifier. dwFlags is 0 and pvAuxInfo null. Codes as for a codec and as the provider's; also
-// ERROR_FILE_NOT_FOUND: no such encoding type; ERROR_CALL_NOT_IMPLEMENTED: a key library without keys
+// ERROR_FILE_NOT_FOUND: no such encoding type
 using XnExportKey = BOOL(HCRYPTPROV hCryptProv, DWORD dwKeySpec, DWORD dwCertEncodingType,
                          LPSTR pszPublicKeyObjId, DWORD dwFlags, void* pvAuxInfo, PCERT_PUBLIC_KEY_INFO pInfo,
                          DWORD* pcbInfo);

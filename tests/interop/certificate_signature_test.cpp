@@ -10,95 +10,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 
 namespace fs = std::filesystem;
 
 namespace {
 
-// objects NAME KEY-OPTIONS SIGNING-OPTIONS makes NAME.crt, NAME.csr and NAME.crl, all DER.
-constexpr char kScript[] = R"sh(
-set -eu
-cat >openssl.cnf <<CONFIG
-openssl_conf = init
-[init]
-engines = engines
-[engines]
-gost = gost
-[gost]
-engine_id = gost
-dynamic_path = ${GOST_ENGINE:-$(openssl version -e | sed 's/.*"\(.*\)"
-        .*
-    /\1 /')/gost.so} default_algorithms = ALL[req] distinguished_name = none prompt =
-    no[none][ca] default_ca = authority[authority] database = index.txt default_md =
-        default default_crl_days = 30 CONFIG export OPENSSL_CONF =
-            "$PWD/openssl.cnf" printf 'R\t400101000000Z\t240101000000Z\t01\tunknown\t/CN=01\n'
-    > index.txt
-
-      sign(){name = $1 key = $2 shift 2 openssl req - x509 - new - key "$key.key" - subj "/CN=$name"
-                 - days 90 "$@" - out "$name.pem" openssl x509 - in "$name.pem" - outform DER
-                 - out "$name.crt" openssl req - new - key "$key.key"
-                 - subj
-                 "/CN=$name"
-                 "$@"
-                 - outform DER
-                 - out "$name.csr"
-#a list takes its digest as - md, not as an option of that name
-                 list = $(printf '%s ' "$@" | sed 's/-sha\([0-9]*\)/-md sha\1/') openssl ca - gencrl
-                         - keyfile "$key.key" - cert "$name.pem" $list - out list.pem 2
-                     > errors
-                 || {cat errors > &2;
-exit 1;
-}  // namespace
-openssl crl - in list.pem - outform DER - out "$name.crl"
-}
-key() {
-  name = $1 shift openssl genpkey "$@" - out "$name.key" 2 > errors || {
-    cat errors > &2;
-    exit 1;
-  }
-}
-
-key rsa -algorithm RSA -pkeyopt rsa_keygen_bits:2048
-for hash in sha1 sha256 sha384 sha512;
-do
-  sign rsa-$hash rsa -$hash
-done
-for hash in sha1 sha256 sha512;
-do
-  for
-    salt in 0 20 32 64;
-do
-    sign pss-$hash-$salt rsa -$hash -sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:$salt
-  done
-done
-#keys that make nothing but RSASSA - PSS
-key free-pss -algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048
-sign free-pss free-pss -sha256 -sigopt rsa_pss_saltlen:32
-key bound-pss -algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048 -pkeyopt rsa_pss_keygen_md:sha256 \
-  -pkeyopt rsa_pss_keygen_mgf1_md:sha256 -pkeyopt rsa_pss_keygen_saltlen:20
-sign bound-pss bound-pss -sha256 -sigopt rsa_pss_saltlen:32
-for curve in P-256 P-384 P-521;
-do
-  key $curve -algorithm EC -pkeyopt ec_paramgen_curve:$curve
-  for hash in sha1 sha256 sha384 sha512;
-do
-    sign $curve-$hash $curve -$hash
-  done
-done
-for algorithm in ED25519 ED448;
-do key $algorithm - algorithm $algorithm sign $algorithm $algorithm done gost() {
-  algorithm=$1
-  shift
-  for set in "$@";
-  do
-    key $algorithm - $set - algorithm $algorithm - pkeyopt paramset : $set sign $algorithm - $set $algorithm
-                                                                      - $set done
-  }
-gost gost2001 A B C XA XB 0
-gost gost2012_256 A B C XA XB TCA TCB TCC TCD 0
-gost gost2012_512 A B C
-)sh";
+// What the script makes: RSA, RSASSA-PSS with two kinds of key, three curves, two Edwards curves, GOST.
 constexpr size_t kFamilies = 4 + 12 + 2 + 12 + 2 + 6 + 10 + 3;
 
 template <class Record>
@@ -153,9 +70,7 @@ class CertificateSignatures : public testing::Test {
  protected:
   static void SetUpTestSuite() {
     directory_ = WorkDirectory() / "signed";
-    fs::create_directory(directory_);
-    std::ofstream(directory_ / "make.sh") << kScript;
-    RunShell("cd '" + directory_.string() + "' && sh make.sh");
+    RunShell("sh '" CERTKERN_SOURCE_DIR "/tests/data/make_signed.sh' '" + directory_.string() + "'");
   }
   static Bytes read(const std::string& name) { return ReadFile(directory_ / name); }
   static Bytes readCertificate(const std::string& name) { return read(name + ".crt"); }
@@ -203,6 +118,32 @@ TEST_F(CertificateSignatures, OfAnotherKey) {
     ASSERT_TRUE(info.record);
     EXPECT_FALSE(Verify(readCertificate(object), &info->SubjectPublicKeyInfo));
     EXPECT_EQ(GetLastError(), code);
+  }
+}
+
+// A good signature under the name of another algorithm with the same hash.
+TEST_F(CertificateSignatures, UnderALyingName) {
+  const struct {
+    const char *name, *lie;
+  } kCases[] = {
+      {"rsa-sha256",   "1.2.840.10045.4.3.2"  },
+      {"P-256-sha256", "1.2.840.113549.1.1.11"},
+      {"ED448",        "1.3.101.112"          }
+  };
+  for (const auto& [name, lie] : kCases) {
+    SCOPED_TRACE(name);
+    const Bytes certificate = readCertificate(name);
+    const Decoded<CERT_INFO> info(X509_CERT_TO_BE_SIGNED, certificate);
+    const Decoded<CERT_SIGNED_CONTENT_INFO> parts(X509_CERT, certificate);
+    ASSERT_TRUE(info.record && parts.record);
+    parts.record->SignatureAlgorithm.pszObjId = const_cast<char*>(lie);
+    DWORD size = 0;
+    ASSERT_TRUE(CryptEncodeObject(X509_ASN_ENCODING, X509_CERT, parts.record, nullptr, &size));
+    Bytes renamed(size);
+    ASSERT_TRUE(CryptEncodeObject(X509_ASN_ENCODING, X509_CERT, parts.record, renamed.data(), &size));
+    renamed.resize(size);
+    EXPECT_FALSE(Verify(renamed, &info->SubjectPublicKeyInfo));
+    EXPECT_EQ(GetLastError(), DWORD{NTE_BAD_SIGNATURE});
   }
 }
 

@@ -49,6 +49,7 @@ const KeyCase kKeys[] = {
     {"1.2.840.10045.2.1",     0,      "1.3.14.3.2.26",     "1.2.840.10045.4.1",    "ECDH"                        },
  // signs the message itself, which is a hash in name only
     {"1.3.101.112",           0,      "none",              "1.3.101.112",          nullptr                       },
+    {"1.3.101.113",           0,      "none",              "1.3.101.113",          nullptr                       },
     {"1.2.643.2.2.199",       0,      "none",              "none",                 nullptr                       },
     {"1.2.840.113549.1.1.5",  0,      "none",              "none",                 nullptr                       },
     {nullptr,                 0,      "none",              "none",                 nullptr                       },

@@ -66,9 +66,6 @@ TEST(OidEnumerators, NameAttributesWithTheirValueTypes) {
   } names;
   EXPECT_TRUE(names.Enum());
   EXPECT_EQ(names.types.at("2.5.4.6"), (std::vector<DWORD>{CERT_RDN_PRINTABLE_STRING}));
-  EXPECT_EQ(names.types.at("0.9.2342.19200300.100.1.25"),
-            (std::vector<DWORD>{CERT_RDN_IA5_STRING, CERT_RDN_UTF8_STRING}));
-  EXPECT_TRUE(names.types.at("2.5.4.3").empty());
 }
 
 TEST(OidEnumerators, SignaturesOfAKeyAndOfAHash) {

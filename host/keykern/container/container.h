@@ -54,7 +54,8 @@ class KeySet {
   virtual DWORD load(DWORD spec, KeyRecord& key) = 0;
   // The public half, which needs no PIN. NTE_NO_KEY and the last two as above.
   virtual DWORD loadPublic(DWORD spec, PublicKeyPtr& key, ALG_ID& algorithm, bool& exportable) = 0;
-  // Replaces the key of that spec, and removes the certificate that belonged to the old one.
+  // Replaces the key of that spec, and removes the certificate that belonged to the old one. NTE_FAIL, with nothing
+  // changed: what would be kept does not give the key again.
   virtual DWORD store(DWORD spec, const KeyRecord& key) = 0;
 
   // NTE_NOT_FOUND: there is none.
@@ -62,7 +63,7 @@ class KeySet {
   // An empty certificate removes it. NTE_NO_KEY: no key of that spec.
   virtual DWORD setCertificate(DWORD spec, std::span<const BYTE> encoded) = 0;
   virtual DWORD extensions(std::vector<ContainerExtension>& all) = 0;
-  // Replaces the one of the same OID; an empty value removes it.
+  // Replaces the one of the same OID; an empty value removes it. NTE_BAD_DATA: no OID; NTE_BAD_LEN
   virtual DWORD setExtension(const ContainerExtension& extension) = 0;
 
   // The PIN that the following operations use. Not checked before a private key is wanted, but for a container whose

@@ -45,13 +45,26 @@ DWORD Unseal(const StoredKey& stored, std::span<const BYTE> pin, PrivateKeyPtr& 
   return code ? code : ParseStored(stored, true, info, key);
 }
 
-// Plain without a PIN: a password that everybody knows protects nothing.
-DWORD WritePrivate(const PrivateKey& key, std::span<const BYTE> pin, SecretBytes& privateInfo) {
-  const SecretBytes info = key.privateKeyInfo();
+// Whether what is about to be written gives the key again, by the way that it will be read.
+bool ReadsBack(const StoredKey& stored, const PrivateKey& key, std::span<const BYTE> pin) {
+  PrivateKeyPtr read;
+  const DWORD code = IsSealed(stored.privateInfo) ? Unseal(stored, pin, read)
+                                                  : ParseStored(stored, false, stored.privateInfo, read);
+  return !code && Fingerprint(*read->publicKey()) == Fingerprint(*key.publicKey());
+}
+
+// Plain without a PIN: a password that everybody knows protects nothing. The key that this replaces is the only one
+// there is, so the iterations of a password are spent once more to be sure of the new one.
+DWORD WritePrivate(const PrivateKey& key, std::span<const BYTE> pin, StoredKey& stored) {
+  SecretBytes info = key.privateKeyInfo();
   if (info.empty()) return NTE_FAIL;
-  if (!pin.empty()) return SealPrivateKeyInfo(info, pin, privateInfo);
-  privateInfo = info;
-  return ERROR_SUCCESS;
+  if (pin.empty()) {
+    stored.privateInfo = std::move(info);
+  } else if (const DWORD code = SealPrivateKeyInfo(info, pin, stored.privateInfo)) {
+    return code;
+  }
+  return IsSealed(stored.privateInfo) != pin.empty() && ReadsBack(stored, key, pin) ? ERROR_SUCCESS
+                                                                                    : NTE_FAIL;
 }
 
 }  // namespace
@@ -200,7 +213,7 @@ DWORD DiskKeySet::store(DWORD spec, const KeyRecord& key) {
       key.key->publicKey()->publicKeyInfo(), {              }
   };
   const SecretBytes pin = seals && pin_ ? *pin_ : SecretBytes();
-  if (const DWORD code = WritePrivate(*key.key, pin, stored.privateInfo)) return code;
+  if (const DWORD code = WritePrivate(*key.key, pin, stored)) return code;
   session.info.replace(stored.row);
   const DWORD code = session.files.change({
       {PrivateFile(spec),     stored.privateInfo     },
@@ -223,14 +236,12 @@ DWORD DiskKeySet::setCertificate(DWORD spec, std::span<const BYTE> encoded) {
 }
 
 DWORD DiskKeySet::setExtension(const ContainerExtension& extension) {
-  if (der::Oid(extension.oid).empty()) return NTE_BAD_DATA;
   ContainerSession session;
   if (const DWORD code = begin(Lock::Exclusive, session)) return code;
   std::vector<ContainerExtension> all;
   if (const DWORD code = readExtensions(session, all)) return code;
-  PutExtension(all, extension);
+  if (const DWORD code = PutExtension(all, extension)) return code;
   const SecretBytes encoded = all.empty() ? SecretBytes() : WriteExtensions(all);
-  if (encoded.size() > certkern::kMaxContainerFile) return NTE_BAD_LEN;
   return session.files.change({
       {kExtensionsFile, encoded}
   });
@@ -273,7 +284,7 @@ DWORD DiskKeySet::changePin(std::span<const BYTE> pin) {
   if (const DWORD code = openAll(session, all)) return code;
   FileChanges changes;
   for (OpenedKey& opened : all.keys) {
-    if (const DWORD code = WritePrivate(*opened.key, pin, opened.stored.privateInfo)) return code;
+    if (const DWORD code = WritePrivate(*opened.key, pin, opened.stored)) return code;
     changes[PrivateFile(opened.stored.row.spec)] = opened.stored.privateInfo;
   }
   if (!changes.empty()) {

@@ -137,6 +137,21 @@ DWORD Directory::write(const std::string& name, std::span<const BYTE> content) c
   return WriteAll(file, content);
 }
 
+DWORD Directory::judgeRemoval(const std::string& name) const {
+  struct statx status {};
+  if (statx(descriptor_.get(), name.c_str(), AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) != 0) {
+    return CodeOf(errno);
+  }
+  if ((status.stx_mode & S_IFMT) != S_IFREG) return NTE_BAD_KEYSET;
+  return status.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND) ? NTE_PERM : ERROR_SUCCESS;
+}
+
+DWORD Directory::judgeErasure(const std::string& name) const {
+  const Descriptor file(openat(descriptor_.get(), name.c_str(), O_WRONLY | kSafe));
+  struct stat status {};
+  return file ? Judge(file, S_IFREG, status) : CodeOf(errno);
+}
+
 DWORD Directory::erase(const std::string& name) const {
   const Descriptor file(openat(descriptor_.get(), name.c_str(), O_WRONLY | kSafe));
   if (!file) return CodeOf(errno);

@@ -51,6 +51,9 @@ class Directory {
   DWORD read(const std::string& name, SecretBytes& content) const;
   // A new file, on the medium when this returns.
   DWORD write(const std::string& name, std::span<const BYTE> content) const;
+  // Whether a file could be unlinked or replaced, and whether it could be erased: asked before anything is changed.
+  DWORD judgeRemoval(const std::string& name) const;
+  DWORD judgeErasure(const std::string& name) const;
   // Overwrites a file in place, before its name goes or leads to another.
   DWORD erase(const std::string& name) const;
   DWORD unlink(const std::string& name) const;

@@ -2,6 +2,7 @@
 
 #include "common/der.h"
 #include "keykern/crypto_library.h"
+#include "platform/limits.h"
 
 #include <time.h>
 
@@ -82,15 +83,18 @@ void ContainerInfo::replace(const KeyRow& row) {
   keys.insert(std::ranges::upper_bound(keys, row.spec, {}, &KeyRow::spec), row);
 }
 
-bool NewContainerInfo(const std::string& name, ContainerInfo& info) {
-  std::array<BYTE, kIdSize> random;
+bool RandomDigits(size_t bytes, std::string& digits) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::vector<BYTE> random(bytes);
   if (!RandomBytes(random)) return false;
+  digits.clear();
+  for (const BYTE octet : random) digits.append({kDigits[octet >> 4], kDigits[octet & 15]});
+  return true;
+}
+
+bool NewContainerInfo(const std::string& name, ContainerInfo& info) {
   info = {};
-  for (const BYTE octet : random) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    info.id += kDigits[octet >> 4];
-    info.id += kDigits[octet & 15];
-  }
+  if (!RandomDigits(kIdSize, info.id)) return false;
   info.name = name;
   info.created = Now();
   return true;
@@ -160,9 +164,17 @@ bool ReadExtensions(std::span<const BYTE> encoded, std::vector<ContainerExtensio
   return true;
 }
 
-void PutExtension(std::vector<ContainerExtension>& all, const ContainerExtension& extension) {
-  std::erase_if(all, [&](const ContainerExtension& old) { return old.oid == extension.oid; });
-  if (!extension.value.empty()) all.push_back(extension);
+DWORD PutExtension(std::vector<ContainerExtension>& all, const ContainerExtension& extension) {
+  // an OID has several spellings; the encoding knows one
+  const SecretBytes encoded = der::Oid(extension.oid);
+  std::string oid;
+  if (encoded.empty() || !der::Reader(encoded).takeOid(oid)) return NTE_BAD_DATA;
+  std::vector<ContainerExtension> changed = all;
+  std::erase_if(changed, [&](const ContainerExtension& old) { return old.oid == oid; });
+  if (!extension.value.empty()) changed.push_back({oid, extension.critical, extension.value});
+  if (WriteExtensions(changed).size() > certkern::kMaxContainerFile) return NTE_BAD_LEN;
+  all = std::move(changed);
+  return ERROR_SUCCESS;
 }
 
 DWORD JudgeRecord(DWORD spec, const KeyRecord& record) {

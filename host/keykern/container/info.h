@@ -26,6 +26,8 @@ struct ContainerInfo {
   void replace(const KeyRow& row);
 };
 
+// Twice as many hexadecimal digits as bytes are asked for. False when there are no random numbers.
+[[nodiscard]] bool RandomDigits(size_t bytes, std::string& digits);
 // A new one, without keys. False when there are no random numbers.
 [[nodiscard]] bool NewContainerInfo(const std::string& name, ContainerInfo& info);
 // Line by line:
@@ -41,8 +43,8 @@ SecretBytes WriteInfo(const ContainerInfo& info);
 // SEQUENCE OF SEQUENCE { OBJECT IDENTIFIER, critical BOOLEAN DEFAULT FALSE, value OCTET STRING }. RFC 5280, 4.1
 SecretBytes WriteExtensions(const std::vector<ContainerExtension>& all);
 [[nodiscard]] bool ReadExtensions(std::span<const BYTE> encoded, std::vector<ContainerExtension>& all);
-// Replaces the one of the same OID; an empty value removes it.
-void PutExtension(std::vector<ContainerExtension>& all, const ContainerExtension& extension);
+// Replaces the one of the same OID; an empty value removes it. NTE_BAD_DATA: no OID; NTE_BAD_LEN: more than is kept.
+DWORD PutExtension(std::vector<ContainerExtension>& all, const ContainerExtension& extension);
 
 // Whether a key may be stored as that: 0, or NTE_BAD_KEY.
 DWORD JudgeRecord(DWORD spec, const KeyRecord& record);

@@ -35,9 +35,17 @@ DWORD DestroyFiles(const Directory& parent, const std::string& name) {
   return parent.removeEmpty(name);
 }
 
-bool HasOnlyFiles(const Directory& directory, const std::vector<std::string>& names) {
-  return std::ranges::all_of(names,
-                             [&](const std::string& name) { return directory.look(name) == Entry::File; });
+// What stops RemoveFile, found before it stops half way.
+DWORD JudgeRemoval(const Directory& directory, const std::string& name) {
+  if (const DWORD code = directory.judgeRemoval(name)) return code;
+  return HoldsSecrets(name) ? directory.judgeErasure(name) : ERROR_SUCCESS;
+}
+
+DWORD JudgeFiles(const Directory& directory, const std::vector<std::string>& names) {
+  for (const std::string& name : names) {
+    if (const DWORD code = JudgeRemoval(directory, name)) return code;
+  }
+  return ERROR_SUCCESS;
 }
 
 }  // namespace
@@ -93,6 +101,10 @@ DWORD ContainerFiles::finishEarlier() {
 
 DWORD ContainerFiles::change(const FileChanges& changes) {
   if (const DWORD code = finishEarlier()) return code;
+  // once committed, a change that cannot come to its place would stand in the way of every later one
+  for (const auto& [name, content] : changes) {
+    if (const DWORD code = Unless(NTE_NOT_FOUND, JudgeRemoval(directory_, name))) return code;
+  }
   Directory next;
   DWORD code = directory_.make(kNext, next);
   for (auto change = changes.begin(); !code && change != changes.end(); ++change) {
@@ -110,25 +122,27 @@ DWORD ContainerFiles::change(const FileChanges& changes) {
   return ERROR_SUCCESS;
 }
 
-bool IsDestructible(const Directory& directory) {
+DWORD JudgeDestruction(const Directory& directory) {
   std::vector<std::string> names;
-  if (directory.list(names)) return false;
+  if (const DWORD code = directory.list(names)) return code;
   for (const char* own : {kNext, kCommit}) {
     Directory inner;
     std::vector<std::string> files;
-    const DWORD code = directory.enter(own, inner);
-    if (code == NTE_NOT_FOUND) continue;
-    if (code || inner.list(files) || !HasOnlyFiles(inner, files)) return false;
+    const DWORD entered = directory.enter(own, inner);
+    if (entered == NTE_NOT_FOUND) continue;
+    if (entered) return entered;
+    if (const DWORD code = inner.list(files)) return code;
+    if (const DWORD code = JudgeFiles(inner, files)) return code;
     std::erase(names, own);
   }
-  return HasOnlyFiles(directory, names);
+  return JudgeFiles(directory, names);
 }
 
 DWORD DestroyDirectory(const Directory& parent, const std::string& name) {
   Directory directory;
   const DWORD entered = parent.enter(name, directory);
   if (entered) return Unless(NTE_NOT_FOUND, entered);
-  if (!IsDestructible(directory)) return NTE_BAD_KEYSET;
+  if (const DWORD code = JudgeDestruction(directory)) return code;
   for (const char* own : {kNext, kCommit}) {
     if (const DWORD code = DestroyFiles(directory, own)) return code;
   }

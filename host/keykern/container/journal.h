@@ -39,11 +39,12 @@ class ContainerFiles {
   Directory committed_;  // open while there is one
 };
 
-// Overwrites the private keys in a directory that no container is any longer, and removes it. Nothing there is success;
-// NTE_BAD_KEYSET, before anything was touched: something is in it that no container has.
+// Overwrites the private keys in a directory that no container is any longer, and removes it. Nothing there is success.
+// Before anything was touched: NTE_BAD_KEYSET: something is in it that no container has; NTE_PERM: a file cannot be
+// removed, or a private key is not ours to overwrite.
 DWORD DestroyDirectory(const Directory& parent, const std::string& name);
-// Whether DestroyDirectory would take everything in it.
-bool IsDestructible(const Directory& directory);
+// What DestroyDirectory would say to the content of it.
+DWORD JudgeDestruction(const Directory& directory);
 
 }  // namespace keykern
 

@@ -61,8 +61,7 @@ class MemoryKeySet final : public KeySet {
 
   DWORD setExtension(const ContainerExtension& extension) override {
     const std::lock_guard lock(mutex_);
-    PutExtension(extensions_, extension);
-    return ERROR_SUCCESS;
+    return PutExtension(extensions_, extension);
   }
 
   DWORD presentPin(std::span<const BYTE>) override { return ERROR_SUCCESS; }

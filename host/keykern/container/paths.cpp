@@ -13,7 +13,9 @@ namespace {
 constexpr std::string_view kDevice = "\\\\.\\";
 constexpr char kHexDigits[] = "0123456789ABCDEF";
 
+// Letters of any script stay as they are: encoded, a name of 34 Cyrillic letters would already be too long.
 bool IsPlain(char c) {
+  if (static_cast<BYTE>(c) >= 0x80) return true;
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
 }
 
@@ -78,6 +80,8 @@ DWORD StripReader(std::string_view given, std::string& name) {
         given.size() >= kOwn.size() && strncasecmp(given.data(), kOwn.data(), kOwn.size()) == 0;
     if (!isOwn) return NTE_KEYSET_NOT_DEF;
     given.remove_prefix(kOwn.size());
+    // given back alone, as a name is told, it would be taken for a reader and lead to another container
+    if (given.starts_with(kDevice)) return NTE_BAD_KEYSET_PARAM;
   }
   if (given.empty() || std::ranges::any_of(given, IsControl) || !IsUtf8(given)
       || ToFileName(given).size() > certkern::kMaxContainerName) {

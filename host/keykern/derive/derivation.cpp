@@ -3,6 +3,7 @@
 #include "keykern/algorithms.h"
 #include "keykern/crypto_library.h"
 #include "keykern/derive/hash_names.h"
+#include "keykern/error_mark.h"
 #include "platform/limits.h"
 
 #include <openssl/core_names.h>
@@ -40,6 +41,7 @@ OSSL_PARAM Octets(const char* name, std::span<const BYTE> value) {
 }
 
 bool Derive(EVP_KDF* algorithm, const OSSL_PARAM* parameters, std::span<BYTE> out) {
+  const ErrorMark mark;
   const KdfContext context(algorithm ? EVP_KDF_CTX_new(algorithm) : nullptr);
   return context && EVP_KDF_derive(context.get(), out.data(), out.size(), parameters) == 1;
 }

@@ -2,6 +2,7 @@
 #include "keykern/derive/key_wrap.h"
 
 #include "keykern/crypto_library.h"
+#include "keykern/error_mark.h"
 #include "platform/limits.h"
 
 #include <openssl/evp.h>
@@ -59,6 +60,7 @@ struct FreeCipherContext {
 // Both wraps take all in one call.
 bool Run(const WrapRow& row, Way way, std::span<const BYTE> kek, std::span<const BYTE> in,
          std::span<BYTE> out) {
+  const ErrorMark mark;
   const std::unique_ptr<EVP_CIPHER_CTX, FreeCipherContext> context(EVP_CIPHER_CTX_new());
   if (!context) return false;
   EVP_CIPHER_CTX_set_flags(context.get(), EVP_CIPHER_CTX_FLAG_WRAP_ALLOW);

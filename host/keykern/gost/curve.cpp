@@ -1,6 +1,7 @@
 #include "keykern/gost/curve.h"
 
 #include "keykern/crypto_library.h"
+#include "keykern/error_mark.h"
 #include "keykern/gost/curve_internals.h"
 
 #include <openssl/err.h>
@@ -15,15 +16,6 @@ Bignum FromHexadecimal(const char* digits) {
   BN_hex2bn(&number, digits);
   return Bignum(number);
 }
-
-// A point that is refused leaves nothing in the host's queue of errors.
-class ErrorMark {
- public:
-  ErrorMark() { ERR_set_mark(); }
-  ~ErrorMark() { ERR_pop_to_mark(); }
-  ErrorMark(const ErrorMark&) = delete;
-  ErrorMark& operator=(const ErrorMark&) = delete;
-};
 
 Bignum ReadInto(BIGNUM* empty, std::span<const BYTE> bytes) {
   Bignum number(empty);

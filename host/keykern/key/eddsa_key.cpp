@@ -4,6 +4,8 @@
 #include "keykern/key/asymmetric_key.h"
 #include "keykern/key/libcrypto_key.h"
 
+#include <openssl/core_names.h>
+
 namespace keykern {
 namespace {
 
@@ -84,9 +86,13 @@ class EdDsaPrivateKey final : public PrivateKey {
 
   // CurvePrivateKey ::= OCTET STRING. RFC 8410, 7
   SecretBytes privateKeyInfo() const override {
+    const ErrorMark mark;
     SecretBytes raw(public_->curve().keySize);
     size_t size = raw.size();
-    if (EVP_PKEY_get_raw_private_key(key_.get(), raw.data(), &size) != 1) return {};
+    // not EVP_PKEY_get_raw_private_key, which leaves a copy in freed memory
+    if (EVP_PKEY_get_octet_string_param(key_.get(), OSSL_PKEY_PARAM_PRIV_KEY, raw.data(), raw.size(), &size)
+        != 1)
+      throw std::bad_alloc();
     return der::Sequence({der::Small(0), der::AlgorithmIdentifier(public_->curve().oid, {}),
                           der::OctetString(der::OctetString(raw))});
   }

@@ -70,7 +70,8 @@ BnPtr ToNumber(std::span<const BYTE> magnitude) {
 SecretBytes NumberOf(const PkeyPtr& key, const char* name) {
   const ErrorMark mark;
   BIGNUM* found = nullptr;
-  if (!EVP_PKEY_get_bn_param(key.get(), name, &found)) return {};
+  // every key here has its numbers, so that only memory can be short; an answer without them would be another key
+  if (!EVP_PKEY_get_bn_param(key.get(), name, &found)) throw std::bad_alloc();
   const BnPtr number(found);
   SecretBytes bytes(static_cast<size_t>(BN_num_bytes(number.get())));
   BN_bn2bin(number.get(), bytes.data());

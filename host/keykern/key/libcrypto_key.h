@@ -5,6 +5,7 @@
 #ifndef CERTKERN_KEYKERN_KEY_LIBCRYPTO_KEY_H
 #define CERTKERN_KEYKERN_KEY_LIBCRYPTO_KEY_H
 
+#include "keykern/error_mark.h"
 #include "keykern/key/asymmetric_key.h"
 
 #include <openssl/bn.h>
@@ -29,16 +30,6 @@ using MdContextPtr = std::unique_ptr<EVP_MD_CTX, LibcryptoFree<EVP_MD_CTX_free>>
 // Every number is cleared: which of them are secret is not worth telling apart.
 using BnPtr = std::unique_ptr<BIGNUM, LibcryptoFree<BN_clear_free>>;
 using BnContextPtr = std::unique_ptr<BN_CTX, LibcryptoFree<BN_CTX_free>>;
-
-// Takes back what libcrypto says about failures that we answer with a code. The queue belongs to the thread, and so to
-// the host, whose own entries stay.
-class ErrorMark {
- public:
-  ErrorMark() { ERR_set_mark(); }
-  ~ErrorMark() { ERR_pop_to_mark(); }
-  ErrorMark(const ErrorMark&) = delete;
-  ErrorMark& operator=(const ErrorMark&) = delete;
-};
 
 // Another reference to the same key.
 PkeyPtr Share(const PkeyPtr& key);

@@ -159,6 +159,21 @@ TEST_F(Container, PinGuardsThePrivateHalfAlone) {
   EXPECT_EQ(SignCode(provider), 0u) << "no PIN any more";
 }
 
+TEST_F(Container, AHandleIsOfTheKeyThatItWasOpenedFor) {
+  ProviderHandle provider;
+  ASSERT_EQ(Acquire(provider, "replaced", CRYPT_NEWKEYSET), 0u);
+  Generate(provider, AT_KEYEXCHANGE);
+  ProviderHandle other;
+  ASSERT_EQ(Acquire(other, "replaced", 0), 0u);
+  KeyHandle old;
+  ASSERT_TRUE(CryptGetUserKey(other.get(), AT_KEYEXCHANGE, old.out()));
+  Generate(provider, AT_KEYEXCHANGE,
+           0);  // must not leave the container, not even by the handle of its predecessor
+  DWORD size = 0;
+  EXPECT_FALSE(CryptExportKey(old.get(), 0, PRIVATEKEYBLOB, 0, nullptr, &size));
+  EXPECT_EQ(GetLastError(), DWORD{NTE_NO_KEY});
+}
+
 TEST_F(Container, TheProcessesOwnProviderTakesNoKeys) {
   const HCRYPTPROV shared = SVAPI_I_CryptGetDefaultCryptProv(CALG_GR3410_12_256);
   KeyHandle key;

@@ -199,13 +199,13 @@ TEST(OidTable, DisplayedNamesAndTypes) {
     const wchar_t* name;
     std::vector<DWORD> types;
   } kAttributes[] = {
-      {"2.5.4.8",                    L"S",   {}        },
-      {"2.5.4.12",                   L"T",   {}        },
-      {"2.5.4.42",                   L"G",   {}        },
-      {"2.5.4.6",                    L"C",   {4, 0}    },
-      {"1.2.840.113549.1.9.1",       L"E",   {7, 0}    },
-      {"0.9.2342.19200300.100.1.25", L"DC",  {7, 13, 0}},
-      {"1.2.643.3.131.1.1",          L"INN", {3, 0}    },
+      {"2.5.4.8",                    L"S",   {13, 0}},
+      {"2.5.4.12",                   L"T",   {13, 0}},
+      {"2.5.4.42",                   L"G",   {13, 0}},
+      {"2.5.4.6",                    L"C",   {4, 0} },
+      {"1.2.840.113549.1.9.1",       L"E",   {7, 0} },
+      {"0.9.2342.19200300.100.1.25", L"DC",  {13, 0}},
+      {"1.2.643.3.131.1.1",          L"INN", {3, 0} },
   };
   for (const auto& [oid, name, types] : kAttributes) {
     const PCCRYPT_OID_INFO row = FindOid(oid, CRYPT_RDN_ATTR_OID_GROUP_ID);

@@ -131,7 +131,9 @@ TEST(SessionKey, TheTagIsCheckedBeforeOrAfter) {
       const KeyHandle after = Import(provider, Export(key, OPAQUEKEYBLOB));
       data = sealed;
       EXPECT_EQ(TryDecrypt(after, data), 0u);
-      EXPECT_EQ(CryptSetKeyParam(after.get(), KP_AUTH_TAG, value, 0) != FALSE, good);
+      for (int again = 0; again < 2; ++again) {
+        EXPECT_EQ(CryptSetKeyParam(after.get(), KP_AUTH_TAG, value, 0) != FALSE, good);
+      }
     }
     blob.cbData = 4;
     EXPECT_FALSE(CryptSetKeyParam(key.get(), KP_AUTH_TAG, value, 0)) << "a short tag is none";

@@ -112,21 +112,33 @@ TEST(Directories, WhatBelongsToSomebodyElseIsRefused) {
   if (getuid() != 0) GTEST_SKIP() << "needs to give a directory away";
   const Sandbox sandbox;
   chmod(sandbox.path().c_str(), 0755);
-  const std::string stores = sandbox.path("stores");
-  ASSERT_EQ(mkdir(stores.c_str(), 0755), 0);
+  const std::string above = sandbox.path("above"), stores = above + "/stores";
   const struct {
+    uid_t parent;
+    mode_t mode;
     uid_t owner, user;
     bool isTrusted;
   } kCases[] = {
-      {0,    1000, true },
-      {1000, 1000, true },
-      {1001, 1000, false},
-      {1000, 0,    false}
+      {0,    0755,  0,    1000, true },
+      {0,    0755,  1000, 1000, true },
+      {0,    0755,  1001, 1000, false},
+      {0,    0755,  1000, 0,    false},
+      {1000, 0755,  1000, 1000, true },
+      {1001, 0755,  1000, 1000, false},
+      {1001, 0755,  0,    0,    false},
+      {0,    01777, 1000, 1000, true },
+      {0,    01777, 1001, 1000, false},
+      {1001, 01777, 1000, 1000, false},
   };
-  for (const auto& [owner, user, isTrusted] : kCases) {
-    ASSERT_EQ(chown(stores.c_str(), owner, owner), 0);
-    const bool wanted = isTrusted;
-    sandbox.run("[paths]\nlocal_stores = '" + stores + "'\n", [&, caller = user] {
+  for (const auto& row : kCases) {
+    SCOPED_TRACE(std::to_string(row.parent) + " " + std::to_string(row.owner) + " "
+                 + std::to_string(row.user));
+    std::filesystem::create_directories(stores);
+    ASSERT_EQ(chown(above.c_str(), row.parent, row.parent), 0);
+    ASSERT_EQ(chmod(above.c_str(), row.mode), 0);
+    ASSERT_EQ(chown(stores.c_str(), row.owner, row.owner), 0);
+    const bool wanted = row.isTrusted;
+    sandbox.run("[paths]\nlocal_stores = '" + stores + "'\n", [&, caller = row.user] {
       chmod(sandbox.path("config.toml").c_str(), 0644);
       ASSERT_EQ(setuid(caller), 0);
       EXPECT_EQ(Directory("\\local\\stores\\") == stores + '/', wanted);

@@ -1,5 +1,6 @@
 // Containers: names, what they keep, who may use it, and the openssl program as a reader of their files.
 #include "host/keykern/internal/container_bench.h"
+#include "platform/limits.h"
 
 #include <sys/stat.h>
 
@@ -13,30 +14,36 @@ using namespace keykern;  // NOLINT(google-build-using-namespace): the names und
 const std::string kPrefix = kReaderPrefix;
 
 TEST_F(ContainerTest, Names) {
+  const std::string longest(200, 'n'), tooLong(201, 'n'), blanks(67, ' '), nul("nul\0", 4);
+  std::string letters;
+  for (int i = 0; i < 100; ++i) letters += "Ж";
   const struct {
     std::string given;
     DWORD code;
     std::string file;
   } rows[] = {
-      {"simple-1_A",                0,                         "simple-1_A"               },
-      {kPrefix + "behind a reader", 0,                         "behind%20a%20reader"      },
-      {"\\\\.\\diskvault\\lower",   0,                         "lower"                    },
-      {"Ключ",                  0,                         "%D0%9A%D0%BB%D1%8E%D1%87" },
-      {"..",                        0,                         "%2E%2E"                   },
-      {"../../x",                   0,                         "%2E%2E%2F%2E%2E%2Fx"      },
-      {"%2E%2E",                    0,                         "%252E%252E"               },
-      {std::string(200,             'n'),                      0,                           std::string(200, 'n')},
-      {std::string(201,                       'n'),                                                NTE_BAD_KEYSET_PARAM,                                                             ""},
-      {std::string(67,       ' '),NTE_BAD_KEYSET_PARAM,""},
-      {"",                 NTE_BAD_KEYSET_PARAM,                                        ""                                                                                                                   },
-      {kPrefix,                          NTE_BAD_KEYSET_PARAM,               ""},
-      {"line\nfeed",                     NTE_BAD_KEYSET_PARAM, ""           },
-      {std::string("nul\0",                4), NTE_BAD_KEYSET_PARAM,                          ""},
-      {"\xC0\xAF",         NTE_BAD_KEYSET_PARAM,                 ""                       },
-      {"\xED\xA0\x80",                           NTE_BAD_KEYSET_PARAM,                                           ""                                         },
-      {"cut \xD0",                           NTE_BAD_KEYSET_PARAM,                                       ""},
-      {"\\\\.\\TOKEN\\name",                           NTE_KEYSET_NOT_DEF,                                           ""},
-      {"\\\\.\\name",                           NTE_KEYSET_NOT_DEF,                                 ""                   },
+      {"simple-1_A",                   0,                    "simple-1_A"         },
+      {kPrefix + "behind a reader",    0,                    "behind%20a%20reader"},
+      {"\\\\.\\diskvault\\lower",      0,                    "lower"              },
+      {"Ключ",                     0,                    "Ключ"           },
+      {letters,                        0,                    letters              },
+      {"..",                           0,                    "%2E%2E"             },
+      {"../../x",                      0,                    "%2E%2E%2F%2E%2E%2Fx"},
+      {"%2E%2E",                       0,                    "%252E%252E"         },
+      {longest,                        0,                    longest              },
+      {tooLong,                        NTE_BAD_KEYSET_PARAM, ""                   },
+      {blanks,                         NTE_BAD_KEYSET_PARAM, ""                   },
+      {"",                             NTE_BAD_KEYSET_PARAM, ""                   },
+      {kPrefix,                        NTE_BAD_KEYSET_PARAM, ""                   },
+      {kPrefix + kPrefix + "twice",    NTE_BAD_KEYSET_PARAM, ""                   },
+      {kPrefix + "\\\\.\\TOKEN\\name", NTE_BAD_KEYSET_PARAM, ""                   },
+      {"line\nfeed",                   NTE_BAD_KEYSET_PARAM, ""                   },
+      {nul,                            NTE_BAD_KEYSET_PARAM, ""                   },
+      {"\xC0\xAF",                     NTE_BAD_KEYSET_PARAM, ""                   },
+      {"\xED\xA0\x80",                 NTE_BAD_KEYSET_PARAM, ""                   },
+      {"cut \xD0",                     NTE_BAD_KEYSET_PARAM, ""                   },
+      {"\\\\.\\TOKEN\\name",           NTE_KEYSET_NOT_DEF,   ""                   },
+      {"\\\\.\\name",                  NTE_KEYSET_NOT_DEF,   ""                   },
   };
   std::vector<std::string> expected, listed;
   for (const auto& row : rows) {
@@ -94,12 +101,18 @@ void UseKeySet(KeySet& set, const KeyRecord& key, const KeyRecord& other) {
 
   EXPECT_EQ(set.setExtension({"1.2.3", true, SecretBytes(3, 7)}), 0u);
   EXPECT_EQ(set.setExtension({"1.2.4", false, SecretBytes(1, 8)}), 0u);
-  EXPECT_EQ(set.setExtension({"1.2.3", false, SecretBytes(2, 9)}), 0u);
+  EXPECT_EQ(set.setExtension({"1.2.3 ", false, SecretBytes(2, 9)}), 0u) << "another spelling";
   ASSERT_EQ(set.extensions(all), 0u);
   ASSERT_EQ(all.size(), 2u);
   EXPECT_EQ(all[1].oid, "1.2.3");
   EXPECT_FALSE(all[1].critical);
   EXPECT_EQ(all[1].value, SecretBytes(2, 9));
+  for (const char* oid : {"", "1", "3.1", "1.2.x"}) {
+    EXPECT_EQ(set.setExtension({oid, false, SecretBytes(1, 7)}), NTE_BAD_DATA) << oid;
+  }
+  EXPECT_EQ(set.setExtension({"1.2.5", false, SecretBytes(certkern::kMaxContainerFile)}), NTE_BAD_LEN);
+  ASSERT_EQ(set.extensions(all), 0u);
+  EXPECT_EQ(all.size(), 2u) << "kept though refused";
   EXPECT_EQ(set.setExtension({"1.2.3", false, {}}), 0u);
   EXPECT_EQ(set.setExtension({"1.2.4", false, {}}), 0u);
   EXPECT_EQ(set.extensions(all), 0u);
@@ -181,6 +194,61 @@ TEST_F(ContainerTest, Pins) {
   EXPECT_EQ(set->presentPin(Bytes("any")), 0u);
   EXPECT_EQ(set->store(AT_KEYEXCHANGE, other), 0u);
   EXPECT_EQ(load(AT_KEYEXCHANGE, other), 0u) << "a PIN that nobody needed seals nothing";
+
+  EXPECT_EQ(DeleteContainer("box", Scope::User), 0u);
+  set = create();
+  EXPECT_EQ(set->presentPin(Bytes("1234")), 0u);
+  EXPECT_EQ(open()->store(AT_SIGNATURE, key), 0u);
+  EXPECT_EQ(set->store(AT_KEYEXCHANGE, other), 0u);
+  EXPECT_EQ(load(AT_KEYEXCHANGE, other), 0u) << "one of two keys under a PIN";
+}
+
+// A key whose encoding can turn into that of another, as by a fault of memory or of a library.
+class FaultyKey final : public PrivateKey {
+ public:
+  explicit FaultyKey(PrivateKeyPtr key) : key_(std::move(key)) {}
+  PublicKeyPtr publicKey() const override { return key_->publicKey(); }
+  SecretBytes privateKeyInfo() const override { return encoded; }
+  DWORD signatureSize() const override { return key_->signatureSize(); }
+  DWORD sign(const SignatureInput& input, SecretBytes& signature) const override {
+    return key_->sign(input, signature);
+  }
+  SecretBytes encoded;
+
+ private:
+  const PrivateKeyPtr key_;
+};
+
+TEST_F(ContainerTest, AWrongPrivateKeyIsNotWritten) {
+  const KeyRecord right = newKey(), wrong = newKey();
+  const SecretBytes good = right.key->privateKeyInfo();
+  const auto faulty = std::make_shared<FaultyKey>(right.key);
+  const KeyRecord record{faulty, right.algorithm, true};
+  SecretBytes sealed;
+  ASSERT_EQ(SealPrivateKeyInfo(good, Bytes("1"), sealed), 0u);
+  const SecretBytes bad[] = {
+      {              },
+      wrong.key->privateKeyInfo(), { good.begin(), good.end() - 1},
+      sealed
+  };
+  for (const char* pin : {"", "1"}) {
+    const KeySetPtr set = create();
+    ASSERT_EQ(set->presentPin(Bytes(pin)), 0u);
+    const auto refuse = [&](const auto& change) {
+      const Files before = snapshot(box());
+      for (const SecretBytes& encoded : bad) {
+        faulty->encoded = encoded;
+        EXPECT_EQ(change(), NTE_FAIL) << pin << " " << encoded.size();
+        EXPECT_EQ(snapshot(box()), before);
+      }
+    };
+    refuse([&] { return set->store(AT_SIGNATURE, record); });
+    faulty->encoded = good;
+    ASSERT_EQ(set->store(AT_SIGNATURE, record), 0u);
+    refuse([&] { return set->changePin(Bytes("2")); });
+    EXPECT_EQ(load(AT_SIGNATURE, right, pin), 0u);
+    EXPECT_EQ(DeleteContainer("box", Scope::User), 0u);
+  }
 }
 
 TEST_F(ContainerTest, OthersOpenTheFiles) {

@@ -1,0 +1,49 @@
+// Questions about one certificate, one list or a pair of either that need neither a store nor a chain. Whoever needs
+// these answers inside the library asks here: the exported functions set codes of their own.
+#ifndef CERTKERN_STORE_CERTIFICATE_PRIMITIVES_H
+#define CERTKERN_STORE_CERTIFICATE_PRIMITIVES_H
+
+#include <certkern/encode.h>
+
+#include <algorithm>
+#include <cstring>
+#include <span>
+
+namespace certkern {
+
+// A count without an array is a mistake of the caller's, and reads as none.
+template <class Record>
+std::span<Record> AsSpan(Record* records, DWORD count) {
+  return {records, records ? count : 0};
+}
+
+// The first record of this identifier, null if none is. Records without one are passed over.
+template <class Record>
+Record* FindByOid(LPCSTR oid, std::span<Record> records) {
+  const auto found = std::ranges::find_if(records, [&](const Record& record) {
+    return record.pszObjId && std::strcmp(record.pszObjId, oid) == 0;
+  });
+  return found != records.end() ? &*found : nullptr;
+}
+
+inline const CERT_EXTENSION* FindExtension(LPCSTR oid, const CERT_INFO& info) {
+  return FindByOid(oid, AsSpan<const CERT_EXTENSION>(info.rgExtension, info.cExtension));
+}
+
+// -1 before the validity, 1 behind it, 0 inside; both bounds are inside.
+LONG CompareWithValidity(const FILETIME& moment, const CERT_INFO& certificate);
+bool IsValidityNested(const CERT_INFO& subject, const CERT_INFO& issuer);
+
+// Blobs that a caller gave: their bytes must be there.
+inline bool IsWhole(const CRYPT_DATA_BLOB* blob) { return blob && (blob->pbData || !blob->cbData); }
+// Of whole blobs. Names are compared as bytes, integers by value.
+bool AreSameBytes(const CRYPT_DATA_BLOB& one, const CRYPT_DATA_BLOB& other);
+bool AreSameIntegers(const CRYPT_INTEGER_BLOB& one, const CRYPT_INTEGER_BLOB& other);
+
+// Fills the whole buffer: with the bits as far as there are any, then with zeros. False with last error 0: the
+// certificate does not say; with another: it can't be read.
+[[nodiscard]] bool ReadIntendedKeyUsage(const CERT_INFO& certificate, std::span<BYTE> usage);
+
+}  // namespace certkern
+
+#endif

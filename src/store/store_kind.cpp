@@ -1,0 +1,129 @@
+#include "store/store_kind.h"
+
+#include <certkern/errors.h>
+#include <certkern/keykern.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "ber/read_cursor.h"
+
+namespace certkern {
+namespace {
+
+StoreHandle OpenCollection(const OpenRequest& request) {
+  StoreHandle store = NewStore(*FindStoreKind(request.provider), request.encoding, request.flags);
+  store->members = std::make_shared<MemberList>();
+  return store;
+}
+
+constexpr uintptr_t kMemory = 2, kRegistry = 4, kCollection = 11;
+
+// By the numbers of CERT_STORE_PROV_...; 1 is the message's, 5 the encoded message's, 6 the serialized image's, 3, 7 and
+// 8 the files', 9, 10, 12 and 13 the system stores'.
+constexpr StoreProvider kProviders[] = {
+    {kMemory,     "memory",     OpenPlainStore},
+    {kRegistry,   "registry",   OpenPlainStore},
+    {kCollection, "collection", OpenCollection},
+};
+
+constexpr StoreKind kKinds[] = {
+    {kMemory,     "memory",     false, false, nullptr, nullptr, nullptr, nullptr},
+    {kRegistry,   "registry",   true,  false, nullptr, nullptr, nullptr, nullptr},
+    {kCollection, "collection", false, true,  nullptr, nullptr, nullptr, nullptr},
+};
+
+// A store that did not come to be: nothing of it is written, and a provider that the caller gave stays the caller's.
+void AbandonStore(CertStore* store) noexcept {
+  store->flags |= CERT_STORE_READONLY_FLAG;
+  static_cast<void>(CloseStore(store, CERT_CLOSE_STORE_FORCE_FLAG));
+}
+using OpeningStore = Owner<CertStore*, AbandonStore>;
+
+bool ProvideFor(CertStore& store, HCRYPTPROV given) {
+  store.provider = given ? given : SVAPI_I_GetDefaultProvider(PROV_GOST_2012_256);
+  store.ownsProvider = !given;
+  return store.provider != 0;
+}
+
+// --- control ---
+
+bool Resynchronise(CertStore& store) {
+  return store.kind->resync ? store.kind->resync(store) : Fault(ERROR_CALL_NOT_IMPLEMENTED);
+}
+
+// One member that could be resynchronised is enough.
+bool ResynchroniseAny(CertStore& store) {
+  const StoreMembers members(store);
+  bool any = members.size() == 0;
+  for (size_t i = 0; i < members.size(); ++i) any = Resynchronise(members[i]) || any;
+  return any;
+}
+
+bool CommitAll(CertStore& store) {
+  const StoreMembers members(store);
+  bool all = true;
+  for (size_t i = 0; i < members.size(); ++i) {
+    const StoreKind& kind = *members[i].kind;
+    if (!kind.commit) SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
+    all = kind.commit && kind.commit(members[i], CommitTime::OnRequest) && all;
+  }
+  return all;
+}
+
+}  // namespace
+
+std::span<const StoreProvider> StoreProviders() { return kProviders; }
+std::span<const StoreKind> StoreKinds() { return kKinds; }
+
+const StoreKind* FindStoreKind(uintptr_t number) {
+  const auto* const row = std::find_if(std::begin(kKinds), std::end(kKinds),
+                                       [number](const StoreKind& each) { return each.number == number; });
+  return row != std::end(kKinds) ? row : nullptr;
+}
+
+StoreHandle OpenStore(const OpenRequest& request) {
+  const auto* const row =
+      std::find_if(std::begin(kProviders), std::end(kProviders),
+                   [&](const StoreProvider& each) { return each.number == request.provider; });
+  if (row != std::end(kProviders)) return row->open(request);
+  SetLastError(ERROR_INVALID_PARAMETER);
+  return {};
+}
+
+StoreHandle OpenPlainStore(const OpenRequest& request) {
+  const StoreKind* const kind = FindStoreKind(request.provider);
+  const bool keepsProvider = (request.flags & CERT_STORE_NO_CRYPT_RELEASE_FLAG) != 0;
+  if (!kind || (kind->needsParameter && !request.parameter) || (keepsProvider && !request.cryptProvider)) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return {};
+  }
+  OpeningStore store(NewStore(*kind, request.encoding, request.flags).release());
+  if (!ProvideFor(*store.get(), request.cryptProvider)) return {};
+  const bool deletes = (request.flags & CERT_STORE_DELETE_FLAG) != 0;
+  if (deletes) SetLastError(ERROR_SUCCESS);
+  if (kind->load && !kind->load(*store.get(), request.parameter)) return {};
+  if (deletes) return {};
+  store->ownsProvider = !keepsProvider;
+  return StoreHandle(store.release());
+}
+
+StoreHandle OpenMemoryStore(DWORD flags) { return OpenPlainStore({kMemory, 0, 0, flags, nullptr}); }
+
+bool ControlStore(CertStore& store, DWORD flags, DWORD control, const void* parameter) {
+  switch (control) {
+    case CERT_STORE_CTRL_RESYNC:
+      return ResynchroniseAny(store);
+    case CERT_STORE_CTRL_COMMIT:
+      if (flags || parameter) return Fault(ERROR_INVALID_PARAMETER);
+      return CommitAll(store);
+    case CERT_STORE_CTRL_AUTO_RESYNC:
+      if (!store.kind->mayAutoResync) return Fault(ERROR_CALL_NOT_IMPLEMENTED);
+      store.autoResync = true;
+      return true;
+    default:
+      return Fault(ERROR_CALL_NOT_IMPLEMENTED);
+  }
+}
+
+}  // namespace certkern

@@ -1,0 +1,115 @@
+// Many threads on the same stores; what is lost, doubled or torn shows in the counts, and in ThreadSanitizer.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include "store/context_property.h"
+#include "store/element_addition.h"
+#include "store/sample_objects.h"
+#include "store/store_kind.h"
+
+using namespace certkern;
+using namespace certkern::test;
+
+namespace {
+
+constexpr DWORD kThreads = 4;
+constexpr DWORD kRounds = 60;
+
+void InThreads(const std::function<void(DWORD)>& work) {
+  std::vector<std::thread> threads;
+  for (DWORD i = 0; i < kThreads; ++i) threads.emplace_back(work, i);
+  for (std::thread& each : threads) each.join();
+}
+
+ContextOwner Next(CertStore& store, ContextOwner previous) {
+  const std::lock_guard guard(store.lock);
+  StoreElement* const next =
+      NextElement(store, ElementType::Certificate, previous ? &previous->element() : nullptr);
+  return ContextOwner(next ? AcquireContext(*next) : nullptr);
+}
+
+TEST(StoreThreads, AddDeleteWalkAndAsk) {
+  const size_t before = contextRegistry.get()->size();
+  const StoreHandle store = OpenMemoryStore(0);
+  InThreads([&](DWORD thread) {
+    for (DWORD round = 0; round < kRounds; ++round) {
+      const Bytes own = MakeCertificate({.serial = 1000 * (thread + 1) + round});
+      PCCERT_CONTEXT added = nullptr;
+      EXPECT_TRUE(CertAddEncodedCertificateToStore(store.get(), 1, own.data(), static_cast<DWORD>(own.size()),
+                                                   CERT_STORE_ADD_NEW, &added));
+      if (round % 2) {
+        EXPECT_TRUE(CertDeleteCertificateFromStore(added));
+      } else {
+        CertFreeCertificateContext(added);
+      }
+      DWORD steps = 0;
+      for (ContextOwner at = Next(*store.get(), {}); at && ++steps < 20;
+           at = Next(*store.get(), std::move(at))) {
+        DWORD size = 0;
+        EXPECT_TRUE(
+            CertGetCertificateContextProperty(at->asCertificate(), CERT_MD5_HASH_PROP_ID, nullptr, &size));
+        BYTE mark = static_cast<BYTE>(thread);
+        const CRYPT_DATA_BLOB blob{1, &mark};
+        EXPECT_TRUE(
+            CertSetCertificateContextProperty(at->asCertificate(), CERT_FRIENDLY_NAME_PROP_ID, 0, &blob));
+        CertEnumCertificateContextProperties(at->asCertificate(), CERT_SHA1_HASH_PROP_ID);
+      }
+    }
+  });
+  EXPECT_EQ(CountOf(*store.get(), ElementType::Certificate), kThreads * kRounds / 2);
+  EXPECT_EQ(store->records, 1u);
+  EXPECT_EQ(contextRegistry.get()->size(), before);
+}
+
+TEST(StoreThreads, OneObjectIsAddedOnce) {
+  const StoreHandle store = OpenMemoryStore(0);
+  std::atomic<DWORD> successes{0};
+  InThreads([&](DWORD thread) {
+    for (DWORD round = 0; round < kRounds; ++round) {
+      const Bytes same = MakeCertificate({.serial = round});
+      const DWORD disposition =
+          thread % 2 ? CERT_STORE_ADD_NEW : CERT_STORE_ADD_REPLACE_EXISTING_INHERIT_PROPERTIES;
+      successes += CertAddEncodedCertificateToStore(store.get(), 1, same.data(),
+                                                    static_cast<DWORD>(same.size()), disposition, nullptr)
+          && thread % 2;
+    }
+  });
+  EXPECT_EQ(CountOf(*store.get(), ElementType::Certificate), kRounds);
+  EXPECT_LE(successes, kRounds);
+}
+
+// The same element deleted by several holders, while its store is closed under them.
+TEST(StoreThreads, CloseUnderHolders) {
+  const size_t before = contextRegistry.get()->size();
+  for (const DWORD flags : {DWORD{0}, DWORD{CERT_STORE_DEFER_CLOSE_UNTIL_LAST_FREE_FLAG}}) {
+    for (DWORD round = 0; round < kRounds; ++round) {
+      StoreHandle store = OpenMemoryStore(flags);
+      const Bytes encoded = MakeCertificate({});
+      PCCERT_CONTEXT context = nullptr;
+      ASSERT_TRUE(CertAddEncodedCertificateToStore(
+          store.get(), 1, encoded.data(), static_cast<DWORD>(encoded.size()), CERT_STORE_ADD_NEW, &context));
+      for (DWORD i = 1; i < kThreads; ++i) CertDuplicateCertificateContext(context);
+      CertStore* const closed = store.release();
+      InThreads([&](DWORD thread) {
+        DWORD size = 0;
+        if (thread == 0) CertCloseStore(closed, 0);
+        EXPECT_TRUE(CertGetCertificateContextProperty(context, CERT_MD5_HASH_PROP_ID, nullptr, &size));
+        CRYPT_DATA_BLOB none{};
+        EXPECT_TRUE(CertSetCertificateContextProperty(context, CERT_ARCHIVED_PROP_ID, 0, &none));
+        if (thread == 1) {
+          CertDuplicateCertificateContext(context);
+          EXPECT_TRUE(CertDeleteCertificateFromStore(context));
+          if (FindLiveContext(context)->element().refs > 100) ADD_FAILURE();
+        }
+      });
+      while (CertFreeCertificateContext(context)) {
+      }
+      EXPECT_EQ(contextRegistry.get()->size(), before);
+    }
+  }
+}
+
+}  // namespace
