@@ -84,7 +84,7 @@ TEST(Signing, NamesAndExtensionsOfARequest) {
            "TLS Web Server Authentication, 1.2.3, OCSP Signing\n",
        })
     EXPECT_THAT(text, HasSubstr(expected));
-  // a named bit list says how many of its last bits do not count
+  // DER ends a list of named bits with the last that is set
   EXPECT_THAT(
       home.out(
           "certkern request new --key it --subject CN=x --usage keyCertSign,cRLSign | openssl asn1parse"),
