@@ -140,18 +140,17 @@ void AddAskedExtensions(const ExtensionOptions& options, ExtensionList& list) {
   AddExtendedUsage(options.extendedUsages, list);
 }
 
-// A named bit list ends with its last bit that is set. X.690, 11.2.2
+// DER ends a list of named bits with the last one that is set (X.690, 11.2.2): which that is in its byte, the library sees
+// to.
 void AddKeyUsage(std::span<const std::string> usages, ExtensionList& list) {
   if (usages.empty()) return;
   std::array<BYTE, 2> bits{};
-  size_t last = 0;
   for (const std::string& usage : usages) {
-    const auto bit =
-        static_cast<size_t>(std::find(std::begin(kUsages), std::end(kUsages), usage) - std::begin(kUsages));
-    bits[bit / 8] = static_cast<BYTE>(bits[bit / 8] | 0x80 >> bit % 8);
-    last = std::max(last, bit);
+    const auto bit = std::find(std::begin(kUsages), std::end(kUsages), usage) - std::begin(kUsages);
+    const auto place = static_cast<size_t>(bit);
+    bits[place / 8] = static_cast<BYTE>(bits[place / 8] | 0x80 >> place % 8);
   }
-  const CRYPT_BIT_BLOB blob{CheckedSize(last / 8 + 1), bits.data(), static_cast<DWORD>(7 - last % 8)};
+  const CRYPT_BIT_BLOB blob{bits[1] ? DWORD{2} : DWORD{1}, bits.data(), 0};
   list.add(szOID_KEY_USAGE, true, Encode(X509_KEY_USAGE, &blob, "--usage"));
 }
 

@@ -66,13 +66,9 @@ SecretBytes ExportPrivateKey(const ContainerKey& key) {
   const auto ask = [&](BYTE* out, DWORD* size) {
     return CryptExportKey(key.key.get(), wrapping.get(), PKCS8_SHROUDEDKEYBLOB, 0, out, size);
   };
-  DWORD size = 0;
-  if (!ask(nullptr, &size)) ThrowLastError("the private key");
-  // what asked for the size has used the initial value
-  if (!CryptSetKeyParam(wrapping.get(), KP_IV, iv.data(), 0)) ThrowLastError("CBC");
-  blob.resize(size);
-  if (!ask(blob.data(), &size) || size < sizeof(BLOBHEADER)) ThrowLastError("the private key");
-  SecretBytes info(blob.begin() + sizeof(BLOBHEADER), blob.begin() + size);
+  if (!AskBytes(ask, blob)) ThrowLastError("the private key");
+  if (blob.size() < sizeof(BLOBHEADER)) throw Failure("the private key: no blob");
+  SecretBytes info(blob.begin() + sizeof(BLOBHEADER), blob.end());
   if (!DecryptCbc(wrapping.get(), iv, info)) ThrowLastError("the private key");
   return info;
 }

@@ -146,24 +146,25 @@ TEST(KeyFiles, FormsOfPrivateKeys) {
     const char* make;  // file from plain.key
   };
   const Case kCases[] = {
-      {"PEM behind other blocks",  "openssl ecparam -name P-256 >file; cat plain.key >>file"             },
-      {"DER",                      "openssl pkcs8 -topk8 -nocrypt -in plain.key -outform DER -out file"  },
-      {"AES-256, HMAC-SHA-256",    "openssl pkcs8 -topk8 -in plain.key -passout pass:word -out file"     },
+      {"PEM behind other blocks",  "openssl ecparam -name P-256 >file; cat plain.key >>file"              },
+      {"DER",                      "openssl pkcs8 -topk8 -nocrypt -in plain.key -outform DER -out file"   },
+      {"AES-256, HMAC-SHA-256",    "openssl pkcs8 -topk8 -in plain.key -passout pass:$word -out file"     },
       {"AES-128, HMAC-SHA-1, DER",
-       "openssl pkcs8 -topk8 -in plain.key -v2 aes128 -v2prf hmacWithSHA1 -passout pass:word -outform DER "
-       "-out file"                                                                                       },
+       "openssl pkcs8 -topk8 -in plain.key -v2 aes128 -v2prf hmacWithSHA1 -passout pass:$word -outform DER "
+       "-out file"                                                                                        },
       {"AES-192, HMAC-SHA-512",
-       "openssl pkcs8 -topk8 -in plain.key -v2 aes192 -v2prf hmacWithSHA512 -passout pass:word -out file"},
+       "openssl pkcs8 -topk8 -in plain.key -v2 aes192 -v2prf hmacWithSHA512 -passout pass:$word -out file"},
       {"AES-256, HMAC of GOST",
        "openssl pkcs8 -topk8 -in plain.key -v2 aes256 -v2prf id-tc26-hmac-gost-3411-2012-512 -passout "
-       "pass:word -out file"                                                                             },
+       "pass:$word -out file"                                                                             },
   };
   const ToolHome home;
+  const std::string password(70, 'x');  // an HMAC hashes a key that is longer than its block
   home.out("openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out plain.key");
   for (const Case& row : kCases) {
     SCOPED_TRACE(row.name);
-    home.out(std::string(row.make) + R"(
-      echo word | certkern key import it file --exportable --no-pin --password-fd 0
+    home.out("word=" + password + "; " + row.make + R"(
+      echo $word | certkern key import it file --exportable --no-pin --password-fd 0
       certkern key export it | cmp - plain.key
       certkern key delete it --yes)");
   }

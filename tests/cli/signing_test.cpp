@@ -84,6 +84,11 @@ TEST(Signing, NamesAndExtensionsOfARequest) {
            "TLS Web Server Authentication, 1.2.3, OCSP Signing\n",
        })
     EXPECT_THAT(text, HasSubstr(expected));
+  // DER ends a list of named bits with the last that is set
+  EXPECT_THAT(
+      home.out(
+          "certkern request new --key it --subject CN=x --usage keyCertSign,cRLSign | openssl asn1parse"),
+      HasSubstr("[HEX DUMP]:03020106\n"));
   // RFC 2986 wants the attributes even where nothing is asked for
   EXPECT_THAT(home.out("certkern request new --key it --subject CN=x | openssl asn1parse"),
               HasSubstr("cont [ 0 ]"));
