@@ -1,5 +1,6 @@
 #include "names/value_parser.h"
 
+#include <bit>
 #include <cwctype>
 
 namespace certkern {
@@ -43,7 +44,7 @@ unsigned DigitValue(wchar_t character) {
 
 // What is white space beyond ASCII the locale says.
 bool IsWhiteSpace(wchar_t character) {
-  const auto code = static_cast<std::wint_t>(character);
+  const auto code = std::bit_cast<std::wint_t>(character);
   return code < 0x80 ? code == ' ' || (code >= '\t' && code <= '\r') : std::iswspace(code) != 0;
 }
 

@@ -3,6 +3,7 @@
 #define CERTKERN_NAMES_VALUE_PARSER_H
 
 #include <certkern/types.h>
+#include <bit>
 
 #include <cstdint>
 #include <string>
@@ -18,7 +19,7 @@ class Separators {
     for (const wchar_t character : characters) set_ |= uint64_t{1} << character;
   }
   bool has(wchar_t character) const {
-    const auto code = static_cast<uint32_t>(character);
+    const auto code = std::bit_cast<uint32_t>(character);
     return code < 64 && (set_ >> code & 1);
   }
   // From a place in a text on; the text's size when there is none.

@@ -15,7 +15,8 @@
 #include "platform/trace_text.h"
 
 // The context of the chain policy functions, and one of the library's two exported data symbols.
-extern "C" CERTKERN_API support_db_ctx pkivalidator_db_ctx;
+extern "C" CERTKERN_API support_db_ctx
+    pkivalidator_db_ctx;  // NOLINT(readability-redundant-declaration): <certkern/sv.h> has it for callers
 
 namespace certkern {
 

@@ -41,14 +41,14 @@ constexpr StoreProvider kProviders[] = {
 };
 
 constexpr StoreKind kKinds[] = {
-    {kMemory,     "memory",          false, false, nullptr,            nullptr,           nullptr,           nullptr         },
-    {kRegistry,   "registry",        true,  false, nullptr,            nullptr,           nullptr,           nullptr         },
-    {kSerialized, "serialized",      true,  false, LoadSerializedBlob, nullptr,           nullptr,           nullptr         },
-    {kStream,     "stream",          true,  false, LoadStreamStore,    CommitFileStore,   nullptr,           ReleaseStoreFile},
-    {kPath,       "path",            true,  false, LoadPathStore,      CommitFileStore,   nullptr,           ReleaseStoreFile},
-    {kSystemFile, "system registry", true,  true,  LoadSystemStore,    CommitSystemStore, ResyncSystemStore,
+    {"memory",          kMemory,     false, false, nullptr,            nullptr,           nullptr,           nullptr         },
+    {"registry",        kRegistry,   true,  false, nullptr,            nullptr,           nullptr,           nullptr         },
+    {"serialized",      kSerialized, true,  false, LoadSerializedBlob, nullptr,           nullptr,           nullptr         },
+    {"stream",          kStream,     true,  false, LoadStreamStore,    CommitFileStore,   nullptr,           ReleaseStoreFile},
+    {"path",            kPath,       true,  false, LoadPathStore,      CommitFileStore,   nullptr,           ReleaseStoreFile},
+    {"system registry", kSystemFile, true,  true,  LoadSystemStore,    CommitSystemStore, ResyncSystemStore,
      ReleaseStoreFile                                                                                                        },
-    {kCollection, "collection",      false, true,  nullptr,            nullptr,           nullptr,           nullptr         },
+    {"collection",      kCollection, false, true,  nullptr,            nullptr,           nullptr,           nullptr         },
 };
 
 // A store that did not come to be: nothing of it is written, and a provider that the caller gave stays the caller's.

@@ -40,8 +40,8 @@ enum class CommitTime { AtClose, OnRequest };
 // A kind of store with contents of its own, or the collection. Every function may be null: there is nothing to do, or,
 // where somebody asks for it expressly, ERROR_CALL_NOT_IMPLEMENTED.
 struct StoreKind {
-  DWORD number;  // the provider that the kind goes by
   const char* name;
+  DWORD number;         // the provider that the kind goes by
   bool needsParameter;  // pvPara must not be NULL
   bool mayAutoResync;
   // Fills a new store, which has its provider, flags and encoding and one handle; nobody else sees it yet. False with a
