@@ -16,9 +16,6 @@ constexpr size_t kKegUkm = 32;
 constexpr size_t kGostKek = 32;
 constexpr size_t kKegIv = 24;  // where the initial value stands in the UKM. RFC 9189, 8.3.1
 
-bool IsGostWrap(ALG_ID method) {
-  return method == CALG_EXPORT_SIMPLE || method == CALG_EXPORT_DIVERSIFIED || method == CALG_EXPORT_KDF;
-}
 bool IsKexp(ALG_ID method) { return method == CALG_EXPORT_KEXP15_M || method == CALG_EXPORT_KEXP15_K; }
 bool IsStandardWrap(ALG_ID method) {
   return method == CALG_AES_128 || method == CALG_AES_192 || method == CALG_AES_256 || method == CALG_3DES;

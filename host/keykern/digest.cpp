@@ -77,7 +77,7 @@ class LibgcryptDigest final : public Digest {
     return true;
   }
   bool restart() override {
-    gcry_md_reset(handle_.get());
+    gcry_md_reset(handle_.get());  // keeps the key of an HMAC
     return true;
   }
   std::unique_ptr<Digest> copy() const override {
@@ -111,6 +111,10 @@ constexpr const char* kSha384 = "SHA384";
 constexpr const char* kSha512 = "SHA512";
 
 }  // namespace
+
+std::unique_ptr<Digest> AdoptLibgcryptDigest(gcry_md_handle* handle) {
+  return std::make_unique<LibgcryptDigest>(MdHandle(handle));
+}
 
 std::unique_ptr<Digest> NewMd5() { return NewLibcrypto<kMd5>(); }
 std::unique_ptr<Digest> NewSha1() { return NewLibcrypto<kSha1>(); }

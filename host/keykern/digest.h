@@ -7,6 +7,8 @@
 #include <memory>
 #include <span>
 
+struct gcry_md_handle;
+
 namespace keykern {
 
 inline constexpr DWORD kMaxDigestSize = 64;
@@ -28,6 +30,9 @@ class Digest {
 
 // Makes a digest, or null when the library refuses: on a host in FIPS mode libgcrypt has few of them.
 using DigestMaker = std::unique_ptr<Digest> (*)();
+
+// Takes over an open handle of libgcrypt, a keyed one too.
+std::unique_ptr<Digest> AdoptLibgcryptDigest(gcry_md_handle* handle);
 
 std::unique_ptr<Digest> NewMd4();
 std::unique_ptr<Digest> NewMd5();

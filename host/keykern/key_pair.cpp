@@ -1,6 +1,7 @@
 #include "keykern/key_pair.h"
 
 #include "keykern/algorithms.h"
+#include "keykern/derive/key_wrap.h"
 #include "keykern/key/key_codec.h"
 #include "keykern/results.h"
 #include "platform/limits.h"
@@ -11,10 +12,6 @@ namespace keykern {
 namespace {
 
 constexpr DWORD kPublicPermissions = CRYPT_ENCRYPT | CRYPT_READ | CRYPT_WRITE;
-
-bool IsWrap(ALG_ID id) {
-  return id == CALG_EXPORT_SIMPLE || id == CALG_EXPORT_DIVERSIFIED || id == CALG_EXPORT_KDF;
-}
 
 std::string HexOf(std::span<const BYTE> bytes) {
   constexpr char kDigits[] = "0123456789abcdef";
@@ -185,8 +182,8 @@ DWORD KeyPair::setParam(DWORD param, const BYTE* data) {
   if (!data) return ERROR_INVALID_PARAMETER;
   switch (param) {
     case KP_ALGID:
-      if (!IsWrap(WordOf(data)) && WordOf(data) != algorithm_) return NTE_BAD_ALGID;
-      wrap_ = IsWrap(WordOf(data)) ? WordOf(data) : 0;
+      if (!IsGostWrap(WordOf(data)) && WordOf(data) != algorithm_) return NTE_BAD_ALGID;
+      wrap_ = IsGostWrap(WordOf(data)) ? WordOf(data) : 0;
       return ERROR_SUCCESS;
     case KP_CERTIFICATE:
       return setCertificate(data);

@@ -1,6 +1,7 @@
 #include "keykern/session_key.h"
 
 #include "keykern/crypto_library.h"
+#include "keykern/derive/key_wrap.h"
 #include "keykern/results.h"
 
 #include <openssl/crypto.h>
@@ -13,10 +14,6 @@ namespace {
 
 constexpr std::string_view kUsualBox = "1.2.643.7.1.2.5.1.1";  // RFC 7836, appendix C
 constexpr DWORD kPermissions = CRYPT_ENCRYPT | CRYPT_DECRYPT | CRYPT_READ | CRYPT_WRITE | CRYPT_MAC;
-
-bool IsGostWrap(ALG_ID id) {
-  return id == CALG_EXPORT_SIMPLE || id == CALG_EXPORT_DIVERSIFIED || id == CALG_EXPORT_KDF;
-}
 
 }  // namespace
 

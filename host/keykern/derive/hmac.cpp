@@ -65,47 +65,15 @@ std::unique_ptr<Digest> NewLibcryptoHmac(const char* hash, std::span<const BYTE>
 
 // --- libgcrypt ---
 
-struct CloseMd {
-  void operator()(gcry_md_hd_t handle) const { gcry_md_close(handle); }
-};
-using MdHandle = std::unique_ptr<gcry_md_handle, CloseMd>;
-
-class LibgcryptHmac final : public Digest {
- public:
-  explicit LibgcryptHmac(MdHandle handle) : handle_(std::move(handle)) {}
-
-  bool add(std::span<const BYTE> data) override {
-    gcry_md_write(handle_.get(), data.data(), data.size());
-    return true;
-  }
-  bool finish(std::span<BYTE> value) override {
-    const int algorithm = gcry_md_get_algo(handle_.get());
-    const BYTE* computed = gcry_md_read(handle_.get(), algorithm);
-    if (!computed || value.size() != gcry_md_get_algo_dlen(algorithm)) return false;
-    std::memcpy(value.data(), computed, value.size());
-    return true;
-  }
-  bool restart() override {
-    gcry_md_reset(handle_.get());  // keeps the key
-    return true;
-  }
-  std::unique_ptr<Digest> copy() const override {
-    gcry_md_hd_t handle = nullptr;
-    if (gcry_md_copy(&handle, handle_.get())) return nullptr;
-    return std::make_unique<LibgcryptHmac>(MdHandle(handle));
-  }
-
- private:
-  MdHandle handle_;
-};
-
 std::unique_ptr<Digest> NewLibgcryptHmac(int hash, std::span<const BYTE> key) {
   StartLibgcrypt();
   gcry_md_hd_t opened = nullptr;
   if (gcry_md_open(&opened, hash, GCRY_MD_FLAG_HMAC)) return nullptr;
-  MdHandle handle(opened);
-  if (gcry_md_setkey(handle.get(), NotNull(key), key.size())) return nullptr;
-  return std::make_unique<LibgcryptHmac>(std::move(handle));
+  if (gcry_md_setkey(opened, NotNull(key), key.size())) {
+    gcry_md_close(opened);
+    return nullptr;
+  }
+  return AdoptLibgcryptDigest(opened);
 }
 
 }  // namespace

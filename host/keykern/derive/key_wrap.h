@@ -14,6 +14,10 @@ namespace keykern {
 
 using certkern::SecretBytes;
 
+constexpr bool IsGostWrap(ALG_ID method) {
+  return method == CALG_EXPORT_SIMPLE || method == CALG_EXPORT_DIVERSIFIED || method == CALG_EXPORT_KDF;
+}
+
 // The wraps of GOST 28147-89. The result is UKM (8), the encrypted key (as long as the key: 32 or 64), MAC (4).
 // @param method  CALG_EXPORT_SIMPLE, CALG_EXPORT_DIVERSIFIED (RFC 4357, 6.1 and 6.3), CALG_EXPORT_KDF (RFC 7836, 4.6)
 // @param kek     32 bytes
