@@ -76,6 +76,15 @@ inline constexpr size_t kMaxStoreDirectory = 1024;
 inline constexpr size_t kMaxSystemStoreName = 4096;
 inline constexpr size_t kMaxSystemStoreFileName = 512;
 
+// One chain build, clones included. Cross-certified CAs have as many paths as there are orders of them, and a server can
+// mint a new issuer for each question: work ends here, and what was found so far is the answer.
+inline constexpr size_t kMaxChainNodes = 512;  // of one path
+inline constexpr uint32_t kMaxChainCandidateSteps = 4096;
+inline constexpr uint32_t kMaxChainRetrievals = 64;         // over the wire
+inline constexpr size_t kMaxChainBundleCertificates = 256;  // taken from one retrieval
+inline constexpr size_t kMaxPolicyNodes = 65536;            // of both policy trees of one pass
+inline constexpr unsigned kMaxRevocationClones = 16;        // within each other
+
 }  // namespace certkern
 
 #endif
