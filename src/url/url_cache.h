@@ -22,7 +22,8 @@
 namespace certkern {
 
 struct CachedObject {
-  ContextOwner context;     // context->asCertificate() or context->asCrl(); not looked at whether it is valid now
+  ContextOwner
+      context;  // context->asCertificate() or context->asCrl(); not looked at whether it is valid now
   FILETIME lastModified{};  // as the server told it; zero when it did not
 };
 
