@@ -39,7 +39,7 @@ class UrlCache {
 
   // A hit counts as a use. Throws std::bad_alloc only.
   std::optional<CachedObject> find(const std::string& url);
-  // Adds or replaces; 0 or a code: SEC_E_INVALID_HANDLE: no store; CERT_E_... as of an object that is not valid now.
+  // Adds or replaces; 0 or a code: SEC_E_INTERNAL_ERROR: no store; SEC_E_CONTEXT_EXPIRED: not valid now.
   DWORD add(const std::string& url, const FILETIME& lastModified, ContextRecord& context);
   // Writes the store if something was added or has gone.
   void flush();
