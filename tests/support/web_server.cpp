@@ -24,12 +24,17 @@ sockaddr_in Loopback(int port) {
   return address;
 }
 
-bool Listens(int port) {
+// Whether somebody answers; the answer comes behind the log records of all requests before it.
+bool Answers(int port) {
   const int file = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const sockaddr_in address = Loopback(port);
-  const bool connected = connect(file, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  constexpr std::string_view kRequest = "GET /answers HTTP/1.0\r\n\r\n";
+  char answer[256];
+  const bool answered = connect(file, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0
+      && send(file, kRequest.data(), kRequest.size(), MSG_NOSIGNAL) > 0
+      && recv(file, answer, sizeof answer, 0) > 0;
   close(file);
-  return connected;
+  return answered;
 }
 
 std::string Configuration(const TemporaryDirectory& home, int port, const std::string& locations) {
@@ -43,8 +48,8 @@ std::string Configuration(const TemporaryDirectory& home, int port, const std::s
   for (const char* kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"}) {
     text += std::string(kind) + "_temp_path " + root + kind + ";\n";
   }
-  return text + "server { listen 127.0.0.1:" + std::to_string(port) + "; root " + root + "root;\n" + locations
-      + "\n} }\n";
+  return text + "server { listen 127.0.0.1:" + std::to_string(port) + "; root " + root
+      + "root;\nlocation = /answers { access_log off; return 204; }\n" + locations + "\n} }\n";
 }
 
 }  // namespace
@@ -69,8 +74,8 @@ WebServer::WebServer(const std::string& locations) : port_(FreePort()) {
     execl("/usr/sbin/nginx", "nginx", "-e", log.c_str(), "-c", file.c_str(), nullptr);
     _exit(127);
   }
-  for (int i = 0; i < 500 && !Listens(port_); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  EXPECT_TRUE(Listens(port_)) << directory_.read("start") << directory_.read("error");
+  for (int i = 0; i < 500 && !Answers(port_); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_TRUE(Answers(port_)) << directory_.read("start") << directory_.read("error");
 }
 
 WebServer::~WebServer() {
@@ -86,7 +91,10 @@ std::string WebServer::url(const std::string& path) const {
   return "http://127.0.0.1:" + std::to_string(port_) + path;
 }
 
-std::string WebServer::log() const { return directory_.read("access"); }
+std::string WebServer::log() const {
+  EXPECT_TRUE(Answers(port_));
+  return directory_.read("access");
+}
 
 size_t WebServer::requests() const {
   const std::string text = log();
