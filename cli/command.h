@@ -31,6 +31,8 @@ Runner PrepareRandom(CLI::App& command);
 Runner PrepareHash(CLI::App& command);
 Runner PrepareName(CLI::App& group);
 Runner PrepareStore(CLI::App& group);
+Runner PrepareFetch(CLI::App& command);
+Runner PrepareCache(CLI::App& group);
 // Of the group "key".
 Runner PrepareKeyImport(CLI::App& command);
 Runner PrepareKeyExport(CLI::App& command);

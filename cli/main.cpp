@@ -22,6 +22,8 @@ constexpr Command kCommands[] = {
     {"store",       "List, show, fill and search certificate stores",             PrepareStore      },
     {"name",        "Encode distinguished names, and write encoded ones as text", PrepareName       },
     {"hash",        "Hash files",                                                 PrepareHash       },
+    {"fetch",       "Fetch certificates and CRLs by URL",                         PrepareFetch      },
+    {"cache",       "List or clear what was fetched and kept",                    PrepareCache      },
     {"random",      "Write random bytes",                                         PrepareRandom     },
 };
 

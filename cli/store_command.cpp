@@ -86,12 +86,12 @@ std::vector<Field> FieldsOf(const Selected& selected, bool full) {
   for (const CertificateHandle& each : selected.certificates) {
     const PCCERT_CONTEXT context = each.get();
     fields.push_back(FieldOf(ObjectKind::Certificate, {context->pbCertEncoded, context->cbCertEncoded},
-                             CertificateSummary(context), full));
+                             SummaryOf(*context), full));
   }
   for (const CrlHandle& each : selected.crls) {
     const PCCRL_CONTEXT context = each.get();
     fields.push_back(
-        FieldOf(ObjectKind::Crl, {context->pbCrlEncoded, context->cbCrlEncoded}, CrlSummary(context), full));
+        FieldOf(ObjectKind::Crl, {context->pbCrlEncoded, context->cbCrlEncoded}, SummaryOf(*context), full));
   }
   return fields;
 }

@@ -37,29 +37,29 @@ void AddPrivateKey(Field& object, PCCERT_CONTEXT certificate) {
 
 }  // namespace
 
-Field CertificateSummary(PCCERT_CONTEXT certificate) {
-  const CERT_INFO& info = *certificate->pCertInfo;
+Field SummaryOf(const CERT_CONTEXT& certificate) {
+  const CERT_INFO& info = *certificate.pCertInfo;
   Field object("Certificate");
   object.add(NameField("Subject", BytesOf(info.Subject)));
   object.add(NameField("Issuer", BytesOf(info.Issuer)));
   object.add("Serial number", BigEndian(info.SerialNumber));
   object.add("Not before", Words{TimeText(info.NotBefore)});
   object.add("Not after", Words{TimeText(info.NotAfter)});
-  AddProperty<CertGetCertificateContextProperty>(object, "SHA-1", certificate, CERT_SHA1_HASH_PROP_ID);
-  AddProperty<CertGetCertificateContextProperty>(object, "Key identifier", certificate,
+  AddProperty<CertGetCertificateContextProperty>(object, "SHA-1", &certificate, CERT_SHA1_HASH_PROP_ID);
+  AddProperty<CertGetCertificateContextProperty>(object, "Key identifier", &certificate,
                                                  CERT_KEY_IDENTIFIER_PROP_ID);
-  AddPrivateKey(object, certificate);
+  AddPrivateKey(object, &certificate);
   return object;
 }
 
-Field CrlSummary(PCCRL_CONTEXT crl) {
-  const CRL_INFO& info = *crl->pCrlInfo;
+Field SummaryOf(const CRL_CONTEXT& crl) {
+  const CRL_INFO& info = *crl.pCrlInfo;
   Field object("CRL");
   object.add(NameField("Issuer", BytesOf(info.Issuer)));
   object.add("This update", Words{TimeText(info.ThisUpdate)});
   object.add("Next update", Words{TimeText(info.NextUpdate)});
   object.add("Entries", int64_t{info.cCRLEntry});
-  AddProperty<CertGetCRLContextProperty>(object, "SHA-1", crl, CERT_SHA1_HASH_PROP_ID);
+  AddProperty<CertGetCRLContextProperty>(object, "SHA-1", &crl, CERT_SHA1_HASH_PROP_ID);
   return object;
 }
 

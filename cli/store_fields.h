@@ -9,8 +9,8 @@
 namespace certkern::cli {
 
 // Who it is, until when, what it is found by, and the private key that goes with it.
-Field CertificateSummary(PCCERT_CONTEXT certificate);
-Field CrlSummary(PCCRL_CONTEXT crl);
+Field SummaryOf(const CERT_CONTEXT& certificate);
+Field SummaryOf(const CRL_CONTEXT& crl);
 
 }  // namespace certkern::cli
 

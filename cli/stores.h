@@ -48,6 +48,13 @@ std::vector<std::string> StoreNames(bool machine);
 void ForEachCertificate(HCERTSTORE store, const std::function<void(PCCERT_CONTEXT)>& visit);
 void ForEachCrl(HCERTSTORE store, const std::function<void(PCCRL_CONTEXT)>& visit);
 
+// Every certificate, then every CRL.
+template <typename Visit>
+void ForEachObject(HCERTSTORE store, const Visit& visit) {
+  ForEachCertificate(store, [&](PCCERT_CONTEXT each) { visit(*each); });
+  ForEachCrl(store, [&](PCCRL_CONTEXT each) { visit(*each); });
+}
+
 }  // namespace certkern::cli
 
 #endif
