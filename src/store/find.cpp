@@ -8,29 +8,9 @@
 namespace certkern {
 namespace {
 
-// The elements that a query can match, newest first: those that the index knows, or all.
-class Candidates {
- public:
-  Candidates(CertStore& store, const ElementQuery& query)
-      : store_(store),
-        type_(query.type()),
-        question_(query.question()),
-        index_(question_ ? SearchableIndex(store, question_->key) : nullptr) {}
-
-  StoreElement* behind(const StoreElement* previous) const {
-    return index_ ? index_->next(*question_, previous) : NextElement(store_, type_, previous);
-  }
-
- private:
-  CertStore& store_;
-  const ElementType type_;
-  const std::optional<IndexQuestion> question_;
-  const StoreIndex* const index_;
-};
-
 Found FindFirst(CertStore& store, const ElementQuery& query, const StoreElement* previous,
                 ContextOwner& found) {
-  const Candidates candidates(store, query);
+  const Candidates candidates(store, query.type(), query.question());
   const StoreElement* last = previous;
   while (StoreElement* const each = candidates.behind(last)) {
     last = each;

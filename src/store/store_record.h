@@ -46,7 +46,8 @@ struct ElementList {
   StoreElement* newest = nullptr;
   StoreElement* oldest = nullptr;
   size_t size = 0;
-  std::unique_ptr<ElementIndex> index;  // null for a store that was never searched
+  size_t walked = 0;                    // elements that additions have compared one by one
+  std::unique_ptr<ElementIndex> index;  // null for a store that was hardly searched
 };
 
 // One count on handles (and records), given back with CloseStore(store, 0).
