@@ -76,6 +76,9 @@ inline constexpr size_t kMaxStoreDirectory = 1024;
 inline constexpr size_t kMaxSystemStoreName = 4096;
 inline constexpr size_t kMaxSystemStoreFileName = 512;
 
+// Bytes of a decoded certificate that stays in its store after the last context of it has gone. Common ones are smaller.
+inline constexpr size_t kMaxKeptInfo = 4096;
+
 // Bytes of the question about a trusted root, and characters of the name in it: with a full name the question still
 // fits in either language.
 inline constexpr size_t kMaxConfirmationText = 1023;

@@ -20,6 +20,8 @@ Found FindFirst(CertStore& store, const ElementQuery& query, const StoreElement*
     if (answer == Found::No || (!query.seesArchived() && IsHidden(store, *each))) continue;
     if (!context) context.reset(AcquireContext(*each));
     if (!context) return Found::Failed;
+    // one that was asked for by name; whoever walks over all of them pays with time, not with memory
+    if (candidates.areAskedFor()) each->keepsInfo.store(true, std::memory_order_relaxed);
     found = std::move(context);
     return Found::Yes;
   }

@@ -103,6 +103,7 @@ class Candidates {
     return index_ ? index_->next(*question_, previous) : NextElement(store_, type_, previous);
   }
   bool areAll() const { return !index_; }
+  bool areAskedFor() const { return question_.has_value(); }
 
  private:
   CertStore& store_;

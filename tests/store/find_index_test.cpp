@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/limits.h"
 #include "store/find.h"
 #include "store/sample_objects.h"
 #include "store/store_kind.h"
@@ -164,6 +165,32 @@ TEST(StoreIndex, AdditionsNeverTellItApart) {
   }
   EXPECT_EQ(Serials(*indexed.get()), Serials(*walked.get()));
   EXPECT_TRUE(indexed->certificates.index && !walked->certificates.index);
+}
+
+// A decoded record that waits for the next search of the same certificate is the only one that waits.
+TEST(StoreIndex, WhatIsFoundStaysDecoded) {
+  const StoreHandle store = OpenMemoryStore(0);
+  for (const size_t extension : {size_t{10}, size_t{5000}}) {
+    const Bytes encoded = MakeCertificate({.extensions = MakeExtension(99, Bytes(extension))});
+    PCCERT_CONTEXT context = nullptr;
+    ASSERT_TRUE(CertAddEncodedCertificateToStore(
+        store.get(), 1, encoded.data(), static_cast<DWORD>(encoded.size()), CERT_STORE_ADD_ALWAYS, &context));
+    StoreElement& element = FindLiveContext(context)->element();
+    CertFreeCertificateContext(context);
+    CertificateHandle(CertFindCertificateInStore(store.get(), 1, 0, CERT_FIND_ANY, nullptr, nullptr)).reset();
+    EXPECT_EQ(element.info, nullptr) << "nobody has searched for it";
+    const CertificateHandle wanted = CreateCertificate(encoded);
+    for (int round = 0; round < 3; ++round) {
+      CERT_INFO* known = static_cast<CERT_INFO*>(element.info);
+      const CertificateHandle found(
+          CertFindCertificateInStore(store.get(), 1, 0, CERT_FIND_EXISTING, wanted.get(), nullptr));
+      ASSERT_TRUE(found);
+      EXPECT_EQ(element.info, nullptr) << "the context has it";
+      EXPECT_TRUE(!known || found->pCertInfo == known);
+      EXPECT_EQ(found->pCertInfo->SerialNumber.cbData, wanted->pCertInfo->SerialNumber.cbData);
+    }
+    EXPECT_EQ(element.info != nullptr, extension < kMaxKeptInfo);
+  }
 }
 
 TEST(StoreIndex, ManyAdditionsAreNoWalks) {
