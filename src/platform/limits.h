@@ -104,6 +104,14 @@ inline constexpr long kDefaultTransferTime = 60'000;
 // Bytes of a text that becomes a part of a posted request, NUL included.
 inline constexpr size_t kMaxRequestText = 248;
 
+// Bytes of a decoded certificate that stays in its store after the last context of it has gone. Common ones are smaller.
+inline constexpr size_t kMaxKeptInfo = 4096;
+
+// Bytes of the question about a trusted root, and characters of the name in it: with a full name the question still
+// fits in either language.
+inline constexpr size_t kMaxConfirmationText = 1023;
+inline constexpr size_t kMaxConfirmedName = 128;
+
 }  // namespace certkern
 
 #endif

@@ -18,6 +18,7 @@ void ReleaseElement(StoreElement* element) noexcept {
   }
   assert(!element->context && !element->linked);
   const PropertyBlockOwner properties(element->properties);
+  std::free(element->info);
   element->~StoreElement();
   std::free(element);
 }

@@ -43,8 +43,11 @@ struct StoreElement {
   const ElementType type;
   const DWORD encoding;  // what contexts report
   uint32_t refs = 1;
-  std::atomic<DWORD> encodedLength;   // bytes; that of the DER object once a context was made
-  uint32_t indexSlot = ~uint32_t{0};  // the index's own, under the store's lock
+  DWORD infoSize = 0;    // bytes of the decoded record once there was one; under lock, as the next
+  void* info = nullptr;  // the record between two contexts, where it is kept; ours
+  std::atomic<bool> keepsInfo{false};  // a search found it and may do so again
+  std::atomic<DWORD> encodedLength;    // bytes; that of the DER object once a context was made
+  uint32_t indexSlot = ~uint32_t{0};   // the index's own, under the store's lock
 
   StoreElement(ElementType elementType, DWORD encodingType, DWORD length)
       : type(elementType), encoding(encodingType), encodedLength(length) {}
