@@ -5,6 +5,7 @@
 #include <certkern/cert.h>
 
 #include <memory>
+#include <span>
 
 namespace certkern {
 
@@ -12,6 +13,9 @@ struct CrlFacts;
 
 // Throws std::bad_alloc.
 std::shared_ptr<const CrlFacts> MakeCrlFacts(PCCRL_CONTEXT context);
+
+// The key identifier of the authority key identifier; empty: none.
+std::span<const BYTE> AuthorityKeyIdBytes(const CrlFacts& facts);
 
 }  // namespace certkern
 
