@@ -22,7 +22,8 @@
 namespace certkern {
 
 struct CachedObject {
-  ContextOwner context;     // context->asCertificate() or context->asCrl(); not looked at whether it is valid now
+  ContextOwner
+      context;  // context->asCertificate() or context->asCrl(); not looked at whether it is valid now
   FILETIME lastModified{};  // as the server told it; zero when it did not
 };
 
@@ -38,7 +39,7 @@ class UrlCache {
 
   // A hit counts as a use. Throws std::bad_alloc only.
   std::optional<CachedObject> find(const std::string& url);
-  // Adds or replaces; 0 or a code: SEC_E_INVALID_HANDLE: no store; CERT_E_... as of an object that is not valid now.
+  // Adds or replaces; 0 or a code: SEC_E_INTERNAL_ERROR: no store; SEC_E_CONTEXT_EXPIRED: not valid now.
   DWORD add(const std::string& url, const FILETIME& lastModified, ContextRecord& context);
   // Writes the store if something was added or has gone.
   void flush();
