@@ -9,6 +9,7 @@
 #include "ber/read_cursor.h"
 #include "store/certificate_primitives.h"
 #include "store/context_record.h"
+#include "store/crl_entries.h"
 #include "store/find.h"
 #include "store/issuer.h"
 #include "store/store_record.h"
@@ -159,7 +160,7 @@ BOOL CertFindCertificateInCRL(PCCERT_CONTEXT pCert, PCCRL_CONTEXT pCrlContext, D
     if (!crl) return frame.failed(ERROR_INVALID_PARAMETER);
     if (!TakeCertificate(pCert, certificate)) return frame.failed();
     *ppCrlEntry = certificate
-        ? certkern::FindEntry(*crl->crl.pCrlInfo, certificate->certificate.pCertInfo->SerialNumber)
+        ? certkern::FindEntry(*crl, certificate->certificate.pCertInfo->SerialNumber)
         : nullptr;
     return frame.result(TRUE);
   });

@@ -2,9 +2,17 @@
 #ifndef CERTKERN_OID_BUILT_IN_FUNCTIONS_H
 #define CERTKERN_OID_BUILT_IN_FUNCTIONS_H
 
+#include <certkern/url.h>
+
 #include <span>
 
 #include "oid/function_sets.h"
+
+// Defined above, where retrievals are served.
+extern "C" BOOL CryptRetrieveObjectByUrlAInternal(LPCSTR pszUrl, LPCSTR pszObjectOid, DWORD dwRetrievalFlags,
+                                                  DWORD dwTimeout, LPVOID* ppvObject,
+                                                  HCRYPTASYNC hAsyncRetrieve, PCRYPT_CREDENTIALS pCredentials,
+                                                  LPVOID pvVerify, PCRYPT_RETRIEVE_AUX_INFO pAuxInfo);
 
 namespace certkern {
 

@@ -87,6 +87,25 @@ inline constexpr size_t kMaxPolicyNodes = 65536;            // of both policy tr
 inline constexpr uint64_t kMaxPolicyVisits = uint64_t{1} << 26;  // of their nodes, in all passes
 inline constexpr unsigned kMaxRevocationClones = 16;        // within each other
 
+// Bytes of a URL that is fetched, or kept with an object in the URL cache.
+inline constexpr size_t kMaxUrl = 8192;
+
+// Redirects of one transfer.
+inline constexpr long kMaxRedirects = 5;
+
+// Bytes of one downloaded object unless the configuration says otherwise, and whatever it says.
+inline constexpr int64_t kDefaultDownloadSize = int64_t{256} << 20;
+inline constexpr int64_t kMaxDownloadSize = int64_t{1} << 30;
+
+// Bytes of all the header lines of one transfer, those of redirects and interim answers included.
+inline constexpr size_t kMaxDownloadHeaders = size_t{256} << 10;
+
+// Milliseconds of a transfer for which the caller has set no limit.
+inline constexpr long kDefaultTransferTime = 60'000;
+
+// Bytes of a text that becomes a part of a posted request, NUL included.
+inline constexpr size_t kMaxRequestText = 248;
+
 }  // namespace certkern
 
 #endif
