@@ -8,6 +8,7 @@
 #include <span>
 
 #include "api/frame.h"
+#include "ber/read_cursor.h"
 #include "certkern/chain/crl_facts.h"
 #include "keys/certificate_signature.h"
 #include "platform/owner.h"
@@ -90,11 +91,12 @@ bool CollectStores(const CERT_REVOCATION_PARA* para, CollectionOwner& collection
   constexpr DWORD kReachesStores = offsetof(CERT_REVOCATION_PARA, hCrlStore);
   if (!para || para->cbSize < kReachesStores || !para->cCertStore) return true;
   if (!para->rgCertStore) return certkern::Fault(E_INVALIDARG);
-  collection.reset(CertOpenStore(CERT_STORE_PROV_COLLECTION, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0, 0,
-                                 nullptr));
-  return collection && std::ranges::all_of(std::span(para->rgCertStore, para->cCertStore), [&](HCERTSTORE store) {
-    return CertAddStoreToCollection(collection.get(), store, 0, 0) != FALSE;
-  });
+  collection.reset(
+      CertOpenStore(CERT_STORE_PROV_COLLECTION, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0, 0, nullptr));
+  return collection
+      && std::ranges::all_of(std::span(para->rgCertStore, para->cCertStore), [&](HCERTSTORE store) {
+           return CertAddStoreToCollection(collection.get(), store, 0, 0) != FALSE;
+         });
 }
 
 // 0, the error bits of the chain, or the code of the failure to build one.
