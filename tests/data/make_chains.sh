@@ -52,7 +52,6 @@ new_certs_dir = .
 default_md = default
 default_crl_days = 30
 unique_subject = no
-preserve = yes
 policy = any
 [any]
 commonName = optional
@@ -157,7 +156,7 @@ certificate() {
   printf '%s\n' "$label" >"$name.label"
   [ -z "$serial" ] || { cp serial serial.kept; printf '%s\n' "$serial" >serial; }
   : >index
-  set -- -batch -notext -in "$label.csr" -subj "${subject:-/CN=$name}" -startdate "$from" -enddate "$to"
+  set -- -batch -notext -preserveDN -in "$label.csr" -subj "${subject:-/CN=$name}" -startdate "$from" -enddate "$to"
   if [ -n "$issuer" ]; then
     set -- "$@" -cert "$issuer.pem" -keyfile "$(cat "$issuer.label").key"
   else
