@@ -32,8 +32,7 @@ inline const TemporaryDirectory& Sandbox(const std::string& more = {}) {
     const std::string configuration =
         made.write("config.toml",
                    "[paths]\nlocal_stores = '" + made.path("user") + "'\nglobal_stores = '"
-                       + made.path("machine") + "'\n[config.Certkern.Stores.root]\nsettings = 4\n"
-                       + "[config.Certkern.Stores.ca]\nsettings = 4\n" + more);
+                       + made.path("machine") + "'\n" + more);
     setenv("CERTKERN_CONFIG", configuration.c_str(), 1);
     return made;
   }();
