@@ -167,14 +167,16 @@ TEST_F(Engines, TheUsersOwn) {
   EXPECT_EQ(ask("leaf"), "leaf inter = 0x10000");
 }
 
-// In a process that has no engine yet: a directory that can't be read is no engine, but does not spoil the next try.
+// In a process that has no engine yet: where there can be no store there is no engine, but does not spoil the next try.
 TEST_F(Engines, TheUsersOwnMayComeLate) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto tryTwice = [] {
     namespace fs = std::filesystem;
     const PCCERT_CONTEXT root = objects().certificate("root");
     fs::rename(Sandbox().path("user"), Sandbox().path("away"));
+    Sandbox().write("user", "a file where the directory should be");
     const bool failed = !AskChain(nullptr, root) && GetLastError() == ERROR_DLL_INIT_FAILED;
+    fs::remove(Sandbox().path("user"));
     fs::rename(Sandbox().path("away"), Sandbox().path("user"));
     std::exit(failed && Verdict(objects(), AskChain(nullptr, root).get()) == "root" ? 0 : 1);
   };
