@@ -171,10 +171,11 @@ BOOL CertVerifyCRLRevocation(DWORD dwCertEncodingType, PCERT_INFO pCertId, DWORD
   return Plain([&](Frame& frame) -> BOOL {
     frame.entry("(dwCertEncodingType = %u, pCertId = %p, cCrlInfo = %u, rgpCrlInfo = %p)", dwCertEncodingType,
                 pCertId, cCrlInfo, rgpCrlInfo);
+    if (cCrlInfo && !rgpCrlInfo) return frame.invalidArguments(E_INVALIDARG);
     if (!pCertId || !cCrlInfo) return frame.result(TRUE);
     const std::span<const PCRL_INFO> lists = certkern::AsSpan(rgpCrlInfo, cCrlInfo);
     const auto isWhole = [](const CRL_INFO* list) { return list && (list->rgCRLEntry || !list->cCRLEntry); };
-    if (lists.empty() || !std::ranges::all_of(lists, isWhole) || !certkern::IsWhole(&pCertId->SerialNumber))
+    if (!std::ranges::all_of(lists, isWhole) || !certkern::IsWhole(&pCertId->SerialNumber))
       return frame.failed(E_INVALIDARG);
     const bool listed = std::ranges::any_of(lists, [&](const CRL_INFO* list) {
       return certkern::FindEntry(*list, pCertId->SerialNumber) != nullptr;

@@ -1,17 +1,27 @@
 #include <certkern/errors.h>
+#include <certkern/oid.h>
 #include <certkern/oids.h>
+#include <certkern/policy.h>
 #include <certkern/sv.h>
+#include <certkern/url.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 
 #include "certkern/chain/cert_facts.h"
+#include "certkern/chain/chain_fixture.h"
 #include "certkern/chain/chain_objects.h"
 #include "certkern/chain/issuer_search.h"
 #include "certkern/chain/made_certificate.h"
+#include "oid/built_in_functions.h"
+#include "support/hex.h"
 
 namespace certkern::test {
 namespace {
+
+// Before anybody reads the configuration.
+[[maybe_unused]] const TemporaryDirectory& kSandbox = Sandbox();
 
 constexpr DWORD kNoWire = CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL;
 
@@ -209,6 +219,120 @@ cert leaf | R | | | | ids
   EXPECT_EQ(CertFactsOf(objects.certificate("R")).get(), record("R").facts.get());
 }
 
+// --- issuers by URL ---
+
+// Stands before the library's own retrieval while it lives.
+class FakeWeb {
+ public:
+  // The store of an answer, empty for a failure.
+  using Answer = std::function<StoreOwner(const std::string& url, DWORD flags)>;
+  explicit FakeWeb(Answer answer) : answer_(std::move(answer)) {
+    static const CRYPT_OID_FUNC_ENTRY entry = {CRYPT_DEFAULT_OID, reinterpret_cast<void*>(&Retrieve)};
+    static const BOOL installed = CryptInstallOIDFunctionAddress(
+        nullptr, 0, SV_OID_RETRIEVE_OBJECT_BY_URL_A_FUNC, 1, &entry, CRYPT_INSTALL_OID_FUNC_BEFORE_FLAG);
+    EXPECT_TRUE(installed);
+    active_ = this;
+  }
+  ~FakeWeb() { active_ = nullptr; }
+  FakeWeb(const FakeWeb&) = delete;
+  FakeWeb& operator=(const FakeWeb&) = delete;
+
+  std::string asked;  // "url?flags" behind each other, without the flag for many objects
+
+ private:
+  static BOOL Retrieve(LPCSTR url, LPCSTR type, DWORD flags, DWORD timeout, LPVOID* object, HCRYPTASYNC async,
+                       PCRYPT_CREDENTIALS credentials, LPVOID verify, PCRYPT_RETRIEVE_AUX_INFO info) {
+    if (!active_) {
+      return CryptRetrieveObjectByUrlAInternal(url, type, flags, timeout, object, async, credentials, verify,
+                                               info);
+    }
+    EXPECT_EQ(type, CONTEXT_OID_CERTIFICATE);
+    EXPECT_TRUE(flags & CRYPT_RETRIEVE_MULTIPLE_OBJECTS);
+    flags &= ~CRYPT_RETRIEVE_MULTIPLE_OBJECTS;
+    active_->asked.append(url).append("?").append(std::to_string(flags)).append(" ");
+    *object = active_->answer_(url, flags).release();
+    return *object != nullptr;
+  }
+
+  inline static FakeWeb* active_ = nullptr;
+  Answer answer_;
+};
+
+std::string IssuerAccess(const std::vector<std::string>& urls) {
+  std::vector<std::string> descriptions;
+  for (const std::string& url : urls)
+    descriptions.push_back(DerSequence({DerOid(szOID_PKIX_CA_ISSUERS), Der(0x86, url)}));
+  descriptions.push_back(DerSequence({DerOid("1.3.6.1.5.5.7.48.1"), Der(0x86, "ocsp:")}));
+  return DerSequence(descriptions);
+}
+
+size_t CountUserAuthorities() {
+  const StoreOwner store(
+      CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, L"CA"));
+  size_t count = 0;
+  for (PCCERT_CONTEXT each = nullptr; (each = CertEnumCertificatesInStore(store.get(), each));) ++count;
+  return count;
+}
+
+TEST(PathSearchUrls, TheCacheThenTheWire) {
+  const std::string access = IssuerAccess({"a:", "b:"});
+  const ChainObjects objects(
+      "cert R | | | | | ca\ncert A | R | | | | ca\ncert EE | A | | | | ids; "
+      "1.3.6.1.5.5.7.1.1 = DER:"
+      + ToHex(std::span(reinterpret_cast<const BYTE*>(access.data()), access.size())));
+  const struct {
+    const char* name;
+    DWORD flags;
+    const char* bundle;  // of b:, on the wire
+    const char* asked;
+    const char* verdict;
+  } cases[] = {
+      {"the second URL has it",                 0,                                              "A",     "a:?2 b:?2 a:?4 b:?4 ", "EE A R good"},
+      {"nobody has it",                         0,                                              nullptr, "a:?2 b:?2 a:?4 b:?4 ", "EE 65536"   },
+      {"not allowed",                           kNoWire,                                        "A",     "a:?2 b:?2 ",           "EE 65536"   },
+      {"not allowed for CRLs",                  CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY,         "A",     "a:?2 b:?2 a:?4 b:?4 ",
+       "EE A R good"                                                                                                                          },
+      {"not allowed, as revocation asks",
+       CERT_CHAIN_REVOCATION_CHECK_CHAIN | CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY,              "A",     "a:?2 b:?2 ",
+       "EE 65536"                                                                                                                             },
+      {"tried without the network",             CERT_CHAIN_REVOCATION_CHECK_END_CERT | kNoWire, "A",
+       "a:?2 b:?2 a:?6 b:?6 ",                                                                                                   "EE 65536"   },
+      {"a root that came along is not trusted", 0,                                              "A R",   "a:?2 b:?2 a:?4 b:?4 ", "EE A R! 32" },
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.name);
+    FillSystemStore(L"CA", objects, "");
+    FakeWeb web([&](const std::string& url, DWORD flags) {
+      if (url != "b:" || flags != CRYPT_WIRE_ONLY_RETRIEVAL || !each.bundle) return StoreOwner();
+      return StoreOwner(objects.store(each.bundle).release());
+    });
+    Search search(objects, "R", "", each.flags);
+    search.builder.urlTimeoutMs = 1000;
+    EXPECT_EQ(search.verdict(objects, "EE"), each.verdict);
+    EXPECT_EQ(web.asked, each.asked);
+    const bool loaded = std::string_view(each.verdict) != "EE 65536";
+    EXPECT_EQ(CountUserAuthorities(), loaded ? std::string_view(each.bundle).size() / 2 + 1 : 0);
+  }
+}
+
+TEST(PathSearchUrls, TimeBudget) {
+  ChainBuilder builder;
+  builder.urlTimeoutMs = 1000;
+  builder.flags = 0;
+  builder.addRetrievalTime(900);
+  EXPECT_EQ(builder.retrievalBudget(), 1000u);
+  builder.flags = CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT;
+  EXPECT_EQ(builder.retrievalBudget(), 500u) << "half of what remains";
+  builder.addRetrievalTime(400);
+  EXPECT_EQ(builder.retrievalBudget(), 300u);
+  builder.addRetrievalTime(600);
+  EXPECT_EQ(builder.retrievalBudget(), 0u);
+  FakeWeb web([](const std::string&, DWORD) { return MakeMemoryStore(); });
+  IssuerCandidates candidates({}, {});
+  EXPECT_FALSE(builder.loadUrl("a:", candidates, CRYPT_CACHE_ONLY_RETRIEVAL));
+  EXPECT_EQ(web.asked, "");
+}
+
 // --- bounds, with certificates that lead nowhere ---
 
 constexpr DWORD kNoSignatures = kNoWire | CERT_CHAIN_DISABLE_PASS1_QUALITY_FILTERING;
@@ -246,9 +370,8 @@ TEST(PathSearchBounds, CrossCertifiedAuthorities) {
       for (int issuer = 0; issuer < kAuthorities; ++issuer) {
         if (subject == issuer) continue;
         AddTo(search.others,
-              byName
-                  ? Authority(Number(subject), Number(issuer), "", "")
-                  : Authority(Number(subject), Number(issuer), KeyId(subject), KeyId(issuer)));
+              byName ? Authority(Number(subject), Number(issuer), "", "")
+                     : Authority(Number(subject), Number(issuer), KeyId(subject), KeyId(issuer)));
       }
     }
     ExpectPartial(search, {.subject = "EE", .issuer = "0", .authorityKeyId = byName ? "" : "k0"});
@@ -272,6 +395,30 @@ TEST(PathSearchBounds, ThousandsOfOneNameAndKey) {
     AddTo(search.others, made);
   }
   ExpectPartial(search, {.subject = "EE", .issuer = "CA", .authorityKeyId = "k"});
+}
+
+// A server that makes a new authority for each question, in a bundle that has no end.
+TEST(PathSearchBounds, AuthoritiesByUrl) {
+  const auto access = [](int number) {
+    return MadeExtension{szOID_AUTHORITY_INFO_ACCESS, IssuerAccess({"u:" + Number(number)})};
+  };
+  int asked = 0;
+  FakeWeb web([&](const std::string& url, DWORD flags) {
+    if (flags != CRYPT_WIRE_ONLY_RETRIEVAL) return StoreOwner();
+    ++asked;
+    const int number = std::stoi(url.substr(2));
+    StoreOwner bundle = MakeMemoryStore();
+    for (int i = 0; number == 0 && i < 300; ++i) AddTo(bundle, {.subject = Number(i), .issuer = "none"});
+    MadeCertificate authority = Authority("CA", "CA", KeyId(number), KeyId(number + 1));
+    authority.extensions.push_back(access(number + 1));
+    AddTo(bundle, authority);
+    return bundle;
+  });
+  Search search(CERT_CHAIN_DISABLE_PASS1_QUALITY_FILTERING);
+  search.builder.urlTimeoutMs = 1000;
+  ExpectPartial(search, {.subject = "EE", .issuer = "CA", .authorityKeyId = "k0", .extensions = {access(0)}});
+  EXPECT_EQ(asked, static_cast<int>(kMaxChainRetrievals));
+  EXPECT_EQ(search.builder.records->certificates().size(), kMaxChainBundleCertificates + kMaxChainRetrievals);
 }
 
 TEST(IssuerCandidates, TakeNoMoreThanMayBeTried) {

@@ -48,7 +48,7 @@ class Grown {
 
   uint64_t visits = 0;
   PolicyBudget budget{visits};
-  const ChainTrace trace;
+  const ChainTrace trace{};
   PolicyTree tree{kCertPolicyWords, trace};
 };
 
@@ -61,7 +61,6 @@ TEST(PolicyTree, GapsHideWhatStandsBehindThem) {
   EXPECT_EQ(grown.level(2), "0:C<-(1,2) 0");
   EXPECT_EQ(grown.level(1), "2:C<-(0,0) 1");
   EXPECT_EQ(grown.level(0), "0:any<-(0,0) 1");
-  Grown same = grown;
   grown.add({kD});
   EXPECT_EQ(grown.level(3), "");
   EXPECT_EQ(grown.level(2), "");
@@ -134,7 +133,7 @@ TEST(PolicyTree, NodesAreBounded) {
 // The work of all passes of a build is bounded, even where no node comes of it.
 TEST(PolicyTree, VisitsAreBounded) {
   uint64_t visits = 0;
-  const ChainTrace trace;
+  const ChainTrace trace{};
   const Policies many(60000, kA), others(60000, kB);
   bool spent = false;
   for (int pass = 0; pass < 2; ++pass) {
