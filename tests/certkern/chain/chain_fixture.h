@@ -102,9 +102,8 @@ inline std::string Verdict(const ChainObjects& objects, PCCERT_CHAIN_CONTEXT cha
   const CERT_SIMPLE_CHAIN& simple = *chain->rgpChain[0];
   for (DWORD i = 0; i < simple.cElement; ++i) {
     const CERT_CHAIN_ELEMENT& element = *simple.rgpElement[i];
-    if (i) verdict += ' ';
-    verdict += objects.nameOf(element.pCertContext);
-    verdict += status(":", element.TrustStatus.dwErrorStatus);
+    verdict.append(i ? " " : "").append(objects.nameOf(element.pCertContext));
+    verdict.append(status(":", element.TrustStatus.dwErrorStatus));
     EXPECT_EQ(element.TrustStatus.dwInfoStatus, 0u);
   }
   EXPECT_EQ(simple.TrustStatus.dwErrorStatus, chain->TrustStatus.dwErrorStatus);
