@@ -19,17 +19,6 @@ cert leaf | inter
 cert lone
 )";
 
-// Settings of the whole program, so they stand before any test.
-class Settings : public testing::Environment {
-  void SetUp() override {
-    Sandbox(
-        "[cryptography.OID.\"EncodingType 0\".CertDllCreateCertificateChainEngine.Config]\n"
-        "ChainUrlRetrievalTimeoutMilliseconds = 65536\n"
-        "ChainRevAccumulativeUrlRetrievalTimeoutMilliseconds = 65535\n");
-  }
-};
-const testing::Environment* const settings = testing::AddGlobalTestEnvironment(new Settings);
-
 class Engines : public testing::Test {
  protected:
   static const ChainObjects& objects() {
@@ -183,6 +172,7 @@ TEST_F(Engines, TheUsersOwnMayComeLate) {
   EXPECT_EXIT(tryTwice(), testing::ExitedWithCode(0), "");
 }
 
+// The sandbox's configuration says 65536 for one, 65535 for all.
 TEST_F(Engines, TimeoutsOutOfRangeAreNotTaken) {
   EXPECT_EQ(ConfiguredUrlTimeout(0), 15000u);
   EXPECT_EQ(ConfiguredUrlTimeout(CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT), 65535u);
