@@ -80,10 +80,15 @@ inline constexpr size_t kMaxSystemStoreFileName = 512;
 // mint a new issuer for each question: work ends here, and what was found so far is the answer.
 inline constexpr size_t kMaxChainNodes = 512;  // of one path
 inline constexpr uint32_t kMaxChainCandidateSteps = 4096;
-inline constexpr uint32_t kMaxChainRetrievals = 64;         // over the wire
-inline constexpr size_t kMaxChainBundleCertificates = 256;  // taken from one retrieval
-inline constexpr size_t kMaxPolicyNodes = 65536;            // of both policy trees of one pass
-inline constexpr unsigned kMaxRevocationClones = 16;        // within each other
+inline constexpr uint32_t kMaxChainRetrievals = 64;              // over the wire
+inline constexpr size_t kMaxChainIssuerUrls = 64;                // of one certificate
+inline constexpr size_t kMaxChainBundleCertificates = 256;       // taken from one retrieval
+inline constexpr size_t kMaxPolicyNodes = 65536;                 // of both policy trees of one pass
+inline constexpr uint64_t kMaxPolicyVisits = uint64_t{1} << 26;  // of their nodes, in all passes
+inline constexpr size_t kMaxChainCrlUrls = 64;                   // of all points of one certificate or CRL
+inline constexpr size_t kMaxChainCrlPoints = 64;                 // of one certificate that are looked at
+inline constexpr uint32_t kMaxChainCrlSteps = 1u << 17;  // CRLs collected, and looked at for each point
+inline constexpr unsigned kMaxRevocationClones = 16;     // within each other
 
 // Bytes of a URL that is fetched, or kept with an object in the URL cache.
 inline constexpr size_t kMaxUrl = 8192;

@@ -10,6 +10,7 @@
 
 #include "ber/struct_types.h"
 #include "platform/limits.h"
+#include "store/crl_entries.h"
 #include "store/store_record.h"
 
 namespace certkern {
@@ -92,6 +93,7 @@ ContextRecord* MakeRecord(StoreElement& element) {
   record->refs = 1;
   record->certificate = {element.encoding, element.bytes(), size, static_cast<CERT_INFO*>(info.get()),
                          element.store};
+  if (element.type == ElementType::Crl) record->entryIndex = IndexOf(*record->crl.pCrlInfo);
   ContextRegistry* const registry = contextRegistry.get();
   if (!registry) {  // the process is going down: the pointer could not be told from a made-up one
     SetLastError(ERROR_INTERNAL_ERROR);
@@ -106,6 +108,8 @@ ContextRecord* MakeRecord(StoreElement& element) {
 }
 
 }  // namespace
+
+ContextRecord::~ContextRecord() = default;
 
 constinit NeverDestroyed<ContextRegistry> contextRegistry;
 

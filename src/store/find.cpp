@@ -56,11 +56,4 @@ ContextOwner FindInMembers(CertStore& store, const ElementQuery& query, const Co
   return {};
 }
 
-CRL_ENTRY* FindEntry(const CRL_INFO& crl, const CRYPT_INTEGER_BLOB& serialNumber) {
-  for (CRL_ENTRY& each : AsSpan(crl.rgCRLEntry, crl.cCRLEntry)) {
-    if (AreSameIntegers(each.SerialNumber, serialNumber)) return &each;
-  }
-  return nullptr;
-}
-
 }  // namespace certkern
