@@ -52,7 +52,6 @@ new_certs_dir = .
 default_md = default
 default_crl_days = 30
 unique_subject = no
-preserve = yes
 policy = any
 [any]
 commonName = optional
@@ -123,18 +122,22 @@ configure() {
 # The key and a request for it; both once for each label.
 key() {
   case $1 in
-  p256) set -- "$2" -algorithm EC -pkeyopt ec_paramgen_curve:P-256 ;;
-  rsa) set -- "$2" -algorithm RSA -pkeyopt rsa_keygen_bits:2048 ;;
-  ed25519) set -- "$2" -algorithm ED25519 ;;
-  gost256) set -- "$2" -algorithm gost2012_256 -pkeyopt paramset:A ;;
-  gost512) set -- "$2" -algorithm gost2012_512 -pkeyopt paramset:A ;;
+  p256) set -- "$2" ec -pkeyopt ec_paramgen_curve:P-256 ;;
+  rsa) set -- "$2" rsa:2048 ;;
+  ed25519) set -- "$2" ed25519 ;;
+  gost256) set -- "$2" gost2012_256 -pkeyopt paramset:A ;;
+  gost512) set -- "$2" gost2012_512 -pkeyopt paramset:A ;;
   *) echo "what is a key of kind $1?" >&2; exit 1 ;;
   esac
   [ ! -f "$1.csr" ] || return 0
   label=$1
   shift
-  quietly openssl genpkey "$@" -out "$label.key"
-  quietly openssl req -new -key "$label.key" -out "$label.csr"
+  quietly openssl req -new -nodes -newkey "$@" -keyout "$label.key" -out "$label.csr"
+}
+
+# The only object of a PEM file.
+der() {
+  sed '/^-----/d' "$1" | base64 -d >"$2"
 }
 
 # Flips a bit of the last octet of NAME.EXTENSION, which is the signature's.
@@ -157,7 +160,7 @@ certificate() {
   printf '%s\n' "$label" >"$name.label"
   [ -z "$serial" ] || { cp serial serial.kept; printf '%s\n' "$serial" >serial; }
   : >index
-  set -- -batch -notext -in "$label.csr" -subj "${subject:-/CN=$name}" -startdate "$from" -enddate "$to"
+  set -- -batch -notext -preserveDN -in "$label.csr" -subj "${subject:-/CN=$name}" -startdate "$from" -enddate "$to"
   if [ -n "$issuer" ]; then
     set -- "$@" -cert "$issuer.pem" -keyfile "$(cat "$issuer.label").key"
   else
@@ -165,7 +168,7 @@ certificate() {
   fi
   quietly openssl ca -extensions row "$@" -out "$name.pem"
   [ -z "$serial" ] || mv serial.kept serial
-  quietly openssl x509 -in "$name.pem" -outform DER -out "$name.crt"
+  der "$name.pem" "$name.crt"
   if [ -n "$bad" ]; then
     spoil "$name.crt"
     quietly openssl x509 -inform DER -in "$name.crt" -out "$name.pem"
@@ -189,7 +192,7 @@ list() {
   set -- -cert "$issuer.pem" -keyfile "$(cat "$issuer.label").key" -crl_lastupdate "$from" -crl_nextupdate "$to"
   grep -q = row.section && set -- "$@" -crlexts row
   quietly openssl ca -gencrl "$@" -out list.pem
-  quietly openssl crl -in list.pem -outform DER -out "$name.crl"
+  der list.pem "$name.crl"
   [ -z "$bad" ] || spoil "$name.crl"
 }
 

@@ -59,10 +59,11 @@ void DropCutOff(const CERT_CHAIN_ENGINE_CONFIG& config, Fields&... fields) {
 }
 
 bool Take(HCERTSTORE store, StoreOwner& owner) {
-  if (!store) return true;
   owner.reset(CertDuplicateStore(store));
   return static_cast<bool>(owner);
 }
+
+bool TakeIfGiven(HCERTSTORE store, StoreOwner& owner) { return !store || Take(store, owner); }
 
 void AddToBoth(ChainBuilder& builder, HCERTSTORE store, bool trusted) {
   if (!store) return;
@@ -134,8 +135,8 @@ bool ChainEngine::takeStores() {
   for (const HCERTSTORE each : AsSpan(config_.rghAdditionalStore, config_.cAdditionalStore)) {
     if (!Take(each, additional_.emplace_back())) return false;
   }
-  return Take(config_.hRestrictedRoot, root_) && Take(config_.hRestrictedTrust, trust_)
-      && Take(config_.hRestrictedOther, other_) && Take(config_.hExclusiveRoot, exclusiveRoot_);
+  return TakeIfGiven(config_.hRestrictedRoot, root_) && TakeIfGiven(config_.hRestrictedTrust, trust_)
+      && TakeIfGiven(config_.hRestrictedOther, other_) && TakeIfGiven(config_.hExclusiveRoot, exclusiveRoot_);
 }
 
 std::unique_ptr<ChainEngine> ChainEngine::create(const CERT_CHAIN_ENGINE_CONFIG& config) {

@@ -20,10 +20,10 @@ namespace certkern::test {
 using EngineHandle = Owner<HCERTCHAINENGINE, CertFreeCertificateChainEngine>;
 using ChainHandle = Owner<PCCERT_CHAIN_CONTEXT, CertFreeCertificateChain>;
 
-// The configuration is read once in a process, so the first user decides: `more` goes behind the paths. Later calls
-// only answer the directory, with "user/root.sto" and the like in it.
-inline const TemporaryDirectory& Sandbox(const std::string& more = {}) {
-  static const TemporaryDirectory& directory = [&]() -> const TemporaryDirectory& {
+// The configuration is read once in a process, so that all tests of it share one. Answers the directory, with
+// "user/root.sto" and the like in it.
+inline const TemporaryDirectory& Sandbox() {
+  static const TemporaryDirectory& directory = []() -> const TemporaryDirectory& {
     static const TemporaryDirectory made;
     for (const char* name : {"user", "machine"}) {
       std::filesystem::create_directory(made.path(name));
@@ -32,8 +32,10 @@ inline const TemporaryDirectory& Sandbox(const std::string& more = {}) {
     const std::string configuration =
         made.write("config.toml",
                    "[paths]\nlocal_stores = '" + made.path("user") + "'\nglobal_stores = '"
-                       + made.path("machine") + "'\n[config.Certkern.Stores.root]\nsettings = 4\n"
-                       + "[config.Certkern.Stores.ca]\nsettings = 4\n" + more);
+                       + made.path("machine")
+                       + "'\n[cryptography.OID.\"EncodingType 0\".CertDllCreateCertificateChainEngine.Config]\n"
+                         "ChainUrlRetrievalTimeoutMilliseconds = 65536\n"
+                         "ChainRevAccumulativeUrlRetrievalTimeoutMilliseconds = 65535\n");
     setenv("CERTKERN_CONFIG", configuration.c_str(), 1);
     return made;
   }();
@@ -103,8 +105,8 @@ inline std::string Verdict(const ChainObjects& objects, PCCERT_CHAIN_CONTEXT cha
   const CERT_SIMPLE_CHAIN& simple = *chain->rgpChain[0];
   for (DWORD i = 0; i < simple.cElement; ++i) {
     const CERT_CHAIN_ELEMENT& element = *simple.rgpElement[i];
-    verdict += (i ? " " : "") + objects.nameOf(element.pCertContext)
-        + status(":", element.TrustStatus.dwErrorStatus);
+    verdict.append(i ? " " : "").append(objects.nameOf(element.pCertContext));
+    verdict.append(status(":", element.TrustStatus.dwErrorStatus));
     EXPECT_EQ(element.TrustStatus.dwInfoStatus, 0u);
   }
   EXPECT_EQ(simple.TrustStatus.dwErrorStatus, chain->TrustStatus.dwErrorStatus);

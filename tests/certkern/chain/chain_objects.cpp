@@ -48,13 +48,16 @@ PCCRL_CONTEXT ChainObjects::crl(const std::string& row) const {
 }
 
 std::string ChainObjects::nameOf(PCCERT_CONTEXT certificate) const {
-  const std::string encoded(certificate->pbCertEncoded,
-                            certificate->pbCertEncoded + certificate->cbCertEncoded);
-  for (const auto& entry : std::filesystem::directory_iterator(directory_.path(""))) {
-    if (entry.path().extension() != ".crt") continue;
-    if (directory_.read(entry.path().filename()) == encoded) return entry.path().stem();
+  if (names_.empty()) {
+    for (const auto& entry : std::filesystem::directory_iterator(directory_.path(""))) {
+      if (entry.path().extension() == ".crt") {
+        names_[directory_.read(entry.path().filename())] = entry.path().stem();
+      }
+    }
   }
-  return "?";
+  const auto name = names_.find(
+      std::string(certificate->pbCertEncoded, certificate->pbCertEncoded + certificate->cbCertEncoded));
+  return name == names_.end() ? "?" : name->second;
 }
 
 void ChainObjects::addTo(HCERTSTORE store, const std::string& rows) const {

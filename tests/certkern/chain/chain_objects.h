@@ -40,6 +40,7 @@ class ChainObjects {
   TemporaryDirectory directory_;
   mutable std::map<std::string, CertificateHandle> certificates_;
   mutable std::map<std::string, CrlHandle> crls_;
+  mutable std::map<std::string, std::string> names_;  // by encoding
 };
 
 }  // namespace certkern::test
