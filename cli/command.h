@@ -30,6 +30,8 @@ Runner PrepareCertificate(CLI::App& group);
 Runner PrepareRandom(CLI::App& command);
 Runner PrepareHash(CLI::App& command);
 Runner PrepareName(CLI::App& group);
+Runner PrepareFetch(CLI::App& command);
+Runner PrepareCache(CLI::App& group);
 // Of the group "key".
 Runner PrepareKeyImport(CLI::App& command);
 Runner PrepareKeyExport(CLI::App& command);

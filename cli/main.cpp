@@ -21,6 +21,8 @@ constexpr Command kCommands[] = {
     {"certificate", "Make self-signed certificates",                              PrepareCertificate},
     {"name",        "Encode distinguished names, and write encoded ones as text", PrepareName       },
     {"hash",        "Hash files",                                                 PrepareHash       },
+    {"fetch",       "Fetch certificates and CRLs by URL",                         PrepareFetch      },
+    {"cache",       "List or clear what was fetched and kept",                    PrepareCache      },
     {"random",      "Write random bytes",                                         PrepareRandom     },
 };
 

@@ -86,7 +86,9 @@ inline constexpr size_t kMaxChainBundleCertificates = 256;       // taken from o
 inline constexpr size_t kMaxPolicyNodes = 65536;                 // of both policy trees of one pass
 inline constexpr uint64_t kMaxPolicyVisits = uint64_t{1} << 26;  // of their nodes, in all passes
 inline constexpr size_t kMaxChainCrlUrls = 64;                   // of all points of one certificate or CRL
-inline constexpr unsigned kMaxRevocationClones = 16;             // within each other
+inline constexpr size_t kMaxChainCrlPoints = 64;                 // of one certificate that are looked at
+inline constexpr uint32_t kMaxChainCrlSteps = 1u << 17;  // CRLs collected, and looked at for each point
+inline constexpr unsigned kMaxRevocationClones = 16;     // within each other
 
 // Bytes of a URL that is fetched, or kept with an object in the URL cache.
 inline constexpr size_t kMaxUrl = 8192;

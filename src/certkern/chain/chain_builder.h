@@ -58,6 +58,7 @@ struct ChainSnapshot {
 struct BuildBudget {
   uint32_t candidateSteps = 0;  // taken, at most kMaxChainCandidateSteps
   uint32_t wireRetrievals = 0;  // taken, at most kMaxChainRetrievals
+  uint32_t crlSteps = 0;        // taken, at most kMaxChainCrlSteps
   uint64_t policyVisits = 0;    // to nodes of policy trees, at most kMaxPolicyVisits
 };
 
