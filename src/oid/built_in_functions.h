@@ -2,6 +2,8 @@
 #ifndef CERTKERN_OID_BUILT_IN_FUNCTIONS_H
 #define CERTKERN_OID_BUILT_IN_FUNCTIONS_H
 
+#include <certkern/policy.h>
+
 #include <span>
 
 #include "oid/function_sets.h"
@@ -9,6 +11,10 @@
 namespace certkern {
 
 std::span<const BuiltInFunction> BuiltInFunctions();
+
+// CERT_CHAIN_POLICY_BASE. Defined upstairs, in the policies' room.
+BOOL VerifyBasePolicy(LPCSTR oid, PCCERT_CHAIN_CONTEXT chain, PCERT_CHAIN_POLICY_PARA para,
+                      PCERT_CHAIN_POLICY_STATUS status);
 
 }  // namespace certkern
 

@@ -85,6 +85,9 @@ inline constexpr size_t kMaxChainBundleCertificates = 256;  // taken from one re
 inline constexpr size_t kMaxPolicyNodes = 65536;            // of both policy trees of one pass
 inline constexpr unsigned kMaxRevocationClones = 16;        // within each other
 
+// The identifier of a policy that a site has configured, as text.
+inline constexpr size_t kMaxPolicyOidText = 1024;
+
 }  // namespace certkern
 
 #endif
