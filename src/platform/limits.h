@@ -81,8 +81,10 @@ inline constexpr size_t kMaxSystemStoreFileName = 512;
 inline constexpr size_t kMaxChainNodes = 512;  // of one path
 inline constexpr uint32_t kMaxChainCandidateSteps = 4096;
 inline constexpr uint32_t kMaxChainRetrievals = 64;         // over the wire
+inline constexpr size_t kMaxChainIssuerUrls = 64;           // of one certificate
 inline constexpr size_t kMaxChainBundleCertificates = 256;  // taken from one retrieval
 inline constexpr size_t kMaxPolicyNodes = 65536;            // of both policy trees of one pass
+inline constexpr uint64_t kMaxPolicyVisits = uint64_t{1} << 26;  // of their nodes, in all passes
 inline constexpr unsigned kMaxRevocationClones = 16;        // within each other
 
 // The identifier of a policy that a site has configured, as text.

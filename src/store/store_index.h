@@ -13,6 +13,7 @@
 #include <span>
 #include <vector>
 
+#include "certkern/chain/normal_name.h"
 #include "store/store_record.h"
 
 namespace certkern {
@@ -26,6 +27,8 @@ struct IndexQuestion {
   uint32_t hash;
 };
 IndexQuestion AskBytes(IndexKey key, std::span<const BYTE> value);
+// Subjects have one key for both questions, the same bytes and the same normal name: equal bytes have equal names.
+IndexQuestion AskSubject(const NormalName& subject);
 // Serial numbers of one value are one, however they are written.
 IndexQuestion AskIssuerSerial(const CERT_NAME_BLOB& issuer, const CRYPT_INTEGER_BLOB& serialNumber);
 
