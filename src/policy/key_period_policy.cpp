@@ -12,7 +12,7 @@
 #include <optional>
 
 #include "ber/object_codec.h"
-#include "certkern/chain/key_period.h"
+#include "certkern/chain/chain_builder.h"
 #include "platform/exceptions.h"
 #include "platform/owner.h"
 #include "platform/trace.h"
@@ -24,7 +24,6 @@ namespace {
 
 using Period = Owner<SV_PRIVATE_KEY_USAGE_PERIOD*, LocalFree>;
 using StoreOwner = Owner<HCERTSTORE, CertCloseStore>;
-using CrlOwner = Owner<PCCRL_CONTEXT, CertFreeCRLContext>;
 using ExtraPara = SV_KEY_PERIOD_EXTRA_CERT_CHAIN_POLICY_PARA;
 using ExtraStatus = SV_KEY_PERIOD_EXTRA_CERT_CHAIN_POLICY_STATUS;
 
@@ -142,7 +141,7 @@ std::optional<Finding> JudgeElement(const CERT_SIMPLE_CHAIN& path, LONG chain, L
 
 // Nothing is looked at unless the configuration wants it.
 std::optional<Finding> JudgeChainContext(const CERT_CHAIN_CONTEXT& context) {
-  if (!IsStrictPkupCheckOn()) return std::nullopt;
+  if (!IsKeyPeriodTested()) return std::nullopt;
   for (DWORD chain = 0; chain < context.cChain; ++chain) {
     const CERT_SIMPLE_CHAIN& path = *context.rgpChain[chain];
     for (DWORD element = 0; element < path.cElement; ++element) {
