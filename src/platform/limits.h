@@ -117,6 +117,9 @@ inline constexpr size_t kMaxKeptInfo = 4096;
 inline constexpr size_t kMaxConfirmationText = 1023;
 inline constexpr size_t kMaxConfirmedName = 128;
 
+// The identifier of a policy that a site has configured, as text.
+inline constexpr size_t kMaxPolicyOidText = 1024;
+
 }  // namespace certkern
 
 #endif

@@ -147,6 +147,9 @@ bool IsSelfIssued(const CertRecord& record);
 // Whether a certificate made at `moment` falls into the issuer's key period; always true unless StrictPkupCheck is on.
 bool IsInKeyPeriod(const FILETIME& moment, const CertRecord& issuer);
 
+// Whether StrictPkupCheck is on: by the configuration, or by what a program wrote into _strictPkupCheck.
+bool IsKeyPeriodTested();
+
 }  // namespace certkern
 
 #endif
