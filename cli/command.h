@@ -31,6 +31,7 @@ Runner PrepareRandom(CLI::App& command);
 Runner PrepareHash(CLI::App& command);
 Runner PrepareName(CLI::App& group);
 Runner PrepareStore(CLI::App& group);
+Runner PrepareChain(CLI::App& command);
 // Of the group "key".
 Runner PrepareKeyImport(CLI::App& command);
 Runner PrepareKeyExport(CLI::App& command);
