@@ -18,55 +18,65 @@ struct StatusRow {
   std::string_view english;
   std::string_view russian;
 };
-// clang-format off: its columns fall over these sentences
+constexpr StatusRow StatusOf(DWORD bit, std::string_view name, std::string_view english,
+                             std::string_view russian) {
+  return {bit, name, english, russian};
+}
 constexpr StatusRow kStatuses[] = {
-    {CERT_TRUST_IS_NOT_TIME_VALID, "IS_NOT_TIME_VALID",
-     "The certificate, or one of its chain, has expired or is not valid yet.",
-     "Срок действия этого сертификата или одного из сертификатов цепочки уже истек или еще не наступил."},
-    {CERT_TRUST_IS_REVOKED, "IS_REVOKED", "The certificate, or one of its chain, is revoked.",
-     "Этот сертификат или один из сертификатов цепочки отозван."},
-    {CERT_TRUST_IS_NOT_SIGNATURE_VALID, "IS_NOT_SIGNATURE_VALID",
-     "The certificate, or one of its chain, has a signature that does not verify.",
-     "Этот сертификат или один из сертификатов цепочки содержит недействительную цифровую подпись."},
-    {CERT_TRUST_IS_NOT_VALID_FOR_USAGE, "IS_NOT_VALID_FOR_USAGE",
-     "The certificate, or one of its chain, is not meant for this use.",
-     "Этот сертификат или один из сертификатов цепочки не содержит требуемого расширения использования ключа."},
-    {CERT_TRUST_IS_UNTRUSTED_ROOT, "IS_UNTRUSTED_ROOT",
-     "The root certificate is not among those that are trusted.",
-     "Нет доверия к корневому сертификату центра сертификации, поскольку он не найден в хранилище доверенных корневых "
-     "сертификатов центров сертификации."},
-    {CERT_TRUST_REVOCATION_STATUS_UNKNOWN, "REVOCATION_STATUS_UNKNOWN",
-     "No CRL tells if the certificate, or one of its chain, is revoked.",
-     "Не найден CRL для этого сертификата или одного из сертификатов цепочки."},
-    {CERT_TRUST_INVALID_BASIC_CONSTRAINTS, "INVALID_BASIC_CONSTRAINTS",
-     "An issuer in the chain is no authority, or has more authorities below it than it may have.",
-     "Один из сертификатов цепочки содержит неверные основные ограничения."},
-    {CERT_TRUST_IS_PARTIAL_CHAIN, "IS_PARTIAL_CHAIN",
-     "No path leads from the certificate to a trusted root.",
-     "Этот сертификат не удалось проверить, проследив его до доверенного центра сертификации."},
+    StatusOf(
+        CERT_TRUST_IS_NOT_TIME_VALID, "IS_NOT_TIME_VALID",
+        "The certificate, or one of its chain, has expired or is not valid yet.",
+        "Срок действия этого сертификата или одного из сертификатов цепочки уже истек или еще не наступил."),
+    StatusOf(CERT_TRUST_IS_REVOKED, "IS_REVOKED", "The certificate, or one of its chain, is revoked.",
+             "Этот сертификат или один из сертификатов цепочки отозван."),
+    StatusOf(CERT_TRUST_IS_NOT_SIGNATURE_VALID, "IS_NOT_SIGNATURE_VALID",
+             "The certificate, or one of its chain, has a signature that does not verify.",
+             "Этот сертификат или один из сертификатов цепочки содержит недействительную цифровую подпись."),
+    StatusOf(CERT_TRUST_IS_NOT_VALID_FOR_USAGE, "IS_NOT_VALID_FOR_USAGE",
+             "The certificate, or one of its chain, is not meant for this use.",
+             "Этот сертификат или один из сертификатов цепочки не содержит требуемого расширения "
+             "использования ключа."),
+    StatusOf(CERT_TRUST_IS_UNTRUSTED_ROOT, "IS_UNTRUSTED_ROOT",
+             "The root certificate is not among those that are trusted.",
+             "Нет доверия к корневому сертификату центра сертификации, поскольку он не найден в хранилище "
+             "доверенных корневых "
+             "сертификатов центров сертификации."),
+    StatusOf(CERT_TRUST_REVOCATION_STATUS_UNKNOWN, "REVOCATION_STATUS_UNKNOWN",
+             "No CRL tells if the certificate, or one of its chain, is revoked.",
+             "Не найден CRL для этого сертификата или одного из сертификатов цепочки."),
+    StatusOf(CERT_TRUST_INVALID_BASIC_CONSTRAINTS, "INVALID_BASIC_CONSTRAINTS",
+             "An issuer in the chain is no authority, or has more authorities below it than it may have.",
+             "Один из сертификатов цепочки содержит неверные основные ограничения."),
+    StatusOf(CERT_TRUST_IS_PARTIAL_CHAIN, "IS_PARTIAL_CHAIN",
+             "No path leads from the certificate to a trusted root.",
+             "Этот сертификат не удалось проверить, проследив его до доверенного центра сертификации."),
 };
-// clang-format on
 
 struct PolicyRow {
   DWORD code;
   std::string_view english;
   std::string_view russian;
 };
-// clang-format off
+constexpr PolicyRow PolicyOf(DWORD code, std::string_view english, std::string_view russian) {
+  return {code, english, russian};
+}
 constexpr PolicyRow kPolicies[] = {
-    {CERT_E_CN_NO_MATCH, "The certificate is for another server name.", "Сертификат выдан для другого имени сервера."},
-    {CERT_E_WRONG_USAGE, "The certificate is not meant for this use.",
-     "Сертификат не предназначен для такого использования."},
-    {CERT_E_EXPIRED, "It has expired, is not valid yet, or was signed outside the signer's key period.",
-     "Срок действия истек или еще не наступил, либо подпись сделана вне срока действия ключа."},
-    {CERT_E_UNTRUSTEDROOT, "The root certificate is not trusted.", "Нет доверия к корневому сертификату."},
-    {CERT_E_CHAINING, "No path leads to a trusted root.", "Нет пути до доверенного центра сертификации."},
-    {CERT_E_REVOCATION_FAILURE, "Revocation could not be checked.", "Не удалось проверить отзыв."},
-    {CRYPT_E_REVOKED, "A certificate is revoked.", "Сертификат отозван."},
-    {TRUST_E_CERT_SIGNATURE, "A signature does not verify.", "Подпись сертификата недействительна."},
-    {TRUST_E_BASIC_CONSTRAINTS, "An issuer is no authority.", "Неверные основные ограничения."},
+    PolicyOf(CERT_E_CN_NO_MATCH, "The certificate is for another server name.",
+             "Сертификат выдан для другого имени сервера."),
+    PolicyOf(CERT_E_WRONG_USAGE, "The certificate is not meant for this use.",
+             "Сертификат не предназначен для такого использования."),
+    PolicyOf(CERT_E_EXPIRED,
+             "It has expired, is not valid yet, or was signed outside the signer's key period.",
+             "Срок действия истек или еще не наступил, либо подпись сделана вне срока действия ключа."),
+    PolicyOf(CERT_E_UNTRUSTEDROOT, "The root certificate is not trusted.",
+             "Нет доверия к корневому сертификату."),
+    PolicyOf(CERT_E_CHAINING, "No path leads to a trusted root.",
+             "Нет пути до доверенного центра сертификации."),
+    PolicyOf(CERT_E_REVOCATION_FAILURE, "Revocation could not be checked.", "Не удалось проверить отзыв."),
+    PolicyOf(CRYPT_E_REVOKED, "A certificate is revoked.", "Сертификат отозван."),
+    PolicyOf(TRUST_E_CERT_SIGNATURE, "A signature does not verify.", "Подпись сертификата недействительна."),
+    PolicyOf(TRUST_E_BASIC_CONSTRAINTS, "An issuer is no authority.", "Неверные основные ограничения."),
 };
-// clang-format on
 
 constexpr int kInvalidChain = 3;
 constexpr int kUndeterminedChain = 4;
@@ -116,7 +126,8 @@ Verdict VerdictOf(DWORD errorStatus) {
 
 Verdict VerdictOfPolicy(DWORD code) {
   if (!code) return Verdict::Valid;
-  return code == CERT_E_CHAINING || code == CERT_E_REVOCATION_FAILURE ? Verdict::Undetermined : Verdict::Invalid;
+  return code == CERT_E_CHAINING || code == CERT_E_REVOCATION_FAILURE ? Verdict::Undetermined
+                                                                      : Verdict::Invalid;
 }
 
 std::string_view VerdictName(Verdict verdict) {
