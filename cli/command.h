@@ -33,6 +33,8 @@ Runner PrepareName(CLI::App& group);
 Runner PrepareStore(CLI::App& group);
 Runner PrepareFetch(CLI::App& command);
 Runner PrepareCache(CLI::App& group);
+
+Runner PrepareChain(CLI::App& command);
 // Of the group "key".
 Runner PrepareKeyImport(CLI::App& command);
 Runner PrepareKeyExport(CLI::App& command);

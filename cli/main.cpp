@@ -16,6 +16,7 @@ namespace {
 
 constexpr Command kCommands[] = {
     {"show",        "Show certificates, CRLs and certificate requests",           PrepareShow       },
+    {"chain",       "Find a certificate's path to a trusted root, and judge it",  PrepareChain      },
     {"key",         "Make, list, import, export and delete private keys",         PrepareKey        },
     {"request",     "Make certificate requests",                                  PrepareRequest    },
     {"certificate", "Make self-signed certificates",                              PrepareCertificate},
