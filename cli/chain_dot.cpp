@@ -20,8 +20,8 @@ namespace {
 
 constexpr size_t kMostCandidates = 32;  // of one certificate: more are no picture
 
-Bytes EncodedOf(PCCERT_CONTEXT certificate) {
-  return {certificate->pbCertEncoded, certificate->pbCertEncoded + certificate->cbCertEncoded};
+std::string EncodedOf(PCCERT_CONTEXT certificate) {
+  return {reinterpret_cast<const char*>(certificate->pbCertEncoded), certificate->cbCertEncoded};
 }
 
 std::string Quoted(std::string_view text) {
@@ -127,7 +127,7 @@ class Picture {
 
   const BuiltChain& built_;
   const std::span<const PCERT_CHAIN_ELEMENT> path_;
-  std::map<Bytes, size_t> numbers_;
+  std::map<std::string, size_t> numbers_;
   std::map<std::pair<size_t, size_t>, bool> edges_;
   std::map<std::string, StoreHandle> views_;
   std::string body_;
