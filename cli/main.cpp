@@ -19,8 +19,11 @@ constexpr Command kCommands[] = {
     {"key",         "Make, list, import, export and delete private keys",         PrepareKey        },
     {"request",     "Make certificate requests",                                  PrepareRequest    },
     {"certificate", "Make self-signed certificates",                              PrepareCertificate},
+    {"store",       "List, show, fill and search certificate stores",             PrepareStore      },
     {"name",        "Encode distinguished names, and write encoded ones as text", PrepareName       },
     {"hash",        "Hash files",                                                 PrepareHash       },
+    {"fetch",       "Fetch certificates and CRLs by URL",                         PrepareFetch      },
+    {"cache",       "List or clear what was fetched and kept",                    PrepareCache      },
     {"random",      "Write random bytes",                                         PrepareRandom     },
 };
 

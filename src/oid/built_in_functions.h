@@ -2,6 +2,7 @@
 #ifndef CERTKERN_OID_BUILT_IN_FUNCTIONS_H
 #define CERTKERN_OID_BUILT_IN_FUNCTIONS_H
 
+#include <certkern/policy.h>
 #include <certkern/url.h>
 
 #include <span>
@@ -17,6 +18,10 @@ extern "C" BOOL CryptRetrieveObjectByUrlAInternal(LPCSTR pszUrl, LPCSTR pszObjec
 namespace certkern {
 
 std::span<const BuiltInFunction> BuiltInFunctions();
+
+// CERT_CHAIN_POLICY_BASE. Defined upstairs, in the policies' room.
+BOOL VerifyBasePolicy(LPCSTR oid, PCCERT_CHAIN_CONTEXT chain, PCERT_CHAIN_POLICY_PARA para,
+                      PCERT_CHAIN_POLICY_STATUS status);
 
 }  // namespace certkern
 

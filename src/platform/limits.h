@@ -86,7 +86,9 @@ inline constexpr size_t kMaxChainBundleCertificates = 256;       // taken from o
 inline constexpr size_t kMaxPolicyNodes = 65536;                 // of both policy trees of one pass
 inline constexpr uint64_t kMaxPolicyVisits = uint64_t{1} << 26;  // of their nodes, in all passes
 inline constexpr size_t kMaxChainCrlUrls = 64;                   // of all points of one certificate or CRL
-inline constexpr unsigned kMaxRevocationClones = 16;             // within each other
+inline constexpr size_t kMaxChainCrlPoints = 64;                 // of one certificate that are looked at
+inline constexpr uint32_t kMaxChainCrlSteps = 1u << 17;  // CRLs collected, and looked at for each point
+inline constexpr unsigned kMaxRevocationClones = 16;     // within each other
 
 // Bytes of a URL that is fetched, or kept with an object in the URL cache.
 inline constexpr size_t kMaxUrl = 8192;
@@ -106,6 +108,17 @@ inline constexpr long kDefaultTransferTime = 60'000;
 
 // Bytes of a text that becomes a part of a posted request, NUL included.
 inline constexpr size_t kMaxRequestText = 248;
+
+// Bytes of a decoded certificate that stays in its store after the last context of it has gone. Common ones are smaller.
+inline constexpr size_t kMaxKeptInfo = 4096;
+
+// Bytes of the question about a trusted root, and characters of the name in it: with a full name the question still
+// fits in either language.
+inline constexpr size_t kMaxConfirmationText = 1023;
+inline constexpr size_t kMaxConfirmedName = 128;
+
+// The identifier of a policy that a site has configured, as text.
+inline constexpr size_t kMaxPolicyOidText = 1024;
 
 }  // namespace certkern
 

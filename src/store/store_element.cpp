@@ -19,6 +19,7 @@ void ReleaseElement(StoreElement* element) noexcept {
   }
   assert(!element->context && !element->linked);
   const PropertyBlockOwner properties(element->properties);
+  std::free(element->info);
   const std::unique_ptr<const ElementFacts> facts(element->facts.load(std::memory_order_acquire));
   element->~StoreElement();
   std::free(element);

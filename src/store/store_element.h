@@ -47,6 +47,9 @@ struct StoreElement {
   const ElementType type;
   const DWORD encoding;  // what contexts report
   uint32_t refs = 1;
+  DWORD infoSize = 0;    // bytes of the decoded record once there was one; under lock, as the next
+  void* info = nullptr;  // the record between two contexts, where it is kept; ours
+  std::atomic<bool> keepsInfo{false};               // a search found it and may do so again
   std::atomic<DWORD> encodedLength;                 // bytes; that of the DER object once a context was made
   uint32_t indexSlot = ~uint32_t{0};                // the index's own, under the store's lock
   std::atomic<const ElementFacts*> facts{nullptr};  // see FactsOf; set at most once

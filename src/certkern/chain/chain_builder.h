@@ -58,6 +58,7 @@ struct ChainSnapshot {
 struct BuildBudget {
   uint32_t candidateSteps = 0;  // taken, at most kMaxChainCandidateSteps
   uint32_t wireRetrievals = 0;  // taken, at most kMaxChainRetrievals
+  uint32_t crlSteps = 0;        // taken, at most kMaxChainCrlSteps
   uint64_t policyVisits = 0;    // to nodes of policy trees, at most kMaxPolicyVisits
 };
 
@@ -145,6 +146,9 @@ bool IsSelfSigned(const CertRecord& record);
 bool IsSelfIssued(const CertRecord& record);
 // Whether a certificate made at `moment` falls into the issuer's key period; always true unless StrictPkupCheck is on.
 bool IsInKeyPeriod(const FILETIME& moment, const CertRecord& issuer);
+
+// Whether StrictPkupCheck is on: by the configuration, or by what a program wrote into _strictPkupCheck.
+bool IsKeyPeriodTested();
 
 }  // namespace certkern
 

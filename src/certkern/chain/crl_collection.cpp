@@ -95,6 +95,12 @@ bool NewestFirst::operator()(const CrlRecord* a, const CrlRecord* b) const {
   return order ? order > 0 : a->sequence < b->sequence;
 }
 
+bool TakeCrlStep(BuildBudget& budget) {
+  if (budget.crlSteps >= kMaxChainCrlSteps) return false;
+  ++budget.crlSteps;
+  return true;
+}
+
 bool IsCurrent(const CRL_INFO& crl, const FILETIME& moment) {
   return !IsBefore(crl.NextUpdate, moment) && !IsBefore(moment, crl.ThisUpdate);
 }
@@ -109,7 +115,7 @@ void CrlCollection::file(CrlRecord& crl) {
 
 void CrlCollection::addKnown() {
   for (const auto& [encoded, record] : builder_.records->crls()) {
-    if (IsOfIssuer(*record, *cert_.facts)) file(*record);
+    if (IsOfIssuer(*record, *cert_.facts) && TakeCrlStep(*builder_.budget)) file(*record);
   }
   CRL_FIND_ISSUED_FOR_PARA whose{cert_.context.get(), nullptr};
   for (const StoreRef& store : builder_.crlStores) {
@@ -118,6 +124,7 @@ void CrlCollection::addKnown() {
     while (each = CrlOwner(
                CertFindCRLInStore(store.store.get(), 0, 0, CRL_FIND_ISSUED_FOR, &whose, each.release())),
            each) {
+      if (!TakeCrlStep(*builder_.budget)) return;
       file(builder_.records->crl(each.get()));
     }
   }
@@ -140,7 +147,8 @@ NewestCrls CrlCollection::deltasOf(const CrlRecord& base, CrlSource source) {
   const auto known = deltas_.find(DeltaKeyOf(*base.facts));
   if (known == deltas_.end()) return deltas;
   std::ranges::copy_if(known->second, std::inserter(deltas, deltas.end()), [&](const CrlRecord* delta) {
-    return Continues(*delta->facts, *base.facts) && IsCurrent(delta->info(), builder_.now);
+    return TakeCrlStep(*builder_.budget) && Continues(*delta->facts, *base.facts)
+        && IsCurrent(delta->info(), builder_.now);
   });
   return deltas;
 }

@@ -22,6 +22,9 @@ struct NewestFirst {
 };
 using NewestCrls = std::set<CrlRecord*, NewestFirst>;
 
+// One of many lists is looked at. False: that was enough; what is not looked at proves nothing.
+[[nodiscard]] bool TakeCrlStep(BuildBudget& budget);
+
 enum class CrlSource { Cache, CacheOrWire };
 
 class CrlCollection {
@@ -45,8 +48,7 @@ class CrlCollection {
   ChainBuilder& builder_;
   const CertRecord& cert_;
   NewestCrls bases_;
-  std::map<std::pair<std::string, std::string>, NewestCrls>
-      deltas_;  // by key identifier and issuer
+  std::map<std::pair<std::string, std::string>, NewestCrls> deltas_;  // by key identifier and issuer
 };
 
 // Between the two updates, bounds included; without a NextUpdate never.

@@ -162,6 +162,7 @@ RevocationResult CrlJudgement::runStage(Stage stage, CrlCollection& crls, CrlSou
   reasons_ = 0;
   RevocationResult result = kNotRevoked;
   for (CrlRecord* const crl : std::vector(crls.bases().begin(), crls.bases().end())) {
+    if (!TakeCrlStep(*builder_.budget)) break;
     ++counter_;
     trace("Verifing certificate in crl");
     if (!Attempt(builder_.trace, "Verify_Certificate_InCrlLoop", [&] {
@@ -208,7 +209,9 @@ bool CrlJudgement::isSignedAsNeeded(const CrlRecord& crl) const {
 RevocationResult CrlJudgement::judgeInAllPoints(CrlRecord& crl, const NewestCrls& deltas) {
   const CRL_DIST_POINTS_INFO& points = *cert_.facts->crlDistPoints;
   RevocationResult result = kNotRevoked;
-  for (const CRL_DIST_POINT& point : AsSpan(points.rgDistPoint, points.cDistPoint)) {
+  const DWORD count = std::min<DWORD>(points.cDistPoint, kMaxChainCrlPoints);
+  for (const CRL_DIST_POINT& point : AsSpan(points.rgDistPoint, count)) {
+    if (!TakeCrlStep(*builder_.budget)) break;
     if (!Attempt(builder_.trace, "Verify_Certificate_InCrlInAllDP", [&] {
           result = judgeInCrl(crl, deltas, &point);
           return true;
@@ -291,6 +294,7 @@ const CRL_ENTRY* CrlJudgement::findEntry(const CrlRecord& crl) const {
 
 bool CrlJudgement::verifySigner(CrlRecord& crl) {
   builder_.trace.line("Verifing crl signature.");
+  if (!TakeStep(*builder_.budget)) return false;  // a search for nobody costs, too
   const CERT_AUTHORITY_KEY_ID2_INFO* const authority = crl.facts->authorityKeyId.get();
   IssuerKey key{&crl.facts->issuer, AuthorityKeyIdBytes(*crl.facts), {}};
   if (authority)

@@ -29,17 +29,6 @@ uint32_t ReadKeyPeriodSetting() {
   return on ? kOn : kOff;
 }
 
-// Whoever reads first writes what all would write.
-bool IsKeyPeriodTested() {
-  const std::atomic_ref setting(_strictPkupCheck);
-  uint32_t value = setting.load(std::memory_order_relaxed);
-  if (value == kNotRead) {
-    value = ReadKeyPeriodSetting();
-    setting.store(value, std::memory_order_relaxed);
-  }
-  return value == kOn;
-}
-
 bool IsBefore(const FILETIME& one, const FILETIME& other) { return CompareFileTime(&one, &other) < 0; }
 
 // Identifiers that are both there and differ: another key.
@@ -70,6 +59,17 @@ bool VerifyOnce(const Record& subject, std::span<const BYTE> authorityKeyId, con
 }
 
 }  // namespace
+
+// Whoever reads first writes what all would write.
+bool IsKeyPeriodTested() {
+  const std::atomic_ref setting(_strictPkupCheck);
+  uint32_t value = setting.load(std::memory_order_relaxed);
+  if (value == kNotRead) {
+    value = ReadKeyPeriodSetting();
+    setting.store(value, std::memory_order_relaxed);
+  }
+  return value == kOn;
+}
 
 bool IsSignedBy(const CertRecord& subject, const CertRecord& issuer) {
   if (&subject == &issuer) return IsSelfSigned(subject);

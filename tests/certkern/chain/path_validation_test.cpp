@@ -183,6 +183,9 @@ TEST(PathValidation, ListsOfAnElement) {
       EXPECT_EQ(path.verdict(), "valid");
       EXPECT_EQ(lists(path.builder.chain.back()), each.lists);
     }
+    path.builder.checkTime = {};
+    EXPECT_EQ(path.verdict(), "EE A R:0x1 = 0x1");
+    EXPECT_EQ(lists(path.builder.bestError->chain.back()), "/") << "nor where a pass does not come to";
   }
 }
 

@@ -207,7 +207,11 @@ TEST_F(Fetcher, MemoryIsBounded) {
     UrlRetriever retriever;
     retriever.set_timeout(20'000);
     const double seconds = SecondsOf([&] { EXPECT_FALSE(retriever.retrieve_url(server->url("/").c_str())); });
-    EXPECT_NE(retriever.get_error(), CURLE_OPERATION_TIMEDOUT);
+    if (server == &wrongLength) {
+      EXPECT_NE(retriever.get_error(), CURLE_OPERATION_TIMEDOUT);
+    } else {
+      EXPECT_EQ(retriever.get_error(), CURLE_FILESIZE_EXCEEDED);
+    }
     EXPECT_LT(seconds, 10);
   }
   rusage usage{};
