@@ -97,10 +97,6 @@ class ElementRecord {
   ElementRecord& operator=(const ElementRecord&) = delete;
 
   CERT_CHAIN_ELEMENT& published() { return element_; }
-  void replaceCertificate(CertificateOwner certificate) noexcept {
-    certificate_ = std::move(certificate);
-    element_.pCertContext = certificate_.get();
-  }
 
  private:
   void describeRevocation(const ChainNode& node, const FILETIME& now) {
@@ -153,7 +149,6 @@ class ChainContextRecord : public CERT_CHAIN_CONTEXT {
   ChainContextRecord& operator=(const ChainContextRecord&) = delete;
 
   void add(ChainContextOwner lower);
-  ElementRecord& end() { return elements_.front(); }
 
   std::atomic<DWORD> count{1};
 
@@ -225,10 +220,6 @@ ChainContextOwner MakeChainContext(const ChainBuilder& builder) {
 
 void AddLowerQualityChain(PCCERT_CHAIN_CONTEXT chain, ChainContextOwner further) {
   RecordOf(chain).add(std::move(further));
-}
-
-void ReplaceEndCertificate(PCCERT_CHAIN_CONTEXT chain, CertificateOwner certificate) noexcept {
-  RecordOf(chain).end().replaceCertificate(std::move(certificate));
 }
 
 PCCERT_CONTEXT EndCertificateOf(PCCERT_CHAIN_CONTEXT chain) {
