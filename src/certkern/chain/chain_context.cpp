@@ -9,7 +9,6 @@
 #include <deque>
 #include <limits>
 #include <memory>
-#include <ranges>
 
 #include "certkern/chain/engine.h"
 #include "platform/exceptions.h"
@@ -164,8 +163,8 @@ class ChainContextRecord : public CERT_CHAIN_CONTEXT {
 };
 
 ChainContextRecord::ChainContextRecord(const ChainBuilder& builder) : CERT_CHAIN_CONTEXT{} {
-  for (const ChainNode& node : builder.chain | std::views::reverse) {
-    elementList_.push_back(&elements_.emplace_back(node, builder).published());
+  for (auto node = builder.chain.rbegin(); node != builder.chain.rend(); ++node) {
+    elementList_.push_back(&elements_.emplace_back(*node, builder).published());
   }
   simple_.cbSize = sizeof simple_;
   simple_.TrustStatus.dwErrorStatus = builder.chainError;
