@@ -14,6 +14,11 @@ namespace certkern {
 // ASN1_INDEFINITE_LENGTH. `value` has info.size bytes; whatever is in there is overwritten.
 int DecodeValue(ASN1Context& context, const TypeInfo& info, void* value, Tagging tagging, int length);
 
+// Decodes the bytes of an open value as what the identifier selects, into the context's heap. Bytes that no object knows,
+// and NULL in place of something else, stay bytes: no error.
+int DecodeOpenValue(ASN1Context& context, const ObjectSetInfo& objects, const ASN1ObjectId& id,
+                    ASN1OpenValue& value);
+
 }  // namespace certkern
 
 #endif

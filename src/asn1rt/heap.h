@@ -16,9 +16,9 @@ class ASN1Heap {
   ASN1Heap& operator=(const ASN1Heap&) = delete;
   ~ASN1Heap();
 
-  // At a multiple of 8, never null for a size that is granted. Null: refused, or no memory.
+  // At a multiple of 8. Null: refused, or no memory; never because the size is 0.
   void* allocateRaw(uint64_t size) {
-    const uint64_t rounded = (size + 7) & ~uint64_t{7};
+    const uint64_t rounded = (size + (size == 0) + 7) & ~uint64_t{7};
     if (rounded < size || rounded > static_cast<uint64_t>(end_ - next_)) [[unlikely]]
       return allocateSlow(size);
     uint8_t* const piece = next_;
