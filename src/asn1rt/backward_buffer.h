@@ -16,6 +16,8 @@ class BackwardBuffer {
  public:
   // What was written is dropped, the room stays.
   void restart() { index_ = size_; }
+  // Only so much of what was written first stays.
+  void dropTo(size_t length) { index_ = size_ - length; }
   // A caller's room, which must outlive its use here; an empty one brings back the buffer that grows.
   void useFixed(std::span<uint8_t> room);
 

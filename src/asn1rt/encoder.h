@@ -8,8 +8,8 @@
 
 namespace certkern {
 
-// Writes one value in front of what the context's output holds, and answers the octets written, or a status. Implicit:
-// without the type's outermost header.
+// Writes one value in front of what the context's output holds, and answers the octets written, or a status and then
+// nothing is written. Implicit: without the type's outermost header.
 int EncodeValue(ASN1Context& context, const TypeInfo& info, const void* value, Tagging tagging);
 
 }  // namespace certkern
