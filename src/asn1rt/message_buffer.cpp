@@ -37,6 +37,10 @@ const BYTE* ASN1MessageBuffer::GetMsgPtr() {
   return bytes.empty() ? nullptr : bytes.data();
 }
 
+std::span<const BYTE> ASN1MessageBuffer::message() const {
+  return IsA(kEncodeMode) ? context_->output().bytes() : context_->input();
+}
+
 size_t ASN1MessageBuffer::GetMsgLen() { return message().size(); }
 
 int ASN1MessageBuffer::Init(int) {
@@ -85,22 +89,24 @@ int ASN1BEREncodeBuffer::Init(int mode) {
   return ASN1MessageBuffer::Init(mode);
 }
 
-std::span<const BYTE> ASN1BEREncodeBuffer::message() { return context().output().bytes(); }
-
 // --- to decode from ---
 
 ASN1BERDecodeBuffer::ASN1BERDecodeBuffer(const BYTE* data, size_t length) : data_(data), length_(length) {
-  if (const int status = ASN1BERDecodeBuffer::Init(kDecodeMode); status < 0) throw RTLError(status);
+  if (const int status = attach(); status < 0) throw RTLError(status);
 }
 ASN1BERDecodeBuffer::ASN1BERDecodeBuffer(ASN1ContextPtr context, const BYTE* data, size_t length)
     : ASN1BERMessageBuffer(std::move(context)), data_(data), length_(length) {
-  if (const int status = ASN1BERDecodeBuffer::Init(kDecodeMode); status < 0) throw RTLError(status);
+  if (const int status = attach(); status < 0) throw RTLError(status);
 }
 ASN1BERDecodeBuffer::~ASN1BERDecodeBuffer() = default;
 
 // Back to the start of the input; reports an input that cannot be one.
 int ASN1BERDecodeBuffer::Init(int mode) {
-  if (const int status = ASN1MessageBuffer::Init(mode); status < 0) return status;
+  const int status = ASN1MessageBuffer::Init(mode);
+  return status < 0 ? status : attach();
+}
+
+int ASN1BERDecodeBuffer::attach() {
   if (length_ && !data_) return context().fail(ASN1_E_BAD_VALUE);
   if (length_ > kMaxAsn1Message) return context().fail(ASN1_E_BAD_LENGTH);
   context().setInput({data_, length_});

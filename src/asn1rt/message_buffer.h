@@ -80,9 +80,10 @@ class ASN1MessageBuffer : public ASN1MessageBufferIF {
   ASN1MessageBuffer();  // throws RTLError without memory
   // Another buffer over a context that exists.
   explicit ASN1MessageBuffer(ASN1ContextPtr context);
-  virtual std::span<const BYTE> message() = 0;
 
  private:
+  std::span<const BYTE> message() const;
+
   ASN1ContextPtr context_;
 };
 
@@ -104,16 +105,13 @@ class ASN1BEREncodeBuffer : public ASN1BERMessageBuffer {
   const BYTE* GetMsgPtr() override;
   int Init(int mode) override;
   bool IsA(int mode) const override { return mode == kEncodeMode; }
-
- protected:
-  std::span<const BYTE> message() override;
 };
 
 class ASN1BERDecodeBuffer : public ASN1BERMessageBuffer {
  public:
   // Borrowed: the input must outlive the buffer, and all that is decoded from it.
   ASN1BERDecodeBuffer(const BYTE* data, size_t length);
-  // In the heap of a message that exists.
+  // In the heap of a message that exists, whose own input is then no longer read.
   ASN1BERDecodeBuffer(ASN1ContextPtr context, const BYTE* data, size_t length);
   ~ASN1BERDecodeBuffer() override;
 
@@ -122,10 +120,9 @@ class ASN1BERDecodeBuffer : public ASN1BERMessageBuffer {
   int StoreMessage(const ASN1OctetString& object) override;
   bool IsA(int mode) const override { return mode != kEncodeMode; }
 
- protected:
-  std::span<const BYTE> message() override { return {data_, length_}; }
-
  private:
+  int attach();
+
   const BYTE* data_;
   size_t length_;
 };

@@ -95,6 +95,8 @@ inline constexpr uint64_t kMaxAsn1Elements = uint64_t{1} << 24;
 // What decoding may take of the heap: a structure of pointers for a two-octet element is fair, thousands of them are not.
 inline constexpr uint64_t kAsn1HeapPerInput = 64;
 inline constexpr uint64_t kAsn1HeapBase = uint64_t{1} << 16;
+// Digits behind the full stop of a GeneralizedTime. With this many a product by the seconds of an hour fits 64 bits.
+inline constexpr size_t kMaxAsn1FractionDigits = 15;
 
 }  // namespace certkern
 
