@@ -25,7 +25,7 @@ Module& Symbols::moduleOf(const SourceFile& file, Schema& schema, Diagnostics& d
   if (!isNew) return *place->second;
   Module& module = schema.modules.emplace_back();
   module.fileName = file.name.substr(file.name.find_last_of('/') + 1);
-  module.baseName = module.fileName.substr(0, module.fileName.find_last_of('.'));
+  module.baseName = CppName(module.fileName.substr(0, module.fileName.find_last_of('.')));
   for (const Module& other : schema.modules) {
     if (&other != &module && other.baseName == module.baseName)
       diagnostics.add({&file.name, 1, 1},

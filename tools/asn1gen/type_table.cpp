@@ -164,10 +164,6 @@ const Type* TypeTable::sharedList(Kind kind, const Type& element) {
   type.kind = kind;
   type.tags = UniversalTag(kind, {});
   type.members.push_back(ElementMember({&element, element.tags, {}, {}, false}, element.place));
-  if (element.module)
-    element.module->types.push_back(&type);
-  else
-    type.module = &schema_.builtIns;
   type.module->types.push_back(&type);
   return known = &type;
 }
