@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <iterator>
 
-#include "checks.h"
 #include "bounds.h"
+#include "checks.h"
+#include "layout.h"
 #include "objects.h"
 #include "symbols.h"
 #include "token_reader.h"
@@ -57,6 +58,7 @@ void Compiler::analyse() {
   types.fillAll([&](const Word& name) { return objects.findSet(name); });
   BreakCycles(schema_, diagnostics_);
   CheckTags(schema_, diagnostics_);
+  if (diagnostics_.empty()) CheckLists(schema_, diagnostics_);
 }
 
 void Compiler::finish() {
@@ -66,7 +68,8 @@ void Compiler::finish() {
     SortByPlace(module.objects);
     SortByPlace(module.sets);
   }
-  std::sort(schema_.builtIns.begin(), schema_.builtIns.end(),
+  schema_.builtIns.baseName = kBuiltInFile;
+  std::sort(schema_.builtIns.types.begin(), schema_.builtIns.types.end(),
             [](const Type* a, const Type* b) { return a->cppName < b->cppName; });
 }
 

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
 #include "compiler.h"
+#include "emitter.h"
 
 namespace certkern::asn1gen {
 namespace {
@@ -46,6 +48,28 @@ bool ReadFiles(const std::vector<std::string>& names, std::deque<SourceFile>& fi
   return true;
 }
 
+// A file whose text stays the same keeps its time, and what was built from it stands.
+bool WriteIfChanged(const std::filesystem::path& path, const std::string& text) {
+  std::ifstream old(path, std::ios::binary);
+  const std::string oldText((std::istreambuf_iterator<char>(old)), std::istreambuf_iterator<char>());
+  if (old.is_open() && oldText == text) return true;
+  std::ofstream stream(path, std::ios::binary);
+  stream << text;
+  stream.close();
+  if (stream) return true;
+  fmt::print(stderr, "{}: error: the file can't be written\n", path.string());
+  return false;
+}
+
+bool WriteAll(const std::string& folder, const Schema& schema) {
+  std::error_code failure;
+  std::filesystem::create_directories(folder, failure);
+  for (const auto& [name, text] : Emit(schema)) {
+    if (!WriteIfChanged(std::filesystem::path(folder) / name, text)) return false;
+  }
+  return true;
+}
+
 int Run(int argc, char** argv) {
   Arguments arguments;
   if (!ReadArguments(argc, argv, arguments)) {
@@ -63,7 +87,7 @@ int Run(int argc, char** argv) {
     fmt::print("{} modules, {} types, {} identifiers, {} objects in {} sets\n", schema.modules.size(),
                schema.types.size(), schema.oids.size(), schema.objects.size(), schema.sets.size());
   }
-  return 0;
+  return arguments.checkOnly || WriteAll(arguments.outputFolder, compiler.schema()) ? 0 : 1;
 }
 
 }  // namespace

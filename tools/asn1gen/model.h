@@ -74,12 +74,13 @@ struct Type {
   std::string name;     // as the schema has it; anonymous ones as their C++ name
   std::string cppName;  // behind ASN1T_ and its siblings
   Place place;
-  Module* module = nullptr;  // null: built in
+  Module* module = nullptr;
   Kind kind = Kind::Null;
   bool extensible = false;
   TagList tags;
   std::vector<Member> members;  // a list has one, the element
   std::vector<NamedNumber> names;
+  bool isSharedList = false;    // written as a list of its element
   bool broken = false;          // its own error was noted: no reason for more of them
   const Type* alias = nullptr;  // shares the structure, the members and the names of this one
   std::string_view text;        // of the assignment; empty for types without one
@@ -119,15 +120,19 @@ struct ObjectSet {
   std::vector<const Object*> objects;  // sorted as look-ups need them
 };
 
+// What comes from one file, and makes one header and one source. Mostly a single module.
 struct Module {
-  std::string name;
-  std::string cppName;
   std::string fileName;            // of the schema, without folders
-  std::vector<const Type*> types;  // in the order of the text, nested ones in front of what holds them
+  std::string baseName;            // of what is written
+  std::vector<const Type*> types;  // in the order of the text, nested ones behind what holds them
   std::vector<const Oid*> oids;
   std::vector<const Object*> objects;
   std::vector<const ObjectSet*> sets;
 };
+
+// What is written besides the modules.
+inline constexpr std::string_view kBuiltInFile = "built_in";
+inline constexpr std::string_view kCatalogueFile = "catalogue";
 
 // Owns everything; the deques keep addresses.
 struct Schema {
@@ -136,7 +141,7 @@ struct Schema {
   std::deque<Oid> oids;
   std::deque<Object> objects;
   std::deque<ObjectSet> sets;
-  std::vector<const Type*> builtIns;  // those that are used, by name
+  Module builtIns;  // those that are used, and lists of them
 };
 
 // "a-b" to "a_b"; words of C++ get an underscore behind them.

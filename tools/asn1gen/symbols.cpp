@@ -14,14 +14,28 @@ Symbols::Symbols(const std::vector<ModuleSyntax>& modules, Schema& schema, Diagn
     if (!modules_.emplace(module.name.text, &module).second)
       diagnostics.add(module.name.place,
                       fmt::format("found a second module {}, expected another name", module.name.text));
-    Module& out = schema.modules.emplace_back();
-    out.name = module.name.text;
-    out.cppName = CppName(out.name);
-    const std::string& path = module.file->name;
-    out.fileName = path.substr(path.find_last_of('/') + 1);
+    Module& out = moduleOf(*module.file, schema, diagnostics);
     for (const Assignment& assignment : module.assignments) add({&assignment, &module, &out}, diagnostics);
   }
   for (const ModuleSyntax& module : modules) checkImports(module, diagnostics);
+}
+
+Module& Symbols::moduleOf(const SourceFile& file, Schema& schema, Diagnostics& diagnostics) {
+  const auto [place, isNew] = files_.emplace(&file, nullptr);
+  if (!isNew) return *place->second;
+  Module& module = schema.modules.emplace_back();
+  module.fileName = file.name.substr(file.name.find_last_of('/') + 1);
+  module.baseName = CppName(module.fileName.substr(0, module.fileName.find_last_of('.')));
+  for (const Module& other : schema.modules) {
+    if (&other != &module && other.baseName == module.baseName)
+      diagnostics.add({&file.name, 1, 1},
+                      fmt::format("found a second file {}, expected another name", module.baseName));
+  }
+  if (module.baseName == kBuiltInFile || module.baseName == kCatalogueFile)
+    diagnostics.add({&file.name, 1, 1},
+                    fmt::format("found a file {}, expected a name that the compiler doesn't need itself",
+                                module.baseName));
+  return *(place->second = &module);
 }
 
 const Symbol* Symbols::find(const Names& names, std::string_view name) {

@@ -40,12 +40,14 @@ class Symbols {
   using Names = std::map<std::string_view, Symbol>;
   static const Symbol* find(const Names& names, std::string_view name);
   void add(const Symbol& symbol, Diagnostics& diagnostics);
+  Module& moduleOf(const SourceFile& file, Schema& schema, Diagnostics& diagnostics);
   void checkImports(const ModuleSyntax& module, Diagnostics& diagnostics) const;
 
   std::vector<Symbol> all_;
   Names upper_;
   Names lower_;
   std::map<std::string_view, const ModuleSyntax*> modules_;
+  std::map<const SourceFile*, Module*> files_;
 };
 
 // Resolves all identifiers of the schema into it, each with all its arcs.

@@ -3,8 +3,8 @@
 #include <map>
 #include <set>
 
-#include "checks.h"
 #include "bounds.h"
+#include "checks.h"
 
 namespace certkern::asn1gen {
 namespace {

@@ -115,7 +115,7 @@ Type& TypeTable::add(const std::string& name, const std::string& cppName, const 
   type.cppName = cppName;
   type.place = place;
   type.module = module;
-  if (module) module->types.push_back(&type);
+  module->types.push_back(&type);
   return type;
 }
 
@@ -136,7 +136,8 @@ const Type* TypeTable::builtIn(const std::string& name, Kind kind, TagList tags)
   std::replace(type.cppName.begin(), type.cppName.end(), ' ', '_');
   type.kind = kind;
   type.tags = std::move(tags);
-  schema_.builtIns.push_back(&type);
+  type.module = &schema_.builtIns;
+  type.module->types.push_back(&type);
   return known = &type;
 }
 
@@ -157,15 +158,13 @@ const Type* TypeTable::sharedList(Kind kind, const Type& element) {
   if (known) return known;
   Type& type = schema_.types.emplace_back();
   type.name = type.cppName = name;
+  type.isSharedList = true;
   type.place = element.place;
   type.module = element.module;
   type.kind = kind;
   type.tags = UniversalTag(kind, {});
   type.members.push_back(ElementMember({&element, element.tags, {}, {}, false}, element.place));
-  if (element.module)
-    element.module->types.push_back(&type);
-  else
-    schema_.builtIns.push_back(&type);
+  type.module->types.push_back(&type);
   return known = &type;
 }
 
