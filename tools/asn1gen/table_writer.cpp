@@ -51,7 +51,13 @@ class SourceWriter {
     out_.line("namespace certkern::asn1data {{");
     writeTags();
     for (const Oid* const oid : module_.oids) writeOid(*oid);
-    for (const Type* const type : module_.types) writeType(*type);
+    // other names of a type show the tables of the one that has them
+    for (const Type* const type : module_.types) {
+      if (!type->alias) writeType(*type);
+    }
+    for (const Type* const type : module_.types) {
+      if (type->alias) writeType(*type);
+    }
     for (const Object* const object : module_.objects)
       out_.line("\nconstinit const ObjectInfo kObject_{}{};", object->cppName, objectText(*object));
     for (const ObjectSet* const set : module_.sets) writeSet(*set);
