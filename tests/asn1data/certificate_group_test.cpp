@@ -76,30 +76,48 @@ TEST(CertificateGroup, ObjectsOfOpensslComeBack) {
   RunShell("sh '" CERTKERN_SOURCE_DIR "/tests/data/make_objects.sh' '" + directory.string() + "'");
   const std::map<std::string, void (*)(std::span<const BYTE>, Seen&)> kinds = {
       {".crt", ExpectCertificate},
-      {".crl", ExpectList},
-      {".csr", ExpectRequest},
+      {".crl", ExpectList       },
+      {".csr", ExpectRequest    },
   };
   std::map<std::string, int> counts;
   Seen seen;
   for (const auto& entry : fs::directory_iterator(directory)) {
     SCOPED_TRACE(entry.path().filename().string());
     const std::string kind = entry.path().extension().string();
-    if (const auto found = kinds.find(kind); found != kinds.end()) found->second(ReadFile(entry.path()), seen);
+    if (const auto found = kinds.find(kind); found != kinds.end())
+      found->second(ReadFile(entry.path()), seen);
     if (kind == ".key") {
       const fs::path key = WorkDirectory() / "key.der";
-      RunShell("OPENSSL_CONF='" + (directory / "openssl.cnf").string() + "' openssl pkey -in '" + entry.path().string()
-               + "' -pubout -outform DER -out '" + key.string() + "'");
+      RunShell("OPENSSL_CONF='" + (directory / "openssl.cnf").string() + "' openssl pkey -in '"
+               + entry.path().string() + "' -pubout -outform DER -out '" + key.string() + "'");
       ExpectRoundTrip(kInfo_SubjectPublicKeyInfo, ReadFile(key));
     }
     ++counts[kind];
   }
   for (const char* kind : {".crt", ".crl", ".csr", ".key"}) EXPECT_GE(counts[kind], 5) << kind;
-  for (const char* name :
-       {"authorityInfoAccess", "subjectInfoAccess", "authorityKeyIdentifier", "subjectKeyIdentifier", "keyUsage",
-        "extKeyUsage", "certificatePolicies", "policyMappings", "subjectAltName", "issuerAltName", "basicConstraints",
-        "nameConstraints", "policyConstraints", "cRLNumber", "reasonCode", "instructionCode", "invalidityDate",
-        "cRLDistributionPoints", "issuingDistributionPoint", "deltaCRLIndicator", "freshestCrl", "Extensions",
-        "_unstructuredName_Type"})
+  for (const char* name : {"authorityInfoAccess",
+                           "subjectInfoAccess",
+                           "authorityKeyIdentifier",
+                           "subjectKeyIdentifier",
+                           "keyUsage",
+                           "extKeyUsage",
+                           "certificatePolicies",
+                           "policyMappings",
+                           "subjectAltName",
+                           "issuerAltName",
+                           "basicConstraints",
+                           "nameConstraints",
+                           "policyConstraints",
+                           "cRLNumber",
+                           "reasonCode",
+                           "instructionCode",
+                           "invalidityDate",
+                           "cRLDistributionPoints",
+                           "issuingDistributionPoint",
+                           "deltaCRLIndicator",
+                           "freshestCrl",
+                           "Extensions",
+                           "_unstructuredName_Type"})
     EXPECT_TRUE(seen.count(name)) << name << " never came";
 }
 
