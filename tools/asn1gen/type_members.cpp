@@ -26,7 +26,7 @@ class TypeBuilder::Deeper {
 
 void TypeBuilder::fillAll(SetFinder findSet) {
   findSet_ = std::move(findSet);
-  for (auto& [name, named] : types_.named()) Attempt(diagnostics_, [&] { fill(named); });
+  for (auto& row : types_.named()) Attempt(diagnostics_, [&] { fill(row.second); });
 }
 
 void TypeBuilder::fill(Named& named) {
