@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "asn1data/catalogue.h"
+#include "asn1data/visit.h"
 #include "asn1rt/decoder.h"
 #include "asn1rt/encoder.h"
 #include "support/hex.h"
@@ -12,46 +13,11 @@ namespace {
 
 // The decoder keeps the bytes of an open value beside what it made of them, and the encoder prefers the bytes: without
 // them it must use the tables in its own direction.
-void ForgetOpenBytes(const TypeInfo& type, void* value);
-
-void ForgetInOpen(ASN1OpenValue& value) {
-  if (!value.type) return;
-  ForgetOpenBytes(*value.type, value.decoded);
-  value.encoded = {};
-}
-
-void ForgetInMember(const MemberInfo& member, BYTE* base) {
-  void* slot = base + member.offset;
-  if (member.pointer) slot = *static_cast<void**>(slot);
-  if (!slot) return;
-  if (member.type->kind == TypeKind::Open)
-    ForgetInOpen(*static_cast<ASN1OpenValue*>(slot));
-  else
-    ForgetOpenBytes(*member.type, slot);
-}
-
 void ForgetOpenBytes(const TypeInfo& type, void* value) {
-  switch (type.kind) {
-    case TypeKind::Sequence:
-    case TypeKind::Set:
-      for (const MemberInfo& member : type.members) ForgetInMember(member, static_cast<BYTE*>(value));
-      break;
-    case TypeKind::SequenceOf:
-    case TypeKind::SetOf:
-      for (const ASN1ListNode* node = static_cast<ASN1List*>(value)->head; node; node = node->next) {
-        if (type.members[0].type->kind == TypeKind::Open)
-          ForgetInOpen(*static_cast<ASN1OpenValue*>(node->data));
-        else
-          ForgetOpenBytes(*type.members[0].type, node->data);
-      }
-      break;
-    case TypeKind::Choice:
-      if (const int32_t chosen = *static_cast<int32_t*>(value))
-        ForgetInMember(type.members[static_cast<size_t>(chosen) - 1], static_cast<BYTE*>(value));
-      break;
-    default:
-      break;
-  }
+  VisitValues(type, value, [](const TypeInfo& each, void* slot) {
+    if (each.kind != TypeKind::Open) return;
+    if (auto& open = *static_cast<ASN1OpenValue*>(slot); open.type) open.encoded = {};
+  });
 }
 
 }  // namespace
@@ -75,9 +41,10 @@ Decoded::Decoded(const TypeInfo& type, std::span<const BYTE> bytes)
 
 Decoded::Decoded(const char* typeName, std::span<const BYTE> bytes) : Decoded(TypeNamed(typeName), bytes) {}
 
-std::vector<BYTE> Decoded::encoded() {
+std::vector<BYTE> Decoded::encoded(SetOrder order) {
   if (!value_) return {};
   ForgetOpenBytes(type_, value_);
+  context_->setSetOrder(order);
   EXPECT_GT(EncodeValue(*context_, type_, value_, Tagging::Explicit), 0) << type_.name;
   const std::span<const uint8_t> bytes = context_->output().bytes();
   return {bytes.begin(), bytes.end()};

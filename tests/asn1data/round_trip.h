@@ -25,8 +25,9 @@ class Decoded {
   const T& as() const {
     return *static_cast<const T*>(value_);
   }
+  void* value() { return value_; }
   // As DER. Open values of known types are written from what they were decoded to, not from the bytes that they keep.
-  std::vector<BYTE> encoded();
+  std::vector<BYTE> encoded(SetOrder order = SetOrder::Der);
 
  private:
   const TypeInfo& type_;
