@@ -112,11 +112,11 @@ TypeUse TypeBuilder::written(const TypeSyntax& syntax, const Scope& scope) {
   return {&type, type.tags, {}, {}, false};
 }
 
-const Type* TypeBuilder::ofObject(const TypeSyntax& syntax, const Symbol& symbol, const std::string& object) {
+const Type* TypeBuilder::ofObject(const TypeSyntax& syntax, const Symbol& symbol, const std::string& object,
+                                  std::string_view field) {
   const bool plain = syntax.form == TypeForm::Reference && syntax.tags.empty() && !syntax.constrained;
-  Named& named = plain
-      ? types_.find(syntax.name)
-      : types_.addNamed(fmt::format("_{}_Type", CppName(object)), syntax.place, symbol, syntax);
+  const std::string name = fmt::format("_{}_{}", CppName(object), CppName(field));
+  Named& named = plain ? types_.find(syntax.name) : types_.addNamed(name, syntax.place, symbol, syntax);
   shape(named, 0);
   return named.type;
 }
