@@ -8,7 +8,9 @@
 namespace certkern {
 namespace {
 
-constexpr uint64_t kFirstSize = 1024;
+constexpr uint64_t kFirstSize = 4096;
+// Up to here the room grows fourfold: most messages come to rest after one or two moves.
+constexpr uint64_t kSmallSize = uint64_t{1} << 18;
 
 }  // namespace
 
@@ -25,8 +27,8 @@ bool BackwardBuffer::grow(size_t count) {
   if (!dynamic_ || count > kMaxAsn1Message) return false;
   const uint64_t needed = uint64_t{length()} + count;
   if (needed > kMaxAsn1Message) return false;
-  const uint64_t doubled = std::max(uint64_t{size_} * 2, kFirstSize);
-  const auto size = static_cast<size_t>(std::min(std::max(doubled, needed), kMaxAsn1Message));
+  const uint64_t multiplied = std::max(uint64_t{size_} * (size_ < kSmallSize ? 4 : 2), kFirstSize);
+  const auto size = static_cast<size_t>(std::min(std::max(multiplied, needed), kMaxAsn1Message));
   std::unique_ptr<uint8_t[], Free> larger(static_cast<uint8_t*>(std::malloc(size)));
   if (!larger) return false;
   const size_t index = size - length();

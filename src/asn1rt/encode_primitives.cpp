@@ -1,6 +1,4 @@
-// Headers, and values without values inside.
-#include <cstring>
-
+// Long headers, and values without values inside.
 #include "asn1rt/encode_run.h"
 
 namespace certkern {
@@ -29,23 +27,6 @@ uint8_t* PutLengthBackwards(uint8_t* at, uint32_t length) {
 }
 
 }  // namespace
-
-int EncodeRun::bytes(std::span<const uint8_t> bytes) {
-  uint8_t* const at = output_.prepend(bytes.size());
-  if (!at && !bytes.empty()) return fail(output_.status());
-  if (!bytes.empty()) std::memcpy(at, bytes.data(), bytes.size());
-  return static_cast<int>(bytes.size());
-}
-
-int EncodeRun::header(Asn1Tag tag, bool constructed, int length) {
-  if (NumberOf(tag) >= 0x1F || length >= 0x80) [[unlikely]]
-    return longHeader(tag, constructed, length);
-  uint8_t* const at = output_.prepend(2);
-  if (!at) return fail(output_.status());
-  at[0] = static_cast<uint8_t>(tag >> 30 << 6 | (constructed ? kConstructed : 0u) | NumberOf(tag));
-  at[1] = static_cast<uint8_t>(length);
-  return 2;
-}
 
 int EncodeRun::longHeader(Asn1Tag tag, bool constructed, int length) {
   uint8_t octets[2 * (1 + kMaxArcOctets)];

@@ -4,6 +4,7 @@
 #define CERTKERN_ASN1RT_ENCODE_RUN_H
 
 #include <cstdint>
+#include <cstring>
 #include <span>
 
 #include "asn1rt/context.h"
@@ -20,9 +21,24 @@ class EncodeRun {
 
  private:
   [[gnu::cold]] int fail(int status) { return context_.fail(status); }
-  int header(Asn1Tag tag, bool constructed, int length);
+  int header(Asn1Tag tag, bool constructed, int length) {
+    if (NumberOf(tag) >= 0x1F || length >= 0x80) return longHeader(tag, constructed, length);
+    uint8_t* const at = output_.prepend(2);
+    if (!at) [[unlikely]]
+      return fail(output_.status());
+    at[0] = static_cast<uint8_t>(tag >> 30 << 6 | (constructed ? 0x20u : 0u) | NumberOf(tag));
+    at[1] = static_cast<uint8_t>(length);
+    return 2;
+  }
   int longHeader(Asn1Tag tag, bool constructed, int length);
-  int bytes(std::span<const uint8_t> bytes);
+  int bytes(std::span<const uint8_t> bytes) {
+    if (bytes.empty()) return 0;
+    uint8_t* const at = output_.prepend(bytes.size());
+    if (!at) [[unlikely]]
+      return fail(output_.status());
+    std::memcpy(at, bytes.data(), bytes.size());
+    return static_cast<int>(bytes.size());
+  }
 
   int content(const TypeInfo& type, bool contained, const void* slot);
   int structured(const TypeInfo& type, bool contained, const void* slot);

@@ -130,7 +130,7 @@ TEST(Asn1ControlTypes, ListsKeepTheirEndsAndCount) {
 }
 
 TEST(Asn1ControlTypes, BitsOfAMessageAreCopiedBeforeTheyChange) {
-  const std::vector<BYTE> message = FromHex("A8 FF");
+  const std::vector<BYTE> message = FromHex("AF FF");
   ASN1BEREncodeBuffer buffer;
   ASN1BitString bits{5, message.data()};
   ASN1CBitStr control(buffer, bits);
@@ -148,5 +148,5 @@ TEST(Asn1ControlTypes, BitsOfAMessageAreCopiedBeforeTheyChange) {
   EXPECT_EQ(control.set(12), ASN1_OK);
   EXPECT_EQ(ToHex({bits.data, 2}), "2808");
   EXPECT_EQ(control.set(UINT32_MAX), ASN1_E_BAD_VALUE);
-  EXPECT_EQ(ToHex(message), "A8FF");
+  EXPECT_EQ(ToHex(message), "AFFF");
 }

@@ -63,7 +63,8 @@ void ObjectReader::readObject(const Symbol& symbol) {
   object.id = identifier(object, definition, fields);
   const FieldSyntax* const typeField = FindTypeField(definition);
   const auto type = typeField ? fields.types.find(typeField->name.text) : fields.types.end();
-  if (type != fields.types.end()) object.type = types_.ofObject(type->second, symbol, object.name, type->first);
+  if (type != fields.types.end())
+    object.type = types_.ofObject(type->second, symbol, object.name, typeField->name.text);
   schema_.objects.push_back(std::move(object));
   symbol.out->objects.push_back(&schema_.objects.back());
   objects_[assignment.name.text] = &schema_.objects.back();

@@ -115,9 +115,8 @@ TypeUse TypeBuilder::written(const TypeSyntax& syntax, const Scope& scope) {
 const Type* TypeBuilder::ofObject(const TypeSyntax& syntax, const Symbol& symbol, const std::string& object,
                                   std::string_view field) {
   const bool plain = syntax.form == TypeForm::Reference && syntax.tags.empty() && !syntax.constrained;
-  Named& named = plain
-      ? types_.find(syntax.name)
-      : types_.addNamed(fmt::format("_{}_{}", CppName(object), field), syntax.place, symbol, syntax);
+  const std::string name = fmt::format("_{}_{}", CppName(object), CppName(field));
+  Named& named = plain ? types_.find(syntax.name) : types_.addNamed(name, syntax.place, symbol, syntax);
   shape(named, 0);
   return named.type;
 }

@@ -76,7 +76,7 @@ class TypeBuilder {
   // Kind, tags and named numbers of all named types. Their members follow, once object sets are known.
   void shapeAll();
   void fillAll(SetFinder findSet);
-  // The type that an object has: one with a name, or one that is written there and is called after the object and the field.
+  // The type that an object has: one with a name, or one that is written there and is called `_object_Type`, after the field.
   const Type* ofObject(const TypeSyntax& syntax, const Symbol& symbol, const std::string& object,
                        std::string_view field);
 
