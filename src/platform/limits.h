@@ -120,6 +120,19 @@ inline constexpr size_t kMaxConfirmedName = 128;
 // The identifier of a policy that a site has configured, as text.
 inline constexpr size_t kMaxPolicyOidText = 1024;
 
+// Generated ASN.1 types. One allocation of a message's heap is refused from this size on; a message grows no larger.
+inline constexpr uint64_t kAsn1AllocationRefused = 2147483600;
+inline constexpr uint64_t kMaxAsn1Message = kAsn1AllocationRefused - 1;
+// Types within types, and elements of indefinite length within each other.
+inline constexpr unsigned kMaxAsn1Depth = 128;
+// Elements of one input, counted each time that they are looked at.
+inline constexpr uint64_t kMaxAsn1Elements = uint64_t{1} << 24;
+// What decoding may take of the heap: a structure of pointers for a two-octet element is fair, thousands of them are not.
+inline constexpr uint64_t kAsn1HeapPerInput = 64;
+inline constexpr uint64_t kAsn1HeapBase = uint64_t{1} << 16;
+// Digits behind the full stop of a GeneralizedTime. With this many a product by the seconds of an hour fits 64 bits.
+inline constexpr size_t kMaxAsn1FractionDigits = 15;
+
 }  // namespace certkern
 
 #endif
