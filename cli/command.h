@@ -30,9 +30,19 @@ Runner PrepareCertificate(CLI::App& group);
 Runner PrepareRandom(CLI::App& command);
 Runner PrepareHash(CLI::App& command);
 Runner PrepareName(CLI::App& group);
+Runner PrepareStore(CLI::App& group);
+Runner PrepareFetch(CLI::App& command);
+Runner PrepareCache(CLI::App& group);
+
+Runner PrepareChain(CLI::App& command);
 // Of the group "key".
 Runner PrepareKeyImport(CLI::App& command);
 Runner PrepareKeyExport(CLI::App& command);
+// Of the group "store".
+Runner PrepareStoreAdd(CLI::App& command);
+Runner PrepareStoreImport(CLI::App& command);
+Runner PrepareStoreExport(CLI::App& command);
+Runner PrepareStoreCopy(CLI::App& command);
 
 }  // namespace certkern::cli
 

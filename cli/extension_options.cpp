@@ -38,17 +38,6 @@ constexpr PurposeRow kPurposes[] = {
     {"OCSPSigning",     szOID_PKIX_KP_OCSP_SIGNING     },
 };
 
-std::string PurposeOid(const std::string& purpose) {
-  const auto* row = std::find_if(std::begin(kPurposes), std::end(kPurposes),
-                                 [&](const PurposeRow& candidate) { return candidate.name == purpose; });
-  if (row != std::end(kPurposes)) return row->oid;
-  if (IsDottedOid(purpose)) return purpose;
-  throw WrongUsage(
-      fmt::format("--extended-usage {}: serverAuth, clientAuth, codeSigning, emailProtection, "
-                  "timeStamping, OCSPSigning or a dotted identifier",
-                  Escaped(Utf8Of(std::string_view(purpose)))));
-}
-
 Bytes AddressBytes(const std::string& address) {
   std::array<BYTE, 16> octets{};
   if (inet_pton(AF_INET, address.c_str(), octets.data()) == 1) return {octets.begin(), octets.begin() + 4};
@@ -97,7 +86,7 @@ void AddExtendedUsage(const std::vector<std::string>& purposes, ExtensionList& l
   std::vector<std::string> oids(purposes.size());
   std::vector<LPSTR> pointers(purposes.size());
   for (size_t i = 0; i < purposes.size(); ++i) {
-    oids[i] = PurposeOid(purposes[i]);
+    oids[i] = PurposeOid(purposes[i], "--extended-usage");
     pointers[i] = oids[i].data();
   }
   const CERT_ENHKEY_USAGE usage{CheckedSize(pointers.size()), pointers.data()};
@@ -105,6 +94,36 @@ void AddExtendedUsage(const std::vector<std::string>& purposes, ExtensionList& l
 }
 
 }  // namespace
+
+std::string PurposeOid(const std::string& purpose, std::string_view option) {
+  const auto* row = std::find_if(std::begin(kPurposes), std::end(kPurposes),
+                                 [&](const PurposeRow& candidate) { return candidate.name == purpose; });
+  if (row != std::end(kPurposes)) return row->oid;
+  if (IsDottedOid(purpose)) return purpose;
+  throw WrongUsage(
+      fmt::format("{} {}: serverAuth, clientAuth, codeSigning, emailProtection, "
+                  "timeStamping, OCSPSigning or a dotted identifier",
+                  option, Escaped(Utf8Of(std::string_view(purpose)))));
+}
+
+std::array<BYTE, 2> UsageBits(std::span<const std::string> usages) {
+  std::array<BYTE, 2> bits{};
+  for (const std::string& usage : usages) {
+    const auto bit = std::find(std::begin(kUsages), std::end(kUsages), usage) - std::begin(kUsages);
+    const auto place = static_cast<size_t>(bit);
+    bits[place / 8] = static_cast<BYTE>(bits[place / 8] | 0x80 >> place % 8);
+  }
+  return bits;
+}
+
+void AddUsageOption(CLI::App& command, std::vector<std::string>& usages, const std::string& text) {
+  command.add_option("--usage", usages, text)
+      ->allow_extra_args(false)
+      ->type_name("NAMES")
+      ->delimiter(',')
+      ->check(
+          CLI::IsMember(std::vector<std::string>(std::begin(kUsages), std::end(kUsages))).description(""));
+}
 
 void AddExtensionOptions(CLI::App& command, ExtensionOptions& options) {
   const auto add = [&](const char* name, std::vector<std::string>& values, const std::string& text,
@@ -114,10 +133,7 @@ void AddExtensionOptions(CLI::App& command, ExtensionOptions& options) {
   add("--dns", options.dnsNames, "A host name, for the subject alternative name; may be repeated", "NAME");
   add("--ip", options.addresses, "An IPv4 or IPv6 address; may be repeated", "ADDRESS");
   add("--email", options.emails, "An e-mail address; may be repeated", "ADDRESS");
-  add("--usage", options.usages, "Key usage, as digitalSignature,keyEncipherment", "NAMES")
-      ->delimiter(',')
-      ->check(
-          CLI::IsMember(std::vector<std::string>(std::begin(kUsages), std::end(kUsages))).description(""));
+  AddUsageOption(command, options.usages, "Key usage, as digitalSignature,keyEncipherment");
   add("--extended-usage", options.extendedUsages,
       "Extended key usage, as serverAuth,clientAuth or dotted identifiers", "NAMES")
       ->delimiter(',');
@@ -144,12 +160,7 @@ void AddAskedExtensions(const ExtensionOptions& options, ExtensionList& list) {
 // to.
 void AddKeyUsage(std::span<const std::string> usages, ExtensionList& list) {
   if (usages.empty()) return;
-  std::array<BYTE, 2> bits{};
-  for (const std::string& usage : usages) {
-    const auto bit = std::find(std::begin(kUsages), std::end(kUsages), usage) - std::begin(kUsages);
-    const auto place = static_cast<size_t>(bit);
-    bits[place / 8] = static_cast<BYTE>(bits[place / 8] | 0x80 >> place % 8);
-  }
+  std::array<BYTE, 2> bits = UsageBits(usages);
   const CRYPT_BIT_BLOB blob{bits[1] ? DWORD{2} : DWORD{1}, bits.data(), 0};
   list.add(szOID_KEY_USAGE, true, Encode(X509_KEY_USAGE, &blob, "--usage"));
 }

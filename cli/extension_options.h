@@ -7,9 +7,11 @@
 #include <certkern/encode.h>
 #include <CLI/App.hpp>
 
+#include <array>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace certkern::cli {
@@ -22,6 +24,12 @@ struct ExtensionOptions {
   std::vector<std::string> extendedUsages;  // names or dotted identifiers
 };
 void AddExtensionOptions(CLI::App& command, ExtensionOptions& options);
+
+// --usage, with names of RFC 5280, 4.2.1.3, and their bits: the first is the highest of the first byte.
+void AddUsageOption(CLI::App& command, std::vector<std::string>& usages, const std::string& text);
+std::array<BYTE, 2> UsageBits(std::span<const std::string> usages);
+// The identifier of a purpose by its name in RFC 5280, 4.2.1.12, or as it is.
+std::string PurposeOid(const std::string& purpose, std::string_view option);
 
 // Extensions, encoded one by one, and the records that the library wants.
 class ExtensionList {
@@ -42,7 +50,6 @@ class ExtensionList {
 
 // What the options ask for: alternative names, key usage, extended key usage.
 void AddAskedExtensions(const ExtensionOptions& options, ExtensionList& list);
-// Of the names of usages.
 void AddKeyUsage(std::span<const std::string> usages, ExtensionList& list);
 
 struct BasicConstraints {

@@ -16,11 +16,15 @@ namespace {
 
 constexpr Command kCommands[] = {
     {"show",        "Show certificates, CRLs and certificate requests",           PrepareShow       },
+    {"chain",       "Find a certificate's path to a trusted root, and judge it",  PrepareChain      },
     {"key",         "Make, list, import, export and delete private keys",         PrepareKey        },
     {"request",     "Make certificate requests",                                  PrepareRequest    },
     {"certificate", "Make self-signed certificates",                              PrepareCertificate},
+    {"store",       "List, show, fill and search certificate stores",             PrepareStore      },
     {"name",        "Encode distinguished names, and write encoded ones as text", PrepareName       },
     {"hash",        "Hash files",                                                 PrepareHash       },
+    {"fetch",       "Fetch certificates and CRLs by URL",                         PrepareFetch      },
+    {"cache",       "List or clear what was fetched and kept",                    PrepareCache      },
     {"random",      "Write random bytes",                                         PrepareRandom     },
 };
 

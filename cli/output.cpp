@@ -32,23 +32,6 @@ void WriteAll(int file, std::span<const BYTE> bytes, std::string_view name) {
 
 void AppendText(SecretBytes& out, std::string_view text) { out.insert(out.end(), text.begin(), text.end()); }
 
-SecretBytes PemOf(std::string_view label, std::span<const BYTE> der) {
-  DWORD size = 0;
-  const DWORD length = CheckedSize(der.size());
-  if (!CryptBinaryToStringA(der.data(), length, CRYPT_STRING_BASE64, nullptr, &size))
-    ThrowLastError("Base64");
-  SecretBytes text(size);
-  if (!CryptBinaryToStringA(der.data(), length, CRYPT_STRING_BASE64, reinterpret_cast<char*>(text.data()),
-                            &size))
-    ThrowLastError("Base64");
-  text.resize(size);
-  SecretBytes pem;
-  AppendText(pem, fmt::format("-----BEGIN {}-----\n", label));
-  Append(pem, text);
-  AppendText(pem, fmt::format("-----END {}-----\n", label));
-  return pem;
-}
-
 // A secret never lands in a file that was there before: others may have it open, or may have made it a link.
 FileDescriptor OpenNew(const std::string& path, Secrecy secrecy) {
   const bool secret = secrecy == Secrecy::Secret;
@@ -65,6 +48,23 @@ FileDescriptor OpenNew(const std::string& path, Secrecy secrecy) {
 bool IsStandardOutput(const OutputOptions& options) { return options.file.empty() || options.file == "-"; }
 
 }  // namespace
+
+SecretBytes PemText(std::string_view label, std::span<const BYTE> der) {
+  DWORD size = 0;
+  const DWORD length = CheckedSize(der.size());
+  if (!CryptBinaryToStringA(der.data(), length, CRYPT_STRING_BASE64, nullptr, &size))
+    ThrowLastError("Base64");
+  SecretBytes text(size);
+  if (!CryptBinaryToStringA(der.data(), length, CRYPT_STRING_BASE64, reinterpret_cast<char*>(text.data()),
+                            &size))
+    ThrowLastError("Base64");
+  text.resize(size);
+  SecretBytes pem;
+  AppendText(pem, fmt::format("-----BEGIN {}-----\n", label));
+  Append(pem, text);
+  AppendText(pem, fmt::format("-----END {}-----\n", label));
+  return pem;
+}
 
 void AddOutputOptions(CLI::App& command, OutputOptions& options) {
   command.add_option("--out", options.file, "Write to this file, not to standard output")->type_name("FILE");
@@ -83,12 +83,18 @@ void CheckDestination(const OutputOptions& options, Secrecy secrecy) {
 void WriteObject(const OutputOptions& options, std::string_view label, std::span<const BYTE> der,
                  Secrecy secrecy) {
   CheckDestination(options, secrecy);
-  const SecretBytes bytes = options.der ? ToSecret(der) : PemOf(label, der);
+  const SecretBytes bytes = options.der ? ToSecret(der) : PemText(label, der);
   if (IsStandardOutput(options)) return WriteRaw(bytes);
   const FileDescriptor file = OpenNew(options.file, secrecy);
   const std::string name = Escaped(Utf8Of(std::string_view(options.file)));
   WriteAll(file.get(), bytes, name);
   if (secrecy == Secrecy::Secret && fsync(file.get()) != 0 && errno != EINVAL) ThrowErrno(name);
+}
+
+void WriteBytes(const OutputOptions& options, std::span<const BYTE> bytes) {
+  if (IsStandardOutput(options)) return WriteRaw(bytes);
+  WriteAll(OpenNew(options.file, Secrecy::Public).get(), bytes,
+           Escaped(Utf8Of(std::string_view(options.file))));
 }
 
 void WriteRaw(std::span<const BYTE> bytes) { WriteAll(STDOUT_FILENO, bytes, "standard output"); }

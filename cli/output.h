@@ -2,6 +2,7 @@
 #ifndef CERTKERN_CLI_OUTPUT_H
 #define CERTKERN_CLI_OUTPUT_H
 
+#include "common/secret_bytes.h"
 #include "field.h"
 
 #include <CLI/App.hpp>
@@ -29,6 +30,10 @@ void CheckDestination(const OutputOptions& options, Secrecy secrecy);
 // to a terminal unless forced; neither do bytes that are no text.
 void WriteObject(const OutputOptions& options, std::string_view label, std::span<const BYTE> der,
                  Secrecy secrecy = Secrecy::Public);
+
+// The same of what is more than one object, or none: the bytes go out as they are.
+void WriteBytes(const OutputOptions& options, std::span<const BYTE> bytes);
+SecretBytes PemText(std::string_view label, std::span<const BYTE> der);
 
 // Bytes to standard output; refused to a terminal with the advice given.
 void WriteRaw(std::span<const BYTE> bytes);

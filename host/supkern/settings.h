@@ -1,4 +1,5 @@
-// The configuration of this process: read once, on first need, by whichever thread comes first.
+// The configuration of this process: read on first need, by whichever thread comes first. What this library does itself
+// (directories, trace) follows what it found then; the operations for others see a changed file within a second.
 #ifndef CERTKERN_SUPKERN_SETTINGS_H
 #define CERTKERN_SUPKERN_SETTINGS_H
 
@@ -10,7 +11,7 @@
 
 namespace certkern::support {
 
-// Lives until the process ends and never changes.
+// As first found. Lives until the process ends and never changes.
 const Configuration& Settings();
 
 // A setting of the wanted kind; nothing when it is absent or of another kind.

@@ -6,7 +6,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <iterator>
+
+#include "platform/harmful_characters.h"
 
 namespace certkern::dialog {
 namespace {
@@ -14,32 +15,8 @@ namespace {
 // Bytes of a line that is looked at. No answer is nearly as long.
 constexpr size_t kMaxAnswer = 64;
 
-struct Range {
-  wchar_t first, last;
-};
-// Controls but for the newline; joiners and marks of direction; line separators; tags.
-constexpr Range kHarmful[] = {
-    {0x00,    0x09   },
-    {0x0B,    0x1F   },
-    {0x7F,    0x9F   },
-    {0xAD,    0xAD   },
-    {0x61C,   0x61C  },
-    {0x115F,  0x1160 },
-    {0x180B,  0x180F },
-    {0x200B,  0x200F },
-    {0x2028,  0x202E },
-    {0x2060,  0x206F },
-    {0x3164,  0x3164 },
-    {0xFEFF,  0xFEFF },
-    {0xFFF0,  0xFFFB },
-    {0xE0000, 0xE0FFF},
-};
-
-bool IsHarmful(wchar_t character) {
-  return std::ranges::any_of(kHarmful, [character](const Range& range) {
-    return range.first <= character && character <= range.last;
-  });
-}
+// A question has several lines.
+bool IsHarmfulInText(wchar_t character) { return character != L'\n' && IsHarmful(character); }
 
 // A signal with a handler interrupts the call, and is not the user's answer.
 template <class Call>
@@ -92,7 +69,7 @@ std::string Harmless(std::string_view text) {
   std::wstring characters(text.size(), L'\0');
   characters.resize(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, text.data(), given, characters.data(),
                                                             static_cast<int>(characters.size()))));
-  std::ranges::replace_if(characters, IsHarmful, wchar_t{0xFFFD});
+  std::ranges::replace_if(characters, IsHarmfulInText, kReplacementCharacter);
   std::string shown(characters.size() * 4, '\0');
   shown.resize(static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, characters.data(),
                                                        static_cast<int>(characters.size()), shown.data(),

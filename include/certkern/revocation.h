@@ -16,22 +16,23 @@ CERTKERN_EXTERN_C_BEGIN
  *                          CERT_STORE_BASE_CRL_FLAG, CERT_STORE_DELTA_CRL_FLAG; out: what does not hold, and
  *                          CERT_STORE_NO_ISSUER_FLAG when there was no issuer to verify the signature with
  *  @return a context to be freed; NULL when there is none, or on failure
- *  @errors CRYPT_E_NOT_FOUND: no more; those of CertFindCRLInStore */
+ *  @errors CRYPT_E_NOT_FOUND: no more; E_INVALIDARG: pdwFlags is NULL; those of CertFindCRLInStore */
 CERTKERN_API PCCRL_CONTEXT CertGetCRLFromStore(HCERTSTORE hCertStore, PCCERT_CONTEXT pIssuerContext,
                                                PCCRL_CONTEXT pPrevCrlContext, DWORD* pdwFlags);
 
 /** Tells if a moment lies between a CRL's ThisUpdate and NextUpdate, bounds included.
  *  @param pTimeToVerify  NULL: now
- *  @return -1 before, 1 after, 0 inside; 87 for a NULL pCrlInfo
+ *  @return -1 before, 1 after (always of a CRL without NextUpdate that has begun), 0 inside; 87 for a NULL pCrlInfo
  *  @errors ERROR_INVALID_PARAMETER: no CRL */
 CERTKERN_API LONG CertVerifyCRLTimeValidity(LPFILETIME pTimeToVerify, PCRL_INFO pCrlInfo);
 
 /** Tells if a CRL is meant for a certificate: it has no issuing distribution point, or one whose URLs meet those of the
  *  certificate's distribution points. RFC 5280, 5.2.5. Nothing is verified.
  *  @param dwFlags     not looked at
- *  @param pvReserved  NULL
+ *  @param pvReserved  not looked at
  *  @return TRUE or FALSE
- *  @errors ERROR_INVALID_PARAMETER: a null argument; CRYPT_E_NO_MATCH: no point, or none in common */
+ *  @errors ERROR_INVALID_PARAMETER: a null argument; CRYPT_E_NO_MATCH: no point, or none in common;
+ *          CRYPT_E_ASN1_EOD: the CRL's point can't be read */
 CERTKERN_API BOOL CertIsValidCRLForCertificate(PCCERT_CONTEXT pCert, PCCRL_CONTEXT pCrl, DWORD dwFlags,
                                                void* pvReserved);
 
@@ -78,14 +79,15 @@ CERTKERN_RECORD_SIZE(CERT_REVOCATION_STATUS, 24);
  *  @param pRevPara        may be NULL; its stores are searched too, and no more of it is read
  *  @param pRevStatus      receives dwIndex and dwError on failure
  *  @return TRUE if all chains are good, or FALSE
- *  @errors E_INVALIDARG: no contexts, no status; the error bits of the chain (CERT_TRUST_...); those of
- *          CertGetCertificateChain */
+ *  @errors E_INVALIDARG: no contexts, no status, a number of stores without stores; the error bits of the chain
+ *          (CERT_TRUST_...); those of CertGetCertificateChain */
 CERTKERN_API BOOL CertVerifyRevocation(DWORD dwEncodingType, DWORD dwRevType, DWORD cContext,
                                        PVOID rgpvContext[], DWORD dwFlags, PCERT_REVOCATION_PARA pRevPara,
                                        PCERT_REVOCATION_STATUS pRevStatus);
 
 /** What a revocation library exports. TRUE: not revoked. FALSE with CRYPT_E_REVOKED: revoked; with any other last error:
- *  not to be found out. It is called with one certificate, its issuer and the moment, and unloaded afterwards. */
+ *  not to be found out. It is called with one certificate, its issuer and the moment, and unloaded afterwards. A chain
+ *  that it builds meanwhile on the same thread is judged by the built-in engine. */
 typedef BOOL (*PFN_CERT_VERIFY_REVOCATION)(DWORD dwEncodingType, DWORD dwRevType, DWORD cContext,
                                            PVOID rgpvContext[], DWORD dwFlags, PCERT_REVOCATION_PARA pRevPara,
                                            PCERT_REVOCATION_STATUS pRevStatus);

@@ -51,7 +51,7 @@ typedef BOOL (*PFN_SV_RETRIEVE_OBJECT_BY_URL)(LPCSTR pszUrl, LPCSTR pszObjectOid
 /** Fetches an object: from the cache if it is valid now, else over the network. The last error tells why not.
  *  @param pszObjectOid      NULL: raw bytes, CRYPT_BLOB_ARRAY; or CONTEXT_OID_...
  *  @param dwRetrievalFlags  CRYPT_..._RETRIEVAL and so on
- *  @param dwTimeout         milliseconds for the whole transfer
+ *  @param dwTimeout         milliseconds for the whole transfer; 0: the fetcher's own limit, 60 seconds
  *  @param ppvObject         receives the object, for the function that frees its kind
  *  @param hAsyncRetrieve    not looked at, as are the three behind it
  *  @return TRUE or FALSE
@@ -92,11 +92,11 @@ CERTKERN_RECORD_SIZE(CRYPT_URL_INFO, 24);
  *  @param pszUrlOid    URL_OID_CERTIFICATE_CRL_DIST_POINT
  *  @param pvPara       CERT_CONTEXT
  *  @param dwFlags      not looked at
- *  @param pUrlArray    receives the array; NULL asks for the size
+ *  @param pUrlArray    receives the array, of no URLs if there are none; NULL asks for the size
  *  @param pcbUrlArray  in: bytes at pUrlArray; out: the size
  *  @param pUrlInfo     not filled
  *  @return TRUE or FALSE
- *  @errors ERROR_INVALID_PARAMETER: another kind; ERROR_NOT_FOUND: no such extension; ERROR_MORE_DATA; those of
+ *  @errors ERROR_INVALID_PARAMETER: another kind, no certificate, no size; ERROR_NOT_FOUND: no such extension; ERROR_MORE_DATA; those of
  *          CryptDecodeObject */
 CERTKERN_API BOOL CryptGetObjectUrl(LPCSTR pszUrlOid, LPVOID pvPara, DWORD dwFlags,
                                     PCRYPT_URL_ARRAY pUrlArray, DWORD* pcbUrlArray, PCRYPT_URL_INFO pUrlInfo,
@@ -119,8 +119,9 @@ CERTKERN_RECORD_SIZE(SV_BYTE_BUFFER, 24);
  *  @param pwszProxyAuth    user and password, separated by a colon; NULL: none
  *  @param pRequest         the body; only read
  *  @param pResponse        in: empty (all zero) or an earlier answer; out: the answer's body, all zero for an empty one
- *  @return 200 on success; else the transfer's error code when it is below 512, otherwise 456; 0 for an exception
- *  @errors ERROR_UNHANDLED_EXCEPTION */
+ *  @return 200 on success; else the transfer's error code when it is below 512, otherwise 456, also for a
+ *          text that is too long, does not convert or has an end of line in it; 0 for the errors below
+ *  @errors ERROR_INVALID_PARAMETER: no URL, request or response; ERROR_UNHANDLED_EXCEPTION */
 CERTKERN_API DWORD SendPKIRequest(LPCWSTR pwszUrl, LPCWSTR pwszUserAgent, LPCWSTR pwszContentType,
                                   LPCWSTR pwszProxy, LPCWSTR pwszProxyAuth, const SV_BYTE_BUFFER* pRequest,
                                   PSV_BYTE_BUFFER pResponse);

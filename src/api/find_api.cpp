@@ -9,6 +9,7 @@
 #include "ber/read_cursor.h"
 #include "store/certificate_primitives.h"
 #include "store/context_record.h"
+#include "store/crl_entries.h"
 #include "store/find.h"
 #include "store/issuer.h"
 #include "store/store_record.h"
@@ -159,7 +160,7 @@ BOOL CertFindCertificateInCRL(PCCERT_CONTEXT pCert, PCCRL_CONTEXT pCrlContext, D
     if (!crl) return frame.failed(ERROR_INVALID_PARAMETER);
     if (!TakeCertificate(pCert, certificate)) return frame.failed();
     *ppCrlEntry = certificate
-        ? certkern::FindEntry(*crl->crl.pCrlInfo, certificate->certificate.pCertInfo->SerialNumber)
+        ? certkern::FindEntry(*crl, certificate->certificate.pCertInfo->SerialNumber)
         : nullptr;
     return frame.result(TRUE);
   });
@@ -170,10 +171,11 @@ BOOL CertVerifyCRLRevocation(DWORD dwCertEncodingType, PCERT_INFO pCertId, DWORD
   return Plain([&](Frame& frame) -> BOOL {
     frame.entry("(dwCertEncodingType = %u, pCertId = %p, cCrlInfo = %u, rgpCrlInfo = %p)", dwCertEncodingType,
                 pCertId, cCrlInfo, rgpCrlInfo);
+    if (cCrlInfo && !rgpCrlInfo) return frame.invalidArguments(E_INVALIDARG);
     if (!pCertId || !cCrlInfo) return frame.result(TRUE);
     const std::span<const PCRL_INFO> lists = certkern::AsSpan(rgpCrlInfo, cCrlInfo);
     const auto isWhole = [](const CRL_INFO* list) { return list && (list->rgCRLEntry || !list->cCRLEntry); };
-    if (lists.empty() || !std::ranges::all_of(lists, isWhole) || !certkern::IsWhole(&pCertId->SerialNumber))
+    if (!std::ranges::all_of(lists, isWhole) || !certkern::IsWhole(&pCertId->SerialNumber))
       return frame.failed(E_INVALIDARG);
     const bool listed = std::ranges::any_of(lists, [&](const CRL_INFO* list) {
       return certkern::FindEntry(*list, pCertId->SerialNumber) != nullptr;

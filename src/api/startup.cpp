@@ -7,6 +7,7 @@
 #include "oid/function_sets.h"
 #include "platform/trace.h"
 #include "store/context_record.h"
+#include "url/url_cache.h"
 
 namespace certkern {
 namespace {
@@ -23,7 +24,7 @@ constexpr StartupStep kSteps[] = {
     {"policy trace", [] { OpenTraceContext(pkivalidator_db_ctx, "pkivalidator"); },
      [] { CloseTraceContext(pkivalidator_db_ctx); }                                                                      },
     {"chain detail", ReadChainDetailWish,                                           nullptr                              },
- // URL cache
+    {"URL cache",    OpenUrlCaches,                                                 CloseUrlCaches                       },
     {"contexts",     [] { contextRegistry.create(); },
      [] { contextRegistry.retire(); }                                                                                    }, // last: the first to go
 };

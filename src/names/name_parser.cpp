@@ -3,11 +3,16 @@
 #include <certkern/errors.h>
 #include <certkern/keykern.h>
 
+#include <algorithm>
 #include <array>
+#include <bit>
+#include <cstdint>
 #include <string>
 #include <utility>
 
+#include "ber/oid_text.h"
 #include "ber/struct_types.h"
+#include "ber/write_cursor.h"
 #include "names/attribute_key.h"
 #include "names/value_parser.h"
 #include "platform/sizes.h"
@@ -39,6 +44,23 @@ void Wrap(BYTE tag, size_t start, std::vector<BYTE>& bytes) {
                header.begin() + static_cast<std::ptrdiff_t>(count));
 }
 
+constexpr BYTE kTagIa5String = 22;
+constexpr size_t kShortOid = 32;
+constexpr size_t kShortAttribute =
+    127 - 4;  // identifier and text: with their headers the length is one octet
+
+// In UTF-8, if all characters take one or two octets; else there is ASCII only.
+bool MeasureShort(std::wstring_view text, DWORD valueType, size_t& size) {
+  const uint32_t bound = valueType == CERT_RDN_UTF8_STRING ? 0x800 : 0x80;
+  size = text.size();
+  for (const wchar_t character : text) {
+    const auto code = std::bit_cast<uint32_t>(character);
+    if (code >= bound) return false;
+    size += code >= 0x80;
+  }
+  return true;
+}
+
 class NameParser {
  public:
   NameParser(std::wstring_view text, DWORD stringType, size_t& position)
@@ -59,6 +81,7 @@ class NameParser {
   bool readKey();
   bool readValue();
   bool makeRecord(std::wstring_view raw, CERT_RDN_ATTR& record);
+  bool appendShort(const CERT_RDN_ATTR& record);
   bool append(const CERT_RDN_ATTR& record);
   Next passSeparator();
 
@@ -107,7 +130,7 @@ bool NameParser::readValue() {
   if (length == std::wstring_view::npos) return Fault(CRYPT_E_INVALID_X500_STRING);
   CERT_RDN_ATTR record{};
   if (!makeRecord(TrimWhiteSpaceBehind(rest().substr(0, length)), record)) return false;
-  if (!append(record)) return false;
+  if (!appendShort(record) && !append(record)) return false;
   position_ += length;
   return true;
 }
@@ -124,6 +147,32 @@ bool NameParser::makeRecord(std::wstring_view raw, CERT_RDN_ATTR& record) {
   UnquoteValue(raw, value_);
   record.dwValueType = key_.valueType;
   record.Value = {CheckedDword(value_.size() * sizeof(wchar_t)), reinterpret_cast<BYTE*>(value_.data())};
+  return true;
+}
+
+// Most attributes are short texts, and in UTF-8 of one or two octets a character: their lengths are known before they
+// are written. False without a code for all others.
+bool NameParser::appendShort(const CERT_RDN_ATTR& record) {
+  if (record.dwValueType != CERT_RDN_UTF8_STRING && record.dwValueType != CERT_RDN_IA5_STRING) return false;
+  std::array<BYTE, kShortOid> oid;
+  size_t oidSize = oid.size(), textSize;
+  if (!BerEncodeOid(key_.oid.c_str(), oid.data(), oidSize)) return false;
+  if (!MeasureShort(value_, record.dwValueType, textSize) || oidSize + textSize > kShortAttribute)
+    return false;
+  const size_t start = body_.size();
+  body_.resize(start + 6 + oidSize + textSize);
+  BYTE* place = body_.data() + start;
+  *place++ = kTagSequence;
+  *place++ = static_cast<BYTE>(4 + oidSize + textSize);
+  *place++ = kTagOid;
+  *place++ = static_cast<BYTE>(oidSize);
+  place = std::copy_n(oid.data(), oidSize, place);
+  *place++ = record.dwValueType == CERT_RDN_IA5_STRING ? kTagIa5String : kTagUtf8String;
+  *place++ = static_cast<BYTE>(textSize);
+  for (const wchar_t character : value_) {
+    if (character >= 0x80) *place++ = static_cast<BYTE>(0xC0 | character >> 6);
+    *place++ = static_cast<BYTE>(character < 0x80 ? character : 0x80 | (character & 0x3F));
+  }
   return true;
 }
 

@@ -29,6 +29,7 @@ CAException::CAException(std::string_view message, std::string_view file, int32_
 // The destructors stand here so that the type information, by which a catch clause knows an exception, exists once.
 CAException::~CAException() = default;
 CryptException::~CryptException() = default;
+RetrieveObjectException::~RetrieveObjectException() = default;
 Asn1Exception::~Asn1Exception() = default;
 Asn1DecodeException::~Asn1DecodeException() = default;
 
@@ -36,6 +37,13 @@ const char* CAException::what() const noexcept { return std::runtime_error::what
 
 CryptException::CryptException(DWORD code, std::string_view file, int32_t line)
     : CAException(ErrorMessage(code), file, line), code_(code) {}
+
+CryptException::CryptException(DWORD code, std::string_view message, std::string_view file, int32_t line)
+    : CAException(message, file, line), code_(code) {}
+
+RetrieveObjectException::RetrieveObjectException(std::string_view message, DWORD code, std::string_view file,
+                                                 int32_t line)
+    : CryptException(code, message, file, line) {}
 
 Asn1Exception::Asn1Exception(std::string_view message, std::string_view file, int32_t line)
     : CAException(message, file, line) {}

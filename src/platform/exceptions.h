@@ -47,8 +47,20 @@ class CryptException : public CAException {
 
   DWORD code() const { return code_; }
 
+ protected:
+  CryptException(DWORD code, std::string_view message, std::string_view file, int32_t line);
+
  private:
   DWORD code_;
+};
+
+// An object that could not be had by its URL; says what failed beside the code.
+class RetrieveObjectException : public CryptException {
+ public:
+  RetrieveObjectException(std::string_view message, DWORD code,
+                          std::string_view file = SourceName(__builtin_FILE()),
+                          int32_t line = __builtin_LINE());
+  ~RetrieveObjectException() override;
 };
 
 // A failure in the bridge to the generated types, or in the file access of a blob.

@@ -80,10 +80,45 @@ inline constexpr size_t kMaxSystemStoreFileName = 512;
 // mint a new issuer for each question: work ends here, and what was found so far is the answer.
 inline constexpr size_t kMaxChainNodes = 512;  // of one path
 inline constexpr uint32_t kMaxChainCandidateSteps = 4096;
-inline constexpr uint32_t kMaxChainRetrievals = 64;         // over the wire
-inline constexpr size_t kMaxChainBundleCertificates = 256;  // taken from one retrieval
-inline constexpr size_t kMaxPolicyNodes = 65536;            // of both policy trees of one pass
-inline constexpr unsigned kMaxRevocationClones = 16;        // within each other
+inline constexpr uint32_t kMaxChainRetrievals = 64;              // over the wire
+inline constexpr size_t kMaxChainIssuerUrls = 64;                // of one certificate
+inline constexpr size_t kMaxChainBundleCertificates = 256;       // taken from one retrieval
+inline constexpr size_t kMaxPolicyNodes = 65536;                 // of both policy trees of one pass
+inline constexpr uint64_t kMaxPolicyVisits = uint64_t{1} << 26;  // of their nodes, in all passes
+inline constexpr size_t kMaxChainCrlUrls = 64;                   // of all points of one certificate or CRL
+inline constexpr size_t kMaxChainCrlPoints = 64;                 // of one certificate that are looked at
+inline constexpr uint32_t kMaxChainCrlSteps = 1u << 17;  // CRLs collected, and looked at for each point
+inline constexpr unsigned kMaxRevocationClones = 16;     // within each other
+
+// Bytes of a URL that is fetched, or kept with an object in the URL cache.
+inline constexpr size_t kMaxUrl = 8192;
+
+// Redirects of one transfer.
+inline constexpr long kMaxRedirects = 5;
+
+// Bytes of one downloaded object unless the configuration says otherwise, and whatever it says.
+inline constexpr int64_t kDefaultDownloadSize = int64_t{256} << 20;
+inline constexpr int64_t kMaxDownloadSize = int64_t{1} << 30;
+
+// Bytes of all the header lines of one transfer, those of redirects and interim answers included.
+inline constexpr size_t kMaxDownloadHeaders = size_t{256} << 10;
+
+// Milliseconds of a transfer for which the caller has set no limit.
+inline constexpr long kDefaultTransferTime = 60'000;
+
+// Bytes of a text that becomes a part of a posted request, NUL included.
+inline constexpr size_t kMaxRequestText = 248;
+
+// Bytes of a decoded certificate that stays in its store after the last context of it has gone. Common ones are smaller.
+inline constexpr size_t kMaxKeptInfo = 4096;
+
+// Bytes of the question about a trusted root, and characters of the name in it: with a full name the question still
+// fits in either language.
+inline constexpr size_t kMaxConfirmationText = 1023;
+inline constexpr size_t kMaxConfirmedName = 128;
+
+// The identifier of a policy that a site has configured, as text.
+inline constexpr size_t kMaxPolicyOidText = 1024;
 
 // Generated ASN.1 types. One allocation of a message's heap is refused from this size on; a message grows no larger.
 inline constexpr uint64_t kAsn1AllocationRefused = 2147483600;

@@ -6,8 +6,11 @@
 #include <cassert>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include "ber/struct_types.h"
+#include "platform/limits.h"
+#include "store/crl_entries.h"
 #include "store/store_record.h"
 
 namespace certkern {
@@ -40,13 +43,13 @@ bool DerSize(std::span<const BYTE> bytes, DWORD& size) {
   return true;
 }
 
-// The decoded record, in a block of its own.
-InfoOwner DecodeInfo(ElementType type, std::span<const BYTE> encoded) {
+// The decoded record, in a block of its own. `size` is that of the record, which the first decoding finds out (0) and
+// the later ones need not: the bytes are the same.
+InfoOwner DecodeInfo(ElementType type, std::span<const BYTE> encoded, DWORD& size) {
   static const StructType* const kCertificate = FindStructType(StructNumber(X509_CERT_TO_BE_SIGNED));
   static const StructType* const kCrl = FindStructType(StructNumber(X509_CERT_CRL_TO_BE_SIGNED));
   const StructType& row = type == ElementType::Certificate ? *kCertificate : *kCrl;
-  DWORD size = 0;
-  if (!BerDecodeEntry(SizeKnown::No, row, encoded, 0, nullptr, &size)) {
+  if (!size && !BerDecodeEntry(SizeKnown::No, row, encoded, 0, nullptr, &size)) {
     SetLastError(CRYPT_E_OSS_ERROR);
     return {};
   }
@@ -66,6 +69,14 @@ void FreeRecord(ContextRecord* record) noexcept {
   const InfoOwner info(last->certificate.pCertInfo);
 }
 
+// What a search found is likely to be found again, and to decode it takes longer than all else. The caller holds the
+// element's lock.
+void KeepInfo(StoreElement& element, ContextRecord& context) {
+  const bool kept = element.keepsInfo.load(std::memory_order_relaxed) && element.store && !element.detached
+      && element.type == ElementType::Certificate && element.infoSize <= kMaxKeptInfo;
+  if (kept) element.info = std::exchange(context.certificate.pCertInfo, nullptr);
+}
+
 // A record that is in the registry and filled; the caller makes it visible.
 ContextRecord* MakeRecord(StoreElement& element) {
   const std::span<const BYTE> given = element.encoded();
@@ -75,12 +86,14 @@ ContextRecord* MakeRecord(StoreElement& element) {
     return nullptr;
   }
   if (!DerSize(given, size)) return nullptr;
-  InfoOwner info = DecodeInfo(element.type, given.first(size));
+  InfoOwner info(std::exchange(element.info, nullptr));
+  if (!info) info = DecodeInfo(element.type, given.first(size), element.infoSize);
   if (!info) return nullptr;
   auto record = std::make_unique<ContextRecord>();
   record->refs = 1;
   record->certificate = {element.encoding, element.bytes(), size, static_cast<CERT_INFO*>(info.get()),
                          element.store};
+  if (element.type == ElementType::Crl) record->entryIndex = IndexOf(*record->crl.pCrlInfo);
   ContextRegistry* const registry = contextRegistry.get();
   if (!registry) {  // the process is going down: the pointer could not be told from a made-up one
     SetLastError(ERROR_INTERNAL_ERROR);
@@ -95,6 +108,8 @@ ContextRecord* MakeRecord(StoreElement& element) {
 }
 
 }  // namespace
+
+ContextRecord::~ContextRecord() = default;
 
 constinit NeverDestroyed<ContextRegistry> contextRegistry;
 
@@ -184,6 +199,7 @@ void ReleaseContext(ContextRecord* context) noexcept {
       return;
     }
     element.context = nullptr;
+    KeepInfo(element, *context);
   }
   FreeRecord(context);
   // in this order: a deferred close finds the element still held by us

@@ -11,6 +11,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <unordered_set>
 
@@ -20,6 +21,8 @@
 
 namespace certkern {
 
+class CrlEntryIndex;
+
 struct ContextRecord {
   uint32_t refs;  // under StoreElement.lock; each is also one of the element's refs
   uint32_t unused;
@@ -27,13 +30,17 @@ struct ContextRecord {
     CERT_CONTEXT certificate;
     CRL_CONTEXT crl;
   };
+  std::unique_ptr<const CrlEntryIndex>
+      entryIndex;  // of a long CRL; over its decoded entries, and goes with them
+
+  ~ContextRecord();  // the index is known to its own file
 
   PCCERT_CONTEXT asCertificate() const { return &certificate; }
   PCCRL_CONTEXT asCrl() const { return &crl; }
   const void* published() const { return &certificate; }
   StoreElement& element() const { return ElementOfBytes(certificate.pbCertEncoded); }
 };
-static_assert(sizeof(ContextRecord) == 48 && offsetof(ContextRecord, certificate) == 8);
+static_assert(sizeof(ContextRecord) == 56 && offsetof(ContextRecord, certificate) == 8);
 static_assert(sizeof(CERT_CONTEXT) == sizeof(CRL_CONTEXT)
                   && offsetof(CERT_CONTEXT, pbCertEncoded) == offsetof(CRL_CONTEXT, pbCrlEncoded)
                   && offsetof(CERT_CONTEXT, hCertStore) == offsetof(CRL_CONTEXT, hCertStore),

@@ -13,11 +13,12 @@
 #include "ber/read_cursor.h"
 #include "store/context_property.h"
 #include "store/existing_element.h"
+#include "store/root_confirmation.h"
 #include "store/store_kind.h"
 
 namespace certkern {
 
-constinit std::atomic<RootConfirmation> confirmRootAdd{nullptr};
+constinit std::atomic<RootConfirmation> confirmRootAdd{ConfirmRootAdd};
 
 namespace {
 

@@ -26,8 +26,8 @@ bool DeleteContext(ContextRecord* context);
 // Takes an element out of the store's list if it is still there, and marks the store as changed. Takes the lock.
 void DeleteElementInternally(CertStore& store, StoreElement& element) noexcept;
 
-// Asks the user whether a certificate may be added to his own store of trusted roots. Set once by whoever can ask; as
-// long as nobody can, the answer is no.
+// Asks the user whether a certificate may be added to his own store of trusted roots: ConfirmRootAdd, unless a test has
+// put somebody else there. Null, and any failure to ask, is a no.
 using RootConfirmation = bool (*)(PCCERT_CONTEXT certificate);
 extern constinit std::atomic<RootConfirmation> confirmRootAdd;
 

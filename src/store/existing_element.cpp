@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "store/context_property.h"
+#include "store/store_index.h"
 
 namespace certkern {
 namespace {
@@ -40,6 +41,13 @@ Found SameObject(const ContextRecord& wanted, StoreElement& element) {
   return SameCrlLine(*wanted.crl.pCrlInfo, *context->crl.pCrlInfo) ? Found::Yes : Found::No;
 }
 
+// Same bytes say the same issuer and serial number.
+std::optional<IndexQuestion> QuestionFor(const CertStore& store, const ContextRecord& wanted) {
+  if (wanted.element().type != ElementType::Certificate || !IsWorthIndexing(store.certificates)) return {};
+  const CERT_INFO& info = *wanted.certificate.pCertInfo;
+  return AskIssuerSerial(info.Issuer, info.SerialNumber);
+}
+
 }  // namespace
 
 bool SameCertificate(const StoreElement& a, const StoreElement& b) {
@@ -61,7 +69,12 @@ bool IsHidden(const CertStore& store, StoreElement& element) {
 Found FindExisting(CertStore& store, const ContextRecord& wanted, const StoreElement* previous,
                    StoreElement*& existing) {
   const ElementType type = wanted.element().type;
-  for (StoreElement* each = NextElement(store, type, previous); each; each = each->next) {
+  const Candidates candidates(store, type, QuestionFor(store, wanted));
+  size_t& walked = store.list(type).walked;
+  const StoreElement* last = previous;
+  while (StoreElement* const each = candidates.behind(last)) {
+    last = each;
+    if (candidates.areAll()) ++walked;
     const Found same = SameObject(wanted, *each);
     if (same == Found::Failed) return same;
     if (same == Found::No || IsHidden(store, *each)) continue;

@@ -8,29 +8,9 @@
 namespace certkern {
 namespace {
 
-// The elements that a query can match, newest first: those that the index knows, or all.
-class Candidates {
- public:
-  Candidates(CertStore& store, const ElementQuery& query)
-      : store_(store),
-        type_(query.type()),
-        question_(query.question()),
-        index_(question_ ? SearchableIndex(store, question_->key) : nullptr) {}
-
-  StoreElement* behind(const StoreElement* previous) const {
-    return index_ ? index_->next(*question_, previous) : NextElement(store_, type_, previous);
-  }
-
- private:
-  CertStore& store_;
-  const ElementType type_;
-  const std::optional<IndexQuestion> question_;
-  const StoreIndex* const index_;
-};
-
 Found FindFirst(CertStore& store, const ElementQuery& query, const StoreElement* previous,
                 ContextOwner& found) {
-  const Candidates candidates(store, query);
+  const Candidates candidates(store, query.type(), query.question());
   const StoreElement* last = previous;
   while (StoreElement* const each = candidates.behind(last)) {
     last = each;
@@ -40,6 +20,8 @@ Found FindFirst(CertStore& store, const ElementQuery& query, const StoreElement*
     if (answer == Found::No || (!query.seesArchived() && IsHidden(store, *each))) continue;
     if (!context) context.reset(AcquireContext(*each));
     if (!context) return Found::Failed;
+    // one that was asked for by name; whoever walks over all of them pays with time, not with memory
+    if (candidates.areAskedFor()) each->keepsInfo.store(true, std::memory_order_relaxed);
     found = std::move(context);
     return Found::Yes;
   }
@@ -72,13 +54,6 @@ ContextOwner FindInMembers(CertStore& store, const ElementQuery& query, const Co
   }
   SetLastError(CRYPT_E_NOT_FOUND);
   return {};
-}
-
-CRL_ENTRY* FindEntry(const CRL_INFO& crl, const CRYPT_INTEGER_BLOB& serialNumber) {
-  for (CRL_ENTRY& each : AsSpan(crl.rgCRLEntry, crl.cCRLEntry)) {
-    if (AreSameIntegers(each.SerialNumber, serialNumber)) return &each;
-  }
-  return nullptr;
 }
 
 }  // namespace certkern

@@ -53,9 +53,6 @@ ContextOwner FindByIssuerAndSerial(CertStore& store, DWORD encoding, const CERT_
 // CertFindCRLInStore. Empty with a code.
 ContextOwner FindCrl(CertStore& store, DWORD type, const void* parameter, const ContextRecord* previous);
 
-// CertFindCertificateInCRL; null: not listed.
-CRL_ENTRY* FindEntry(const CRL_INFO& crl, const CRYPT_INTEGER_BLOB& serialNumber);
-
 }  // namespace certkern
 
 #endif

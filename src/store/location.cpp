@@ -4,8 +4,10 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <strings.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cwctype>
 #include <iterator>
 #include <string>
@@ -89,6 +91,14 @@ class PhysicalStore {
   CERT_PHYSICAL_STORE_INFO info_{};
 };
 
+// Chains are built for users who never had a root or an authority of their own: no file is an empty store.
+constexpr const char* kMadeByOpening[] = {"Root", "CA"};
+
+DWORD StandardSettings(const char* name) {
+  const auto isMeant = [&](const char* each) { return strcasecmp(each, name) == 0; };
+  return std::ranges::any_of(kMadeByOpening, isMeant) ? kStoreMayBeCreated : 0;
+}
+
 }  // namespace
 
 bool ReadStoreSettings(LPCWSTR name, DWORD& settings) {
@@ -96,7 +106,8 @@ bool ReadStoreSettings(LPCWSTR name, DWORD& settings) {
   if (!narrow) return false;
   const std::string path = std::string("\\config\\Certkern\\Stores\\") + narrow.get() + "\\settings";
   int64_t value = 0;
-  settings = support_registry_get_long(path.c_str(), &value) == 0 ? static_cast<DWORD>(value) : 0;
+  settings = support_registry_get_long(path.c_str(), &value) == 0 ? static_cast<DWORD>(value)
+                                                                  : StandardSettings(narrow.get());
   return true;
 }
 

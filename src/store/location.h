@@ -11,7 +11,8 @@ inline constexpr DWORD kStoreMachineOnly = 1;     // it lives in the machine's l
 inline constexpr DWORD kStoreNoMachineStore = 2;  // the user's stands alone
 inline constexpr DWORD kStoreMayBeCreated = 4;    // also by an open of an existing one
 
-// 0 for a store without settings. False with the code of the conversion for a name that is no text.
+// A store without settings has 0, "Root" and "CA" have kStoreMayBeCreated. False with the code of the conversion for a
+// name that is no text.
 [[nodiscard]] bool ReadStoreSettings(LPCWSTR name, DWORD& settings);
 
 // How a name and a location become stores: the location that counts, and whether the machine's store stands behind it.

@@ -17,6 +17,7 @@ namespace certkern {
 namespace {
 
 bool SaveToStream(CertStore& store, void* target) {
+  const std::lock_guard inTurn(store.writing);
   ImageBytes image(ImageBytes::Mode::Keep);
   if (!SerializeStore(store, ImageUse::Save, image)) return false;
   StoreFileLock lock;  // the stream may well be that of the store's own file

@@ -144,6 +144,7 @@ bool FlagsContradict(const CertStore& store) {
 
 bool Commit(CertStore& store) {
   if (store.has(CERT_STORE_READONLY_FLAG) || !store.dirty) return true;
+  const std::lock_guard inTurn(store.writing);
   ImageBytes image(ImageBytes::Mode::Keep);
   if (!SerializeStore(store, ImageUse::Commit, image)) return false;
   if (image.size > kMaxStoreFile) return Fault(ERROR_NOT_ENOUGH_MEMORY);  // nobody could read it

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "platform/sizes.h"
 
@@ -18,6 +19,8 @@ void ReleaseElement(StoreElement* element) noexcept {
   }
   assert(!element->context && !element->linked);
   const PropertyBlockOwner properties(element->properties);
+  std::free(element->info);
+  const std::unique_ptr<const ElementFacts> facts(element->facts.load(std::memory_order_acquire));
   element->~StoreElement();
   std::free(element);
 }
@@ -52,6 +55,18 @@ ElementOwner NewElementLike(const StoreElement& source, CertStore* store, Elemen
       NewElement(source.type, source.encoding, source.encoded(), store, std::move(properties));
   if (element) element->isLink = form == ElementForm::Link;
   return element;
+}
+
+ElementFacts FactsOf(const StoreElement& element) {
+  const ElementFacts* const kept = element.facts.load(std::memory_order_acquire);
+  return kept ? *kept : nullptr;
+}
+
+ElementFacts KeepFacts(StoreElement& element, ElementFacts facts) {
+  auto mine = std::make_unique<const ElementFacts>(std::move(facts));
+  const ElementFacts* kept = nullptr;
+  if (!element.facts.compare_exchange_strong(kept, mine.get(), std::memory_order_acq_rel)) return *kept;
+  return *mine.release();
 }
 
 CertStore* StoreOf(StoreElement& element) {

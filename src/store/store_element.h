@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <span>
 
@@ -28,6 +29,9 @@ struct ContextRecord;
 
 // The values are those of the serialized form.
 enum class ElementType : DWORD { Certificate = 32, Crl = 33 };
+
+// What follows from an element's bytes alone and is dear to find out. Never changes, so it may outlive the element.
+using ElementFacts = std::shared_ptr<const void>;
 
 struct StoreElement {
   std::mutex lock;             // guards refs, context, detached
@@ -43,8 +47,12 @@ struct StoreElement {
   const ElementType type;
   const DWORD encoding;  // what contexts report
   uint32_t refs = 1;
-  std::atomic<DWORD> encodedLength;   // bytes; that of the DER object once a context was made
-  uint32_t indexSlot = ~uint32_t{0};  // the index's own, under the store's lock
+  DWORD infoSize = 0;    // bytes of the decoded record once there was one; under lock, as the next
+  void* info = nullptr;  // the record between two contexts, where it is kept; ours
+  std::atomic<bool> keepsInfo{false};               // a search found it and may do so again
+  std::atomic<DWORD> encodedLength;                 // bytes; that of the DER object once a context was made
+  uint32_t indexSlot = ~uint32_t{0};                // the index's own, under the store's lock
+  std::atomic<const ElementFacts*> facts{nullptr};  // see FactsOf; set at most once
 
   StoreElement(ElementType elementType, DWORD encodingType, DWORD length)
       : type(elementType), encoding(encodingType), encodedLength(length) {}
@@ -73,6 +81,11 @@ ElementOwner NewElement(ElementType type, DWORD encoding, std::span<const BYTE> 
 // A copy for a store (null: for itself) with copies of all properties in their order; a link shares them instead.
 enum class ElementForm { Copy, Link };
 ElementOwner NewElementLike(const StoreElement& source, CertStore* store, ElementForm form);
+
+// The facts that somebody kept with the element; null: nobody did. There is one kind for each element type.
+ElementFacts FactsOf(const StoreElement& element);
+// Keeps them for whoever asks next. Of several threads the first wins, and all get its facts.
+ElementFacts KeepFacts(StoreElement& element, ElementFacts facts);
 
 // The store that an element has in the public sense, as hCertStore tells: null once the store's contents are gone. The
 // record behind the answer stays readable while the caller holds a context of the element, or the store's handle.

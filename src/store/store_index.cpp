@@ -19,11 +19,18 @@ namespace {
 // Entries without an element, to those with one: what the sweep costs is spread over as many removals.
 constexpr size_t kDeadShare = 16;
 
+uint32_t Folded(uint64_t hash) { return static_cast<uint32_t>(hash ^ hash >> 32); }
+
 // Who fills a bucket on purpose gets the walk that there was without an index.
 uint32_t HashOf(std::span<const BYTE> value) {
   const std::string_view text(reinterpret_cast<const char*>(value.data()), value.size());
-  const uint64_t hash = std::hash<std::string_view>{}(text);
-  return static_cast<uint32_t>(hash ^ hash >> 32);
+  return Folded(std::hash<std::string_view>{}(text));
+}
+
+// A name that does not decode is found by its bytes only.
+uint32_t SubjectHash(std::span<const BYTE> encoded) {
+  const NormalName name(encoded);
+  return name.decoded() ? Folded(name.hash()) : HashOf(encoded);
 }
 
 uint32_t HashOf(const CERT_NAME_BLOB& issuer, const CRYPT_INTEGER_BLOB& serialNumber) {
@@ -58,7 +65,7 @@ std::optional<uint32_t> KeyHash(StoreElement& element, IndexKey key) {
   const ContextOwner context = ContextOf(element);
   if (!context) return std::nullopt;
   const CERT_INFO& info = *context->certificate.pCertInfo;
-  if (key == IndexKey::Subject) return HashOf({info.Subject.pbData, info.Subject.cbData});
+  if (key == IndexKey::Subject) return SubjectHash({info.Subject.pbData, info.Subject.cbData});
   return HashOf(info.Issuer, info.SerialNumber);
 }
 
@@ -72,7 +79,11 @@ StoreElement* OldestNewerThan(const ElementList& list, uint64_t sequence) {
 
 }  // namespace
 
-IndexQuestion AskBytes(IndexKey key, std::span<const BYTE> value) { return {key, HashOf(value)}; }
+IndexQuestion AskBytes(IndexKey key, std::span<const BYTE> value) {
+  return {key, key == IndexKey::Subject ? SubjectHash(value) : HashOf(value)};
+}
+
+IndexQuestion AskSubject(const NormalName& subject) { return {IndexKey::Subject, Folded(subject.hash())}; }
 
 IndexQuestion AskIssuerSerial(const CERT_NAME_BLOB& issuer, const CRYPT_INTEGER_BLOB& serialNumber) {
   return {IndexKey::IssuerSerial, HashOf(issuer, serialNumber)};

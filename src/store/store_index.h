@@ -10,9 +10,11 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
+#include "certkern/chain/normal_name.h"
 #include "store/store_record.h"
 
 namespace certkern {
@@ -26,11 +28,20 @@ struct IndexQuestion {
   uint32_t hash;
 };
 IndexQuestion AskBytes(IndexKey key, std::span<const BYTE> value);
+// Subjects have one key for both questions, the same bytes and the same normal name: equal bytes have equal names.
+IndexQuestion AskSubject(const NormalName& subject);
 // Serial numbers of one value are one, however they are written.
 IndexQuestion AskIssuerSerial(const CERT_NAME_BLOB& issuer, const CRYPT_INTEGER_BLOB& serialNumber);
 
 // To walk so few is no slower.
 inline constexpr size_t kSmallestIndexedList = 32;
+
+// To build a key costs about as much as so many walks over the list. An addition looks for one object and has no need
+// of a key that others don't use as well, so additions walk until they have spent what the key would have cost.
+inline constexpr size_t kWalksBeforeIndex = 64;
+inline bool IsWorthIndexing(const ElementList& list) {
+  return list.index || list.walked / kWalksBeforeIndex >= list.size;
+}
 
 class StoreIndex final : public ElementIndex {
  public:
@@ -80,6 +91,29 @@ class StoreIndex final : public ElementIndex {
 
 // The index of a store's certificates, ready for this key; null: walk. The caller holds the store's lock.
 const StoreIndex* SearchableIndex(CertStore& store, IndexKey key);
+
+// The elements that a search can match, newest first: those that the index proposes, or all where there is no question
+// or no index. The caller holds the store's lock.
+class Candidates {
+ public:
+  Candidates(CertStore& store, ElementType type, const std::optional<IndexQuestion>& question)
+      : store_(store),
+        type_(type),
+        question_(question),
+        index_(question ? SearchableIndex(store, question->key) : nullptr) {}
+
+  StoreElement* behind(const StoreElement* previous) const {
+    return index_ ? index_->next(*question_, previous) : NextElement(store_, type_, previous);
+  }
+  bool areAll() const { return !index_; }
+  bool areAskedFor() const { return question_.has_value(); }
+
+ private:
+  CertStore& store_;
+  const ElementType type_;
+  const std::optional<IndexQuestion> question_;
+  const StoreIndex* const index_;
+};
 
 }  // namespace certkern
 

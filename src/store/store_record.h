@@ -5,8 +5,9 @@
 // context's way to its store never dangles. With CERT_STORE_DEFER_CLOSE_UNTIL_LAST_FREE_FLAG the contents stay until
 // then as well.
 //
-// Locks, outer to inner: lock of a collection, lock of a member, PropertyBlock.lock, StoreElement.lock, registry. Two
-// collections are locked in the order of their addresses. Nobody is asked anything, and no file is read, under a lock.
+// Locks, outer to inner: writing, lock of a collection, lock of a member, PropertyBlock.lock, StoreElement.lock,
+// registry. Two collections are locked in the order of their addresses. Nobody is asked anything, and no file is read,
+// under a lock, but that files are written under `writing`.
 #ifndef CERTKERN_STORE_STORE_RECORD_H
 #define CERTKERN_STORE_STORE_RECORD_H
 
@@ -46,7 +47,8 @@ struct ElementList {
   StoreElement* newest = nullptr;
   StoreElement* oldest = nullptr;
   size_t size = 0;
-  std::unique_ptr<ElementIndex> index;  // null for a store that was never searched
+  size_t walked = 0;                    // elements that additions have compared one by one
+  std::unique_ptr<ElementIndex> index;  // null for a store that was hardly searched
 };
 
 // One count on handles (and records), given back with CloseStore(store, 0).
@@ -89,6 +91,7 @@ struct CertStore {
   ubi_mutex* fileMutex = nullptr;
   timespec lastSync{};  // when it was last read or reconciled; under lock, as the one that follows
   timespec fileTime{};  // of the file, at that time
+  std::mutex writing;   // from the making of an image until it is in the file: an older one is never written last
 
   bool has(DWORD flag) const { return (flags.load(std::memory_order_relaxed) & flag) != 0; }
   ElementList& list(ElementType type) { return type == ElementType::Certificate ? certificates : crls; }

@@ -20,13 +20,17 @@ distinguished_name = name
 
 }  // namespace
 
-ToolHome::ToolHome() { directory_.write("openssl.cnf", kConfiguration); }
+// What the machine has is none of a test's business.
+ToolHome::ToolHome() {
+  directory_.write("openssl.cnf", kConfiguration);
+  directory_.write("config.toml", "[paths]\nglobal_stores = '" + directory_.path("machine") + "'\n");
+}
 
 ToolResult ToolHome::run(const std::string& script) const {
   const std::string home = directory_.path("");
-  const std::string prelude = "set -eu; cd '" + home + "'; export XDG_DATA_HOME='" + home + "data'\n"
-      + "certkern() { '" + kTool + "' \"$@\"; }\n" + "openssl() { OPENSSL_CONF='" + home
-      + "openssl.cnf' command openssl \"$@\"; }\n";
+  const std::string prelude = "set -eu; cd '" + home + "'; export XDG_DATA_HOME='" + home
+      + "data' CERTKERN_CONFIG='" + home + "config.toml'\n" + "certkern() { '" + kTool + "' \"$@\"; }\n"
+      + "openssl() { OPENSSL_CONF='" + home + "openssl.cnf' command openssl \"$@\"; }\n";
   return RunProgram({"/bin/sh", "-c", prelude + script});
 }
 

@@ -126,6 +126,30 @@ const struct {
     {"more than ASCII in mail",         L"E=\u0416",       kX500,                   CRYPT_E_INVALID_IA5_STRING,       2 },
 };
 
+// Lengths around those where a header grows, of characters around those where UTF-8 does.
+TEST(NameParser, ValuesOfAnyLength) {
+  const struct {
+    wchar_t character;
+    Octets utf8;
+  } kCharacters[] = {
+      {L'x',        "x"               },
+      {L'\x7F',     "\x7F"            },
+      {L'\x80',     "\xC2\x80"        },
+      {L'\x7FF',    "\xDF\xBF"        },
+      {L'\x800',    "\xE0\xA0\x80"    },
+      {L'\x10FFFF', "\xF4\x8F\xBF\xBF"}
+  };
+  for (const auto& [character, utf8] : kCharacters) {
+    Octets value;
+    for (size_t count = 1; count < 300; ++count) {
+      value += utf8;
+      EXPECT_EQ(Hex(Parse(L"CN=\"" + std::wstring(count, character) + L"\"", kX500)),
+                Hex(NameOf({Cn(value)})))
+          << count;
+    }
+  }
+}
+
 TEST(CertStrToName, Texts) {
   for (const auto& [name, text, type, encoded] : kTexts) {
     SCOPED_TRACE(name);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/limits.h"
 #include "store/find.h"
 #include "store/sample_objects.h"
 #include "store/store_kind.h"
@@ -136,6 +137,74 @@ TEST(StoreIndex, NeverShows) {
     if (model.below(5) == 0) model.setHash(model.below(model.all.size()));
     model.compare();
   }
+}
+
+// Two stores live through the same additions; one looks for what is there in its index, the other has to walk.
+TEST(StoreIndex, AdditionsNeverTellItApart) {
+  const StoreHandle indexed = OpenMemoryStore(0), walked = OpenMemoryStore(0);
+  std::mt19937 random{20260712};
+  const auto add = [](const StoreHandle& store, PCCERT_CONTEXT source, DWORD disposition) -> std::string {
+    PCCERT_CONTEXT out = nullptr;
+    if (!CertAddCertificateContextToStore(store.get(), source, disposition, &out))
+      return std::to_string(GetLastError());
+    const CertificateHandle added(out);
+    return std::to_string(FindLiveContext(out)->element().sequence);
+  };
+  for (DWORD round = 0; round < 1500 && !::testing::Test::HasFailure(); ++round) {
+    // issuers and serial numbers meet in certificates with different bytes as well
+    const CertificateHandle source =
+        CreateCertificate(MakeCertificate({.subject = std::to_string(random() % 3),
+                                           .serial = DWORD(random() % 90),
+                                           .issuer = std::to_string(random() % 2)}));
+    const CRYPT_DATA_BLOB none{};
+    if (random() % 8 == 0) CertSetCertificateContextProperty(source.get(), CERT_ARCHIVED_PROP_ID, 0, &none);
+    const DWORD disposition = 1 + random() % 6;
+    indexed->certificates.walked = kWalksBeforeIndex * indexed->certificates.size;
+    walked->certificates.walked = 0;
+    EXPECT_EQ(add(indexed, source.get(), disposition), add(walked, source.get(), disposition)) << disposition;
+  }
+  EXPECT_EQ(Serials(*indexed.get()), Serials(*walked.get()));
+  EXPECT_TRUE(indexed->certificates.index && !walked->certificates.index);
+}
+
+// A decoded record that waits for the next search of the same certificate is the only one that waits.
+TEST(StoreIndex, WhatIsFoundStaysDecoded) {
+  const StoreHandle store = OpenMemoryStore(0);
+  for (const size_t extension : {size_t{10}, size_t{5000}}) {
+    const Bytes encoded = MakeCertificate({.extensions = MakeExtension(99, Bytes(extension))});
+    PCCERT_CONTEXT context = nullptr;
+    ASSERT_TRUE(CertAddEncodedCertificateToStore(
+        store.get(), 1, encoded.data(), static_cast<DWORD>(encoded.size()), CERT_STORE_ADD_ALWAYS, &context));
+    StoreElement& element = FindLiveContext(context)->element();
+    CertFreeCertificateContext(context);
+    CertificateHandle(CertFindCertificateInStore(store.get(), 1, 0, CERT_FIND_ANY, nullptr, nullptr)).reset();
+    EXPECT_EQ(element.info, nullptr) << "nobody has searched for it";
+    const CertificateHandle wanted = CreateCertificate(encoded);
+    for (int round = 0; round < 3; ++round) {
+      CERT_INFO* known = static_cast<CERT_INFO*>(element.info);
+      const CertificateHandle found(
+          CertFindCertificateInStore(store.get(), 1, 0, CERT_FIND_EXISTING, wanted.get(), nullptr));
+      ASSERT_TRUE(found);
+      EXPECT_EQ(element.info, nullptr) << "the context has it";
+      EXPECT_TRUE(!known || found->pCertInfo == known);
+      EXPECT_EQ(found->pCertInfo->SerialNumber.cbData, wanted->pCertInfo->SerialNumber.cbData);
+    }
+    EXPECT_EQ(element.info != nullptr, extension < kMaxKeptInfo);
+  }
+}
+
+TEST(StoreIndex, ManyAdditionsAreNoWalks) {
+  constexpr DWORD kCount = 10'000;
+  const StoreHandle store = OpenMemoryStore(0);
+  const auto add = [&](DWORD serial) {
+    const CertificateHandle source = CreateCertificate(MakeCertificate({.serial = serial}));
+    return CertAddCertificateContextToStore(store.get(), source.get(), CERT_STORE_ADD_NEW, nullptr) != FALSE;
+  };
+  for (DWORD i = 0; i < kSmallestIndexedList; ++i) ASSERT_TRUE(add(i));
+  EXPECT_FALSE(store->certificates.index) << "a few additions take no memory";
+  for (DWORD i = kSmallestIndexedList; i < kCount; ++i) ASSERT_TRUE(add(i));
+  for (DWORD i = 0; i < kCount; ++i) ASSERT_FALSE(add(i));
+  EXPECT_LE(store->certificates.walked, kWalksBeforeIndex * kCount);
 }
 
 // An element that can't be decoded ends a walk, and must end it where there is an index as well.

@@ -3,8 +3,11 @@
 #include <certkern/find.h>
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
+#include <vector>
 
+#include "store/crl_entries.h"
 #include "store/sample_objects.h"
 #include "store/store_kind.h"
 #include "support/hex.h"
@@ -253,6 +256,34 @@ TEST(FindCrl, Entries) {
   EXPECT_TRUE(CertVerifyCRLRevocation(1, nullptr, 2, lists));
   EXPECT_FALSE(CertVerifyCRLRevocation(1, &id, 1, nullptr));
   EXPECT_EQ(GetLastError(), DWORD{E_INVALIDARG});
+}
+
+// Against the walk, over numbers that collide by value but not by bytes, and numbers of all sizes.
+TEST(FindCrl, IndexedEntries) {
+  std::minstd_rand random(1);
+  std::vector<std::vector<BYTE>> numbers;
+  for (size_t i = 0; i < 3000; ++i) {
+    std::vector<BYTE> number(random() % 21);
+    for (BYTE& byte : number) byte = static_cast<BYTE>(random());
+    if (random() % 3 == 0 && !number.empty()) number.push_back(number.back() & 0x80 ? 0xFF : 0);
+    if (random() % 4 == 0 && i) number = numbers[random() % i];
+    numbers.push_back(std::move(number));
+  }
+  const auto blob = [](std::vector<BYTE>& number) {
+    return CRYPT_INTEGER_BLOB{static_cast<DWORD>(number.size()), number.data()};
+  };
+  for (const size_t count : {size_t{1}, size_t{17}, size_t{100}, size_t{2000}}) {
+    std::vector<CRL_ENTRY> entries(count);
+    for (size_t i = 0; i < count; ++i) entries[i].SerialNumber = blob(numbers[i]);
+    CRL_INFO list{};
+    list.cCRLEntry = static_cast<DWORD>(count);
+    list.rgCRLEntry = entries.data();
+    const CrlEntryIndex index(entries);
+    for (std::vector<BYTE>& number : numbers) {
+      ASSERT_EQ(index.find(blob(number)), FindEntry(list, blob(number))) << count;
+    }
+    EXPECT_EQ(IndexOf(list) != nullptr, count > 16);
+  }
 }
 
 }  // namespace

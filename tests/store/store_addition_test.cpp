@@ -311,6 +311,7 @@ TEST(StoreAddition, UserIsAskedAboutHisRoots) {
         : GetLastError();
   };
   const StoreHandle root = open(L"RoOt");
+  const RootConfirmation before = confirmRootAdd.exchange(nullptr);
   EXPECT_EQ(add(root, 1, CERT_STORE_ADD_ALWAYS), DWORD{ERROR_CANCELLED}) << "nobody can be asked";
   confirmRootAdd = [](PCCERT_CONTEXT) {
     ++asked;
@@ -333,7 +334,7 @@ TEST(StoreAddition, UserIsAskedAboutHisRoots) {
       CertAddEncodedCRLToStore(root.get(), 1, crl.data(), static_cast<DWORD>(crl.size()), 1, nullptr));
   EXPECT_TRUE(CertAddCertificateLinkToStore(root.get(), Marked(5, 1).get(), CERT_STORE_ADD_ALWAYS, nullptr));
   EXPECT_EQ(asked, 4);
-  confirmRootAdd = nullptr;
+  confirmRootAdd = before;
 }
 
 }  // namespace

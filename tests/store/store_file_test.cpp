@@ -317,29 +317,6 @@ TEST_F(StoreFile, ReaderOfATornFileReadsTheJournal) {
   EXPECT_EQ(ReadAll(path), image);
 }
 
-// A process that commits without end is killed at any instant; what is found is one of its stores, whole.
-TEST_F(StoreFile, KilledCommitter) {
-  fill(1);
-  for (int round = 0; round < 40; ++round) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-      const StoreHandle store = open(kCommit);
-      for (DWORD serial = 2;; ++serial) {
-        add(store, serial % 50);
-        if (!commit(store)) ::_exit(1);
-      }
-    }
-    ::usleep(static_cast<useconds_t>(500 + round * 397 % 9000));
-    ::kill(child, SIGKILL);
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFSIGNALED(status));
-    const std::string found = content();
-    ASSERT_EQ(found.substr(found.size() - 1), "1") << found;
-    ASSERT_NE(found.substr(0, 5), "error") << found;
-  }
-}
-
 // --- system stores ---
 
 class SystemStore : public StoreFile {

@@ -1,4 +1,5 @@
 // Many threads on the same stores; what is lost, doubled or torn shows in the counts, and in ThreadSanitizer.
+#include <certkern/find.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -21,9 +22,9 @@ constexpr DWORD kThreads = 4;
 constexpr DWORD kRounds = 60;
 constexpr DWORD kRaces = 500;
 
-void InThreads(const std::function<void(DWORD)>& work) {
+void InThreads(const std::function<void(DWORD)>& work, DWORD count = kThreads) {
   std::vector<std::thread> threads;
-  for (DWORD i = 0; i < kThreads; ++i) threads.emplace_back(work, i);
+  for (DWORD i = 0; i < count; ++i) threads.emplace_back(work, i);
   for (std::thread& each : threads) each.join();
 }
 
@@ -84,6 +85,49 @@ TEST(StoreThreads, OneObjectIsAddedOnce) {
   });
   EXPECT_EQ(CountOf(*store.get(), ElementType::Certificate), kRaces);
   EXPECT_LE(successes, kRaces);
+}
+
+// Every thread adds, finds by each key of the index, deletes and hands contexts on, while the store crosses the size
+// from which on it is indexed. What only one thread touches must be there when that thread looks.
+TEST(StoreThreads, TheIndexUnderChange) {
+  constexpr DWORD kMany = 8;
+  const size_t before = contextRegistry.get()->size();
+  const StoreHandle store = OpenMemoryStore(0);
+  const auto find = [&](DWORD type, const void* parameter) {
+    return CertificateHandle(CertFindCertificateInStore(store.get(), 1, 0, type, parameter, nullptr));
+  };
+  const CertificateHandle common =
+      CreateCertificate(MakeCertificate({.subject = "everybody's", .serial = 7}));
+  InThreads(
+      [&](DWORD thread) {
+        for (DWORD round = 0; round < kRounds; ++round) {
+          const CertificateHandle own = CreateCertificate(
+              MakeCertificate({.subject = std::to_string(thread), .serial = 1000 * (thread + 1) + round}));
+          EXPECT_TRUE(CertAddCertificateContextToStore(store.get(), own.get(), CERT_STORE_ADD_NEW, nullptr));
+          CertAddCertificateContextToStore(store.get(), common.get(), CERT_STORE_ADD_REPLACE_EXISTING,
+                                           nullptr);
+          BYTE sha1[20];
+          CRYPT_DATA_BLOB hash{sizeof sha1, sha1};
+          EXPECT_TRUE(
+              CertGetCertificateContextProperty(own.get(), CERT_SHA1_HASH_PROP_ID, sha1, &hash.cbData));
+          CertificateHandle found = find(CERT_FIND_SHA1_HASH, &hash);
+          EXPECT_TRUE(found);
+          EXPECT_TRUE(find(CERT_FIND_SUBJECT_NAME, &own->pCertInfo->Subject));
+          EXPECT_TRUE(find(CERT_FIND_SUBJECT_CERT, own->pCertInfo));
+          EXPECT_TRUE(find(CERT_FIND_EXISTING, own.get()));
+          EXPECT_TRUE(find(CERT_FIND_SUBJECT_CERT, common->pCertInfo)) << "replaced, but never away";
+          const CertificateHandle copy(CertDuplicateCertificateContext(found.get()));
+          if (round % 2) {
+            EXPECT_TRUE(CertDeleteCertificateFromStore(found.release()));
+            EXPECT_FALSE(find(CERT_FIND_EXISTING, own.get()));
+            EXPECT_EQ(copy->pCertInfo->SerialNumber.cbData, own->pCertInfo->SerialNumber.cbData);
+          }
+        }
+      },
+      kMany);
+  EXPECT_EQ(CountOf(*store.get(), ElementType::Certificate), kMany * kRounds / 2 + 1);
+  EXPECT_TRUE(store->certificates.index);
+  EXPECT_EQ(contextRegistry.get()->size(), before + 1);
 }
 
 // The same element deleted by several holders, while its store is closed under them.

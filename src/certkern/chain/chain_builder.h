@@ -10,10 +10,12 @@
 
 #include <cstdint>
 #include <list>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "certkern/chain/chain_records.h"
@@ -22,11 +24,11 @@
 
 namespace certkern {
 
-using StoreHandle = Owner<HCERTSTORE, CertCloseStore>;
+using StoreOwner = Owner<HCERTSTORE, CertCloseStore>;
 
 // A store that is searched. Trusted stores come first, and among equals the handle decides.
 struct StoreRef {
-  StoreHandle store;
+  StoreOwner store;
   bool trusted = false;
 
   bool operator<(const StoreRef& other) const {
@@ -56,6 +58,8 @@ struct ChainSnapshot {
 struct BuildBudget {
   uint32_t candidateSteps = 0;  // taken, at most kMaxChainCandidateSteps
   uint32_t wireRetrievals = 0;  // taken, at most kMaxChainRetrievals
+  uint32_t crlSteps = 0;        // taken, at most kMaxChainCrlSteps
+  uint64_t policyVisits = 0;    // to nodes of policy trees, at most kMaxPolicyVisits
 };
 
 // Whose issuer is sought: the name, and what the authority key identifier adds.
@@ -83,6 +87,8 @@ class ChainBuilder {
   // --- The search (path_search.cpp, issuer_search.cpp) ---
   bool verifyCertificate(CertRecord& record);  // verify_certificate_prt; never throws
   void findIssuers(const IssuerKey& key, IssuerCandidates& candidates);
+  // The matches of one store, interned.
+  const std::vector<CertRecord*>& issuersInStore(const StoreRef& store, const IssuerKey& key);
   // Loads certificates by URL into the records and candidates; false: nothing came.
   bool loadUrl(const std::string& url, IssuerCandidates& candidates, DWORD retrievalFlags);
   // Keeps a copy of the chain as the best failure so far if it is; `node` null: the chain as a whole.
@@ -128,6 +134,8 @@ class ChainBuilder {
   std::shared_ptr<InternedRecords> records;
   std::shared_ptr<BuildBudget> budget;
   uint64_t usedUrlMs = 0;
+  // What the stores answered, by store and question: a path that turns in circles asks the same again and again.
+  std::map<std::pair<HCERTSTORE, std::string>, std::vector<CertRecord*>> storeSearches;
   ChainTrace trace;  // with tracePrefix; a clone's is two blanks longer
 };
 
@@ -138,6 +146,9 @@ bool IsSelfSigned(const CertRecord& record);
 bool IsSelfIssued(const CertRecord& record);
 // Whether a certificate made at `moment` falls into the issuer's key period; always true unless StrictPkupCheck is on.
 bool IsInKeyPeriod(const FILETIME& moment, const CertRecord& issuer);
+
+// Whether StrictPkupCheck is on: by the configuration, or by what a program wrote into _strictPkupCheck.
+bool IsKeyPeriodTested();
 
 }  // namespace certkern
 

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "certkern/chain/decoded_extension.h"
 #include "certkern/chain/normal_name.h"
 #include "platform/owner.h"
 #include "store/context_record.h"
@@ -25,10 +26,6 @@ namespace certkern {
 
 using CertificateOwner = Owner<PCCERT_CONTEXT, CertFreeCertificateContext>;
 using CrlOwner = Owner<PCCRL_CONTEXT, CertFreeCRLContext>;
-
-// A decoded record in memory of its own; null when the extension is absent or does not decode.
-template <class Record>
-using DecodedRecord = std::unique_ptr<const Record, void (*)(const Record*)>;
 
 // Yes, no, or not yet computed.
 enum class TriState : uint8_t { No = 0, Yes = 1, Unknown = 2 };
@@ -53,6 +50,8 @@ struct CertRecord {
   std::vector<const CertRecord*> verifiedIssuers;
   std::vector<CrlPair> usedCrls;  // each pair once, in order of (base, delta) sequence
   CrlPair selected;
+  // By issuer, whether this certificate was signed with its key: each pair is verified once (IsSignedBy).
+  mutable std::map<const CertRecord*, bool> signatures;
 
   std::span<const BYTE> encoded() const { return {context->pbCertEncoded, context->cbCertEncoded}; }
   const CERT_INFO& info() const { return *context->pCertInfo; }
@@ -62,7 +61,8 @@ struct CrlRecord {
   CrlOwner context;
   std::shared_ptr<const CrlFacts> facts;
   uint64_t sequence = 0;
-  CertRecord* signer = nullptr;  // whose key verified it
+  CertRecord* signer = nullptr;                          // whose key verified it
+  mutable std::map<const CertRecord*, bool> signatures;  // as above (IsCrlSignedBy)
 
   std::span<const BYTE> encoded() const { return {context->pbCrlEncoded, context->cbCrlEncoded}; }
   const CRL_INFO& info() const { return *context->pCrlInfo; }

@@ -22,6 +22,8 @@ class NormalName {
   bool decoded() const { return key_.has_value(); }
   // False when either does not decode.
   bool equals(const NormalName& other) const { return key_ && other.key_ && *key_ == *other.key_; }
+  // For look-ups; empty when it does not decode.
+  std::string key() const { return key_.value_or(std::string()); }
   // Of the key; 0 when it does not decode.
   uint64_t hash() const;
 

@@ -2,27 +2,24 @@
 #include <certkern/errors.h>
 #include <certkern/keykern.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <pty.h>
-#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstring>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "platform/supkern.h"
 #include "platform/uikern.h"
+#include "support/at_terminal.h"
 
 using namespace certkern;
+using namespace certkern::test;
 
 namespace {
 
 constexpr DWORD kEnglish = 0x409, kRussian = 0x419;
-constexpr int kPatience = 10'000;  // milliseconds
 
 using Dialog = DWORD (*)(const SV_DIALOG_REQUEST*);
 
@@ -41,55 +38,6 @@ DWORD Ask(const char* text, DWORD language) {
   if (!answer) _exit(0);
   _exit(answer == ERROR_CANCELLED && GetLastError() == ERROR_CANCELLED ? 1 : 2);
 }
-
-int StatusOf(pid_t child) {
-  int status = -1;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-// A child at a terminal, and the hands and eyes of its user.
-class AtTerminal {
- public:
-  explicit AtTerminal(const std::function<void()>& body) {
-    child_ = forkpty(&master_, nullptr, nullptr, nullptr);
-    if (child_ == 0) {
-      body();
-      _exit(2);
-    }
-  }
-  ~AtTerminal() { close(master_); }
-
-  pid_t child() const { return child_; }
-  const std::string& screen() const { return screen_; }
-  void type(const std::string& keys) const {
-    EXPECT_EQ(write(master_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-  }
-  // Reads what is written, up to the text, behind what was waited for before.
-  bool sees(const std::string& text) {
-    for (;;) {
-      const size_t at = screen_.find(text, seen_);
-      if (at != screen_.npos) return seen_ = at + text.size(), true;
-      char chunk[512];
-      pollfd ready = {master_, POLLIN, 0};
-      if (poll(&ready, 1, kPatience) <= 0) return false;
-      const ssize_t size = read(master_, chunk, sizeof chunk);
-      if (size <= 0) return false;
-      screen_.append(chunk, static_cast<size_t>(size));
-    }
-  }
-  void hangUp() { close(std::exchange(master_, -1)); }
-  int status() {
-    if (master_ >= 0) sees("nothing more");
-    return StatusOf(child_);
-  }
-
- private:
-  int master_ = -1;
-  pid_t child_ = -1;
-  std::string screen_;
-  size_t seen_ = 0;
-};
 
 TEST(Dialog, OnlyAClearYesAffirms) {
   const std::string blanks(100, ' ');

@@ -1,0 +1,156 @@
+#include "certkern/chain/crl_collection.h"
+
+#include <certkern/errors.h>
+#include <certkern/find.h>
+#include <certkern/revocation.h>
+#include <certkern/url.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "certkern/chain/cert_facts.h"
+#include "url/url_cache.h"
+
+namespace certkern {
+namespace {
+
+bool IsBefore(const FILETIME& one, const FILETIME& other) { return CompareFileTime(&one, &other) < 0; }
+
+// Whether a downloaded list will do as it is, so that no other source need be asked.
+bool IsFinal(const CrlRecord& crl, const FILETIME& now) {
+  return IsBefore(now, crl.info().NextUpdate) && IsBefore(crl.info().ThisUpdate, now)
+      && !crl.facts->freshestCrl;
+}
+
+CrlRecord* FindCached(ChainBuilder& builder, const std::vector<std::string>& urls) {
+  if (!builder.retrievalBudget()) return nullptr;
+  const UrlCacheHandle cache = UrlCacheSingleton(ElementType::Crl);
+  if (!cache) return nullptr;
+  for (const std::string& url : urls) {
+    const std::optional<CachedObject> found = cache->find(url);
+    if (found && IsValidNow(*found->context.get())) return &builder.records->crl(found->context->asCrl());
+  }
+  return nullptr;
+}
+
+CrlOwner Retrieve(const std::string& url, uint64_t milliseconds) {
+  void* crl = nullptr;
+  const auto timeout = static_cast<DWORD>(std::min<uint64_t>(milliseconds, kMaxInterfaceSize));
+  if (CryptRetrieveObjectByUrlA(url.c_str(), CONTEXT_OID_CRL, 0, timeout, &crl, nullptr, nullptr, nullptr,
+                                nullptr)) {
+    return CrlOwner(static_cast<PCCRL_CONTEXT>(crl));
+  }
+  SetLastError(ERROR_SUCCESS);
+  return {};
+}
+
+// The last that came, if none will do as it is: it may still do with a delta.
+CrlRecord* Download(ChainBuilder& builder, const std::vector<std::string>& urls) {
+  CrlRecord* last = nullptr;
+  for (const std::string& url : urls) {
+    const uint64_t milliseconds = builder.retrievalBudget();
+    if (!milliseconds) break;
+    if (builder.budget->wireRetrievals >= kMaxChainRetrievals) {
+      builder.trace.line("Can't load ", url);
+      break;
+    }
+    ++builder.budget->wireRetrievals;
+    const auto start = std::chrono::steady_clock::now();
+    const CrlOwner crl = Retrieve(url, milliseconds);
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    builder.addRetrievalTime(
+        static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()));
+    if (!crl) continue;
+    last = &builder.records->crl(crl.get());
+    if (IsFinal(*last, builder.now)) break;
+  }
+  return last;
+}
+
+CrlRecord* Fetch(ChainBuilder& builder, const std::vector<std::string>& urls, CrlSource source) {
+  if (source == CrlSource::Cache || builder.hasFlag(CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY))
+    return FindCached(builder, urls);
+  return Download(builder, urls);
+}
+
+bool IsOfIssuer(const CrlRecord& crl, const CertFacts& cert) {
+  if (!crl.facts->issuer.equals(cert.issuer)) return false;
+  const std::span<const BYTE> keyId = cert.authorityKeyIdBytes();
+  return keyId.empty() || std::ranges::equal(AuthorityKeyIdBytes(*crl.facts), keyId);
+}
+
+bool Continues(const CrlFacts& delta, const CrlFacts& base) {
+  return delta.isDelta && delta.hasNumber && delta.baseNumber <= base.number && delta.number >= base.number;
+}
+
+std::pair<std::string, std::string> DeltaKeyOf(const CrlFacts& crl) {
+  const auto text = [](std::span<const BYTE> bytes) { return std::string(bytes.begin(), bytes.end()); };
+  return {text(AuthorityKeyIdBytes(crl)), text(crl.rawIssuer)};
+}
+
+}  // namespace
+
+bool NewestFirst::operator()(const CrlRecord* a, const CrlRecord* b) const {
+  const LONG order = CompareFileTime(&a->info().ThisUpdate, &b->info().ThisUpdate);
+  return order ? order > 0 : a->sequence < b->sequence;
+}
+
+bool TakeCrlStep(BuildBudget& budget) {
+  if (budget.crlSteps >= kMaxChainCrlSteps) return false;
+  ++budget.crlSteps;
+  return true;
+}
+
+bool IsCurrent(const CRL_INFO& crl, const FILETIME& moment) {
+  return !IsBefore(crl.NextUpdate, moment) && !IsBefore(moment, crl.ThisUpdate);
+}
+
+void CrlCollection::file(CrlRecord& crl) {
+  if (crl.facts->isDelta) {
+    deltas_[DeltaKeyOf(*crl.facts)].insert(&crl);
+  } else {
+    bases_.insert(&crl);
+  }
+}
+
+void CrlCollection::addKnown() {
+  for (const auto& [encoded, record] : builder_.records->crls()) {
+    if (IsOfIssuer(*record, *cert_.facts) && TakeCrlStep(*builder_.budget)) file(*record);
+  }
+  CRL_FIND_ISSUED_FOR_PARA whose{cert_.context.get(), nullptr};
+  for (const StoreRef& store : builder_.crlStores) {
+    CrlOwner each;
+    // a search takes its start, whatever comes of it
+    while (each = CrlOwner(
+               CertFindCRLInStore(store.store.get(), 0, 0, CRL_FIND_ISSUED_FOR, &whose, each.release())),
+           each) {
+      if (!TakeCrlStep(*builder_.budget)) return;
+      file(builder_.records->crl(each.get()));
+    }
+  }
+}
+
+void CrlCollection::addFrom(const CRL_DIST_POINTS_INFO* points, CrlSource source) {
+  for (const std::vector<std::string>& urls : UrlsOfPoints(points)) {
+    if (CrlRecord* const crl = Fetch(builder_, urls, source)) file(*crl);
+  }
+}
+
+void CrlCollection::addFromPoints(CrlSource source) {
+  addFrom(cert_.facts->crlDistPoints.get(), source);
+  addFrom(cert_.facts->freshestCrl.get(), source);
+}
+
+NewestCrls CrlCollection::deltasOf(const CrlRecord& base, CrlSource source) {
+  addFrom(base.facts->freshestCrl.get(), source);
+  NewestCrls deltas;
+  const auto known = deltas_.find(DeltaKeyOf(*base.facts));
+  if (known == deltas_.end()) return deltas;
+  std::ranges::copy_if(known->second, std::inserter(deltas, deltas.end()), [&](const CrlRecord* delta) {
+    return TakeCrlStep(*builder_.budget) && Continues(*delta->facts, *base.facts)
+        && IsCurrent(delta->info(), builder_.now);
+  });
+  return deltas;
+}
+
+}  // namespace certkern

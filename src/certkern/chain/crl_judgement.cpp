@@ -1,0 +1,327 @@
+#include "certkern/chain/crl_judgement.h"
+
+#include <certkern/encode.h>
+#include <certkern/oids.h>
+#include <certkern/url.h>
+
+#include <algorithm>
+#include <tuple>
+
+#include "certkern/chain/attempt.h"
+#include "certkern/chain/cert_facts.h"
+#include "certkern/chain/issuer_search.h"
+#include "keys/certificate_signature.h"
+#include "platform/supkern.h"
+#include "store/certificate_primitives.h"
+#include "store/crl_entries.h"
+
+namespace certkern {
+namespace {
+
+constexpr BYTE kCrlSign = 0x02;  // in the first byte of the key usage
+
+// Each candidate costs a verification, so that all searches of a build draw on one budget.
+bool TakeStep(BuildBudget& budget) {
+  if (budget.candidateSteps >= kMaxChainCandidateSteps) return false;
+  ++budget.candidateSteps;
+  return true;
+}
+
+bool IsKeyMatchForced() {
+  static const bool forced = [] {
+    int64_t value = 0;
+    return support_registry_get_long("\\config\\Parameters\\ForceMicrosoftCRLMatching", &value) == 0
+        && value != 0;
+  }();
+  return forced;
+}
+
+// Unlike IsCrlSignedBy, the key alone counts: an issuer that was certified again has the same key under another
+// identifier.
+bool IsSignedWithKey(const CrlRecord& crl, const CertRecord& issuer) {
+  if (IsCrlSignedBy(crl, issuer)) return true;
+  const std::span<const BYTE> keyId = AuthorityKeyIdBytes(*crl.facts);
+  const auto& own = issuer.facts->subjectKeyId;
+  if (keyId.empty() || !own || std::ranges::equal(*own, keyId)) return false;
+  return VerifySignedObject(0, crl.encoded(), &issuer.context->pCertInfo->SubjectPublicKeyInfo);
+}
+
+bool IsSameScope(const CrlFacts& delta, const CrlFacts& base) {
+  return delta.issuer.equals(base.issuer) && delta.rawIssuingDistPoint == base.rawIssuingDistPoint
+      && delta.rawAuthorityKeyId == base.rawAuthorityKeyId;
+}
+
+bool MaySignCrls(const CertFacts& signer) {
+  const CRYPT_BIT_BLOB* const usage = signer.keyUsage.get();
+  return !usage || !usage->cbData || (usage->pbData[0] & kCrlSign);
+}
+
+// A code that is none counts as no reason, not as no revocation.
+DWORD ReasonOf(const CRL_ENTRY& entry) {
+  const auto code = DecodeExtension<int>(AsSpan<const CERT_EXTENSION>(entry.rgExtension, entry.cExtension),
+                                         szOID_CRL_REASON_CODE, X509_CRL_REASON_CODE);
+  return code && *code >= 0 && *code <= CRL_REASON_AA_COMPROMISE ? static_cast<DWORD>(*code)
+                                                                 : CRL_REASON_UNSPECIFIED;
+}
+
+ReasonSet ReasonsInCommon(const CrlRecord& crl, const CRL_DIST_POINT* point) {
+  const CRL_ISSUING_DIST_POINT* const issuing = crl.facts->issuingDistPoint.get();
+  const ReasonSet ofCrl = issuing ? ReasonsOf(issuing->OnlySomeReasonFlags) : kAllReasons;
+  return ofCrl & (point ? ReasonsOf(point->ReasonFlags) : kAllReasons);
+}
+
+void KeepUsed(CertRecord& cert, const CrlPair& pair) {
+  const auto key = [](const CrlPair& each) {
+    return std::tuple(each.base->sequence, each.delta != nullptr, each.delta ? each.delta->sequence : 0);
+  };
+  const auto at = std::ranges::lower_bound(cert.usedCrls, key(pair), {}, key);
+  if (at == cert.usedCrls.end() || key(*at) != key(pair)) cert.usedCrls.insert(at, pair);
+}
+
+}  // namespace
+
+RevocationResult JudgeByCrls(ChainBuilder& clone, CertRecord& cert) {
+  return CrlJudgement(clone, cert).decide();
+}
+
+RevocationResult CrlJudgement::decide() {
+  builder_.trace.line("Searching certificate in crl.");
+  issuer_ = findIssuer();
+  if (!issuer_) return kUndetermined;
+  CrlCollection crls(builder_, cert_);
+  crls.addKnown();
+  crls.addFromPoints(CrlSource::Cache);
+  if (judgeAll(crls, CrlSource::Cache) == kNotRevoked) return kNotRevoked;
+  // whatever stood in the cache, also a revocation, may be over
+  builder_.chain.clear();
+  crls.addFromPoints(CrlSource::CacheOrWire);
+  return judgeAll(crls, CrlSource::CacheOrWire);
+}
+
+const CertRecord* CrlJudgement::findIssuer() {
+  const IssuerKey key = IssuerKeyOf(cert_);
+  const auto choose = [this](IssuerCandidates& candidates) -> const CertRecord* {
+    for (const IssuerCandidate& each : candidates.take()) {
+      if (each.repeated) continue;
+      if (!TakeStep(*builder_.budget)) return nullptr;
+      if (builder_.isTimeValid(each.record->info()) && IsInKeyPeriod(cert_.info().NotBefore, *each.record)
+          && IsSignedBy(cert_, *each.record)) {
+        return each.record;
+      }
+    }
+    return nullptr;
+  };
+  const std::vector<std::string> urls = IssuerUrls(cert_);
+  std::vector<std::string> uncached;
+  IssuerCandidates candidates(key, builder_.chain);
+  builder_.findIssuers(key, candidates);
+  for (const std::string& url : urls) {
+    if (!builder_.loadUrl(url, candidates, CRYPT_CACHE_ONLY_RETRIEVAL)) uncached.push_back(url);
+  }
+  if (!urls.empty()) builder_.trace.line("AIA urls ", urls.size(), ". Not found in cache ", uncached.size());
+  const CertRecord* found = choose(candidates);
+  if (!builder_.isWireAllowed()) return found;
+  for (const std::string& url : uncached) {
+    if (found) break;
+    IssuerCandidates loaded(key, builder_.chain);
+    if (builder_.loadUrl(url, loaded, CRYPT_WIRE_ONLY_RETRIEVAL)) {
+      found = choose(loaded);
+    } else {
+      builder_.trace.line("Can't load ", url);
+    }
+  }
+  return found;
+}
+
+RevocationResult CrlJudgement::judgeAll(CrlCollection& crls, CrlSource source) {
+  counter_ = 0;
+  if (cert_.facts->crlDistPoints) {
+    const RevocationResult result = runStage(Stage::OfPoints, crls, source);
+    if (result != kNotRevoked) {
+      builder_.trace.line("Certificate found at crl.");
+      return result;
+    }
+    if (reasons_ == kAllReasons) {
+      cert_.crlChecked = true;
+      builder_.trace.line("Certificate not found at crl.");
+      return result;
+    }
+  }
+  CrlCollection known(builder_, cert_);
+  known.addKnown();
+  const RevocationResult result = runStage(Stage::Known, known, source);
+  const bool undetermined = result == kNotRevoked && reasons_ != kAllReasons;
+  builder_.trace.line(undetermined                ? "Certificate crl status undetermined."
+                          : result == kNotRevoked ? "Certificate not found at crl."
+                                                  : "Certificate found at crl.");
+  return undetermined ? kUndetermined : result;
+}
+
+// Over what was collected before: the deltas' points may lead to further lists, which the next pass will see.
+RevocationResult CrlJudgement::runStage(Stage stage, CrlCollection& crls, CrlSource source) {
+  reasons_ = 0;
+  RevocationResult result = kNotRevoked;
+  for (CrlRecord* const crl : std::vector(crls.bases().begin(), crls.bases().end())) {
+    if (!TakeCrlStep(*builder_.budget)) break;
+    ++counter_;
+    trace("Verifing certificate in crl");
+    if (!Attempt(builder_.trace, "Verify_Certificate_InCrlLoop", [&] {
+          result = judgeCrl(stage, *crl, crls, source);
+          return true;
+        })) {
+      result = kNotRevoked;
+    }
+    if (result != kNotRevoked || reasons_ == kAllReasons) break;
+  }
+  return result;
+}
+
+RevocationResult CrlJudgement::judgeCrl(Stage stage, CrlRecord& crl, CrlCollection& crls, CrlSource source) {
+  const bool withDelta = needsDelta(crl);
+  if (!withDelta && !IsCurrent(crl.info(), builder_.now)) {
+    trace("Crl is not time valid");
+    return kNotRevoked;
+  }
+  if (!isSignedAsNeeded(crl)) {
+    trace("Crl is not signed by the certificate issuer");
+    return kNotRevoked;
+  }
+  NewestCrls deltas;
+  if (withDelta) {
+    deltas = crls.deltasOf(crl, source);
+    if (deltas.empty()) return kNotRevoked;
+  }
+  return stage == Stage::OfPoints ? judgeInAllPoints(crl, deltas) : judgeInCrl(crl, deltas, nullptr);
+}
+
+// A base that has deltas need not be valid now itself, so that it must never be used without one.
+bool CrlJudgement::needsDelta(const CrlRecord& crl) const {
+  return cert_.facts->freshestCrl || crl.facts->freshestCrl;
+}
+
+bool CrlJudgement::isSignedAsNeeded(const CrlRecord& crl) const {
+  const CrlKeyMatch match = crl.facts->keyMatch;
+  const bool needed =
+      match == CrlKeyMatch::Needed || (match == CrlKeyMatch::AsConfigured && IsKeyMatchForced());
+  return !needed || IsSignedWithKey(crl, *issuer_);
+}
+
+RevocationResult CrlJudgement::judgeInAllPoints(CrlRecord& crl, const NewestCrls& deltas) {
+  const CRL_DIST_POINTS_INFO& points = *cert_.facts->crlDistPoints;
+  RevocationResult result = kNotRevoked;
+  const DWORD count = std::min<DWORD>(points.cDistPoint, kMaxChainCrlPoints);
+  for (const CRL_DIST_POINT& point : AsSpan(points.rgDistPoint, count)) {
+    if (!TakeCrlStep(*builder_.budget)) break;
+    if (!Attempt(builder_.trace, "Verify_Certificate_InCrlInAllDP", [&] {
+          result = judgeInCrl(crl, deltas, &point);
+          return true;
+        })) {
+      result = kNotRevoked;
+    }
+    if (result != kNotRevoked || reasons_ == kAllReasons) break;
+  }
+  return result;
+}
+
+RevocationResult CrlJudgement::judgeInCrl(CrlRecord& crl, const NewestCrls& deltas,
+                                          const CRL_DIST_POINT* point) {
+  if (!isInScope(crl, point)) return kNotRevoked;
+  const ReasonSet interim_reasons_mask = ReasonsInCommon(crl, point);
+  if (!(interim_reasons_mask & ~reasons_)) {
+    trace("( ~reasons_mask & interim_reasons_mask ) == 0");
+    return kNotRevoked;
+  }
+  if (!verifySigner(crl)) {
+    trace("CRL is not verified.");
+    return kNotRevoked;
+  }
+  const CrlRecord* const delta = chooseDelta(crl, deltas);
+  if (!delta && needsDelta(crl)) return kNotRevoked;
+  const CRL_ENTRY* entry = delta ? findEntry(*delta) : nullptr;
+  if (!entry) entry = findEntry(crl);
+  KeepUsed(cert_, {&crl, delta});
+  if (entry) {
+    cert_.selected = {&crl, delta};
+    const DWORD reason = ReasonOf(*entry);
+    if (reason != CRL_REASON_REMOVE_FROM_CRL) {
+      trace("Certificate found in crl.");
+      return {RevocationResult::Kind::Revoked, reason};
+    }
+  }
+  reasons_ |= interim_reasons_mask;
+  trace("reasons_mask changed.");
+  return kNotRevoked;
+}
+
+bool CrlJudgement::isInScope(const CrlRecord& crl, const CRL_DIST_POINT* point) const {
+  const auto refuse = [this](const char* why) {
+    trace(why);
+    return false;
+  };
+  const CertFacts& cert = *cert_.facts;
+  if (!crl.facts->issuer.equals(cert.issuer)) return refuse("Certificate issuer dosn't, match crl issuer");
+  if (crl.facts->unusable) return refuse("Crl has no same dp match DistributionPointCRLIssuer");
+  const CRL_ISSUING_DIST_POINT* const issuing = crl.facts->issuingDistPoint.get();
+  if (!issuing) return true;
+  if (issuing->DistPointName.dwDistPointNameChoice == CRL_DIST_POINT_FULL_NAME) {
+    if (!point || point->DistPointName.dwDistPointNameChoice != CRL_DIST_POINT_FULL_NAME
+        || !point->DistPointName.FullName.cAltEntry) {
+      return refuse("Crl has no same dp match DistributionPointCRLIssuer");
+    }
+    if (!crl.facts->issuingUrls.meets(UrlSet(UrlsOf(point->DistPointName))))
+      return refuse("Crl has no same dp match DistributionPointName");
+  }
+  const bool isCa = cert.basicConstraints && cert.basicConstraints->fCA;
+  if (issuing->fOnlyContainsUserCerts && isCa) return refuse("Crl only contains user certs");
+  if (issuing->fOnlyContainsCACerts && !isCa) return refuse("Crl only contains CA certs");
+  return true;
+}
+
+const CrlRecord* CrlJudgement::chooseDelta(const CrlRecord& crl, const NewestCrls& deltas) const {
+  const auto found = std::ranges::find_if(deltas, [&](const CrlRecord* delta) {
+    return IsSameScope(*delta->facts, *crl.facts) && IsInKeyPeriod(delta->info().ThisUpdate, *crl.signer)
+        && IsCrlSignedBy(*delta, *crl.signer);
+  });
+  return found != deltas.end() ? *found : nullptr;
+}
+
+// What will only be revoked later does not count yet.
+const CRL_ENTRY* CrlJudgement::findEntry(const CrlRecord& crl) const {
+  const ContextRecord* const record = FindLiveContext(crl.context.get());
+  const CRL_ENTRY* const entry = record ? FindEntry(*record, cert_.info().SerialNumber) : nullptr;
+  return entry && CompareFileTime(&entry->RevocationDate, &builder_.checkTime) <= 0 ? entry : nullptr;
+}
+
+bool CrlJudgement::verifySigner(CrlRecord& crl) {
+  builder_.trace.line("Verifing crl signature.");
+  if (!TakeStep(*builder_.budget)) return false;  // a search for nobody costs, too
+  const CERT_AUTHORITY_KEY_ID2_INFO* const authority = crl.facts->authorityKeyId.get();
+  IssuerKey key{&crl.facts->issuer, AuthorityKeyIdBytes(*crl.facts), {}};
+  if (authority)
+    key.serial = {authority->AuthorityCertSerialNumber.pbData, authority->AuthorityCertSerialNumber.cbData};
+  builder_.chain.clear();
+  IssuerCandidates candidates(key, builder_.chain);
+  builder_.findIssuers(key, candidates);
+  for (const IssuerCandidate& each : candidates.take()) {
+    if (each.repeated) continue;
+    if (!TakeStep(*builder_.budget)) break;
+    if (Attempt(builder_.trace, "verify_crl_prt", [&] { return verifySigner(crl, *each.record); })) {
+      crl.signer = each.record;
+      builder_.trace.line("Crl signature verified.");
+      return true;
+    }
+  }
+  builder_.trace.line("Crl signature is not verified.");
+  return false;
+}
+
+bool CrlJudgement::verifySigner(CrlRecord& crl, CertRecord& candidate) {
+  if (!MaySignCrls(*candidate.facts) || !IsInKeyPeriod(crl.info().ThisUpdate, candidate)
+      || !IsCrlSignedBy(crl, candidate)) {
+    return false;
+  }
+  builder_.chain.clear();
+  return builder_.verifyCertificate(candidate);
+}
+
+}  // namespace certkern

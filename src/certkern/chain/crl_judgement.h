@@ -1,0 +1,49 @@
+// The built-in engine: is a certificate on the CRLs that speak of it? RFC 5280, 6.3.
+#ifndef CERTKERN_CERTKERN_CHAIN_CRL_JUDGEMENT_H
+#define CERTKERN_CERTKERN_CHAIN_CRL_JUDGEMENT_H
+
+#include "certkern/chain/chain_builder.h"
+#include "certkern/chain/crl_collection.h"
+#include "certkern/chain/revocation.h"
+
+namespace certkern {
+
+// One decision, on a clone of its own.
+class CrlJudgement {
+ public:
+  CrlJudgement(ChainBuilder& clone, CertRecord& cert) : builder_(clone), cert_(cert) {}
+  RevocationResult decide();
+
+ private:
+  // Whether a distribution point of the certificate leads to the CRLs, or they are those that are known anyway.
+  enum class Stage { OfPoints, Known };
+
+  const CertRecord* findIssuer();
+  RevocationResult judgeAll(CrlCollection& crls, CrlSource source);
+  RevocationResult runStage(Stage stage, CrlCollection& crls, CrlSource source);
+  RevocationResult judgeCrl(Stage stage, CrlRecord& crl, CrlCollection& crls, CrlSource source);
+  bool isSignedAsNeeded(const CrlRecord& crl) const;
+  RevocationResult judgeInAllPoints(CrlRecord& crl, const NewestCrls& deltas);
+  RevocationResult judgeInCrl(CrlRecord& crl, const NewestCrls& deltas, const CRL_DIST_POINT* point);
+  bool isInScope(const CrlRecord& crl, const CRL_DIST_POINT* point) const;
+  bool needsDelta(const CrlRecord& crl) const;
+  // The first that the CRL's signer has signed; null: none.
+  const CrlRecord* chooseDelta(const CrlRecord& crl, const NewestCrls& deltas) const;
+  bool verifySigner(CrlRecord& crl);
+  bool verifySigner(CrlRecord& crl, CertRecord& candidate);
+  const CRL_ENTRY* findEntry(const CrlRecord& crl) const;
+  template <class... Parts>
+  void trace(const Parts&... parts) const {
+    builder_.trace.line("  (", uint64_t{counter_}, "). ", parts...);
+  }
+
+  ChainBuilder& builder_;
+  CertRecord& cert_;
+  const CertRecord* issuer_ = nullptr;  // whose key signed the certificate
+  ReasonSet reasons_ = 0;               // covered so far
+  unsigned counter_ = 0;                // of the CRLs, for the trace
+};
+
+}  // namespace certkern
+
+#endif

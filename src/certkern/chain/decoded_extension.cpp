@@ -1,0 +1,27 @@
+#include "certkern/chain/decoded_extension.h"
+
+#include <certkern/errors.h>
+
+#include <new>
+
+#include "ber/object_codec.h"
+#include "platform/owner.h"
+#include "store/certificate_primitives.h"
+
+namespace certkern {
+
+void* DecodeExtensionBlock(std::span<const CERT_EXTENSION> extensions, LPCSTR oid, LPCSTR structType) {
+  const CERT_EXTENSION* const extension = FindByOid(oid, extensions);
+  if (!extension) return nullptr;
+  const LastErrorKeeper keeper;
+  void* record = nullptr;
+  if (DecodeObjectEx(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, structType, extension->Value.pbData,
+                     extension->Value.cbData, CRYPT_DECODE_ALLOC_FLAG, nullptr, &record, nullptr)) {
+    return record;
+  }
+  // a lack of memory must not pass for a lack of restrictions
+  if (GetLastError() == ERROR_NOT_ENOUGH_MEMORY) throw std::bad_alloc();
+  return nullptr;
+}
+
+}  // namespace certkern

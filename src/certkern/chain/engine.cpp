@@ -1,0 +1,205 @@
+#include "certkern/chain/engine.h"
+
+#include <certkern/errors.h>
+#include <certkern/find.h>
+#include <certkern/keykern.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstring>
+#include <mutex>
+
+#include "ber/read_cursor.h"
+#include "platform/supkern.h"
+#include "store/certificate_primitives.h"
+
+namespace certkern {
+namespace {
+
+constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+
+// --- settings, read once ---
+
+#define CHAIN_SETTING(name) \
+  "\\CRYPTOGRAPHY\\OID\\EncodingType 0\\CertDllCreateCertificateChainEngine\\Config\\" name
+
+uint64_t TimeoutSetting(const char* path, uint64_t standard) {
+  constexpr int64_t kLongest = 65535;
+  int64_t value = 0;
+  if (support_registry_get_long(path, &value) != 0 || value < 1 || value > kLongest) return standard;
+  return static_cast<uint64_t>(value);
+}
+
+struct Timeouts {
+  const uint64_t accumulative =
+      TimeoutSetting(CHAIN_SETTING("ChainRevAccumulativeUrlRetrievalTimeoutMilliseconds"), 20000);
+  const uint64_t single = TimeoutSetting(CHAIN_SETTING("ChainUrlRetrievalTimeoutMilliseconds"), 15000);
+};
+
+#undef CHAIN_SETTING
+
+bool IsLegacyEngineWanted() {
+  static const bool wanted = [] {
+    int64_t value = 0;
+    return support_registry_get_long("\\config\\Certkern\\legacy_user_chain_engine", &value) == 0 && value;
+  }();
+  return wanted;
+}
+
+// --- an engine's stores ---
+
+// A field that the size cuts off, even in its middle, does not exist.
+template <class... Fields>
+void DropCutOff(const CERT_CHAIN_ENGINE_CONFIG& config, Fields&... fields) {
+  const auto end = [&](const auto& field) {
+    return reinterpret_cast<const BYTE*>(&field + 1) - reinterpret_cast<const BYTE*>(&config);
+  };
+  ((config.cbSize < static_cast<size_t>(end(fields)) ? void(fields = {}) : void()), ...);
+}
+
+bool Take(HCERTSTORE store, StoreOwner& owner) {
+  owner.reset(CertDuplicateStore(store));
+  return static_cast<bool>(owner);
+}
+
+bool TakeIfGiven(HCERTSTORE store, StoreOwner& owner) { return !store || Take(store, owner); }
+
+void AddToBoth(ChainBuilder& builder, HCERTSTORE store, bool trusted) {
+  if (!store) return;
+  ChainBuilder::addStore(builder.certStores, store, trusted);
+  ChainBuilder::addStore(builder.crlStores, store, trusted);
+}
+
+// --- the user's engine ---
+
+std::unique_ptr<ChainEngine> MakeUserEngine() {
+  const StoreOwner root = OpenUserStoreByName(kRootStoreName);
+  const StoreOwner authorities = OpenUserStoreByName(kAuthorityStoreName);
+  if (!root || !authorities) return nullptr;
+  for (const StoreOwner* each : {&root, &authorities}) {
+    CertControlStore(each->get(), 0, CERT_STORE_CTRL_AUTO_RESYNC, nullptr);
+  }
+  CERT_CHAIN_ENGINE_CONFIG config{};
+  config.cbSize = offsetof(CERT_CHAIN_ENGINE_CONFIG, hExclusiveRoot);
+  config.hRestrictedRoot = root.get();
+  config.hRestrictedOther = authorities.get();
+  return ChainEngine::create(config);
+}
+
+// Lives as long as the process. Only success is kept: a store that is not there yet may come.
+const ChainEngine* UserEngine() {
+  static constinit std::atomic<const ChainEngine*> engine{nullptr};
+  static constinit std::mutex making;
+  if (const ChainEngine* made = engine.load(std::memory_order_acquire)) return made;
+  const std::lock_guard lock(making);
+  if (!engine.load(std::memory_order_relaxed)) {
+    engine.store(MakeUserEngine().release(), std::memory_order_release);
+  }
+  return engine.load(std::memory_order_relaxed);
+}
+
+// Each call opens the stores anew.
+void EquipLegacy(ChainBuilder& builder) {
+  for (const LPCWSTR name : {kRootStoreName, kAuthorityStoreName}) {
+    if (const StoreOwner store = OpenUserStoreByName(name)) {
+      AddToBoth(builder, store.get(), name == kRootStoreName);
+    }
+  }
+  builder.urlTimeoutMs = ConfiguredUrlTimeout(builder.flags);
+}
+
+}  // namespace
+
+StoreOwner OpenUserStoreByName(LPCWSTR name) {
+  return StoreOwner(CertOpenStore(
+      CERT_STORE_PROV_SYSTEM_W, 0, 0,
+      CERT_SYSTEM_STORE_CURRENT_USER | CERT_STORE_READONLY_FLAG | CERT_STORE_OPEN_EXISTING_FLAG, name));
+}
+
+uint64_t ConfiguredUrlTimeout(DWORD chainFlags) {
+  static const Timeouts timeouts;
+  return chainFlags & CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT ? timeouts.accumulative : timeouts.single;
+}
+
+ChainEngine::ChainEngine(const CERT_CHAIN_ENGINE_CONFIG& config) {
+  std::memcpy(&config_, &config, std::min<size_t>(config.cbSize, sizeof config_));
+  CERT_CHAIN_ENGINE_CONFIG& own = config_;
+  DropCutOff(own, own.hRestrictedRoot, own.hRestrictedTrust, own.hRestrictedOther, own.cAdditionalStore,
+             own.rghAdditionalStore, own.dwFlags, own.dwUrlRetrievalTimeout, own.MaximumCachedCertificates,
+             own.CycleDetectionModulus, own.hExclusiveRoot, own.hExclusiveTrustedPeople,
+             own.dwExclusiveFlags);
+}
+
+bool ChainEngine::takeStores() {
+  for (const HCERTSTORE each : AsSpan(config_.rghAdditionalStore, config_.cAdditionalStore)) {
+    if (!Take(each, additional_.emplace_back())) return false;
+  }
+  return TakeIfGiven(config_.hRestrictedRoot, root_) && TakeIfGiven(config_.hRestrictedTrust, trust_)
+      && TakeIfGiven(config_.hRestrictedOther, other_) && TakeIfGiven(config_.hExclusiveRoot, exclusiveRoot_);
+}
+
+std::unique_ptr<ChainEngine> ChainEngine::create(const CERT_CHAIN_ENGINE_CONFIG& config) {
+  std::unique_ptr<ChainEngine> engine(new ChainEngine(config));
+  const CERT_CHAIN_ENGINE_CONFIG& own = engine->config_;
+  if (own.cAdditionalStore && !own.rghAdditionalStore) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return nullptr;
+  }
+  if (!engine->takeStores()) return nullptr;
+  if (own.hExclusiveTrustedPeople || own.dwExclusiveFlags) {
+    SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
+    return nullptr;
+  }
+  return engine;
+}
+
+void ChainEngine::equip(ChainBuilder& builder) const {
+  if (exclusiveRoot_) {
+    AddToBoth(builder, exclusiveRoot_.get(), true);
+    builder.exclusiveRoot = exclusiveRoot_.get();
+  } else if (root_) {
+    AddToBoth(builder, root_.get(), true);
+  } else if (const StoreOwner store = OpenUserStoreByName(kRootStoreName)) {
+    ChainBuilder::addStore(builder.certStores, store.get(), true);
+  }
+  if (other_) {
+    AddToBoth(builder, other_.get(), false);
+  } else if (const StoreOwner store = OpenUserStoreByName(kAuthorityStoreName)) {
+    AddToBoth(builder, store.get(), false);
+  }
+  AddToBoth(builder, trust_.get(), false);
+  for (const StoreOwner& each : additional_) AddToBoth(builder, each.get(), false);
+  const DWORD own = config_.dwUrlRetrievalTimeout;
+  builder.urlTimeoutMs = own ? own : ConfiguredUrlTimeout(builder.flags);
+}
+
+bool AreUserRoots(HCERTSTORE roots) {
+  const StoreOwner userRoots = OpenUserStoreByName(kRootStoreName);
+  if (!userRoots) return Fault(ERROR_INTERNAL_ERROR);
+  CertificateOwner root;
+  while (root.reset(CertEnumCertificatesInStore(roots, root.release())), root) {
+    if (!CertificateOwner(CertFindCertificateInStore(userRoots.get(), kEncoding, 0, CERT_FIND_EXISTING,
+                                                     root.get(), nullptr))) {
+      return Fault(ERROR_FILE_NOT_FOUND);
+    }
+  }
+  return true;
+}
+
+bool EquipFromEngine(HCERTCHAINENGINE engine, ChainBuilder& builder) {
+  if (engine) {
+    static_cast<const ChainEngine*>(engine)->equip(builder);
+    return true;
+  }
+  if (IsLegacyEngineWanted()) {
+    EquipLegacy(builder);
+    return true;
+  }
+  const ChainEngine* const own = UserEngine();
+  if (!own) return Fault(ERROR_DLL_INIT_FAILED);
+  own->equip(builder);
+  return true;
+}
+
+}  // namespace certkern

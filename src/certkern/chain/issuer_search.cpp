@@ -1,0 +1,222 @@
+#include "certkern/chain/issuer_search.h"
+
+#include <certkern/encode.h>
+#include <certkern/errors.h>
+#include <certkern/find.h>
+#include <certkern/oids.h>
+#include <certkern/url.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <utility>
+
+#include "certkern/chain/cert_facts.h"
+#include "platform/text_conversion.h"
+#include "store/certificate_primitives.h"
+#include "store/subject_search.h"
+
+namespace certkern {
+namespace {
+
+constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+
+// A root ends the search, so it goes before all others; what is decided already costs less than what is not.
+constexpr int kTrustedRootScore = 10;
+constexpr int kCrlCheckedScore = 3;
+
+// Where the answer can't matter, nobody asks if the certificate is self-signed.
+int ScoreOf(const CertRecord& record) {
+  if (!record.trusted && !record.crlChecked) return 0;
+  const int decided = record.crlChecked ? kCrlCheckedScore : 0;
+  if (!IsSelfSigned(record)) return decided;
+  return record.trusted ? kTrustedRootScore + decided : 0;
+}
+
+using CertificateStep = PCCERT_CONTEXT (*)(HCERTSTORE store, const IssuerKey& key, PCCERT_CONTEXT previous);
+
+PCCERT_CONTEXT NextByKeyId(HCERTSTORE store, const IssuerKey& key, PCCERT_CONTEXT previous) {
+  const CRYPT_HASH_BLOB keyId{static_cast<DWORD>(key.keyId.size()), const_cast<BYTE*>(key.keyId.data())};
+  return CertFindCertificateInStore(store, kEncoding, 0, CERT_FIND_KEY_IDENTIFIER, &keyId, previous);
+}
+
+PCCERT_CONTEXT NextBySubject(HCERTSTORE store, const IssuerKey& key, PCCERT_CONTEXT previous) {
+  return FindCertificateBySubject(store, *key.issuer, previous);
+}
+
+bool SerialExcludes(const IssuerKey& key, PCCERT_CONTEXT context) {
+  if (!key.keyId.empty() || key.serial.empty()) return false;
+  const CRYPT_INTEGER_BLOB& serial = context->pCertInfo->SerialNumber;
+  return !std::ranges::equal(std::span(serial.pbData, serial.cbData), key.serial);
+}
+
+std::vector<CertRecord*> SearchStore(const StoreRef& store, const IssuerKey& key, InternedRecords& records) {
+  const CertificateStep next = key.keyId.empty() ? NextBySubject : NextByKeyId;
+  std::vector<CertRecord*> found;
+  CertificateOwner each;
+  // a search takes its start, whatever comes of it
+  while (each = CertificateOwner(next(store.store.get(), key, each.release())), each) {
+    if (!SerialExcludes(key, each.get())) found.push_back(&records.certificate(each.get(), store.trusted));
+  }
+  return found;
+}
+
+StoreOwner Retrieve(const std::string& url, DWORD flags, uint64_t milliseconds) {
+  HCERTSTORE store = nullptr;
+  const auto timeout = static_cast<DWORD>(std::min<uint64_t>(milliseconds, kMaxInterfaceSize));
+  if (!CryptRetrieveObjectByUrlA(url.c_str(), CONTEXT_OID_CERTIFICATE,
+                                 flags | CRYPT_RETRIEVE_MULTIPLE_OBJECTS, timeout, &store, nullptr, nullptr,
+                                 nullptr, nullptr)) {
+    return {};
+  }
+  return StoreOwner(store);
+}
+
+// At most kMaxChainBundleCertificates: a server must not fill our memory, nor the user's store.
+std::vector<CertificateOwner> CertificatesOf(const StoreOwner& bundle) {
+  std::vector<CertificateOwner> certificates;
+  PCCERT_CONTEXT each = nullptr;
+  while ((each = CertEnumCertificatesInStore(bundle.get(), each))) {
+    if (certificates.size() == kMaxChainBundleCertificates) {
+      CertFreeCertificateContext(each);
+      break;
+    }
+    certificates.emplace_back(CertDuplicateCertificateContext(each));
+  }
+  return certificates;
+}
+
+// So that the next build finds them without the network; where the store can't be opened, it won't.
+void KeepForUser(const std::vector<CertificateOwner>& certificates) {
+  const StoreOwner store(
+      CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, kEncoding, 0, CERT_SYSTEM_STORE_CURRENT_USER, L"CA"));
+  if (!store) return;
+  for (const CertificateOwner& each : certificates) {
+    CertAddCertificateContextToStore(store.get(), each.get(), CERT_STORE_ADD_USE_EXISTING, nullptr);
+  }
+}
+
+bool IsIssuerUrl(const CERT_ACCESS_DESCRIPTION& description) {
+  return description.pszAccessMethod && std::strcmp(description.pszAccessMethod, szOID_PKIX_CA_ISSUERS) == 0
+      && description.AccessLocation.dwAltNameChoice == CERT_ALT_NAME_URL;
+}
+
+}  // namespace
+
+IssuerKey IssuerKeyOf(const CertRecord& subject) {
+  const CertFacts& facts = *subject.facts;
+  return {&facts.issuer, facts.authorityKeyIdBytes(), facts.authoritySerial()};
+}
+
+bool IsIssuerByKey(const IssuerKey& key, const CertRecord& issuer) {
+  const CertFacts& facts = *issuer.facts;
+  if (key.keyId.empty()) return facts.subject.equals(*key.issuer);
+  return facts.subjectKeyId && std::ranges::equal(*facts.subjectKeyId, key.keyId);
+}
+
+std::vector<std::string> IssuerUrls(const CertRecord& subject) {
+  std::vector<std::string> urls;
+  const CERT_AUTHORITY_INFO_ACCESS* const access = subject.facts->authorityInfoAccess.get();
+  if (!access) return urls;
+  for (const CERT_ACCESS_DESCRIPTION& each : AsSpan(access->rgAccDescr, access->cAccDescr)) {
+    if (urls.size() == kMaxChainIssuerUrls) break;
+    if (!IsIssuerUrl(each)) continue;
+    if (const ByteText url = BytesFromWide(each.AccessLocation.pwszURL, CP_ACP)) urls.emplace_back(url.get());
+  }
+  return urls;
+}
+
+IssuerCandidates::IssuerCandidates(const IssuerKey& key, const Chain& path) : key_(key) {
+  for (const ChainNode& node : path) known_.insert(node.record);
+}
+
+void IssuerCandidates::offer(CertRecord& record) {
+  if (known_.insert(&record).second) {
+    found_.push_back({&record, ScoreOf(record), false});
+  } else if (!record.trusted && record.facts->selfSigned != TriState::No) {
+    found_.push_back({&record, 0, true});
+  }
+}
+
+std::vector<IssuerCandidate> IssuerCandidates::take() {
+  std::ranges::stable_sort(found_, std::greater(), &IssuerCandidate::score);
+  if (found_.size() > kMaxChainCandidateSteps) found_.resize(kMaxChainCandidateSteps);
+  found_.shrink_to_fit();
+  known_ = {};
+  return std::move(found_);
+}
+
+void ChainBuilder::findIssuers(const IssuerKey& key, IssuerCandidates& candidates) {
+  for (const auto& [encoded, record] : records->certificates()) {
+    if (!IsIssuerByKey(key, *record)) continue;
+    trace.line("Found at attached list:");
+    trace.certificate(record->context.get());
+    candidates.offer(*record);
+  }
+  for (const StoreRef& store : certStores) {
+    for (CertRecord* const record : issuersInStore(store, key)) {
+      trace.line("Found at store ", static_cast<const void*>(store.store.get()), ":");
+      trace.certificate(record->context.get());
+      candidates.offer(*record);
+    }
+  }
+}
+
+const std::vector<CertRecord*>& ChainBuilder::issuersInStore(const StoreRef& store, const IssuerKey& key) {
+  const auto bytes = [](std::span<const BYTE> span) { return std::string(span.begin(), span.end()); };
+  // by key identifier nothing else is looked at; a name that does not decode finds nothing
+  std::string question =
+      key.keyId.empty() ? 'n' + bytes(key.serial) + '/' + key.issuer->key() : 'k' + bytes(key.keyId);
+  const std::pair asked(store.store.get(), std::move(question));
+  const auto known = storeSearches.find(asked);
+  if (known != storeSearches.end()) return known->second;
+  return storeSearches.emplace(asked, SearchStore(store, key, *records)).first->second;
+}
+
+bool ChainBuilder::loadUrl(const std::string& url, IssuerCandidates& candidates, DWORD retrievalFlags) {
+  const bool cacheOnly = (retrievalFlags & CRYPT_CACHE_ONLY_RETRIEVAL) != 0;
+  const uint64_t milliseconds = retrievalBudget();
+  if (!milliseconds) return false;
+  if (!cacheOnly && budget->wireRetrievals++ >= kMaxChainRetrievals) return false;
+  if (hasFlag(CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL)) retrievalFlags |= CRYPT_CACHE_ONLY_RETRIEVAL;
+  const auto start = std::chrono::steady_clock::now();
+  const StoreOwner bundle = Retrieve(url, retrievalFlags, milliseconds);
+  const auto elapsed = std::chrono::steady_clock::now() - start;
+  addRetrievalTime(
+      static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()));
+  if (!bundle) {
+    SetLastError(ERROR_SUCCESS);
+    return false;
+  }
+  const std::vector<CertificateOwner> certificates = CertificatesOf(bundle);
+  for (const CertificateOwner& each : certificates) {
+    CertRecord& record = records->certificate(each.get(), false);
+    trace.line("Downloaded: ");
+    trace.certificate(each.get());
+    if (IsIssuerByKey(candidates.key(), record)) candidates.offer(record);
+  }
+  if (!cacheOnly) {
+    KeepForUser(certificates);
+    storeSearches.clear();  // one of the stores may have them now
+  }
+  return true;
+}
+
+bool ChainBuilder::isWireAllowed() const {
+  constexpr DWORD kAnyRevocation = CERT_CHAIN_REVOCATION_CHECK_END_CERT | CERT_CHAIN_REVOCATION_CHECK_CHAIN
+      | CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT;
+  return !hasFlag(hasFlag(kAnyRevocation) ? CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY
+                                          : CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL);
+}
+
+uint64_t ChainBuilder::retrievalBudget() const {
+  if (!hasFlag(CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT)) return urlTimeoutMs;
+  return usedUrlMs < urlTimeoutMs ? (urlTimeoutMs - usedUrlMs) >> 1 : 0;
+}
+
+void ChainBuilder::addRetrievalTime(uint64_t milliseconds) {
+  if (hasFlag(CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT)) usedUrlMs += milliseconds;
+}
+
+}  // namespace certkern

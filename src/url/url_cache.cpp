@@ -1,0 +1,281 @@
+#include "url/url_cache.h"
+
+#include <certkern/errors.h>
+#include <certkern/find.h>
+#include <certkern/keykern.h>
+
+#include <algorithm>
+#include <exception>
+#include <vector>
+
+#include "ber/read_cursor.h"
+#include "platform/limits.h"
+#include "platform/never_destroyed.h"
+#include "platform/supkern.h"
+#include "platform/trace.h"
+#include "store/context_property.h"
+#include "store/element_addition.h"
+#include "store/find.h"
+#include "store/store_kind.h"
+#include "url/cached_url.h"
+
+namespace certkern {
+namespace {
+
+constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+constexpr wchar_t kStoreName[] = L"cache";
+constexpr int64_t kDefaultElements = 100;
+
+FILETIME Now() {
+  FILETIME now{};
+  GetSystemTimeAsFileTime(&now);
+  return now;
+}
+
+bool Before(const FILETIME& a, const FILETIME& b) { return CompareFileTime(&a, &b) < 0; }
+
+DWORD LastErrorOr(DWORD otherwise) {
+  const DWORD code = GetLastError();
+  return code ? code : otherwise;
+}
+
+char Lower(char character) {
+  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+}
+
+ContextOwner NextInStore(CertStore& store, ElementType type, const ContextRecord* previous) {
+  return type == ElementType::Certificate
+      ? FindCertificate(store, {kEncoding, 0, CERT_FIND_ANY, nullptr}, previous)
+      : FindCrl(store, CRL_FIND_ANY, nullptr, previous);
+}
+
+ContextOwner Duplicate(ContextRecord& context) {
+  AddContextReference(context);
+  return ContextOwner(&context);
+}
+
+std::optional<CachedUrl> ReadUrl(ContextRecord& context) {
+  DWORD size = 0;
+  if (!GetContextProperty(context, SV_URL_CACHE_PROP_ID, nullptr, &size)) return std::nullopt;
+  std::vector<BYTE> bytes(size);
+  if (!GetContextProperty(context, SV_URL_CACHE_PROP_ID, bytes.data(), &size)) return std::nullopt;
+  return DecodeCachedUrl(std::span(bytes).first(std::min<size_t>(size, bytes.size())));
+}
+
+bool WriteUrl(ContextRecord& context, const CachedUrl& value) {
+  std::vector<BYTE> bytes = EncodeCachedUrl(value);
+  const CRYPT_DATA_BLOB blob{static_cast<DWORD>(bytes.size()), bytes.data()};
+  return SetContextProperty(context, SV_URL_CACHE_PROP_ID, &blob);
+}
+
+// 0 or a code. The reference that a deletion takes is one of its own: the caller's stays good.
+DWORD DeleteFromStore(ContextRecord& context) {
+  SetLastError(ERROR_SUCCESS);
+  ContextOwner passed = Duplicate(context);
+  if (DeleteContext(passed.release())) return ERROR_SUCCESS;
+  const DWORD code = LastErrorOr(NTE_FAIL);
+  TraceCache("(): can't remove certificate from cache store, error %x", code);
+  return code;
+}
+
+int64_t ConfiguredElements() {
+  int64_t value = 0;
+  const bool given =
+      support_registry_get_long("\\config\\Certkern\\cache_settings\\max_elements", &value) == 0;
+  return given ? value : kDefaultElements;
+}
+
+}  // namespace
+
+bool UrlOrder::operator()(const std::string& a, const std::string& b) const {
+  // not by the locale, which the program may change while the order has to stay
+  return std::ranges::lexicographical_compare(a, b, [](char left, char right) {
+    return static_cast<unsigned char>(Lower(left)) < static_cast<unsigned char>(Lower(right));
+  });
+}
+
+bool IsValidNow(const ContextRecord& context) {
+  const FILETIME now = Now();
+  if (context.element().type == ElementType::Crl) {
+    const CRL_INFO& info = *context.crl.pCrlInfo;
+    return Before(info.ThisUpdate, now) && Before(now, info.NextUpdate);
+  }
+  const CERT_INFO& info = *context.certificate.pCertInfo;
+  return Before(info.NotBefore, now) && Before(now, info.NotAfter);
+}
+
+UrlCache::UrlCache(std::mutex& lock, StoreHandle store, ElementType type, int64_t maxElements)
+    : lock_(lock),
+      store_(maxElements > 0 ? std::move(store) : StoreHandle()),
+      type_(type),
+      maxElements_(maxElements) {
+  if (store_) load();
+}
+
+void UrlCache::load() {
+  std::vector<ContextOwner> beyond;
+  ContextOwner context = NextInStore(*store_.get(), type_, nullptr);
+  while (context) {
+    ContextOwner next = NextInStore(*store_.get(), type_, context.get());
+    if (static_cast<int64_t>(items_.size()) >= maxElements_) {
+      beyond.push_back(std::move(context));
+    } else if (const std::optional<CachedUrl> url = ReadUrl(*context.get())) {
+      // the newest comes first; an older one of the same URL is left where it is
+      items_.try_emplace(url->url, Item{false, url->lastModified, url->lastUsed, std::move(context)});
+    }
+    context = std::move(next);
+  }
+  for (const ContextOwner& each : beyond) {
+    if (DeleteFromStore(*each.get()) == ERROR_SUCCESS) dirty_ = true;
+  }
+}
+
+std::optional<CachedObject> UrlCache::find(const std::string& url) {
+  if (!store_) return std::nullopt;
+  const std::lock_guard guard(lock_);
+  const auto found = items_.find(url);
+  if (found == items_.end()) return std::nullopt;
+  Item& item = found->second;
+  item.changed = true;
+  item.lastUsed = Now();
+  return CachedObject{Duplicate(*item.context.get()), item.lastModified};
+}
+
+DWORD UrlCache::add(const std::string& url, const FILETIME& lastModified, ContextRecord& context) {
+  const auto added = [&]() -> DWORD {
+    if (!store_) return SEC_E_INTERNAL_ERROR;
+    if (url.empty() || url.size() > kMaxUrl) return ERROR_INVALID_PARAMETER;
+    if (!IsValidNow(context)) return SEC_E_CONTEXT_EXPIRED;
+    const std::lock_guard guard(lock_);
+    return addItem(url, lastModified, context);
+  };
+  const DWORD code = added();
+  if (code) TraceCache("(): can't add certificate to cache store, error %x", code);
+  return code;
+}
+
+DWORD UrlCache::addItem(const std::string& url, const FILETIME& lastModified, ContextRecord& context) {
+  if (const auto present = items_.find(url); present != items_.end()) {
+    return replaceItem(present, lastModified, context);
+  }
+  if (static_cast<int64_t>(items_.size()) >= maxElements_) {
+    if (const DWORD code = removeLeastRecentlyUsed()) return code;
+  }
+  Item item;
+  if (const DWORD code = makeItem(url, lastModified, context, item)) return code;
+  items_.emplace(url, std::move(item));
+  return ERROR_SUCCESS;
+}
+
+DWORD UrlCache::makeItem(const std::string& url, const FILETIME& lastModified, ContextRecord& context,
+                         Item& item) {
+  SetLastError(ERROR_SUCCESS);
+  ContextRecord* stored = nullptr;
+  if (!AddContext(store_.get(), context, CERT_STORE_ADD_ALWAYS, &stored)) return LastErrorOr(NTE_FAIL);
+  dirty_ = true;
+  ContextOwner owned(stored);
+  const FILETIME now = Now();
+  if (!WriteUrl(*owned.get(), {lastModified, now, url})) {
+    const DWORD code = LastErrorOr(NTE_FAIL);
+    static_cast<void>(DeleteFromStore(*owned.get()));  // without its URL nobody would ever find it again
+    return code;
+  }
+  item = {true, lastModified, now, std::move(owned)};
+  return ERROR_SUCCESS;
+}
+
+DWORD UrlCache::replaceItem(Items::iterator at, const FILETIME& lastModified, ContextRecord& context) {
+  Item fresh;
+  if (const DWORD code = makeItem(at->first, lastModified, context, fresh)) return code;
+  if (const DWORD code = DeleteFromStore(*at->second.context.get())) {
+    static_cast<void>(DeleteFromStore(*fresh.context.get()));
+    return code;
+  }
+  at->second = std::move(fresh);
+  return ERROR_SUCCESS;
+}
+
+DWORD UrlCache::removeLeastRecentlyUsed() {
+  const auto oldest = std::min_element(items_.begin(), items_.end(), [](const auto& a, const auto& b) {
+    return Before(a.second.lastUsed, b.second.lastUsed);
+  });
+  if (const DWORD code = DeleteFromStore(*oldest->second.context.get())) return code;
+  items_.erase(oldest);
+  dirty_ = true;
+  return ERROR_SUCCESS;
+}
+
+void UrlCache::flush() {
+  const std::lock_guard guard(lock_);
+  if (!store_ || !dirty_) return;
+  for (auto& [url, item] : items_) {
+    if (!item.changed) continue;
+    static_cast<void>(WriteUrl(*item.context.get(), {item.lastModified, item.lastUsed, url}));
+    item.changed = false;
+  }
+  static_cast<void>(ControlStore(*store_.get(), 0, CERT_STORE_CTRL_COMMIT, nullptr));
+  dirty_ = false;
+}
+
+size_t UrlCache::size() const {
+  const std::lock_guard guard(lock_);
+  return items_.size();
+}
+
+// --- the process's caches ---
+
+namespace {
+
+class UrlCaches {
+ public:
+  UrlCache* open(ElementType type) {
+    const std::lock_guard guard(opening_);
+    if (!store_) store_ = OpenCacheStore();
+    if (!store_) {
+      TraceCache("(): getCacheSingleton() error %x", GetLastError());
+      return nullptr;
+    }
+    std::optional<UrlCache>& cache = type == ElementType::Crl ? crls_ : certificates_;
+    if (!cache) make(cache, type);
+    return &*cache;
+  }
+
+ private:
+  static StoreHandle OpenCacheStore() {
+    const auto provider = StoreNumber(CERT_STORE_PROV_SYSTEM_REGISTRY_W);
+    return OpenStore({provider, kEncoding, 0, CERT_SYSTEM_STORE_CURRENT_USER, kStoreName});
+  }
+  void make(std::optional<UrlCache>& cache, ElementType type) {
+    AddStoreHandle(*store_.get());
+    cache.emplace(lock_, StoreHandle(store_.get()), type, ConfiguredElements());
+  }
+
+  std::mutex opening_;  // before lock_
+  std::mutex lock_;     // of both caches
+  StoreHandle store_;   // stays open
+  std::optional<UrlCache> certificates_;
+  std::optional<UrlCache> crls_;
+};
+
+constinit NeverDestroyed<UrlCaches> processCaches;
+
+}  // namespace
+
+void OpenUrlCaches() { processCaches.create(); }
+void CloseUrlCaches() { processCaches.retire(); }
+
+UrlCacheHandle UrlCacheSingleton(ElementType type) {
+  UrlCaches* const caches = processCaches.get();
+  if (!caches) SetLastError(ERROR_INTERNAL_ERROR);
+  return UrlCacheHandle(caches ? caches->open(type) : nullptr);
+}
+
+void FlushUrlCache(UrlCache* cache) noexcept {
+  try {  // runs when a handle goes, perhaps because memory ran out before
+    cache->flush();
+  } catch (const std::exception&) {
+    TraceCache("(): can't write the cache store");
+  }
+}
+
+}  // namespace certkern

@@ -1,0 +1,92 @@
+// The cache of what was downloaded: from URL to certificate or CRL, the least recently used going first. It lives in the
+// user's system store "cache", so that it survives the process; each object there carries its URL in a property.
+//
+// One cache for certificates, one for CRLs, over one store; one mutex guards both. What is found is a reference of the
+// caller's own, so that nobody minds when the entry goes meanwhile.
+#ifndef CERTKERN_URL_URL_CACHE_H
+#define CERTKERN_URL_URL_CACHE_H
+
+#include <certkern/types.h>
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/owner.h"
+#include "store/context_record.h"
+#include "store/store_record.h"
+
+namespace certkern {
+
+struct CachedObject {
+  ContextOwner
+      context;  // context->asCertificate() or context->asCrl(); not looked at whether it is valid now
+  FILETIME lastModified{};  // as the server told it; zero when it did not
+};
+
+// URLs that differ in the case of ASCII letters only are one.
+struct UrlOrder {
+  bool operator()(const std::string& a, const std::string& b) const;
+};
+
+class UrlCache {
+ public:
+  // `store` may be empty, and maxElements may be zero or less: nothing is then found or kept. Loads what the store holds.
+  UrlCache(std::mutex& lock, StoreHandle store, ElementType type, int64_t maxElements);
+
+  // A hit counts as a use. Throws std::bad_alloc only.
+  std::optional<CachedObject> find(const std::string& url);
+  // Adds or replaces; 0 or a code: SEC_E_INTERNAL_ERROR: no store; SEC_E_CONTEXT_EXPIRED: not valid now.
+  DWORD add(const std::string& url, const FILETIME& lastModified, ContextRecord& context);
+  // Writes the store if something was added or has gone.
+  void flush();
+
+  size_t size() const;
+
+ private:
+  struct Item {
+    bool changed = false;
+    FILETIME lastModified{};
+    FILETIME lastUsed{};
+    ContextOwner context;  // of the store's own element
+  };
+  using Items = std::map<std::string, Item, UrlOrder>;
+
+  void load();
+  DWORD addItem(const std::string& url, const FILETIME& lastModified, ContextRecord& context);
+  DWORD makeItem(const std::string& url, const FILETIME& lastModified, ContextRecord& context, Item& item);
+  DWORD replaceItem(Items::iterator at, const FILETIME& lastModified, ContextRecord& context);
+  DWORD removeLeastRecentlyUsed();
+
+  std::mutex& lock_;
+  const StoreHandle store_;
+  const ElementType type_;
+  const int64_t maxElements_;
+  Items items_;
+  bool dirty_ = false;
+};
+
+// Gives a cache back: what was changed meanwhile is written.
+void FlushUrlCache(UrlCache* cache) noexcept;
+using UrlCacheHandle = Owner<UrlCache*, FlushUrlCache>;
+
+// The process's cache. Empty with a code when the store cannot be had; a later call tries again.
+//
+//   if (const UrlCacheHandle cache = UrlCacheSingleton(ElementType::Crl)) {
+//     if (std::optional<CachedObject> found = cache->find(url)) ...
+//   }
+UrlCacheHandle UrlCacheSingleton(ElementType type);
+
+// The caches of the process come and go with the library.
+void OpenUrlCaches();
+void CloseUrlCaches();
+
+// Strictly between the beginning and the end of its validity, or between its two updates.
+bool IsValidNow(const ContextRecord& context);
+
+}  // namespace certkern
+
+#endif
