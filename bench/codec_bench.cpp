@@ -19,8 +19,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <ctime>
-#include <functional>
 #include <initializer_list>
 #include <iterator>
 #include <memory>
@@ -30,8 +28,11 @@
 #include <utility>
 #include <vector>
 
+#include "take_turns.h"
+
 namespace {
 
+using certkern::bench::TakeTurns;
 using Bytes = std::vector<BYTE>;
 
 template <auto kFree>
@@ -201,19 +202,6 @@ Bytes MakeList(size_t count) {
 
 // --- the comparison ---
 
-// Processor time of this thread, so that a busy machine does not show in a ratio.
-double Now() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
-
-double SecondsOf(const std::function<void()>& work, int times) {
-  const double start = Now();
-  for (int i = 0; i < times; ++i) work();
-  return Now() - start;
-}
-
 size_t HeldOnHeap() {
   const struct mallinfo2 heap = mallinfo2();
   return heap.uordblks + heap.hblkhd;
@@ -225,27 +213,6 @@ double HeldBy(const Make& make, size_t items) {
   const size_t before = HeldOnHeap();
   const auto object = make();
   return static_cast<double>(HeldOnHeap() - before) / static_cast<double>(items);
-}
-
-// batch: calls between two looks at the clock, so that a call of some hundred nanoseconds can be told, and so that what
-// the other side's release left for the allocator to tidy up is not charged to a single call. A first call right after
-// OpenSSL has freed a list of a thousand entries takes three times as long as the next.
-void TakeTurns(benchmark::State& state, int batch, size_t items, const std::function<void()>& ours,
-               const std::function<void()>& theirs) {
-  double ourTime = 0;
-  double theirTime = 0;
-  ours();  // what each side sets up once is not part of the comparison
-  theirs();
-  for (auto _ : state) {
-    const double time = SecondsOf(ours, batch);
-    state.SetIterationTime(time / batch);
-    ourTime += time;
-    theirTime += SecondsOf(theirs, batch);
-  }
-  const double calls = static_cast<double>(state.iterations()) * batch;
-  state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(items));
-  state.counters["openssl"] = benchmark::Counter(theirTime / calls);
-  state.counters["ratio"] = benchmark::Counter(theirTime / ourTime);
 }
 
 void DecodeCertificate(benchmark::State& state, LPCSTR type) {

@@ -21,14 +21,14 @@ void Require(bool condition) {
   if (!condition) std::abort();
 }
 
-uint16_t KeyOf(std::string_view name) {
+uint32_t KeyOf(std::string_view name) {
   uint32_t hash = 2166136261;
   for (const char letter : name) hash = (hash ^ static_cast<uint8_t>(letter)) * 16777619;
-  return static_cast<uint16_t>(hash ^ hash >> 16);
+  return (hash ^ hash >> 24) & 0xFFFFFF;
 }
 
 // By a key that stays when the schema gets another type, so that the corpus keeps its meaning.
-const TypeInfo& PickType(uint16_t key) {
+const TypeInfo& PickType(uint32_t key) {
   const auto types = asn1data::AllTypes();
   for (const TypeInfo* type : types) {
     if (KeyOf(type->name) == key) return *type;
@@ -61,9 +61,9 @@ bool Recode(const TypeInfo& type, std::span<const uint8_t> input, Bytes& der) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size < 2) return 0;
-  const TypeInfo& type = PickType(static_cast<uint16_t>(data[0] << 8 | data[1]));
-  const Bytes input(data + 2, data + size);
+  if (size < 3) return 0;
+  const TypeInfo& type = PickType(uint32_t{data[0]} << 16 | uint32_t{data[1]} << 8 | data[2]);
+  const Bytes input(data + 3, data + size);
   Bytes der, again;
   if (!Recode(type, input, der)) return 0;
   Require(Recode(type, der, again) && der == again);

@@ -137,8 +137,8 @@ std::optional<int64_t> AsLong(const ConfigurationValue& value) {
 }  // namespace
 
 const Configuration& Settings() {
-  static const Configuration& configuration = **new std::shared_ptr(Live().get());
-  return configuration;
+  static const auto* const kept = new std::shared_ptr(Live().get());  // never freed, but always to be reached
+  return **kept;
 }
 
 std::optional<std::string> TextSetting(std::string_view path) {

@@ -7,8 +7,7 @@
  *  What is particular here: validation stops at the first fault, so a chain carries one error bit at most, and of all
  *  failing paths the best is answered; info bits are never set; there is one simple chain per context; name constraints,
  *  policy mappings, inhibitAnyPolicy and unknown critical extensions are not looked at. Revocation is judged by CRLs.
- *  An engine may be used by several threads; a chain context's count is not atomic, so threads that share one must
- *  order its last uses. */
+ *  An engine may be used by several threads, and so may a chain context, which nothing changes any more. */
 #ifndef CERTKERN_CHAIN_H
 #define CERTKERN_CHAIN_H
 
@@ -44,12 +43,13 @@ CERTKERN_FIELD_AT(CERT_CHAIN_ENGINE_CONFIG, hExclusiveRoot, 64);
 /** Makes an engine.
  *  @param phChainEngine  receives it, for CertFreeCertificateChainEngine
  *  @return TRUE or FALSE
- *  @errors ERROR_INVALID_PARAMETER: no configuration; ERROR_CALL_NOT_IMPLEMENTED: hExclusiveTrustedPeople or
- *          dwExclusiveFlags; ERROR_INTERNAL_ERROR: "Root" can't be opened; ERROR_FILE_NOT_FOUND: hRestrictedRoot holds
- *          what is not in "Root"; ERROR_NOT_ENOUGH_MEMORY */
+ *  @errors ERROR_INVALID_PARAMETER: no configuration or result, stores announced and not given;
+ *          ERROR_CALL_NOT_IMPLEMENTED: hExclusiveTrustedPeople or dwExclusiveFlags; ERROR_INTERNAL_ERROR: "Root" can't be
+ *          opened; ERROR_FILE_NOT_FOUND: hRestrictedRoot holds what is not in "Root"; ERROR_NOT_ENOUGH_MEMORY */
 CERTKERN_API BOOL CertCreateCertificateChainEngine(PCERT_CHAIN_ENGINE_CONFIG pConfig,
                                                    HCERTCHAINENGINE* phChainEngine);
-/** Frees an engine and gives its counts on stores back; NULL is allowed. Chains that it built live on. */
+/** Frees an engine and gives its counts on stores back; NULL and the like of (HCERTCHAINENGINE)1 are allowed. Chains
+ *  that it built live on. */
 CERTKERN_API void CertFreeCertificateChainEngine(HCERTCHAINENGINE hChainEngine);
 /** Does nothing: an engine keeps nothing that could grow stale. @return TRUE */
 CERTKERN_API BOOL CertResyncCertificateChainEngine(HCERTCHAINENGINE hChainEngine);
@@ -208,13 +208,14 @@ CERTKERN_FIELD_AT(CERT_CHAIN_PARA, dwUrlRetrievalTimeout, 56);
  *  @param pvReserved        NULL
  *  @param ppChainContext    receives the chain, for CertFreeCertificateChain; not written on failure
  *  @return TRUE, whatever the chain's status, or FALSE
- *  @errors ERROR_INVALID_PARAMETER: no certificate, parameters or result; ERROR_DLL_INIT_FAILED: the user's engine can't
- *          be made; TRUST_E_FAIL: no path at all; ERROR_NOT_ENOUGH_MEMORY */
+ *  @errors ERROR_INVALID_PARAMETER: no certificate, parameters or result, usages announced and not given, an engine
+ *          that is no handle; ERROR_DLL_INIT_FAILED: the user's engine can't be made; TRUST_E_FAIL: no path at all;
+ *          ERROR_NOT_ENOUGH_MEMORY */
 CERTKERN_API BOOL CertGetCertificateChain(HCERTCHAINENGINE hChainEngine, PCCERT_CONTEXT pCertContext,
                                           LPFILETIME pTime, HCERTSTORE hAdditionalStore,
                                           PCERT_CHAIN_PARA pChainPara, DWORD dwFlags, LPVOID pvReserved,
                                           PCCERT_CHAIN_CONTEXT* ppChainContext);
-/** Takes one more count; not atomic.
+/** Takes one more count.
  *  @return pChainContext itself; NULL on failure
  *  @errors ERROR_INVALID_PARAMETER: NULL */
 CERTKERN_API PCCERT_CHAIN_CONTEXT CertDuplicateCertificateChain(PCCERT_CHAIN_CONTEXT pChainContext);

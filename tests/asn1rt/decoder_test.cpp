@@ -298,8 +298,7 @@ TEST(Asn1Decoder, HeapIsBoundedByTheInput) {
 
 TEST(Asn1Decoder, ArcsAreBounded) {
   for (const size_t arcs : {size_t{kMaxOidArcs}, size_t{kMaxOidArcs} + 1}) {
-    Bytes input = {0x06, 0x81, static_cast<BYTE>(arcs - 1)};
-    input.resize(3 + arcs - 1, 0x05);
+    const Bytes input = FromHex("0681" + ToHex(Bytes{static_cast<BYTE>(arcs - 1)}) + Repeat("05", arcs - 1));
     EXPECT_EQ(Recode(kInfoObjectId, input).status, arcs == kMaxOidArcs ? ASN1_OK : ASN1_E_TOO_MANY);
   }
 }

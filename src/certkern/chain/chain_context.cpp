@@ -9,7 +9,6 @@
 #include <deque>
 #include <limits>
 #include <memory>
-#include <ranges>
 
 #include "certkern/chain/engine.h"
 #include "platform/exceptions.h"
@@ -97,10 +96,6 @@ class ElementRecord {
   ElementRecord& operator=(const ElementRecord&) = delete;
 
   CERT_CHAIN_ELEMENT& published() { return element_; }
-  void replaceCertificate(CertificateOwner certificate) noexcept {
-    certificate_ = std::move(certificate);
-    element_.pCertContext = certificate_.get();
-  }
 
  private:
   void describeRevocation(const ChainNode& node, const FILETIME& now) {
@@ -153,7 +148,6 @@ class ChainContextRecord : public CERT_CHAIN_CONTEXT {
   ChainContextRecord& operator=(const ChainContextRecord&) = delete;
 
   void add(ChainContextOwner lower);
-  ElementRecord& end() { return elements_.front(); }
 
   std::atomic<DWORD> count{1};
 
@@ -169,8 +163,8 @@ class ChainContextRecord : public CERT_CHAIN_CONTEXT {
 };
 
 ChainContextRecord::ChainContextRecord(const ChainBuilder& builder) : CERT_CHAIN_CONTEXT{} {
-  for (const ChainNode& node : builder.chain | std::views::reverse) {
-    elementList_.push_back(&elements_.emplace_back(node, builder).published());
+  for (auto node = builder.chain.rbegin(); node != builder.chain.rend(); ++node) {
+    elementList_.push_back(&elements_.emplace_back(*node, builder).published());
   }
   simple_.cbSize = sizeof simple_;
   simple_.TrustStatus.dwErrorStatus = builder.chainError;
@@ -225,10 +219,6 @@ ChainContextOwner MakeChainContext(const ChainBuilder& builder) {
 
 void AddLowerQualityChain(PCCERT_CHAIN_CONTEXT chain, ChainContextOwner further) {
   RecordOf(chain).add(std::move(further));
-}
-
-void ReplaceEndCertificate(PCCERT_CHAIN_CONTEXT chain, CertificateOwner certificate) noexcept {
-  RecordOf(chain).end().replaceCertificate(std::move(certificate));
 }
 
 PCCERT_CONTEXT EndCertificateOf(PCCERT_CHAIN_CONTEXT chain) {

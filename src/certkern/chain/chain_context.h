@@ -21,9 +21,6 @@ ChainContextOwner MakeChainContext(const ChainBuilder& builder);
 // Puts a further chain into rgpLowerQualityChainContext. Throws std::bad_alloc.
 void AddLowerQualityChain(PCCERT_CHAIN_CONTEXT chain, ChainContextOwner further);
 
-// The end certificate shall be this context of the same certificate.
-void ReplaceEndCertificate(PCCERT_CHAIN_CONTEXT chain, CertificateOwner certificate) noexcept;
-
 // Null for a chain without any.
 PCCERT_CONTEXT EndCertificateOf(PCCERT_CHAIN_CONTEXT chain);
 PCCERT_CONTEXT RootCertificateOf(PCCERT_CHAIN_CONTEXT chain);

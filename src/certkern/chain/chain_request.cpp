@@ -5,7 +5,6 @@
 
 #include <cstddef>
 
-#include "ber/read_cursor.h"
 #include "certkern/chain/engine.h"
 
 namespace certkern {

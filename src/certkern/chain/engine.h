@@ -35,8 +35,8 @@ class ChainEngine {
   explicit ChainEngine(const CERT_CHAIN_ENGINE_CONFIG& config);
   bool takeStores();
 
-  CERT_CHAIN_ENGINE_CONFIG
-      config_{};  // as given, without what its size cuts off; its handles are those below
+  // As given, without what its size cuts off; its handles are those below.
+  CERT_CHAIN_ENGINE_CONFIG config_{};
   StoreOwner root_, trust_, other_, exclusiveRoot_;
   std::vector<StoreOwner> additional_;
 };

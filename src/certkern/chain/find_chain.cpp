@@ -4,6 +4,7 @@
 #include <certkern/find.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <string_view>
 #include <vector>
 
@@ -11,7 +12,6 @@
 #include "certkern/CertGetEnhancedKeyUsage.h"
 #include "certkern/chain/chain_request.h"
 #include "store/certificate_primitives.h"
-#include "store/store_record.h"
 
 namespace certkern {
 namespace {
@@ -48,31 +48,21 @@ bool IsWanted(PCCERT_CONTEXT candidate, const CERT_CHAIN_FIND_BY_ISSUER_PARA& pa
 
 // --- the walk ---
 
-bool IsOfStore(PCCERT_CONTEXT certificate, HCERTSTORE store) {
-  const StoreMembers members(*AsStore(store));
-  for (size_t i = 0; i < members.size(); ++i) {
-    if (certificate->hCertStore == &members[i]) return true;
-  }
-  return certificate->hCertStore == store;
-}
-
-// Where the walk begins: empty is the beginning of the store. False with a code.
-bool StartBehind(PCCERT_CHAIN_CONTEXT previous, HCERTSTORE store, CertificateOwner& from) {
+// Where the walk begins: empty is the beginning of the store. A certificate of another store leads to no further one.
+bool StartBehind(PCCERT_CHAIN_CONTEXT previous, CertificateOwner& from) {
   const PCCERT_CONTEXT end = previous ? EndCertificateOf(previous) : nullptr;
   if (!end) return true;
-  if (!IsOfStore(end, store)) return Fault(static_cast<DWORD>(CRYPT_E_NOT_FOUND));
   from.reset(CertDuplicateCertificateContext(end));
   return static_cast<bool>(from);
 }
 
-ChainContextOwner ChainOf(CertificateOwner candidate, HCERTSTORE store, DWORD flags) {
+// A build interns its end certificate before all others, so that the chain has the store's own context, which the next
+// call goes on from.
+ChainContextOwner ChainOf(PCCERT_CONTEXT candidate, HCERTSTORE store, DWORD flags) {
   CERT_CHAIN_PARA para{};
   para.cbSize = offsetof(CERT_CHAIN_PARA, RequestedIssuancePolicy);
-  ChainContextOwner chain = GetChain({nullptr, candidate.get(), nullptr, store, para,
-                                      flags & CERT_CHAIN_FIND_BY_ISSUER_CACHE_ONLY_URL_FLAG});
-  // the caller gets the store's own context, which the next call goes on from
-  if (chain) ReplaceEndCertificate(chain.get(), std::move(candidate));
-  return chain;
+  return GetChain(
+      {nullptr, candidate, nullptr, store, para, flags & CERT_CHAIN_FIND_BY_ISSUER_CACHE_ONLY_URL_FLAG});
 }
 
 }  // namespace
@@ -82,12 +72,12 @@ ChainContextOwner FindChain(HCERTSTORE store, DWORD flags, const CERT_CHAIN_FIND
   const DWORD type =
       flags & CERT_CHAIN_FIND_BY_ISSUER_NO_KEY_FLAG ? CERT_FIND_ANY : CERT_FIND_HAS_PRIVATE_KEY;
   CertificateOwner candidate;
-  if (!StartBehind(previous.get(), store, candidate)) return {};
+  if (!StartBehind(previous.get(), candidate)) return {};
   do {
     candidate.reset(CertFindCertificateInStore(store, kEncoding, 0, type, nullptr, candidate.release()));
     if (!candidate) return {};
   } while (!IsWanted(candidate.get(), para));
-  return ChainOf(std::move(candidate), store, flags);
+  return ChainOf(candidate.get(), store, flags);
 }
 
 }  // namespace certkern

@@ -124,6 +124,19 @@ TEST(ChainContext, RevocationOfAnElement) {
   }
 }
 
+TEST(ChainContext, AgesAreRounded) {
+  for (const auto& [ticks, age] : {
+           std::pair{4'999'998u, 10u},
+           {4'999'999u, 11u}
+  }) {
+    ChainBuilder builder;
+    builder.now = Moment("20250101000010");
+    builder.now.dwLowDateTime += ticks;
+    AddNode(builder, "leaf").record->usedCrls.push_back({List(builder, "base1"), nullptr});
+    EXPECT_EQ(MakeChainContext(builder)->dwRevocationFreshnessTime, age);
+  }
+}
+
 TEST(ChainContext, RevocationResultFollowsTheStatus) {
   const struct {
     DWORD status, result;

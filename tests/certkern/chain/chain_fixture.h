@@ -21,9 +21,9 @@ using EngineHandle = Owner<HCERTCHAINENGINE, CertFreeCertificateChainEngine>;
 using ChainHandle = Owner<PCCERT_CHAIN_CONTEXT, CertFreeCertificateChain>;
 
 // The configuration is read once in a process, so that all tests of it share one. Answers the directory, with
-// "user/root.sto" and the like in it.
-inline const TemporaryDirectory& Sandbox() {
-  static const TemporaryDirectory& directory = []() -> const TemporaryDirectory& {
+// "user/root.sto" and the like in it. `more` counts in the first call only.
+inline const TemporaryDirectory& Sandbox(const std::string& more = {}) {
+  static const TemporaryDirectory& directory = [&more]() -> const TemporaryDirectory& {
     static const TemporaryDirectory made;
     for (const char* name : {"user", "machine"}) {
       std::filesystem::create_directory(made.path(name));
@@ -35,7 +35,8 @@ inline const TemporaryDirectory& Sandbox() {
                        + made.path("machine")
                        + "'\n[cryptography.OID.\"EncodingType 0\".CertDllCreateCertificateChainEngine.Config]\n"
                          "ChainUrlRetrievalTimeoutMilliseconds = 65536\n"
-                         "ChainRevAccumulativeUrlRetrievalTimeoutMilliseconds = 65535\n");
+                         "ChainRevAccumulativeUrlRetrievalTimeoutMilliseconds = 65535\n"
+                       + more);
     setenv("CERTKERN_CONFIG", configuration.c_str(), 1);
     return made;
   }();

@@ -1,6 +1,8 @@
 // A site's revocation library in place of the built-in engine. In a program of its own: the setting is read once.
 #include <certkern/revocation.h>
 
+#include <fstream>
+
 #include "certkern/chain/chain_fixture.h"
 
 namespace certkern::test {
@@ -10,11 +12,12 @@ constexpr DWORD kChain = CERT_CHAIN_REVOCATION_CHECK_CHAIN;
 
 class RevocationLibrary : public testing::Test {
  protected:
-  void SetUp() override {
-    Sandbox("[cryptography.OID.'EncodingType 1'.CertDllVerifyRevocation.DEFAULT]\nDLL = '" JUDGE_LIBRARY
-            "'\n");
-    setenv("JUDGE_LOG", log_.path("log").c_str(), 1);
+  // Before anything reads the configuration.
+  static void SetUpTestSuite() {
+    std::ofstream(Sandbox().path("config.toml"), std::ios::app)
+        << "[cryptography.OID.'EncodingType 1'.CertDllVerifyRevocation.DEFAULT]\nDLL = '" JUDGE_LIBRARY "'\n";
   }
+  void SetUp() override { setenv("JUDGE_LOG", log_.path("log").c_str(), 1); }
   std::string verdict(const char* answer, const Question& question = {.flags = kChain}) {
     setenv("JUDGE_ANSWER", answer, 1);
     std::remove(log_.path("log").c_str());
