@@ -32,7 +32,7 @@ const RdnKey* FindRdnKeyByOid(std::string_view oid);
 
 // --- values ---
 
-// One encoded value of a string type; "Unsupported string type" for others, and for octets that are none of it.
+// One encoded value of a string type; "Unsupported string type" for what is none.
 std::wstring StringText(std::span<const BYTE> encoded);
 // The same for the attributes of names. The lines of a postal address come with '$' between them, RFC 4517, 3.3.28.
 std::wstring AttributeText(const asn1data::ASN1T_AttributeTypeAndValue& attribute);
