@@ -14,6 +14,8 @@ namespace {
 
 using namespace asn1data;
 
+constexpr BYTE kNull[] = {0x05, 0x00};
+
 BYTE* Reserve(size_t size, BerDecodeArena& arena) {
   BYTE* place;
   if (!arena.reserve(size, place)) throw Asn1Exception("out of memory");
@@ -50,7 +52,9 @@ void ArenaText(const ASN1ObjectId& oid, LPSTR& text, BerDecodeArena& arena) {
   text = reinterpret_cast<LPSTR>(place);
 }
 
-std::span<const BYTE> GivenBytes(const CRYPT_DATA_BLOB& blob) { return GivenArray<BYTE>(blob.pbData, blob.cbData); }
+std::span<const BYTE> GivenBytes(const CRYPT_DATA_BLOB& blob) {
+  return GivenArray<BYTE>(blob.pbData, blob.cbData);
+}
 
 // --- values ---
 
@@ -64,7 +68,8 @@ void BitsTraits::get(const ASN1BitString& bits, CRYPT_BIT_BLOB& blob, BerDecodeA
 void BitsTraits::set(ASN1Context& context, const CRYPT_BIT_BLOB& blob, ASN1BitString& bits) {
   const auto octets = CopyOctets(context, GivenArray<BYTE>(blob.pbData, blob.cbData));
   const uint64_t count = uint64_t{octets.numocts} * 8;
-  if (blob.cUnusedBits > 7 || blob.cUnusedBits > count || !FitsDword(count)) throw CryptException(ERROR_INVALID_PARAMETER);
+  if (blob.cUnusedBits > 7 || blob.cUnusedBits > count || !FitsDword(count))
+    throw CryptException(ERROR_INVALID_PARAMETER);
   bits = {static_cast<uint32_t>(count - blob.cUnusedBits), octets.data};
 }
 
@@ -131,9 +136,18 @@ void AlgorithmTraits::get(const Generated& generated, CRYPT_ALGORITHM_IDENTIFIER
   if (generated.m.parametersPresent) OpenTraits::get(generated.parameters, record.Parameters, arena);
 }
 
+void AlgorithmTraits::getWithoutNull(const Generated& generated, CRYPT_ALGORITHM_IDENTIFIER& record,
+                                     BerDecodeArena& arena) {
+  const bool null = std::ranges::equal(generated.parameters.encoded.bytes(), kNull);
+  if (null) {
+    ArenaText(generated.algorithm, record.pszObjId, arena);
+  } else {
+    get(generated, record, arena);
+  }
+}
+
 void AlgorithmTraits::set(ASN1Context& context, const CRYPT_ALGORITHM_IDENTIFIER& record,
                           Generated& generated) {
-  static constexpr BYTE kNull[] = {0x05, 0x00};
   generated = {};
   generated.algorithm = StrToOid(context, record.pszObjId);
   const std::span<const BYTE> parameters = GivenBytes(record.Parameters);

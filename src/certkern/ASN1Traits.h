@@ -102,6 +102,9 @@ struct TimeTraits {
 struct AlgorithmTraits {
   using Generated = asn1data::ASN1T_AlgorithmIdentifier;
   static void get(const Generated& generated, CRYPT_ALGORITHM_IDENTIFIER& record, BerDecodeArena& arena);
+  // Parameters that are NULL come back empty, as absent ones do: signers may write either.
+  static void getWithoutNull(const Generated& generated, CRYPT_ALGORITHM_IDENTIFIER& record,
+                             BerDecodeArena& arena);
   // Parameters as they are; for empty ones see EmptyParametersOf.
   static void set(ASN1Context& context, const CRYPT_ALGORITHM_IDENTIFIER& record, Generated& generated);
 };

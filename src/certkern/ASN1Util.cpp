@@ -126,10 +126,11 @@ ASN1T_AlgorithmIdentifier* AlgorithmToGenerated(ASN1Context& context, const char
   algorithm->m.parametersPresent = 1;
   algorithm->parameters.encoded = CopyOctets(context, parameters);
   // a budget of its own, by the size of the parameters
-  const ASN1BERDecodeBuffer buffer(ASN1ContextPtr::Share(&context),
-                                   algorithm->parameters.encoded.data, parameters.size());
+  const ASN1BERDecodeBuffer buffer(ASN1ContextPtr::Share(&context), algorithm->parameters.encoded.data,
+                                   parameters.size());
   if (DecodeOpenValue(context, asn1data::kObjects_SupportedAlgorithms, algorithm->algorithm,
-                      algorithm->parameters) != ASN1_OK) {
+                      algorithm->parameters)
+      != ASN1_OK) {
     throw Asn1DecodeException("decode algorithm parameters failed");
   }
   return algorithm;
@@ -241,8 +242,7 @@ void* CheckedMemory(void* memory) {
 }
 
 ASN1OctetString CopyOctets(ASN1Context& context, std::span<const BYTE> bytes) {
-  return {CheckedDword(bytes.size()),
-          static_cast<const uint8_t*>(CheckedMemory(context.copy(bytes)))};
+  return {CheckedDword(bytes.size()), static_cast<const uint8_t*>(CheckedMemory(context.copy(bytes)))};
 }
 
 }  // namespace certkern
