@@ -58,11 +58,27 @@ void ASN1Blob::assign(std::span<const BYTE> bytes) {
   swap(fresh);
 }
 
+void ASN1Blob::append(std::span<const BYTE> bytes) {
+  if (bytes.empty()) return;
+  const uint64_t size = uint64_t{size_} + bytes.size();
+  if (size <= capacity_) {
+    std::memmove(data_.get() + size_, bytes.data(), bytes.size());
+    size_ = static_cast<DWORD>(size);
+    return;
+  }
+  // the old bytes go last: they may be the ones that are appended
+  ASN1Blob grown;
+  grown.resize(size);
+  std::ranges::copy(this->bytes(), grown.data());
+  std::ranges::copy(bytes, grown.data() + size_);
+  swap(grown);
+}
+
 void ASN1Blob::resize(uint64_t size) {
   if (size > capacity_) {
     const uint64_t capacity = size > kMaxBlobSize ? 0 : CapacityFor(size);
     if (!capacity) throw Asn1Exception("out of memory");
-    auto data = std::make_unique<BYTE[]>(capacity);
+    auto data = std::make_unique_for_overwrite<BYTE[]>(capacity);
     std::ranges::copy(bytes(), data.get());
     data_ = std::move(data);
     capacity_ = CheckedDword(capacity);

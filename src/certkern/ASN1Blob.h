@@ -30,6 +30,7 @@ class ASN1Blob {
   std::span<const BYTE> bytes() const { return {data_.get(), size_}; }
 
   void assign(std::span<const BYTE> bytes);  // may be a part of this one
+  void append(std::span<const BYTE> bytes);  // the same
   // The content up to the smaller size stays; new bytes are whatever was there.
   void resize(uint64_t size);
   void swap(ASN1Blob& other) noexcept;
