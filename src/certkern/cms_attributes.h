@@ -25,9 +25,10 @@ class MemoryChain {
 // Zeroed, aligned to 16; null without memory.
 void* SvCmsAttrAlloc(MemoryChain* pMemChain, size_t size);
 
-// Copies at their full size, zero behind the caller's cbSize, in the chain. Null without memory: the caller's record is then
-// to be read only. A signer record's cbSize that does not reach its SignerId is a CryptException of
-// ERROR_INVALID_PARAMETER. What the records point to is not copied.
+// Copies at their full size in the chain, zero from the first field on that the caller's cbSize does not cover whole; those of
+// signers say so in their cbSize. Null without memory: the caller's record is then to be read only. A signer record's
+// cbSize that does not reach its SignerId is a CryptException of ERROR_INVALID_PARAMETER. What the records point to is not
+// copied.
 CMSG_SIGNED_ENCODE_INFO* CopySignedEncodeInfo(const CMSG_SIGNED_ENCODE_INFO& info, MemoryChain& chain);
 CMSG_SIGNER_ENCODE_INFO* CopySignerEncodeInfo(const CMSG_SIGNER_ENCODE_INFO& info, MemoryChain& chain);
 CMSG_ENVELOPED_ENCODE_INFO* CopyEnvelopedEncodeInfo(const CMSG_ENVELOPED_ENCODE_INFO& info,

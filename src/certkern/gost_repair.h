@@ -11,9 +11,13 @@ namespace certkern {
 // The configuration's word, read once.
 bool RepairsAlgorithms();
 
+// No identifier is no hash.
+bool IsGostHash(LPCSTR oid);
+
+// A record without a hash identifier is left as it is: that fault is the caller's to hear of.
 void PrepareHashCompatibleSigner(CMSG_SIGNER_ENCODE_INFO* signer);
 void PrepareHashCompatibleSignMessage(CRYPT_SIGN_MESSAGE_PARA* para);
-// Signed and enveloped messages; others are left alone.
+// The encode info of a signed or enveloped message; others are left alone.
 void TryUpdateEncodeInfoToGostCompatible(void* info, DWORD dwMsgType);
 
 }  // namespace certkern
