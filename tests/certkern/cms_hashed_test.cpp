@@ -69,9 +69,9 @@ TEST(HashedMessages, Published) {
     const char* contentBegins;
   };
   const Case cases[] = {
-      {"tc26/digested256.der",           szOID_GOST_R3411_2012_256, 32, "d1e520e2"},
+      {"tc26/digested256.der",           szOID_GOST_R3411_2012_256, 32, "D1E520E2"},
       {"tc26/digested512.der",           szOID_GOST_R3411_2012_512, 64, ""        },
-      {"r1323565.1.025/hashed_a311.der", szOID_GOST_R3411_2012_256, 32, "caeeedf2"},
+      {"r1323565.1.025/hashed_a311.der", szOID_GOST_R3411_2012_256, 32, "CAEEEDF2"},
       {"rfc4134/6.0.bin",                szOID_OIWSEC_sha1,         20, "54686973"},
   };
   for (const auto& [file, oid, digestSize, contentBegins] : cases) {
@@ -114,7 +114,7 @@ TEST(HashedMessages, OpensslReadsWhatIsWritten) {
     const CMSG_HASHED_ENCODE_INFO info = EncodeInfo(oid, parameters);
     const auto path = WriteScratch(Encode(info, content));
     EXPECT_EQ(OpensslCms("-digest_verify -inform DER -in '" + path.string() + "'"),
-              "Verification successful\ncontent that is hashed\r\n");
+              "Verification successful\ncontent that is hashed\n");
     // one that comes apart is the same without the content
     const Bytes detached = Encode(info, content, CMSG_DETACHED_FLAG);
     EXPECT_LT(detached.size(), Encode(info, content).size());
@@ -154,7 +154,8 @@ TEST(HashedMessages, NoAlteredByteVerifies) {
       if (!message || VerifyHash(message) != 0) continue;
       EXPECT_EQ(Parameter(message.get(), CMSG_CONTENT_PARAM), content) << at;
     }
-    EXPECT_FALSE(OpenMessage(Bytes(encoded.begin(), encoded.begin() + static_cast<ptrdiff_t>(at)))) << at;
+    const Message cut = OpenMessage(Bytes(encoded.begin(), encoded.begin() + static_cast<ptrdiff_t>(at)));
+    EXPECT_EQ(static_cast<bool>(cut), at == 0) << at;  // no data is no failure
   }
 }
 
@@ -193,8 +194,8 @@ TEST(HashedMessages, EmptyContentAndInnerTypes) {
   const Bytes empty = Encode(info, {});
   // version 0, the algorithm without parameters, the type without content, the hash of nothing
   EXPECT_TRUE(
-      ToHex(empty).ends_with("020100300b0609608648016503040201300b06092a864886f70d010701"
-                             "0420e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"));
+      ToHex(empty).ends_with("020100300B0609608648016503040201300B06092A864886F70D010701"
+                             "0420E3B0C44298FC1C149AFBF4C8996FB92427AE41E4649B934CA495991B7852B855"));
   EXPECT_EQ(VerifyHash(OpenMessage(empty)), 0u);
 
   const Bytes typed = Encode(info, AsBytes("x"), 0, "1.2.3.4");
