@@ -1,0 +1,337 @@
+#include "certkern/signed_data.h"
+
+#include <certkern/errors.h>
+#include <certkern/oid.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "asn1data/oids_pkcs.h"
+#include "asn1rt/message_buffer.h"
+#include "certkern/ASN1Traits.h"
+#include "certkern/message_settings.h"
+#include "oid/algorithm_lookup.h"
+#include "platform/sizes.h"
+
+namespace certkern {
+namespace {
+
+using namespace asn1data;
+
+constexpr const char* kRsaPss = "1.2.840.113549.1.1.10";
+// What stands for the default parameters of RSASSA-PSS: an empty SEQUENCE, and an octet too many.
+constexpr BYTE kDefaultPssParameters[] = {0x30, 0x00, 0x00};
+constexpr BYTE kSetTag = 0x31;
+
+// What the caller's record holds, and zeros where it ends early.
+CMSG_SIGNER_ENCODE_INFO FullRecord(const CMSG_SIGNER_ENCODE_INFO& info) {
+  if (info.cbSize < kShortestSignerRecord) throw CryptException(ERROR_INVALID_PARAMETER);
+  CMSG_SIGNER_ENCODE_INFO full{};
+  std::memcpy(static_cast<void*>(&full), &info, std::min<size_t>(info.cbSize, sizeof full));
+  return full;
+}
+
+void SetSignerId(ASN1Context& context, const CERT_ID& id, SignerInfo& signer) {
+  if (!CertIdTraits::set(context, id, signer.sid)) throw CryptException(E_INVALIDARG);
+}
+
+// The identifier is the key's: that of the signature it makes is not asked for.
+void SetSignatureAlgorithm(ASN1Context& context, const CRYPT_ALGORITHM_IDENTIFIER& key, SignerInfo& signer) {
+  CRYPT_ALGORITHM_IDENTIFIER algorithm = {key.pszObjId, {}};
+  if (algorithm.pszObjId && std::strcmp(algorithm.pszObjId, kRsaPss) == 0) {
+    algorithm.Parameters = key.Parameters;
+    if (!algorithm.Parameters.cbData) {
+      algorithm.Parameters = {sizeof kDefaultPssParameters, const_cast<BYTE*>(kDefaultPssParameters)};
+    }
+  }
+  AlgorithmTraits::set(context, algorithm, signer.signatureAlgorithm);
+}
+
+template <class List>
+void SetAttributes(ASN1Context& context, DWORD count, const CRYPT_ATTRIBUTE* attributes, List& list) {
+  AttributesTraits::set(context, {count, const_cast<CRYPT_ATTRIBUTE*>(attributes)}, list);
+}
+
+const ASN1T_Attribute* FindAttribute(const ASN1ListOf<ASN1T_Attribute>& list, const ASN1OBJID& type) {
+  const auto found =
+      std::ranges::find_if(list, [&](const auto& attribute) { return attribute.type == type; });
+  return found == list.end() ? nullptr : &*found;
+}
+
+// One value, which stays in the context's heap.
+void ReplaceAttribute(ASN1Context& context, ASN1ListOf<ASN1T_Attribute>& list, const ASN1OBJID& type,
+                      std::span<const BYTE> value) {
+  for (const ASN1ListNode* node = list.head; node; node = node->next) {
+    if (static_cast<const ASN1T_Attribute*>(node->data)->type == type) Unlink(list, *node);
+  }
+  auto* const attribute = AppendElement(context, list);
+  CheckedMemory(attribute);
+  attribute->type = AsField(type);
+  const ASN1OpenValue open = {CopyOctets(context, value), nullptr, nullptr};
+  CheckedMemory(AppendElement(context, attribute->values, open));
+}
+
+bool SameBytes(std::span<const BYTE> a, std::span<const BYTE> b) { return std::ranges::equal(a, b); }
+
+// Present and empty is the same as absent.
+std::span<const BYTE> ParametersOf(const ASN1T_AlgorithmIdentifier& algorithm) {
+  return algorithm.m.parametersPresent ? algorithm.parameters.encoded.bytes() : std::span<const BYTE>();
+}
+
+}  // namespace
+
+bool IsPss(const ASN1ObjectId& algorithm) { return algorithm == ASN1V_id_RSASSA_PSS; }
+
+SignatureScheme SchemeOf(const SignerInfo& signer) {
+  SignatureScheme scheme;
+  scheme.isPss = IsPss(signer.signatureAlgorithm.algorithm);
+  if (!scheme.isPss) {
+    scheme.hash = AlgIdOfOid(oid2str(signer.digestAlgorithm.algorithm).c_str());
+    return scheme;
+  }
+  PssParameters parameters;
+  if (ParsePssParams(ParametersOf(signer.signatureAlgorithm), parameters)) {
+    scheme.hash = parameters.hash;
+    scheme.saltLength = parameters.saltLength;
+  }
+  return scheme;
+}
+
+void SetPssSalt(HCRYPTHASH hash, const SignatureScheme& scheme) {
+  const DWORD salt[] = {scheme.saltLength, scheme.hash};
+  if (!CryptSetHashParam(hash, HP_PSS_SALT, reinterpret_cast<const BYTE*>(salt), 0)) ThrowLastError();
+}
+
+void Unlink(ASN1List& list, const ASN1ListNode& node) {
+  (node.prev ? node.prev->next : list.head) = node.next;
+  (node.next ? node.next->prev : list.tail) = node.prev;
+  --list.count;
+}
+
+SignedDataCore::SignedDataCore() : context_(ASN1ContextPtr::Create()) {
+  if (!context_) throw CAException("out of memory");
+  data_.encapContentInfo.eContentType = AsField(ASN1V_id_data);
+}
+
+SignerInfo* SignedDataCore::findSigner(DWORD index) const {
+  const ASN1ListNode* const node = NodeAt(data_.signerInfos, index);
+  return node ? static_cast<SignerInfo*>(node->data) : nullptr;
+}
+
+SignerInfo& SignedDataCore::signerAt(DWORD index) const {
+  SignerInfo* const signer = findSigner(index);
+  if (!signer) throw CAException("No signer with such index.");
+  return *signer;
+}
+
+// --- signers that sign here ---
+
+SignedDataCore::OwnSigner SignedDataCore::prepareOwnSigner(const CMSG_SIGNER_ENCODE_INFO& info,
+                                                           const SignerInfo& signer) const {
+  OwnSigner own;
+  own.provider = HoldProvider(info.hCryptProv);
+  own.keySpec = info.dwKeySpec;
+  const ALG_ID hash = SchemeOf(signer).hash;
+  if (!hash) throw CAException("Failed to get hash AlgID.");
+  if (!HashesWithSigner()) own.hashProvider = HoldProvider(SVAPI_I_CryptGetDefaultCryptProv(hash));
+  own.contentHash = CreateHash(own.hashingProvider(), hash);
+  return own;
+}
+
+SignerInfo& SignedDataCore::addSigner(const CMSG_SIGNER_ENCODE_INFO& given) {
+  const CMSG_SIGNER_ENCODE_INFO info = FullRecord(given);
+  dropEncoded();
+  if (!info.pCertInfo) throw CAException("Invalid argument: pSignerEncodeInfo");
+  auto* const signer = AllocateValue<SignerInfo>(*context_);
+  signer->version = 1;
+  if (info.SignerId.dwIdChoice) {
+    SetSignerId(*context_, info.SignerId, *signer);
+  } else {
+    CERT_ID id{};
+    id.dwIdChoice = CERT_ID_ISSUER_SERIAL_NUMBER;
+    id.IssuerSerialNumber = {info.pCertInfo->Issuer, info.pCertInfo->SerialNumber};
+    SetSignerId(*context_, id, *signer);
+  }
+  AlgorithmTraits::set(*context_, info.HashAlgorithm, signer->digestAlgorithm);
+  if (info.cAuthAttr) {
+    SetAttributes(*context_, info.cAuthAttr, info.rgAuthAttr, signer->signedAttrs);
+    signer->m.signedAttrsPresent = 1;
+  }
+  if (info.cUnauthAttr) {
+    SetAttributes(*context_, info.cUnauthAttr, info.rgUnauthAttr, signer->unsignedAttrs);
+    signer->m.unsignedAttrsPresent = 1;
+  }
+  SetSignatureAlgorithm(*context_, info.pCertInfo->SubjectPublicKeyInfo.Algorithm, *signer);
+  OwnSigner own = prepareOwnSigner(info, *signer);
+  addDigestAlgorithm(signer->digestAlgorithm);
+  own_.emplace(signer, std::move(own));
+  if (ASN1CSeqOfList::AppendToList(*context_, data_.signerInfos, signer) != ASN1_OK) {
+    own_.erase(signer);
+    throw CAException("out of memory");
+  }
+  return *signer;
+}
+
+void SignedDataCore::addFinishedSigner(const CMSG_CMS_SIGNER_INFO& info) {
+  dropEncoded();
+  SignerInfo signer{};
+  signer.version = static_cast<int32_t>(info.dwVersion);
+  SetSignerId(*context_, info.SignerId, signer);
+  AlgorithmTraits::set(*context_, info.HashAlgorithm, signer.digestAlgorithm);
+  SetSignatureAlgorithm(*context_, info.HashEncryptionAlgorithm, signer);
+  OctetsTraits::set(*context_, info.EncryptedHash, signer.signature);
+  AttributesTraits::set(*context_, info.AuthAttrs, signer.signedAttrs);
+  signer.m.signedAttrsPresent = info.AuthAttrs.cAttr != 0;
+  AttributesTraits::set(*context_, info.UnauthAttrs, signer.unsignedAttrs);
+  signer.m.unsignedAttrsPresent = info.UnauthAttrs.cAttr != 0;
+  CheckedMemory(AppendElement(*context_, data_.signerInfos, signer));
+}
+
+void SignedDataCore::addDigestAlgorithm(const ASN1T_AlgorithmIdentifier& algorithm) {
+  const bool listed = std::ranges::any_of(data_.digestAlgorithms, [&](const auto& present) {
+    return present.algorithm == algorithm.algorithm
+        && SameBytes(ParametersOf(present), ParametersOf(algorithm));
+  });
+  if (!listed) CheckedMemory(AppendElement(*context_, data_.digestAlgorithms, algorithm));
+}
+
+void SignedDataCore::removeSigner(DWORD index) {
+  dropEncoded();
+  SignerInfo& signer = signerAt(index);
+  own_.erase(&signer);
+  rawAttributes_.erase(&signer);
+  Unlink(data_.signerInfos, *NodeAt(data_.signerInfos, index));
+  if (!data_.signerInfos.count) data_.digestAlgorithms = {};
+}
+
+void SignedDataCore::removeAddedSigner(SignerInfo& signer, uint32_t digestAlgorithmsBefore) {
+  dropEncoded();
+  own_.erase(&signer);
+  const ASN1ListNode* node = data_.signerInfos.tail;
+  while (node && node->data != &signer) node = node->prev;
+  if (node) Unlink(data_.signerInfos, *node);
+  while (data_.digestAlgorithms.count > digestAlgorithmsBefore) {
+    Unlink(data_.digestAlgorithms, *data_.digestAlgorithms.tail);
+  }
+}
+
+void SignedDataCore::hashContent(std::span<const BYTE> content) {
+  for (const auto& [signer, own] : own_) HashBytes(own.contentHash.get(), content);
+}
+
+SignedDataCore::OwnSigner& SignedDataCore::ownOf(const SignerInfo& signer) {
+  const auto own = own_.find(&signer);
+  if (own == own_.end()) throw CAException("Cannot create hash");
+  return own->second;
+}
+
+void SignedDataCore::setContentHash(const SignerInfo& signer, std::span<const BYTE> value) {
+  OwnSigner& own = ownOf(signer);
+  own.contentHash = CreateHash(own.hashingProvider(), SchemeOf(signer).hash);
+  if (!CryptSetHashParam(own.contentHash.get(), HP_HASHVAL, value.data(), 0)) ThrowLastError();
+}
+
+std::pair<HCRYPTPROV, HCRYPTHASH> SignedDataCore::hashOf(const SignerInfo& signer) const {
+  const auto own = own_.find(&signer);
+  if (own == own_.end()) return {};
+  return {own->second.provider.get(), own->second.contentHash.get()};
+}
+
+void SignedDataCore::signAll() {
+  for (SignerInfo& signer : data_.signerInfos) {
+    if (const auto own = own_.find(&signer); own != own_.end()) sign(signer, own->second);
+  }
+}
+
+HashHandle SignedDataCore::hashToSign(SignerInfo& signer) {
+  const OwnSigner& own = ownOf(signer);
+  updateAttributes(signer, own);
+  return digest(signer, own.contentHash.get(), own.provider.get(), AttributeForm::Signed, true);
+}
+
+void SignedDataCore::updateAttributes(SignerInfo& signer, const OwnSigner& own) {
+  if (!signer.m.signedAttrsPresent) return;
+  const ByteBuffer type = EncodeAsGiven(kInfo_ContentType, &data_.encapContentInfo.eContentType);
+  ReplaceAttribute(*context_, signer.signedAttrs, ASN1V_id_contentType, type.bytes());
+  const ByteBuffer value = HashValue(own.contentHash.get());
+  const ASN1T_MessageDigest octets = {value.size(), value.data()};
+  const ByteBuffer encoded = EncodeAsGiven(kInfo_MessageDigest, &octets);
+  ReplaceAttribute(*context_, signer.signedAttrs, ASN1V_id_messageDigest, encoded.bytes());
+}
+
+void SignedDataCore::sign(SignerInfo& signer, const OwnSigner& own) {
+  const HashHandle hash = hashToSign(signer);
+  if (!hash) throw CAException("Cannot create hash");
+  const SignatureScheme scheme = SchemeOf(signer);
+  if (!scheme.hash) ThrowLastError();
+  if (scheme.isPss) SetPssSalt(hash.get(), scheme);
+  DWORD size = 0;
+  if (!CryptSignHashA(hash.get(), own.keySpec, nullptr, scheme.flags(), nullptr, &size)) ThrowLastError();
+  ByteBuffer signature;
+  signature.resize(size);
+  if (!CryptSignHashA(hash.get(), own.keySpec, nullptr, scheme.flags(), signature.data(), &size)) {
+    ThrowLastError();
+  }
+  std::reverse(signature.data(), signature.data() + size);
+  signer.signature = CopyOctets(*context_, signature.bytes().first(size));
+}
+
+// --- what a signature is made of ---
+
+void SignedDataCore::keepRawAttributes(const SignerInfo& signer, std::span<const BYTE> encoded) {
+  rawAttributes_[&signer].assign(encoded);
+}
+
+ByteBuffer SignedDataCore::attributesToHash(const SignerInfo& signer, AttributeForm form) {
+  const auto raw = rawAttributes_.find(&signer);
+  if (raw != rawAttributes_.end() && !EncodesAttributesAnew()) {
+    if (raw->second.bytes().empty()) ThrowLastError();
+    return raw->second;
+  }
+  if (form == AttributeForm::AsListed) return EncodeAsGiven(kInfo_SignedAttributes, &signer.signedAttrs);
+  ASN1BEREncodeBuffer buffer;
+  if (EncodeValue(buffer.context(), kInfo_SignedAttributes, &signer.signedAttrs, Tagging::Explicit) < 0) {
+    throw Asn1Exception(buffer.context().errorText());
+  }
+  return ByteBuffer({buffer.GetMsgPtr(), buffer.GetMsgLen()});
+}
+
+HashHandle SignedDataCore::digest(const SignerInfo& signer, HCRYPTHASH contentHash, HCRYPTPROV provider,
+                                  AttributeForm form, bool checkDigest) {
+  const ALG_ID algorithm = SchemeOf(signer).hash;
+  if (!signer.m.signedAttrsPresent) {
+    if (EncodesAttributesAnew()) {
+      HashHandle copy;
+      if (!CryptDuplicateHash(contentHash, nullptr, 0, copy.out())) ThrowLastError();
+      return copy;
+    }
+    const ByteBuffer value = HashValue(contentHash);
+    HashHandle hash = CreateHash(provider, algorithm);
+    if (!CryptSetHashParam(hash.get(), HP_HASHVAL, value.data(), 0)) ThrowLastError();
+    return hash;
+  }
+  if (checkDigest && !matchesContent(signer, contentHash)) {
+    SetLastError(NTE_BAD_SIGNATURE);
+    return {};
+  }
+  ByteBuffer attributes = attributesToHash(signer, form);
+  attributes.data()[0] = kSetTag;
+  HashHandle hash = CreateHash(provider, algorithm);
+  HashBytes(hash.get(), attributes.bytes());
+  return hash;
+}
+
+bool SignedDataCore::matchesContent(const SignerInfo& signer, HCRYPTHASH contentHash) const {
+  const ASN1T_Attribute* const attribute = FindAttribute(signer.signedAttrs, ASN1V_id_messageDigest);
+  if (!attribute || !attribute->values.count) throw CAException("No messageDigest in signed attributes");
+  if (attribute->values.count > 1) throw CAException("messageDigest attribute has multiple values");
+  const auto encoded = attribute->values.begin()->encoded.bytes();
+  ASN1BERDecodeBuffer buffer(encoded.data(), encoded.size());
+  ASN1T_MessageDigest stated{};
+  if (ASN1C_MessageDigest(buffer, stated).Decode() != ASN1_OK)
+    throw Asn1Exception(buffer.context().errorText());
+  return SameBytes(stated.bytes(), HashValue(contentHash).bytes());
+}
+
+}  // namespace certkern

@@ -1,0 +1,339 @@
+// Encodings of a SignedData, their size beforehand, and what else than signers changes them.
+#include <certkern/errors.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+#include "asn1data/certificate.h"
+#include "asn1data/oids_pkcs.h"
+#include "asn1rt/message_buffer.h"
+#include "certkern/ASN1Traits.h"
+#include "certkern/signed_data.h"
+#include "platform/limits.h"
+#include "platform/sizes.h"
+
+namespace certkern {
+namespace {
+
+using namespace asn1data;
+
+// From here on the size is computed first and the content written once, where it stays.
+constexpr DWORD kLargeContent = 64 * 1024;
+
+size_t HeaderSize(uint64_t length) {
+  size_t size = 2;
+  if (length >= 0x80) {
+    for (; length; length >>= 8) ++size;
+  }
+  return size;
+}
+uint64_t Wrapped(uint64_t length) { return HeaderSize(length) + length; }
+
+void Require(int status, const ASN1Context& context) {
+  if (status < 0) throw Asn1Exception(context.errorText());
+}
+
+// --- the order of signed attributes: DER's, whatever order the list has ---
+
+struct SortedAttribute {
+  ByteBuffer encoded;
+  void* element;
+};
+
+ASN1List SortedCopy(ASN1Context& context, const ASN1T_SignedAttributes& list) {
+  std::vector<SortedAttribute> sorted;
+  sorted.reserve(list.count);
+  for (const ASN1ListNode* node = list.head; node; node = node->next) {
+    sorted.push_back({EncodeAsGiven(kInfo_Attribute, node->data), node->data});
+  }
+  std::ranges::stable_sort(sorted, [](const SortedAttribute& a, const SortedAttribute& b) {
+    return std::ranges::lexicographical_compare(a.encoded.bytes(), b.encoded.bytes());
+  });
+  ASN1List copy{};
+  for (const SortedAttribute& attribute : sorted) {
+    Require(ASN1CSeqOfList::AppendToList(context, copy, attribute.element), context);
+  }
+  return copy;
+}
+
+// A SignedData to be written in the order of its lists, but for the signed attributes. What it is made of stays shared.
+ASN1T_SignedData ForEncoding(ASN1Context& context, const ASN1T_SignedData& data) {
+  ASN1T_SignedData copy = data;
+  copy.signerInfos = {};
+  for (const SignerInfo& signer : data.signerInfos) {
+    SignerInfo* const sorted = AppendElement(context, copy.signerInfos, signer);
+    CheckedMemory(sorted);
+    if (signer.signedAttrs.count > 1) {
+      static_cast<ASN1List&>(sorted->signedAttrs) = SortedCopy(context, signer.signedAttrs);
+    }
+  }
+  return copy;
+}
+
+void EncodeSignedData(ASN1BEREncodeBuffer& buffer, const ASN1T_SignedData& data, bool bare) {
+  ASN1Context& context = buffer.context();
+  context.setSetOrder(SetOrder::AsGiven);
+  const ASN1T_SignedData ordered = ForEncoding(context, data);
+  context.output().restart();
+  const int length = EncodeValue(context, kInfo_SignedData, &ordered, Tagging::Explicit);
+  Require(length, context);
+  if (bare) return;
+  // ContentInfo around it, without another copy of it
+  const ByteBuffer type = [] {
+    const ASN1ObjectId signedData = AsField(ASN1V_id_signedData);
+    return EncodeAsGiven(kInfo_ContentType, &signedData);
+  }();
+  BackwardBuffer& out = context.output();
+  const auto prependHeader = [&](BYTE tag, uint64_t size) {
+    BYTE* const header = out.prepend(HeaderSize(size));
+    if (!header) Require(context.fail(out.status()), context);
+    header[0] = tag;
+    const size_t octets = HeaderSize(size) - 2;
+    header[1] = static_cast<BYTE>(octets ? 0x80 | octets : size);
+    for (size_t i = 0; i < octets; ++i) header[2 + i] = static_cast<BYTE>(size >> 8 * (octets - 1 - i));
+  };
+  prependHeader(0xA0, out.length());
+  BYTE* const place = out.prepend(type.size());
+  if (!place) Require(context.fail(out.status()), context);
+  std::ranges::copy(type.bytes(), place);
+  prependHeader(0x30, out.length());
+}
+
+ByteBuffer EncodeInto(const ASN1T_SignedData& data, bool bare) {
+  ASN1BEREncodeBuffer buffer;
+  EncodeSignedData(buffer, data, bare);
+  return ByteBuffer({buffer.GetMsgPtr(), buffer.GetMsgLen()});
+}
+
+ASN1T_SignedData WithoutContent(const ASN1T_SignedData& data) {
+  ASN1T_SignedData bare = data;
+  bare.encapContentInfo.m.eContentPresent = 0;
+  bare.encapContentInfo.eContent = {};
+  return bare;
+}
+
+// What content adds is known without writing it: headers in front of it, and longer ones around it.
+uint64_t SizeWithContent(uint64_t bareSizeWithout, uint64_t typeSize, uint64_t contentSize, bool bare) {
+  const uint64_t inner = bareSizeWithout - HeaderSize(bareSizeWithout - 2);
+  uint64_t length = inner;
+  // the header of the outermost SEQUENCE may be longer than that of its total
+  while (Wrapped(length) > bareSizeWithout) --length;
+  while (Wrapped(length) < bareSizeWithout) ++length;
+  const uint64_t content = Wrapped(Wrapped(contentSize));
+  const uint64_t whole = Wrapped(length - Wrapped(typeSize) + Wrapped(typeSize + content));
+  constexpr uint64_t kSignedDataIdentifier = 11;
+  return bare ? whole : Wrapped(kSignedDataIdentifier + Wrapped(whole));
+}
+
+template <class Control, class Value>
+void DecodeBlob(ASN1Context& context, const ASN1OctetString& octets, Value& value) {
+  ASN1BERDecodeBuffer buffer(ASN1ContextPtr::Share(&context), octets.data, octets.numocts);
+  if (Control(buffer, value).Decode() != ASN1_OK) {
+    const std::string text = context.errorText();
+    context.clearStatus();
+    throw Asn1Exception(text);
+  }
+}
+
+template <class List, class Flag>
+void RemoveAt(List& list, DWORD index, Flag clearPresent) {
+  const ASN1ListNode* const node = NodeAt(list, index);
+  if (!node) throw CryptException(E_INVALIDARG);
+  Unlink(list, *node);
+  if (!list.count) clearPresent();
+}
+
+// --- sizes of signatures by the key that makes them ---
+
+struct SignatureRoom {
+  std::string_view key;
+  DWORD fixed;
+  bool addsKey;
+};
+constexpr std::string_view kRsa = "1.2.840.113549.1.1.1";
+constexpr SignatureRoom kSignatureRooms[] = {
+    {"1.2.643.7.1.1.1.2", 148, false},
+    {"1.2.643.2.2.19",    84,  false},
+    {"1.2.643.7.1.1.1.1", 84,  false},
+    {kRsa,                20,  true },
+    {"1.2.840.10045.2.1", 28,  true },
+};
+constexpr DWORD kOtherSignatureRoom = 4116;
+
+const CERT_PUBLIC_KEY_INFO& KeyOf(const CMSG_SIGNER_ENCODE_INFO& signer) {
+  if (!signer.pCertInfo) throw CAException("Invalid argument: pSignerEncodeInfo");
+  return signer.pCertInfo->SubjectPublicKeyInfo;
+}
+
+const SignatureRoom* RoomFor(const CERT_PUBLIC_KEY_INFO& key) {
+  const std::string_view oid = key.Algorithm.pszObjId ? key.Algorithm.pszObjId : "";
+  const auto* const row = std::ranges::find(kSignatureRooms, oid, &SignatureRoom::key);
+  return row == std::end(kSignatureRooms) ? nullptr : row;
+}
+
+uint64_t FormulaRoom(const CERT_PUBLIC_KEY_INFO& key) {
+  const SignatureRoom* const row = RoomFor(key);
+  if (!row) return kOtherSignatureRoom;
+  return uint64_t{row->fixed} + (row->addsKey ? key.PublicKey.cbData : 0);
+}
+
+// Octets of the longest signature that the key can make.
+uint64_t LongestSignature(const CERT_PUBLIC_KEY_INFO& key) {
+  const SignatureRoom* const row = RoomFor(key);
+  constexpr DWORD kSlack = 20;  // that is in each room beside the signature
+  if (!row) return kOtherSignatureRoom - kSlack;
+  if (!row->addsKey) return row->fixed - kSlack;
+  const CRYPT_BIT_BLOB& point = key.PublicKey;
+  if (row->key == kRsa || !point.cbData || !point.pbData) return point.cbData;
+  // two numbers of a coordinate's size, each perhaps with a sign octet, in DER
+  const bool compressed = point.pbData[0] == 2 || point.pbData[0] == 3;
+  const uint64_t coordinate = compressed ? point.cbData - 1 : point.cbData / 2;
+  return Wrapped(2 * Wrapped(coordinate + 1));
+}
+
+}  // namespace
+
+ByteBuffer EncodeAsGiven(const TypeInfo& type, const void* value) {
+  ASN1BEREncodeBuffer buffer;
+  buffer.context().setSetOrder(SetOrder::AsGiven);
+  Require(EncodeValue(buffer.context(), type, value, Tagging::Explicit), buffer.context());
+  return ByteBuffer({buffer.GetMsgPtr(), buffer.GetMsgLen()});
+}
+
+void SignedDataCore::updateVersion() {
+  data_.version = data_.encapContentInfo.eContentType == ASN1V_id_data ? 1 : 3;
+}
+
+ByteBuffer SignedDataCore::encode(bool bare) {
+  const ASN1T_EncapsulatedContentInfo& encapsulated = data_.encapContentInfo;
+  if (!encapsulated.m.eContentPresent || encapsulated.eContent.numocts < kLargeContent) {
+    return EncodeInto(data_, bare);
+  }
+  const uint64_t without = EncodeInto(WithoutContent(data_), true).size();
+  const uint64_t typeSize = EncodeAsGiven(kInfo_ContentType, &encapsulated.eContentType).size();
+  ByteBuffer whole;
+  whole.resize(SizeWithContent(without, typeSize, encapsulated.eContent.numocts, bare));
+  ASN1BEREncodeBuffer buffer({whole.data(), whole.size()});
+  EncodeSignedData(buffer, data_, bare);
+  if (buffer.GetMsgLen() != whole.size()) throw CryptException(ERROR_INTERNAL_ERROR);
+  return whole;
+}
+
+const ByteBuffer& SignedDataCore::encoded(bool bare) {
+  ByteBuffer& cache = bare ? bareEncoded_ : encoded_;
+  if (!cache.size()) {
+    updateVersion();
+    cache = encode(bare);
+  }
+  return cache;
+}
+
+// --- an upper bound of the size ---
+
+uint64_t SignedDataCore::formulaBound(uint64_t bareSize, DWORD contentSize,
+                                      const CMSG_SIGNED_ENCODE_INFO& info) const {
+  constexpr uint64_t kAttributeName = sizeof("1.2.840.113549.1.9.3") - 1 + 4;
+  constexpr uint64_t kContentRoom = 62;
+  uint64_t size = bareSize;
+  for (const auto& [signer, own] : own_) {
+    for (const ASN1OBJID& standard : {ASN1V_id_contentType, ASN1V_id_messageDigest}) {
+      const bool present = std::ranges::any_of(
+          signer->signedAttrs, [&](const ASN1T_Attribute& attribute) { return attribute.type == standard; });
+      if (!present) size += kAttributeName;
+    }
+    size += HashValue(own.contentHash.get()).size();
+  }
+  ForEachSigner(info, [&](const CMSG_SIGNER_ENCODE_INFO& signer) { size += FormulaRoom(KeyOf(signer)); });
+  return contentSize ? size + contentSize + kContentRoom : size;
+}
+
+DWORD SignedDataCore::encodedSizeBound(DWORD contentSize, bool bare, const CMSG_SIGNED_ENCODE_INFO& info) {
+  updateVersion();
+  std::vector<uint64_t> longest;
+  ForEachSigner(info, [&](const CMSG_SIGNER_ENCODE_INFO& signer) {
+    longest.push_back(LongestSignature(KeyOf(signer)));
+  });
+  const std::vector<BYTE> room(longest.empty() ? 0 : std::ranges::max(longest));
+  // the message without its content, and with signatures as long as these; a signer that has none here has none
+  const auto withSignatures = [&](std::span<const uint64_t> sizes) {
+    ASN1T_SignedData data = WithoutContent(data_);
+    data.signerInfos = {};
+    for (const SignerInfo& signer : data_.signerInfos) {
+      SignerInfo* const copy = AppendElement(*context_, data.signerInfos, signer);
+      CheckedMemory(copy);
+      const size_t index = data.signerInfos.count - 1;
+      copy->signature = {index < sizes.size() ? static_cast<uint32_t>(sizes[index]) : 0, room.data()};
+    }
+    return data;
+  };
+  const uint64_t formula = formulaBound(EncodeInto(withSignatures({}), bare).size(), contentSize, info);
+  // the same with all that signing adds, which long content types and short points can make more than the formula
+  for (const auto& [signer, own] : own_) updateAttributes(*signer, own);
+  const uint64_t without = EncodeInto(withSignatures(longest), bare || contentSize).size();
+  if (!contentSize) return CheckedDword(std::max(formula, without));
+  const uint64_t typeSize = EncodeAsGiven(kInfo_ContentType, &data_.encapContentInfo.eContentType).size();
+  return CheckedDword(std::max(formula, SizeWithContent(without, typeSize, contentSize, bare)));
+}
+
+// --- certificates, lists, attributes ---
+
+void SignedDataCore::addCertificate(const CRYPT_DATA_BLOB& encoded) {
+  dropEncoded();
+  const ASN1OctetString octets = CopyOctets(*context_, GivenBytes(encoded));
+  ASN1T_Certificate certificate{};
+  DecodeBlob<ASN1C_Certificate>(*context_, octets, certificate);
+  ASN1T_CertificateChoicesRaw choice{};
+  choice.t = ASN1T_CertificateChoicesRaw::t_certRaw;
+  choice.u.certRaw = {octets, nullptr, nullptr};
+  CheckedMemory(AppendElement(*context_, data_.certificates, choice));
+  data_.m.certificatesPresent = 1;
+}
+
+void SignedDataCore::addCrl(const CRYPT_DATA_BLOB& encoded) {
+  dropEncoded();
+  const ASN1OctetString octets = CopyOctets(*context_, GivenBytes(encoded));
+  ASN1T_CertificateList list{};
+  DecodeBlob<ASN1C_CertificateList>(*context_, octets, list);
+  ASN1T_RevocationChoiceRaw choice{};
+  choice.t = ASN1T_RevocationChoiceRaw::t_crlRaw;
+  choice.u.crlRaw = {octets, nullptr, nullptr};
+  CheckedMemory(AppendElement(*context_, data_.crls, choice));
+  data_.m.crlsPresent = 1;
+}
+
+void SignedDataCore::removeCertificate(DWORD index) {
+  dropEncoded();
+  RemoveAt(data_.certificates, index, [&] { data_.m.certificatesPresent = 0; });
+}
+
+void SignedDataCore::removeCrl(DWORD index) {
+  dropEncoded();
+  RemoveAt(data_.crls, index, [&] { data_.m.crlsPresent = 0; });
+}
+
+void SignedDataCore::addUnsignedAttribute(const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA& para) {
+  const bool wasEncoded = encoded_.size() != 0;
+  dropEncoded();
+  const ASN1OctetString octets = CopyOctets(*context_, GivenBytes(para.blob));
+  ASN1T_Attribute attribute{};
+  DecodeBlob<ASN1C_Attribute>(*context_, octets, attribute);
+  SignerInfo* const signer = findSigner(para.dwSignerIndex);
+  if (!signer) throw Asn1Exception("No signer with such index.");
+  CheckedMemory(AppendElement(*context_, signer->unsignedAttrs, attribute));
+  signer->m.unsignedAttrsPresent = 1;
+  if (wasEncoded) encoded(false);
+}
+
+void SignedDataCore::removeUnsignedAttribute(const CMSG_CTRL_DEL_SIGNER_UNAUTH_ATTR_PARA& para) {
+  dropEncoded();
+  SignerInfo* const signer = findSigner(para.dwSignerIndex);
+  if (!signer) throw Asn1Exception("No signer with such index.");
+  if (const ASN1ListNode* const node = NodeAt(signer->unsignedAttrs, para.dwUnauthAttrIndex)) {
+    Unlink(signer->unsignedAttrs, *node);
+  }
+  if (!signer->unsignedAttrs.count) signer->m.unsignedAttrsPresent = 0;
+}
+
+}  // namespace certkern
