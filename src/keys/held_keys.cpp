@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string_view>
 
 #include "ber/fields.h"
 #include "platform/limits.h"
@@ -50,21 +51,18 @@ class HeldKeys {
 
 constinit NeverDestroyed<HeldKeys> heldKeys;
 
-void Append(std::string& name, std::span<const BYTE> bytes) {
-  name += std::to_string(bytes.size()) + ':';
-  name.append(bytes.begin(), bytes.end());
-}
-
 // All that decides which provider gets which key; empty for one that is not held.
 std::string NameOf(const SignatureRow& row, const CERT_PUBLIC_KEY_INFO& info, ALG_ID algorithm) {
   std::span<const BYTE> parameters;
   const CRYPT_BIT_BLOB& key = info.PublicKey;
   if (!BlobBytes(info.Algorithm.Parameters, parameters) || !key.pbData) return {};
   if (size_t{key.cbData} + parameters.size() > kMaxHeldKey) return {};
-  std::string name = std::to_string(row.providerType) + ' ' + std::to_string(algorithm) + ' '
-      + std::to_string(key.cUnusedBits) + ' ' + info.Algorithm.pszObjId + ' ';
-  Append(name, parameters);
-  Append(name, {key.pbData, key.cbData});
+  const DWORD words[] = {row.providerType, algorithm, key.cUnusedBits, static_cast<DWORD>(parameters.size())};
+  const std::string_view oid(info.Algorithm.pszObjId);
+  std::string name;
+  name.reserve(sizeof words + oid.size() + 1 + parameters.size() + key.cbData);
+  name.append(reinterpret_cast<const char*>(words), sizeof words).append(oid).push_back('\0');
+  name.append(parameters.begin(), parameters.end()).append(key.pbData, key.pbData + key.cbData);
   return name;
 }
 
