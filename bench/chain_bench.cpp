@@ -15,7 +15,6 @@
 #include <certkern/store.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
 #include <map>
 #include <memory>
@@ -30,8 +29,6 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 // --- what is spent at the key level: its functions stand here before its own ---
 
 struct Spent {
@@ -45,9 +42,9 @@ Spent g_spent;
 template <class Function, class... Arguments>
 BOOL Timed(const char* name, double Spent::*part, Arguments... arguments) {
   const auto function = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-  const auto start = Clock::now();
+  const double start = certkern::bench::Now();
   const BOOL done = function(arguments...);
-  g_spent.*part += std::chrono::duration<double>(Clock::now() - start).count();
+  g_spent.*part += certkern::bench::Now() - start;
   return done;
 }
 
@@ -259,9 +256,7 @@ enum class Lists { None, Both };
 
 void TellWhereTimeGoes(benchmark::State& state, int times, const std::function<void()>& ours) {
   g_spent = {true};
-  const auto start = Clock::now();
-  for (int i = 0; i < times; ++i) ours();
-  const double all = std::chrono::duration<double>(Clock::now() - start).count();
+  const double all = certkern::bench::SecondsOf(ours, times);
   g_spent.counted = false;
   state.counters["verifying"] = g_spent.verifying / all;
   state.counters["keys"] = g_spent.keys / all;
