@@ -76,12 +76,21 @@ void VerifyChainPolicy(const PolicyCall& call) {
   CallForeign(LoadConfigured(call.oid), call);
 }
 
-const CERT_CHAIN_ELEMENT& EndElement(const CERT_CHAIN_CONTEXT& chain) {
-  const bool isThere = chain.cChain && chain.rgpChain && chain.rgpChain[0] && chain.rgpChain[0]->cElement
-      && chain.rgpChain[0]->rgpElement && chain.rgpChain[0]->rgpElement[0]
-      && chain.rgpChain[0]->rgpElement[0]->pCertContext;
+const CERT_SIMPLE_CHAIN& PathAt(const CERT_CHAIN_CONTEXT& chain, DWORD index) {
+  const bool isThere = index < chain.cChain && chain.rgpChain && chain.rgpChain[index];
   if (!isThere) throw CryptException(ERROR_INVALID_PARAMETER);
-  return *chain.rgpChain[0]->rgpElement[0];
+  return *chain.rgpChain[index];
+}
+
+const CERT_CHAIN_ELEMENT& ElementAt(const CERT_SIMPLE_CHAIN& path, DWORD index) {
+  const bool isThere = index < path.cElement && path.rgpElement && path.rgpElement[index]
+      && path.rgpElement[index]->pCertContext;
+  if (!isThere) throw CryptException(ERROR_INVALID_PARAMETER);
+  return *path.rgpElement[index];
+}
+
+const CERT_CHAIN_ELEMENT& EndElement(const CERT_CHAIN_CONTEXT& chain) {
+  return ElementAt(PathAt(chain, 0), 0);
 }
 
 PCCERT_CONTEXT EndCertificate(const CERT_CHAIN_CONTEXT& chain) { return EndElement(chain).pCertContext; }

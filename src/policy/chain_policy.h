@@ -27,6 +27,10 @@ void VerifySslPolicy(const PolicyCall& call);
 // Whether all was signed within its signer's key period.
 void VerifyKeyPeriodPolicy(const PolicyCall& call);
 
+// Parts of a chain, which may come from anywhere: one that is not there is a CryptException.
+const CERT_SIMPLE_CHAIN& PathAt(const CERT_CHAIN_CONTEXT& chain, DWORD index);
+const CERT_CHAIN_ELEMENT& ElementAt(const CERT_SIMPLE_CHAIN& path, DWORD index);
+
 // The end certificate; a chain without one is a CryptException.
 PCCERT_CONTEXT EndCertificate(const CERT_CHAIN_CONTEXT& chain);
 const CERT_CHAIN_ELEMENT& EndElement(const CERT_CHAIN_CONTEXT& chain);

@@ -245,6 +245,30 @@ TEST(KeyPeriodPolicy, IssuersOnlyWhenStrict) {
   EXPECT_EQ(found.element, 1);
 }
 
+TEST(KeyPeriodPolicy, PartsThatAreMissing) {
+  const StrictKeyPeriods strict(true);
+  const Bytes any = MakeCertificate({});
+  const auto refused = [](const MadeChain& chain) {
+    const Judgement judged = JudgePeriods(chain, 2025).plain;
+    return !judged.judged && judged.lastError == ERROR_INVALID_PARAMETER;
+  };
+  MadeChain chain(0, {any, any});
+  EXPECT_FALSE(refused(chain));
+  chain.element(1).pCertContext = nullptr;
+  EXPECT_TRUE(refused(chain)) << "no certificate";
+  chain.slot(1) = nullptr;
+  EXPECT_TRUE(refused(chain)) << "no element";
+  MadeChain two(0, {any});
+  PCERT_SIMPLE_CHAIN paths[] = {*two.context().rgpChain, nullptr};
+  two.context().cChain = 2;
+  two.context().rgpChain = paths;
+  EXPECT_TRUE(refused(two)) << "no path";
+  CERT_SIMPLE_CHAIN hollow = *paths[0];
+  hollow.rgpElement = nullptr;
+  paths[1] = &hollow;
+  EXPECT_TRUE(refused(two)) << "no elements";
+}
+
 TEST(KeyPeriodPolicy, ListsOfTheIssuerWhenStrict) {
   const StrictKeyPeriods strict(true);
   // lists are compared with the issuer of their element: "ca" until 2026
