@@ -125,7 +125,8 @@ DWORD SendPKIRequest(LPCWSTR pwszUrl, LPCWSTR pwszUserAgent, LPCWSTR pwszContent
   return Guarded([&](Frame& frame) -> DWORD {
     frame.entry("(pwszUrl = %p, pRequest = %p, pResponse = %p)", static_cast<const void*>(pwszUrl),
                 static_cast<const void*>(pRequest), static_cast<void*>(pResponse));
-    if (!pwszUrl || !pRequest || !pResponse || (!pRequest->pbData && pRequest->cbData)) {
+    if (!pwszUrl || !pRequest || !pResponse || (!pRequest->pbData && pRequest->cbData)
+        || (!pResponse->pbData && pResponse->cbCapacity)) {
       return frame.failed(ERROR_INVALID_PARAMETER);
     }
     const DWORD status = certkern::PostPkiRequest(
