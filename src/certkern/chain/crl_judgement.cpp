@@ -9,6 +9,7 @@
 
 #include "certkern/chain/attempt.h"
 #include "certkern/chain/cert_facts.h"
+#include "certkern/chain/good_verdicts.h"
 #include "certkern/chain/issuer_search.h"
 #include "keys/certificate_signature.h"
 #include "platform/supkern.h"
@@ -143,6 +144,7 @@ RevocationResult CrlJudgement::judgeAll(CrlCollection& crls, CrlSource source) {
     }
     if (reasons_ == kAllReasons) {
       cert_.crlChecked = true;
+      builder_.goodVerdicts->checkedForGood();
       builder_.trace.line("Certificate not found at crl.");
       return result;
     }
