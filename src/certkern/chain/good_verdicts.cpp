@@ -19,7 +19,7 @@ struct GoodVerdicts::Decision {
   GoodVerdicts& all;
   Decision* const outer;
   Verdict verdict;
-  CertSet circles;    // met while under decision
+  CertSet circles;  // met while under decision
   bool ended = false;
   bool final = true;  // false: with more room it might have gone on
 };
@@ -58,7 +58,8 @@ RevocationResult GoodVerdicts::decide(CertRecord& cert, const std::function<Revo
     include(*outer, decision.verdict);
     outer->circles.insert(decision.circles.begin(), decision.circles.end());
   }
-  if (result != kNotRevoked || !decision.final || !decision.circles.empty() || state() != before) return result;
+  if (result != kNotRevoked || !decision.final || !decision.circles.empty()) return result;
+  // what it has learned on the way makes it old at once
   if (keptAt_ != before) good_.clear();
   keptAt_ = before;
   good_[&cert] = std::move(decision.verdict);

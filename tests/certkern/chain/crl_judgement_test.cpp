@@ -221,22 +221,24 @@ TEST(GoodVerdicts, OnlyWhereNothingElseCouldCome) {
   CertRecord& c = records.certificate(Objects().certificate("point"), false);
   GoodVerdicts verdicts(records);
   const auto good = [] { return kNotRevoked; };
-  const auto decideBoth = [&](bool circle) {  // a by way of b, which meets itself or a
+  const auto decideAll = [&](CertRecord& circle) {  // a by way of b, b by way of c
     verdicts.decide(a, [&] {
       verdicts.met(b, false);
       return verdicts.decide(b, [&] {
-        verdicts.met(circle ? a : b, true);
-        return kNotRevoked;
+        return verdicts.decide(c, [&] {
+          verdicts.met(circle, true);
+          return kNotRevoked;
+        });
       });
     });
   };
-  decideBoth(true);
+  decideAll(a);
   EXPECT_TRUE(verdicts.has(a, {}, 0));
   EXPECT_FALSE(verdicts.has(b, {}, 0)) << "elsewhere a would not be under decision";
-  decideBoth(false);
+  decideAll(b);
   EXPECT_TRUE(verdicts.has(b, {}, 0));
-  EXPECT_TRUE(verdicts.has(a, {&c}, kMaxRevocationClones - 2));
-  EXPECT_FALSE(verdicts.has(a, {}, kMaxRevocationClones - 1)) << "needs two clones";
+  EXPECT_TRUE(verdicts.has(a, {&c}, kMaxRevocationClones - 3));
+  EXPECT_FALSE(verdicts.has(a, {}, kMaxRevocationClones - 2)) << "needs three clones";
   EXPECT_FALSE(verdicts.has(a, {&b}, 0)) << "would close a circle";
   // what a remembered verdict met belongs to the one that uses it
   verdicts.decide(c, [&] {
@@ -244,7 +246,7 @@ TEST(GoodVerdicts, OnlyWhereNothingElseCouldCome) {
     return kNotRevoked;
   });
   EXPECT_FALSE(verdicts.has(c, {&b}, 0));
-  EXPECT_FALSE(verdicts.has(c, {}, kMaxRevocationClones - 2));
+  EXPECT_FALSE(verdicts.has(c, {}, kMaxRevocationClones - 3));
 
   verdicts.checkedForGood();
   EXPECT_FALSE(verdicts.has(a, {}, 0)) << "more is known now";
