@@ -141,13 +141,16 @@ std::optional<CachedObject> UrlCache::find(const std::string& url) {
   return CachedObject{Duplicate(*item.context.get()), item.lastModified};
 }
 
-DWORD UrlCache::add(const std::string& url, const FILETIME& lastModified, ContextRecord& context) {
+DWORD UrlCache::add(const std::string& url, const FILETIME& lastModified, ContextRecord& context,
+                    ContextOwner* kept) {
   const auto added = [&]() -> DWORD {
     if (!store_) return SEC_E_INTERNAL_ERROR;
     if (url.empty() || url.size() > kMaxUrl) return ERROR_INVALID_PARAMETER;
     if (!IsValidNow(context)) return SEC_E_CONTEXT_EXPIRED;
     const std::lock_guard guard(lock_);
-    return addItem(url, lastModified, context);
+    if (const DWORD code = addItem(url, lastModified, context)) return code;
+    if (kept) *kept = Duplicate(*items_.find(url)->second.context.get());
+    return ERROR_SUCCESS;
   };
   const DWORD code = added();
   if (code) TraceCache("(): can't add certificate to cache store, error %x", code);

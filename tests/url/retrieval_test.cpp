@@ -153,6 +153,16 @@ TEST_F(Retrieval, TheCacheAnswersFirst) {
   EXPECT_NE(Serials(*store.get()).find('9'), std::string::npos) << "on disk at once";
 }
 
+// What a million entries take is there once.
+TEST_F(Retrieval, TheFirstDownloadAndTheCacheShareAList) {
+  const std::string url = serve("shared", Text(crl));
+  const CrlHandle first(static_cast<PCCRL_CONTEXT>(Retrieve(url, CONTEXT_OID_CRL, 0).object));
+  const CrlHandle second(
+      static_cast<PCCRL_CONTEXT>(Retrieve(url, CONTEXT_OID_CRL, CRYPT_CACHE_ONLY_RETRIEVAL).object));
+  ASSERT_TRUE(first && second);
+  EXPECT_EQ(first->pbCrlEncoded, second->pbCrlEncoded);
+}
+
 TEST_F(Retrieval, WhatIsNotValidNowComesButIsNotKept) {
   const Bytes expired = Expired(certificate, "350101000000Z", "250102000000Z");
   const std::string url = serve("expired", Text(expired));
