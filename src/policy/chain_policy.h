@@ -18,8 +18,9 @@ struct PolicyCall {
 // By number, by name, or by what the configuration has under the name.
 void VerifyChainPolicy(const PolicyCall& call);
 
-// The base policy as the process has it: a function that a program installed in front is asked instead.
-void VerifyInstalledBasePolicy(const PolicyCall& call);
+// The base policy as the process has it: a function that a program installed in front is asked instead. `otherwise` is
+// the code where it fails without one.
+void VerifyInstalledBasePolicy(const PolicyCall& call, DWORD otherwise);
 
 // Server and client chains of TLS (RFC 6125, 6.4).
 void VerifySslPolicy(const PolicyCall& call);

@@ -241,7 +241,7 @@ void JudgeBase(const PolicyCall& call, const ExtraStatus* extra) {
   CERT_CHAIN_POLICY_STATUS base{};
   base.cbSize = sizeof base;
   try {
-    VerifyInstalledBasePolicy({call.oid, call.chain, &para, &base});
+    VerifyInstalledBasePolicy({call.oid, call.chain, &para, &base}, E_FAIL);
   } catch (const CryptException&) {
     TracePolicy("CERT_CHAIN_POLICY_BASE check returned FALSE. Exception will be thrown.\n");
     static_cast<void>(EndsWith(base, extra));  // for its records

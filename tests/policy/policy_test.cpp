@@ -155,6 +155,8 @@ TEST(SslPolicy, BaseFindingsComeFirstAndStay) {
   EXPECT_EQ(judged.error, CERT_E_UNTRUSTEDROOT);
   EXPECT_EQ(judged.element, -1);
   EXPECT_EQ(JudgeSsl(chain, L"other", 0, CERT_CHAIN_POLICY_ALLOW_UNKNOWN_CA_FLAG).error, CERT_E_CN_NO_MATCH);
+  EXPECT_EQ(JudgeSsl(chain, L"cn.example", 0, CERT_CHAIN_POLICY_ALLOW_UNKNOWN_CA_FLAG).error, 0u)
+      << "what is overlooked does not come back by the key period";
 }
 
 TEST(SslPolicy, UsageMustComeThroughTheChain) {
@@ -365,17 +367,35 @@ TEST(ApplicationUsage, RowByRow) {
 
 // The sets are the process's: this one stands last.
 TEST(PolicyFunctions, OneInstalledInFrontIsAsked) {
+  static struct {
+    BOOL judged;
+    DWORD code, error;
+  } answer;
   static const PFN_CERT_VERIFY_CHAIN_POLICY kMine = [](LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA,
                                                        PCERT_CHAIN_POLICY_STATUS status) -> BOOL {
-    status->dwError = 4711;
-    return TRUE;
+    status->dwError = answer.error;
+    SetLastError(answer.code);
+    return answer.judged;
   };
   const CRYPT_OID_FUNC_ENTRY entry{CERT_CHAIN_POLICY_BASE, reinterpret_cast<void*>(kMine)};
   ASSERT_TRUE(CryptInstallOIDFunctionAddress(nullptr, 0, CRYPT_OID_VERIFY_CERTIFICATE_CHAIN_POLICY_FUNC, 1,
                                              &entry, CRYPT_INSTALL_OID_FUNC_BEFORE_FLAG));
   const MadeChain chain(0, {MakeCertificate({})});
+  answer = {TRUE, 0, 4711};
   EXPECT_EQ(Judge(CERT_CHAIN_POLICY_BASE, chain.get(), 0).error, 4711u);
   EXPECT_EQ(JudgeSsl(chain, nullptr).error, 4711u);
+  answer = {FALSE, 0, 4711};
+  EXPECT_EQ(JudgeSsl(chain, nullptr).error, 4711u) << "a finding, all the same";
+  for (const auto& [left, code] : {
+           std::pair{DWORD{5}, DWORD{5}},
+           {0,        E_FAIL  }
+  }) {
+    answer = {FALSE, left, 0};
+    const Judgement ssl = JudgeSsl(chain, nullptr);
+    EXPECT_FALSE(ssl.judged);
+    EXPECT_EQ(ssl.lastError, code);
+    EXPECT_EQ(JudgePeriods(chain, 2025).plain.lastError, code);
+  }
 }
 
 }  // namespace
