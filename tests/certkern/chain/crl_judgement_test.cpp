@@ -337,6 +337,11 @@ crl delta | root | | other:keyCompromise | authorityKeyIdentifier = keyid; !numb
   server.put("/delta", objects.crl("delta"));
   EXPECT_EQ(Ask(objects, "other", kChain), CERT_TRUST_IS_REVOKED);
 
+  Build served(objects, "", kChain);
+  served.builder.urlTimeoutMs = 5000;
+  EXPECT_EQ(served.run("leaf"), CERT_TRUST_IS_REVOKED);
+  EXPECT_EQ(served.builder.budget->wireRetrievals, 1u) << "the URL that fails, not the one in the cache";
+
   Build spent(objects, "", kChain);
   spent.builder.urlTimeoutMs = 5000;
   spent.builder.budget->wireRetrievals = kMaxChainRetrievals;
