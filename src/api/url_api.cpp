@@ -45,13 +45,10 @@ BOOL Retrieve(const certkern::RetrievalRequest& request, LPVOID* result, const c
       [&](Frame& frame) -> BOOL {
         certkern::CheckRetrievalArguments(request, result);
         SetLastError(ERROR_SUCCESS);
-        void* const object = certkern::RetrieveObject(request);
-        if (!object) {
-          const DWORD code = CodeOfNothing();
-          return frame.failed(code, "Object not found: 0x%08x", code);
-        }
-        *result = object;
-        return TRUE;
+        *result = certkern::RetrieveObject(request);  // null, too: nothing was found, and that is said there
+        if (*result) return TRUE;
+        const DWORD code = CodeOfNothing();
+        return frame.failed(code, "Object not found: 0x%08x", code);
       },
       {}, function);
 }
