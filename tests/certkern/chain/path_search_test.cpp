@@ -188,6 +188,10 @@ cert EE | A | | | | ids
   Search other(objects, "R S", "A");
   other.builder.usedStore = used.get();
   EXPECT_EQ(other.verdict(objects, "EE"), "EE S good");
+  Search twice(objects, "", "A");
+  twice.attach(objects.certificate("A"));
+  EXPECT_EQ(twice.verdict(objects, "EE"), "EE A 65536");
+  EXPECT_EQ(twice.builder.budget->candidateSteps, 1u) << "found attached and in a store, but tried once";
   Search quiet(objects, "", "A");
   quiet.builder.isCrlSubcheck = true;
   EXPECT_EQ(quiet.verdict(objects, "EE"), "nothing");
@@ -312,6 +316,7 @@ TEST(PathSearchUrls, TheCacheThenTheWire) {
     search.builder.urlTimeoutMs = 1000;
     EXPECT_EQ(search.verdict(objects, "EE"), each.verdict);
     EXPECT_EQ(web.asked, each.asked);
+    EXPECT_EQ(search.builder.budget->wireRetrievals, std::string_view(each.asked).ends_with("?4 ") ? 2u : 0u);
     const bool loaded = std::string_view(each.verdict) != "EE 65536";
     EXPECT_EQ(CountUserAuthorities(), loaded ? std::string_view(each.bundle).size() / 2 + 1 : 0);
   }
