@@ -109,7 +109,13 @@ UrlCache::UrlCache(std::mutex& lock, StoreHandle store, ElementType type, int64_
       store_(maxElements > 0 ? std::move(store) : StoreHandle()),
       type_(type),
       maxElements_(maxElements) {
-  if (store_) load();
+  if (!store_) return;
+  try {
+    load();
+  } catch (const std::exception&) {
+    TraceCache("(): error creating cache %x", ERROR_NOT_ENOUGH_MEMORY);
+    throw;
+  }
 }
 
 void UrlCache::load() {
@@ -239,7 +245,7 @@ class UrlCaches {
       return nullptr;
     }
     std::optional<UrlCache>& cache = type == ElementType::Crl ? crls_ : certificates_;
-    if (!cache) make(cache, type);
+    if (!cache && !make(cache, type)) return nullptr;
     return &*cache;
   }
 
@@ -248,9 +254,15 @@ class UrlCaches {
     const auto provider = StoreNumber(CERT_STORE_PROV_SYSTEM_REGISTRY_W);
     return OpenStore({provider, kEncoding, 0, CERT_SYSTEM_STORE_CURRENT_USER, kStoreName});
   }
-  void make(std::optional<UrlCache>& cache, ElementType type) {
-    AddStoreHandle(*store_.get());
-    cache.emplace(lock_, StoreHandle(store_.get()), type, ConfiguredElements());
+  // What can't be had now is tried again by the next, and nobody goes without his object for it.
+  bool make(std::optional<UrlCache>& cache, ElementType type) {
+    try {
+      AddStoreHandle(*store_.get());
+      cache.emplace(lock_, StoreHandle(store_.get()), type, ConfiguredElements());
+      return true;
+    } catch (const std::bad_alloc&) {
+      return Fault(ERROR_NOT_ENOUGH_MEMORY);
+    }
   }
 
   std::mutex opening_;  // before lock_
