@@ -6,6 +6,11 @@
 #include <certkern/oids.h>
 #include <certkern/sv.h>
 
+#include <cstdlib>
+#include <filesystem>
+
+#include "api/trace_recorder.h"
+#include "platform/temporary_directory.h"
 #include "policy/base_policy.h"
 #include "policy/made_chain.h"
 #include "support/hex.h"
@@ -363,6 +368,103 @@ TEST(ApplicationUsage, RowByRow) {
   }
   EXPECT_EQ(IsValidByApplicationUsage(nullptr, nullptr, "1", 0, 0, 0, 0), SV_USAGE_NOT_VALID);
   EXPECT_EQ(IsValidByApplicationUsage(plain.get(), nullptr, nullptr, 0, 0, 0, 0), SV_USAGE_NOT_VALID);
+}
+
+// --- what a site sets: the configuration is read once in a process, so that a child looks at it ---
+
+TEST(ConfiguredChild, DISABLED_PoliciesAndLenientNames) {
+  const MadeChain chain(0, {MakeCertificate({.subject = "cn.example", .extensions = DnsName("a.example")})});
+  EXPECT_EQ(JudgeSsl(chain, L"cn.example").error, 0u) << "the common name, though a name was seen";
+  EXPECT_EQ(JudgeSsl(chain, L"other").error, CERT_E_CN_NO_MATCH);
+  const struct {
+    const char* policy;
+    BOOL judged;
+    DWORD code;  // the last error, or that of the status
+  } cases[] = {
+      {"1.2.3.1", TRUE,  CERT_E_PURPOSE       },
+      {"1.2.3.2", FALSE, ERROR_MORE_DATA      },
+      {"1.2.3.3", FALSE, ERROR_DLL_INIT_FAILED},
+      {"1.2.3.4", FALSE, ERROR_DLL_INIT_FAILED},
+      {"1.2.3.5", FALSE, ERROR_DLL_INIT_FAILED},
+      {"1.2.3.6", FALSE, ERROR_FILE_NOT_FOUND },
+  };
+  for (const auto& [policy, judged, code] : cases) {
+    const Judgement judgement = Judge(policy, chain.get(), 0);
+    EXPECT_EQ(judgement.judged, judged) << policy;
+    EXPECT_EQ(judged ? judgement.error : judgement.lastError, code) << policy;
+  }
+}
+
+TEST(Policy, AsTheSiteHasConfigured) {
+  const test::TemporaryDirectory directory;
+  const std::string configuration =
+      directory.write("config.toml",
+                      "[config.Parameters]\nRfc6125_NotStrict_ServerName_Check = true\n"
+                      "[config.policy.OIDs]\n"
+                      "'1.2.3.1' = '" POLICY_LIBRARY
+                      " FindsFault'\n"
+                      "'1.2.3.2' = '" POLICY_LIBRARY
+                      " CannotJudge'\n"
+                      "'1.2.3.3' = '" POLICY_LIBRARY
+                      " NoSuchFunction'\n"
+                      "'1.2.3.4' = '" POLICY_LIBRARY
+                      "'\n"
+                      "'1.2.3.5' = '/nowhere/library.so FindsFault'\n");
+  const std::string command = "CERTKERN_CONFIG='" + configuration + "' '"
+      + std::filesystem::read_symlink("/proc/self/exe").string()
+      + "' --gtest_also_run_disabled_tests --gtest_filter='ConfiguredChild.*'";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+}
+
+// --- traces ---
+
+std::string PolicyTrace(auto judge) {
+  test::TraceRecorder recorder;
+  judge();
+  std::string told;
+  for (const test::TraceRecord& each : recorder.records) {
+    if (each.context == test::kPolicyContext) told += each.text;
+  }
+  return told;
+}
+
+TEST(Policy, TellsWhy) {
+  constexpr char kNoExtra[] =
+      "No extra status supplied. Setting pPolicyStatus->dwError = 0x%08x, pPolicyStatus->lChainIndex = 0, "
+      "pPolicyStatus->lElementIndex = 0.\n"
+      "Error encountered and no extra status supplied. Other checks must not be performed - returning "
+      "true.\n";
+  const auto reported = [&](const char* code) {
+    std::string text = kNoExtra;
+    return text.replace(text.find("0x%08x"), 6, code);
+  };
+  const MadeChain chain(0, {MakeCertificate({.subject = "cn.example"})});
+  EXPECT_EQ(PolicyTrace([&] { JudgeSsl(chain, L"other"); }),
+            "Certificate is valid\n" + reported("0x800b010f"));
+  EXPECT_EQ(PolicyTrace([&] { JudgeSsl(chain, nullptr, SECURITY_FLAG_IGNORE_CERT_DATE_INVALID); }),
+            "Certificate is valid\n"
+            "SSL_EXTRA_CERT_CHAIN_POLICY_PARA contains SECURITY_FLAG_IGNORE_CERT_DATE_INVALID in fdwChecks - "
+            "skipping PKUP check.\n");
+  EXPECT_EQ(PolicyTrace([&] { JudgeSsl(chain, nullptr, 0, CERT_CHAIN_POLICY_IGNORE_NOT_TIME_VALID_FLAG); }),
+            "Certificate is valid\n"
+            "CERT_CHAIN_POLICY_PARA contains CERT_CHAIN_POLICY_IGNORE_NOT_TIME_VALID_FLAG in dwFlags - "
+            "skipping PKUP check.\n");
+  const MadeChain revoked(CERT_TRUST_IS_REVOKED, {MakeCertificate({})});
+  EXPECT_EQ(PolicyTrace([&] { JudgeSsl(revoked, nullptr); }),
+            "Original CERT_CHAIN_POLICY_SSL check returned error: 0x80092010. Other checks must not be "
+            "performed - returning.\n");
+  const MadeChain late(0,
+                       {MakeCertificate({.subject = "a", .extensions = KeyPeriodUntil("20250601000000Z")})});
+  FILETIME time = At(2026);
+  SV_KEY_PERIOD_EXTRA_CERT_CHAIN_POLICY_PARA para{.cbSize = sizeof para, .pTime = &time};
+  const std::string told =
+      PolicyTrace([&] { Judge(SVCERT_CHAIN_POLICY_PRIVATEKEY_USAGE_PERIOD, late.get(), 0, &para); });
+  EXPECT_EQ(told.substr(told.find("pOther")),
+            "pOtherPolicyStatus->dwError = 0x00000000\n"
+            "pOtherPolicyStatus->lChainIndex = -1, pOtherPolicyStatus->lElementIndex = -1\n"
+            "No error encountered. Other checks can be performed - returning false.\n"
+            "Certificate has not been valid on time (01.03.2026 00:00:00)...\n"
+                + reported("0x800b0101"));
 }
 
 // The sets are the process's: this one stands last.

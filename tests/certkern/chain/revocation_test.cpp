@@ -157,5 +157,35 @@ TEST(Revocation, Verdicts) {
   for (const RevocationCase& test : kVerdicts) EXPECT_EQ(Outcome(test), test.verdict) << test.name;
 }
 
+// The child's part: the setting is read once in a process.
+TEST(RevocationChild, DISABLED_KeyMatchIsForced) {
+  const ChainObjects objects(R"(
+cert root | | | | | ca
+cert inter | root | | | | ca
+cert signer | root | | /CN=inter | | ca
+cert leaf | inter
+crl rootlist | root
+crl own | inter
+crl another | signer
+crl allowed | signer | | | authorityKeyIdentifier = keyid; 1.2.643.2.2.49.1 = DER:0A0101
+)");
+  for (const auto& [list, verdict] : {
+           std::pair{"own",     "leaf inter root"            },
+           {"another", "leaf:0x40 inter root = 0x40"},
+           {"allowed", "leaf inter root"            },
+  }) {
+    const ChainWorld world(objects, "root", std::string("inter signer rootlist ") + list);
+    EXPECT_EQ(world.verdict("leaf", {.flags = kChain}), verdict) << list;
+  }
+}
+
+TEST(Revocation, KeyMatchIsForcedByConfiguration) {
+  const std::string command =
+      "CERTKERN_TEST_CONFIG=$(printf '[config.Parameters]\\nForceMicrosoftCRLMatching = 1\\n') '"
+      + std::filesystem::read_symlink("/proc/self/exe").string()
+      + "' --gtest_also_run_disabled_tests --gtest_filter='RevocationChild.*'";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+}
+
 }  // namespace
 }  // namespace certkern::test
