@@ -2,7 +2,8 @@
 //
 // "first" is the first question to a list that has just been decoded, which sets up what later ones use; "then" is the
 // question of a few certificates that come again and again, "far" that of thousands whose entries no cache holds. Half of
-// them are listed. "held" is what the decoded list keeps on the heap for each entry.
+// them are listed. "held" is what the decoded list and its index keep on the heap for each entry, beside the encoding;
+// an entry's records here (CRL_ENTRY, CERT_EXTENSION, the serial number) are 88 bytes.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <openssl/asn1.h>
@@ -184,10 +185,10 @@ void LookUp(benchmark::State& state) {
   for (auto _ : state) {
     const size_t before = HeldOnHeap();
     const CrlHandle ours = DecodeOurs(der);
-    held = static_cast<double>(HeldOnHeap() - before - der.size()) / static_cast<double>(count);
     double start = Now();
     Require(IsListed(ours, near.ours[0]), "the first is listed");
     first += Now() - start;
+    held = static_cast<double>(HeldOnHeap() - before - der.size()) / static_cast<double>(count);
     const TheirCrl theirs = DecodeTheirs(der);
     start = Now();
     Require(IsListed(theirs, near.theirs[0]), "the first is listed");

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "keys/held_keys.h"
 #include "keys/pin_callback.h"
 #include "oid/function_sets.h"
 #include "platform/trace.h"
@@ -23,6 +24,7 @@ constexpr StartupStep kSteps[] = {
     {"OID sets",     OpenFunctionSets,                                              CloseFunctionSets                    },
     {"policy trace", [] { OpenTraceContext(pkivalidator_db_ctx, "pkivalidator"); },
      [] { CloseTraceContext(pkivalidator_db_ctx); }                                                                      },
+    {"held keys",    BeginHoldingKeys,                                              EndHoldingKeys                       },
     {"chain detail", ReadChainDetailWish,                                           nullptr                              },
     {"URL cache",    OpenUrlCaches,                                                 CloseUrlCaches                       },
     {"contexts",     [] { contextRegistry.create(); },

@@ -11,6 +11,7 @@
 
 #include "ber/fields.h"
 #include "ber/object_codec.h"
+#include "keys/held_keys.h"
 #include "keys/pss_parameters.h"
 #include "keys/public_key.h"
 #include "keys/signing_display.h"
@@ -67,16 +68,13 @@ bool KeyAllows(const CRYPT_ALGORITHM_IDENTIFIER& key, const Scheme& scheme) {
   return allows || Fault(NTE_BAD_DATA);
 }
 
-bool VerifyWith(HCRYPTPROV provider, const SignedObject& object, const Scheme& scheme,
-                PCERT_PUBLIC_KEY_INFO info, ALG_ID keyAlgorithm) {
-  KeyHandle key;
+bool VerifyWith(HCRYPTPROV provider, HCRYPTKEY key, const SignedObject& object, const Scheme& scheme) {
   HashHandle hash;
-  if (!ImportPublicKey(provider, info, keyAlgorithm, 0, key.out())) return false;
   if (!HashForScheme(provider, scheme, object.toBeSigned, hash)) return false;
   std::vector<BYTE> signature(object.signature.begin(), object.signature.end());
   if (scheme.reversed) std::reverse(signature.begin(), signature.end());
-  return CryptVerifySignatureA(hash.get(), signature.data(), CheckedDword(signature.size()), key.get(),
-                               nullptr, scheme.flags());
+  return CryptVerifySignatureA(hash.get(), signature.data(), CheckedDword(signature.size()), key, nullptr,
+                               scheme.flags());
 }
 
 // The encoded bytes of a subject; none for a kind or a record that there is not.
@@ -181,9 +179,13 @@ bool VerifySignedObject(HCRYPTPROV provider, std::span<const BYTE> encoded, PCER
     return false;
   if (!IsMadeBy(*row, oid, key->Algorithm.pszObjId)) return Fault(NTE_BAD_SIGNATURE);
   const ALG_ID keyAlgorithm = AlgIdOfOid(key->Algorithm.pszObjId);
-  if (provider) return VerifyWith(provider, object, scheme, key, keyAlgorithm);
-  const ProviderHandle found = FindProviderForSignature(*row, keyAlgorithm);
-  return found && VerifyWith(found.get(), object, scheme, key, keyAlgorithm);
+  if (provider) {
+    KeyHandle imported;
+    return ImportPublicKey(provider, key, keyAlgorithm, 0, imported.out())
+        && VerifyWith(provider, imported.get(), object, scheme);
+  }
+  const SharedKey held = KeyForSignature(*row, key, keyAlgorithm);
+  return held && VerifyWith(held->provider.get(), held->key.get(), object, scheme);
 }
 
 bool VerifySubject(HCRYPTPROV provider, DWORD subjectType, const void* subject, DWORD issuerType,

@@ -62,6 +62,10 @@ inline constexpr size_t kMaxAnnouncedSignings = 1024;
 // A key blob, decoded or made.
 inline constexpr size_t kMaxKeyBlob = size_t{1} << 20;
 
+// Issuers' keys that stay imported, and the bytes of one that is worth it.
+inline constexpr size_t kMaxHeldKeys = 64;
+inline constexpr size_t kMaxHeldKey = 4096;
+
 // Properties of one object in serialized form. Looking one up is a walk over them.
 inline constexpr size_t kMaxElementProperties = size_t{1} << 16;
 

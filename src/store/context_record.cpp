@@ -152,8 +152,8 @@ ContextRecord* FindLiveContext(const void* context) {
   ContextRegistry* const registry = contextRegistry.get();
   if (!context || !registry) return nullptr;
   // by its number: nothing may be computed on a pointer that points to nothing
-  auto* const record = reinterpret_cast<ContextRecord*>(reinterpret_cast<uintptr_t>(context)
-                                                        - offsetof(ContextRecord, certificate));
+  auto* const record =
+      reinterpret_cast<ContextRecord*>(reinterpret_cast<uintptr_t>(context) - kContextOffset);
   return registry->has(record) ? record : nullptr;
 }
 

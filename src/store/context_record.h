@@ -40,7 +40,9 @@ struct ContextRecord {
   const void* published() const { return &certificate; }
   StoreElement& element() const { return ElementOfBytes(certificate.pbCertEncoded); }
 };
-static_assert(sizeof(ContextRecord) == 56 && offsetof(ContextRecord, certificate) == 8);
+// Of the published context in its record.
+inline constexpr size_t kContextOffset = 8;
+static_assert(sizeof(ContextRecord) == 56 && offsetof(ContextRecord, certificate) == kContextOffset);
 static_assert(sizeof(CERT_CONTEXT) == sizeof(CRL_CONTEXT)
                   && offsetof(CERT_CONTEXT, pbCertEncoded) == offsetof(CRL_CONTEXT, pbCrlEncoded)
                   && offsetof(CERT_CONTEXT, hCertStore) == offsetof(CRL_CONTEXT, hCertStore),

@@ -168,10 +168,10 @@ const std::vector<CertRecord*>& ChainBuilder::issuersInStore(const StoreRef& sto
   // by key identifier nothing else is looked at; a name that does not decode finds nothing
   std::string question =
       key.keyId.empty() ? 'n' + bytes(key.serial) + '/' + key.issuer->key() : 'k' + bytes(key.keyId);
-  const std::pair asked(store.store.get(), std::move(question));
+  std::pair asked(store.store.get(), std::move(question));
   const auto known = storeSearches.find(asked);
   if (known != storeSearches.end()) return known->second;
-  return storeSearches.emplace(asked, SearchStore(store, key, *records)).first->second;
+  return storeSearches.emplace(std::move(asked), SearchStore(store, key, *records)).first->second;
 }
 
 bool ChainBuilder::loadUrl(const std::string& url, IssuerCandidates& candidates, DWORD retrievalFlags) {

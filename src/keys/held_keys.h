@@ -1,0 +1,33 @@
+// Keys that signatures were verified with lately, as their providers hold them. The same few issuers sign most of what a
+// process verifies, and a key that has been used before verifies faster than one that has just been imported.
+#ifndef CERTKERN_KEYS_HELD_KEYS_H
+#define CERTKERN_KEYS_HELD_KEYS_H
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "keys/public_key.h"
+#include "oid/provider_search.h"
+#include "oid/signature_row.h"
+
+namespace certkern {
+
+struct HeldKey {
+  ProviderHandle provider;
+  KeyHandle key;  // goes before its provider
+};
+using SharedKey = std::shared_ptr<const HeldKey>;
+
+// The key in the provider that the signature's row and the key's algorithm choose: held from before, or imported now.
+// Empty with the key level's code. May throw as SearchProviders does.
+SharedKey KeyForSignature(const SignatureRow& row, PCERT_PUBLIC_KEY_INFO info, ALG_ID algorithm);
+
+// At start-up and at exit.
+void BeginHoldingKeys();
+void EndHoldingKeys();
+
+}  // namespace certkern
+
+#endif
