@@ -1,5 +1,6 @@
 #include "ber/object_codec.h"
 
+#include "ber/generated_codec.h"
 #include "ber/struct_type_oid.h"
 #include "ber/struct_types.h"
 #include "platform/extension_library.h"
@@ -116,6 +117,17 @@ extension::Operation<Function>* FindExtension(const ExtensionRoute<Function> (&r
   return nullptr;
 }
 
+// --- the types that generated code serves ---
+
+// Null for a type of another codec.
+const GeneratedType* FindGenerated(LPCSTR type) {
+  const uintptr_t number = StructTypeFromOid(type);
+  for (const GeneratedType& row : GeneratedTypes()) {
+    if (row.number == number) return &row;
+  }
+  return nullptr;
+}
+
 // --- encoding ---
 
 // Codes that tell the caller what is wrong with the record; all others mean that it has no encoding.
@@ -137,6 +149,9 @@ DWORD EncodeFault(DWORD code) {
 bool EncodeByType(DWORD encodingType, LPCSTR type, const void* record, BYTE* encoded, DWORD* size) {
   if (auto* const encode = FindExtension(kEncodeRoutes, type)) {
     return (*encode)(encodingType, type, record, encoded, size);
+  }
+  if (const GeneratedType* row = FindGenerated(type); row && row->encode) {
+    return row->encode(record, encoded, size);
   }
   // what an earlier call left behind must not pass for this one's reason
   SetLastError(ERROR_SUCCESS);
@@ -162,10 +177,13 @@ bool Decoded(bool done) {
 bool DecodeByType(SizeKnown known, DWORD encodingType, LPCSTR type, const BYTE* encoded, DWORD encodedSize,
                   DWORD flags, void* record, DWORD* size) {
   constexpr DWORD kFlags = CRYPT_DECODE_NOCOPY_FLAG | CRYPT_DECODE_TO_BE_SIGNED_FLAG;
+  const GeneratedType* const generated = type ? FindGenerated(type) : nullptr;
+  if (!size && generated && generated->decode) return generated->decode({}, record, size);  // traces it
   if (!size || !IsDecodable(encodingType, type, encoded, encodedSize)) return Fault(ERROR_INVALID_PARAMETER);
   if (auto* const decode = FindExtension(kDecodeRoutes, type)) {
     return Decoded((*decode)(encodingType, type, encoded, encodedSize, flags, record, size));
   }
+  if (generated && generated->decode) return generated->decode({encoded, encodedSize}, record, size);
   const StructType* row = FindStructType(StructTypeFromOid(type));
   if (flags > kFlags || !row || !row->decode) return Fault(ERROR_INVALID_PARAMETER);
   return Decoded(BerDecodeEntry(known, *row, {encoded, encodedSize}, flags, record, size));

@@ -20,15 +20,6 @@
 namespace certkern {
 namespace {
 
-// Of several modifiers the first one here counts.
-Separators SeparatorsOf(DWORD stringType) {
-  const bool plus = !(stringType & CERT_NAME_STR_NO_PLUS_FLAG);
-  if (stringType & CERT_NAME_STR_COMMA_FLAG) return Separators(plus ? L",+" : L",");
-  if (stringType & CERT_NAME_STR_SEMICOLON_FLAG) return Separators(plus ? L";+" : L";");
-  if (stringType & CERT_NAME_STR_CRLF_FLAG) return Separators(plus ? L"\r\n+" : L"\r\n");
-  return Separators(plus ? L",;+" : L",;");
-}
-
 // Puts a header before what stands behind start.
 void Wrap(BYTE tag, size_t start, std::vector<BYTE>& bytes) {
   const size_t size = bytes.size() - start;
@@ -64,7 +55,7 @@ bool MeasureShort(std::wstring_view text, DWORD valueType, size_t& size) {
 class NameParser {
  public:
   NameParser(std::wstring_view text, DWORD stringType, size_t& position)
-      : text_(text), separators_(SeparatorsOf(stringType)), position_(position) {
+      : text_(text), separators_(NameSeparators(stringType)), position_(position) {
     body_.reserve(text.size() + text.size() / 2);  // what most names come to
   }
 

@@ -1,5 +1,7 @@
 #include "names/value_parser.h"
 
+#include <certkern/name.h>
+
 #include <bit>
 #include <cwctype>
 
@@ -41,6 +43,14 @@ unsigned DigitValue(wchar_t character) {
 }
 
 }  // namespace
+
+Separators NameSeparators(DWORD stringType) {
+  const bool plus = !(stringType & CERT_NAME_STR_NO_PLUS_FLAG);
+  if (stringType & CERT_NAME_STR_COMMA_FLAG) return Separators(plus ? L",+" : L",");
+  if (stringType & CERT_NAME_STR_SEMICOLON_FLAG) return Separators(plus ? L";+" : L";");
+  if (stringType & CERT_NAME_STR_CRLF_FLAG) return Separators(plus ? L"\r\n+" : L"\r\n");
+  return Separators(plus ? L",;+" : L",;");
+}
 
 // What is white space beyond ASCII the locale says.
 bool IsWhiteSpace(wchar_t character) {

@@ -32,6 +32,9 @@ class Separators {
   uint64_t set_ = 0;
 };
 
+// Those of a dwStrType. Of several modifiers the comma counts before the semicolon, and that before line ends.
+Separators NameSeparators(DWORD stringType);
+
 bool IsWhiteSpace(wchar_t character);
 std::wstring_view SkipWhiteSpace(std::wstring_view text);
 std::wstring_view TrimWhiteSpaceBehind(std::wstring_view text);

@@ -137,6 +137,10 @@ inline constexpr uint64_t kAsn1HeapBase = uint64_t{1} << 16;
 // Digits behind the full stop of a GeneralizedTime. With this many a product by the seconds of an hour fits 64 bits.
 inline constexpr size_t kMaxAsn1FractionDigits = 15;
 
+// Bytes of a buffer of the bridge to the generated types, and so of a file that is loaded into one: the capacity doubles,
+// and has 32 bits.
+inline constexpr uint64_t kMaxBlobSize = uint64_t{1} << 30;
+
 }  // namespace certkern
 
 #endif

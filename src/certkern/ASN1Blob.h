@@ -1,0 +1,51 @@
+// Bytes with an owner, and their way into files and Base64. The file bears the name under which its exceptions are traced.
+#ifndef CERTKERN_CERTKERN_ASN1BLOB_H
+#define CERTKERN_CERTKERN_ASN1BLOB_H
+
+#include <certkern/types.h>
+
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace certkern {
+
+class ASN1Blob {
+ public:
+  ASN1Blob() = default;
+  explicit ASN1Blob(std::span<const BYTE> bytes) { assign(bytes); }
+  ASN1Blob(const ASN1Blob& other) { assign(other.bytes()); }
+  ASN1Blob(ASN1Blob&& other) noexcept { swap(other); }
+  ASN1Blob& operator=(ASN1Blob other) noexcept {
+    swap(other);
+    return *this;
+  }
+  ~ASN1Blob() = default;
+
+  DWORD size() const { return size_; }
+  DWORD capacity() const { return capacity_; }
+  const BYTE* data() const { return data_.get(); }
+  BYTE* data() { return data_.get(); }
+  std::span<const BYTE> bytes() const { return {data_.get(), size_}; }
+
+  void assign(std::span<const BYTE> bytes);  // may be a part of this one
+  // The content up to the smaller size stays; new bytes are whatever was there.
+  void resize(uint64_t size);
+  void swap(ASN1Blob& other) noexcept;
+
+  std::string toBase64() const;  // with line ends
+  static ASN1Blob FromBase64(std::string_view text);
+
+  static ASN1Blob Load(const std::string& path);
+  void save(const std::string& path) const;
+
+ private:
+  std::unique_ptr<BYTE[]> data_;
+  DWORD size_ = 0;
+  DWORD capacity_ = 0;  // 0, or 4096 times a power of 2
+};
+
+}  // namespace certkern
+
+#endif
