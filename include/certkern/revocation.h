@@ -14,7 +14,7 @@ CERTKERN_EXTERN_C_BEGIN
  *  @param pPrevCrlContext  where to go on from; freed. NULL: from the start
  *  @param pdwFlags         in: what to check, CERT_STORE_SIGNATURE_FLAG, CERT_STORE_TIME_VALIDITY_FLAG,
  *                          CERT_STORE_BASE_CRL_FLAG, CERT_STORE_DELTA_CRL_FLAG; out: what does not hold, and
- *                          CERT_STORE_NO_ISSUER_FLAG when there was no issuer to verify the signature with
+ *                          CERT_STORE_NO_ISSUER_FLAG when pIssuerContext is NULL
  *  @return a context to be freed; NULL when there is none, or on failure
  *  @errors CRYPT_E_NOT_FOUND: no more; E_INVALIDARG: pdwFlags is NULL; those of CertFindCRLInStore */
 CERTKERN_API PCCRL_CONTEXT CertGetCRLFromStore(HCERTSTORE hCertStore, PCCERT_CONTEXT pIssuerContext,

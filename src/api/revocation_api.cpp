@@ -57,12 +57,12 @@ bool IsGoodSignature(const ContextRecord& crl, const ContextRecord& issuer) {
                                       &issuer.certificate.pCertInfo->SubjectPublicKeyInfo);
 }
 
-// Takes away the flag of each check that holds.
+// Takes away the flag of each check that holds. That there is no issuer is told unasked.
 void CheckCrl(const ContextRecord& crl, const ContextRecord* issuer, DWORD& flags) {
   const CRL_INFO& info = *crl.crl.pCrlInfo;
   if ((flags & CERT_STORE_TIME_VALIDITY_FLAG) && CompareWithUpdates(Now(), info) == kInside)
     flags &= ~CERT_STORE_TIME_VALIDITY_FLAG;
-  if ((flags & CERT_STORE_SIGNATURE_FLAG) && !issuer) flags |= CERT_STORE_NO_ISSUER_FLAG;
+  if (!issuer) flags |= CERT_STORE_NO_ISSUER_FLAG;
   if ((flags & CERT_STORE_SIGNATURE_FLAG) && issuer && IsGoodSignature(crl, *issuer))
     flags &= ~CERT_STORE_SIGNATURE_FLAG;
   flags &= FindIn(info, szOID_DELTA_CRL_INDICATOR) ? ~CERT_STORE_DELTA_CRL_FLAG : ~CERT_STORE_BASE_CRL_FLAG;

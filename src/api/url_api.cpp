@@ -45,13 +45,10 @@ BOOL Retrieve(const certkern::RetrievalRequest& request, LPVOID* result, const c
       [&](Frame& frame) -> BOOL {
         certkern::CheckRetrievalArguments(request, result);
         SetLastError(ERROR_SUCCESS);
-        void* const object = certkern::RetrieveObject(request);
-        if (!object) {
-          const DWORD code = CodeOfNothing();
-          return frame.failed(code, "Object not found: 0x%08x", code);
-        }
-        *result = object;
-        return TRUE;
+        *result = certkern::RetrieveObject(request);  // null, too: nothing was found, and that is said there
+        if (*result) return TRUE;
+        const DWORD code = CodeOfNothing();
+        return frame.failed(code, "Object not found: 0x%08x", code);
       },
       {}, function);
 }
@@ -125,7 +122,8 @@ DWORD SendPKIRequest(LPCWSTR pwszUrl, LPCWSTR pwszUserAgent, LPCWSTR pwszContent
   return Guarded([&](Frame& frame) -> DWORD {
     frame.entry("(pwszUrl = %p, pRequest = %p, pResponse = %p)", static_cast<const void*>(pwszUrl),
                 static_cast<const void*>(pRequest), static_cast<void*>(pResponse));
-    if (!pwszUrl || !pRequest || !pResponse || (!pRequest->pbData && pRequest->cbData)) {
+    if (!pwszUrl || !pRequest || !pResponse || (!pRequest->pbData && pRequest->cbData)
+        || (!pResponse->pbData && pResponse->cbCapacity)) {
       return frame.failed(ERROR_INVALID_PARAMETER);
     }
     const DWORD status = certkern::PostPkiRequest(

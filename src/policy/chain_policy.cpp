@@ -46,16 +46,18 @@ PFN_CERT_VERIFY_CHAIN_POLICY LoadConfigured(LPCSTR oid) {
   throw CryptException(ERROR_DLL_INIT_FAILED);
 }
 
-// A function of somebody else's: what it leaves as the last error is the code.
-void CallForeign(PFN_CERT_VERIFY_CHAIN_POLICY function, const PolicyCall& call) {
-  if (!function(call.oid, call.chain, call.para, call.status)) ThrowLastError();
+// A function of somebody else's: what it leaves as the last error is the code, if it leaves one.
+void CallForeign(PFN_CERT_VERIFY_CHAIN_POLICY function, const PolicyCall& call, DWORD otherwise) {
+  if (function(call.oid, call.chain, call.para, call.status)) return;
+  const DWORD code = GetLastError();
+  throw CryptException(code ? code : otherwise);
 }
 
 bool IsNumber(LPCSTR oid) { return reinterpret_cast<uintptr_t>(oid) <= 0xFFFF; }
 
 }  // namespace
 
-void VerifyInstalledBasePolicy(const PolicyCall& call) {
+void VerifyInstalledBasePolicy(const PolicyCall& call, DWORD otherwise) {
   const HCRYPTOIDFUNCSET set = CryptInitOIDFunctionSet(CRYPT_OID_VERIFY_CERTIFICATE_CHAIN_POLICY_FUNC, 0);
   if (!set) ThrowLastError();
   void* address = nullptr;
@@ -64,24 +66,33 @@ void VerifyInstalledBasePolicy(const PolicyCall& call) {
   const OidFunction held(handle);
   PolicyCall base = call;
   base.oid = CERT_CHAIN_POLICY_BASE;
-  CallForeign(reinterpret_cast<PFN_CERT_VERIFY_CHAIN_POLICY>(address), base);
+  CallForeign(reinterpret_cast<PFN_CERT_VERIFY_CHAIN_POLICY>(address), base, otherwise);
 }
 
 void VerifyChainPolicy(const PolicyCall& call) {
-  if (call.oid == CERT_CHAIN_POLICY_BASE) return VerifyInstalledBasePolicy(call);
+  if (call.oid == CERT_CHAIN_POLICY_BASE) return VerifyInstalledBasePolicy(call, ERROR_INTERNAL_ERROR);
   if (call.oid == CERT_CHAIN_POLICY_SSL) return VerifySslPolicy(call);
   if (IsNumber(call.oid)) throw CryptException(ERROR_FILE_NOT_FOUND);
   if (std::strcmp(call.oid, SVCERT_CHAIN_POLICY_PRIVATEKEY_USAGE_PERIOD) == 0)
     return VerifyKeyPeriodPolicy(call);
-  CallForeign(LoadConfigured(call.oid), call);
+  CallForeign(LoadConfigured(call.oid), call, ERROR_INTERNAL_ERROR);
+}
+
+const CERT_SIMPLE_CHAIN& PathAt(const CERT_CHAIN_CONTEXT& chain, DWORD index) {
+  const bool isThere = index < chain.cChain && chain.rgpChain && chain.rgpChain[index];
+  if (!isThere) throw CryptException(ERROR_INVALID_PARAMETER);
+  return *chain.rgpChain[index];
+}
+
+const CERT_CHAIN_ELEMENT& ElementAt(const CERT_SIMPLE_CHAIN& path, DWORD index) {
+  const bool isThere = index < path.cElement && path.rgpElement && path.rgpElement[index]
+      && path.rgpElement[index]->pCertContext;
+  if (!isThere) throw CryptException(ERROR_INVALID_PARAMETER);
+  return *path.rgpElement[index];
 }
 
 const CERT_CHAIN_ELEMENT& EndElement(const CERT_CHAIN_CONTEXT& chain) {
-  const bool isThere = chain.cChain && chain.rgpChain && chain.rgpChain[0] && chain.rgpChain[0]->cElement
-      && chain.rgpChain[0]->rgpElement && chain.rgpChain[0]->rgpElement[0]
-      && chain.rgpChain[0]->rgpElement[0]->pCertContext;
-  if (!isThere) throw CryptException(ERROR_INVALID_PARAMETER);
-  return *chain.rgpChain[0]->rgpElement[0];
+  return ElementAt(PathAt(chain, 0), 0);
 }
 
 PCCERT_CONTEXT EndCertificate(const CERT_CHAIN_CONTEXT& chain) { return EndElement(chain).pCertContext; }

@@ -128,12 +128,14 @@ std::optional<Finding> JudgeCrls(const CERT_REVOCATION_CRL_INFO& crls, PCCERT_CO
 }
 
 std::optional<Finding> JudgeElement(const CERT_SIMPLE_CHAIN& path, LONG chain, LONG at) {
-  const auto certificate = [&](LONG index) { return path.rgpElement[index]->pCertContext; };
+  const auto certificate = [&](LONG index) {
+    return ElementAt(path, static_cast<DWORD>(index)).pCertContext;
+  };
   if (at > 0 && !IsCertContextValidOnTime(certificate(at), certificate(at - 1)->pCertInfo->NotBefore)) {
     TracePolicy("IsCertContextValidOnTime returned false (lChainIndex=%d, lElementIndex=%d)\n", chain, at);
     return Finding{SV_KEY_PERIOD_ERROR_CERT_OR_BASE_CRL, chain, at};
   }
-  const CERT_REVOCATION_INFO* revocation = path.rgpElement[at]->pRevocationInfo;
+  const CERT_REVOCATION_INFO* revocation = ElementAt(path, static_cast<DWORD>(at)).pRevocationInfo;
   if (!revocation || !revocation->pCrlInfo) return std::nullopt;
   const bool hasIssuer = static_cast<DWORD>(at) + 1 < path.cElement;
   return JudgeCrls(*revocation->pCrlInfo, certificate(hasIssuer ? at + 1 : at), chain, at);
@@ -143,7 +145,7 @@ std::optional<Finding> JudgeElement(const CERT_SIMPLE_CHAIN& path, LONG chain, L
 std::optional<Finding> JudgeChainContext(const CERT_CHAIN_CONTEXT& context) {
   if (!IsKeyPeriodTested()) return std::nullopt;
   for (DWORD chain = 0; chain < context.cChain; ++chain) {
-    const CERT_SIMPLE_CHAIN& path = *context.rgpChain[chain];
+    const CERT_SIMPLE_CHAIN& path = PathAt(context, chain);
     for (DWORD element = 0; element < path.cElement; ++element) {
       if (auto finding = JudgeElement(path, static_cast<LONG>(chain), static_cast<LONG>(element)))
         return finding;
@@ -239,7 +241,7 @@ void JudgeBase(const PolicyCall& call, const ExtraStatus* extra) {
   CERT_CHAIN_POLICY_STATUS base{};
   base.cbSize = sizeof base;
   try {
-    VerifyInstalledBasePolicy({call.oid, call.chain, &para, &base});
+    VerifyInstalledBasePolicy({call.oid, call.chain, &para, &base}, E_FAIL);
   } catch (const CryptException&) {
     TracePolicy("CERT_CHAIN_POLICY_BASE check returned FALSE. Exception will be thrown.\n");
     static_cast<void>(EndsWith(base, extra));  // for its records

@@ -49,18 +49,32 @@ AltNames DecodeAltNames(std::span<const BYTE> encoded) {
   return AltNames(static_cast<CERT_ALT_NAME_INFO*>(record));
 }
 
-// Whether a dNSName among them has a NUL inside, which its text would hide. The decoder takes no such list at all.
-bool HasDnsNameWithNul(std::span<const BYTE> encoded) {
-  constexpr BYTE kDnsName = 0x82;
+bool HasNul(std::span<const BYTE> bytes) { return std::ranges::find(bytes, BYTE{0}) != bytes.end(); }
+
+// A dNSName with a NUL inside, which its text would hide, is no name of a server; the decoder takes no list that has one.
+// True: some were dropped, and `kept` is a list of the others. A list that can't be walked is left to the decoder.
+bool DropNamesWithNul(std::span<const BYTE> encoded, std::vector<BYTE>& kept) {
+  constexpr BYTE kSequence = 0x30, kDnsName = 0x82;
   const LastErrorKeeper keeper;
   BYTE tag = 0;
-  BerReadCursor names;
-  BerReadCursor list(encoded);
-  if (!list.readElement(tag, names)) return false;
-  for (BerReadCursor name; names.readElement(tag, name);) {
-    if (tag == kDnsName && std::ranges::find(name.rest(), BYTE{0}) != name.rest().end()) return true;
+  BerReadCursor list(encoded), names;
+  if (!list.readElement(tag, names) || tag != kSequence) return false;
+  kept = {kSequence, 0x84, 0, 0, 0, 0};
+  const size_t header = kept.size();
+  bool dropped = false;
+  while (!names.empty()) {
+    const BYTE* const begin = names.data();
+    BerReadCursor name;
+    if (!names.readElement(tag, name)) return false;
+    if (tag == kDnsName && HasNul(name.rest())) {
+      dropped = true;
+    } else {
+      kept.insert(kept.end(), begin, names.data());
+    }
   }
-  return false;
+  const size_t length = kept.size() - header;
+  for (size_t i = 0; i < 4; ++i) kept[header - 1 - i] = static_cast<BYTE>(length >> 8 * i);
+  return dropped;
 }
 
 // Empty: it has no text that a name could be compared with.
@@ -158,11 +172,12 @@ AltNameVerdict CompareAltNames(const CERT_INFO& certificate, std::wstring_view s
     const std::string_view id(extension.pszObjId ? extension.pszObjId : "");
     if (id != szOID_SUBJECT_ALT_NAME && id != szOID_SUBJECT_ALT_NAME2) continue;
     const std::span<const BYTE> encoded(extension.Value.pbData, extension.Value.cbData);
-    const AltNameVerdict found = HasDnsNameWithNul(encoded)
-        ? AltNameVerdict::Seen
-        : CompareEntries(*DecodeAltNames(encoded).get(), server);
+    std::vector<BYTE> kept;
+    const bool dropped = DropNamesWithNul(encoded, kept);
+    const AltNameVerdict found =
+        CompareEntries(*DecodeAltNames(dropped ? std::span<const BYTE>(kept) : encoded).get(), server);
     if (found == AltNameVerdict::Matches) return found;
-    if (found == AltNameVerdict::Seen) verdict = found;
+    if (found == AltNameVerdict::Seen || dropped) verdict = AltNameVerdict::Seen;
   }
   return verdict;
 }

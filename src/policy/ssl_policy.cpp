@@ -46,7 +46,7 @@ constinit LenientNamesSetting lenientNames;
 // False: there is a finding, or it could not be judged.
 void VerifyBaseOfSsl(const PolicyCall& call) {
   try {
-    VerifyInstalledBasePolicy(call);
+    VerifyInstalledBasePolicy(call, E_FAIL);
   } catch (const CryptException&) {
     TracePolicy(
         "Original CERT_CHAIN_POLICY_BASE in CERT_CHAIN_POLICY_SSL check returned FALSE. Exception will be "

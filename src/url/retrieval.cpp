@@ -80,13 +80,15 @@ void CacheStore(const Plan& plan, UrlCache& cache, CertStore& store, const FILET
   } while (context && cache.add(plan.url, lastModified, *context.get()) == ERROR_SUCCESS);
 }
 
-void CacheResult(const Plan& plan, UrlCache& cache, const RetrievedObject& object,
-                 const FILETIME& lastModified) {
+// A single object is then the cache's own.
+void CacheResult(const Plan& plan, UrlCache& cache, RetrievedObject& object, const FILETIME& lastModified) {
   const LastErrorKeeper keeper;  // the object is there, whatever comes of this
   if (object.store) {
     CacheStore(plan, cache, *object.store.get(), lastModified);
   } else if (object.context) {
-    static_cast<void>(cache.add(plan.url, lastModified, *object.context.get()));
+    ContextOwner kept;
+    if (cache.add(plan.url, lastModified, *object.context.get(), &kept) == ERROR_SUCCESS)
+      object.context = std::move(kept);
   }
 }
 

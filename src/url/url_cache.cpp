@@ -109,7 +109,13 @@ UrlCache::UrlCache(std::mutex& lock, StoreHandle store, ElementType type, int64_
       store_(maxElements > 0 ? std::move(store) : StoreHandle()),
       type_(type),
       maxElements_(maxElements) {
-  if (store_) load();
+  if (!store_) return;
+  try {
+    load();
+  } catch (const std::exception&) {
+    TraceCache("(): error creating cache %x", ERROR_NOT_ENOUGH_MEMORY);
+    throw;
+  }
 }
 
 void UrlCache::load() {
@@ -141,13 +147,16 @@ std::optional<CachedObject> UrlCache::find(const std::string& url) {
   return CachedObject{Duplicate(*item.context.get()), item.lastModified};
 }
 
-DWORD UrlCache::add(const std::string& url, const FILETIME& lastModified, ContextRecord& context) {
+DWORD UrlCache::add(const std::string& url, const FILETIME& lastModified, ContextRecord& context,
+                    ContextOwner* kept) {
   const auto added = [&]() -> DWORD {
     if (!store_) return SEC_E_INTERNAL_ERROR;
     if (url.empty() || url.size() > kMaxUrl) return ERROR_INVALID_PARAMETER;
     if (!IsValidNow(context)) return SEC_E_CONTEXT_EXPIRED;
     const std::lock_guard guard(lock_);
-    return addItem(url, lastModified, context);
+    if (const DWORD code = addItem(url, lastModified, context)) return code;
+    if (kept) *kept = Duplicate(*items_.find(url)->second.context.get());
+    return ERROR_SUCCESS;
   };
   const DWORD code = added();
   if (code) TraceCache("(): can't add certificate to cache store, error %x", code);
@@ -236,7 +245,7 @@ class UrlCaches {
       return nullptr;
     }
     std::optional<UrlCache>& cache = type == ElementType::Crl ? crls_ : certificates_;
-    if (!cache) make(cache, type);
+    if (!cache && !make(cache, type)) return nullptr;
     return &*cache;
   }
 
@@ -245,9 +254,15 @@ class UrlCaches {
     const auto provider = StoreNumber(CERT_STORE_PROV_SYSTEM_REGISTRY_W);
     return OpenStore({provider, kEncoding, 0, CERT_SYSTEM_STORE_CURRENT_USER, kStoreName});
   }
-  void make(std::optional<UrlCache>& cache, ElementType type) {
-    AddStoreHandle(*store_.get());
-    cache.emplace(lock_, StoreHandle(store_.get()), type, ConfiguredElements());
+  // What can't be had now is tried again by the next, and nobody goes without his object for it.
+  bool make(std::optional<UrlCache>& cache, ElementType type) {
+    try {
+      AddStoreHandle(*store_.get());
+      cache.emplace(lock_, StoreHandle(store_.get()), type, ConfiguredElements());
+      return true;
+    } catch (const std::bad_alloc&) {
+      return Fault(ERROR_NOT_ENOUGH_MEMORY);
+    }
   }
 
   std::mutex opening_;  // before lock_

@@ -39,8 +39,10 @@ class UrlCache {
 
   // A hit counts as a use. Throws std::bad_alloc only.
   std::optional<CachedObject> find(const std::string& url);
-  // Adds or replaces; 0 or a code: SEC_E_INTERNAL_ERROR: no store; SEC_E_CONTEXT_EXPIRED: not valid now.
-  DWORD add(const std::string& url, const FILETIME& lastModified, ContextRecord& context);
+  // Adds or replaces; 0 or a code: SEC_E_INTERNAL_ERROR: no store; SEC_E_CONTEXT_EXPIRED: not valid now. `kept` is then
+  // what a hit would give: whoever goes on with it need not hold a large list a second time.
+  DWORD add(const std::string& url, const FILETIME& lastModified, ContextRecord& context,
+            ContextOwner* kept = nullptr);
   // Writes the store if something was added or has gone.
   void flush();
 

@@ -39,6 +39,8 @@ class MadeChain {
 
   PCCERT_CHAIN_CONTEXT get() const { return &context_; }
   CERT_CHAIN_ELEMENT& element(size_t index) { return elements_[index]; }
+  PCERT_CHAIN_ELEMENT& slot(size_t index) { return pointers_[index]; }
+  CERT_CHAIN_CONTEXT& context() { return context_; }
 
  private:
   void add(const Bytes& encoded) {

@@ -6,6 +6,11 @@
 #include <certkern/oids.h>
 #include <certkern/sv.h>
 
+#include <cstdlib>
+#include <filesystem>
+
+#include "api/trace_recorder.h"
+#include "platform/temporary_directory.h"
 #include "policy/base_policy.h"
 #include "policy/made_chain.h"
 #include "support/hex.h"
@@ -155,6 +160,8 @@ TEST(SslPolicy, BaseFindingsComeFirstAndStay) {
   EXPECT_EQ(judged.error, CERT_E_UNTRUSTEDROOT);
   EXPECT_EQ(judged.element, -1);
   EXPECT_EQ(JudgeSsl(chain, L"other", 0, CERT_CHAIN_POLICY_ALLOW_UNKNOWN_CA_FLAG).error, CERT_E_CN_NO_MATCH);
+  EXPECT_EQ(JudgeSsl(chain, L"cn.example", 0, CERT_CHAIN_POLICY_ALLOW_UNKNOWN_CA_FLAG).error, 0u)
+      << "what is overlooked does not come back by the key period";
 }
 
 TEST(SslPolicy, UsageMustComeThroughTheChain) {
@@ -243,6 +250,30 @@ TEST(KeyPeriodPolicy, IssuersOnlyWhenStrict) {
   const Findings found = JudgePeriods(late, 2025);
   EXPECT_EQ(found.bits, SV_KEY_PERIOD_ERROR_CERT_OR_BASE_CRL);
   EXPECT_EQ(found.element, 1);
+}
+
+TEST(KeyPeriodPolicy, PartsThatAreMissing) {
+  const StrictKeyPeriods strict(true);
+  const Bytes any = MakeCertificate({});
+  const auto refused = [](const MadeChain& chain) {
+    const Judgement judged = JudgePeriods(chain, 2025).plain;
+    return !judged.judged && judged.lastError == ERROR_INVALID_PARAMETER;
+  };
+  MadeChain chain(0, {any, any});
+  EXPECT_FALSE(refused(chain));
+  chain.element(1).pCertContext = nullptr;
+  EXPECT_TRUE(refused(chain)) << "no certificate";
+  chain.slot(1) = nullptr;
+  EXPECT_TRUE(refused(chain)) << "no element";
+  MadeChain two(0, {any});
+  PCERT_SIMPLE_CHAIN paths[] = {*two.context().rgpChain, nullptr};
+  two.context().cChain = 2;
+  two.context().rgpChain = paths;
+  EXPECT_TRUE(refused(two)) << "no path";
+  CERT_SIMPLE_CHAIN hollow = *paths[0];
+  hollow.rgpElement = nullptr;
+  paths[1] = &hollow;
+  EXPECT_TRUE(refused(two)) << "no elements";
 }
 
 TEST(KeyPeriodPolicy, ListsOfTheIssuerWhenStrict) {
@@ -339,19 +370,134 @@ TEST(ApplicationUsage, RowByRow) {
   EXPECT_EQ(IsValidByApplicationUsage(plain.get(), nullptr, nullptr, 0, 0, 0, 0), SV_USAGE_NOT_VALID);
 }
 
+// --- what a site sets: the configuration is read once in a process, so that a child looks at it ---
+
+TEST(ConfiguredChild, DISABLED_PoliciesAndLenientNames) {
+  const MadeChain chain(0, {MakeCertificate({.subject = "cn.example", .extensions = DnsName("a.example")})});
+  EXPECT_EQ(JudgeSsl(chain, L"cn.example").error, 0u) << "the common name, though a name was seen";
+  EXPECT_EQ(JudgeSsl(chain, L"other").error, CERT_E_CN_NO_MATCH);
+  const struct {
+    const char* policy;
+    BOOL judged;
+    DWORD code;  // the last error, or that of the status
+  } cases[] = {
+      {"1.2.3.1", TRUE,  CERT_E_PURPOSE       },
+      {"1.2.3.2", FALSE, ERROR_MORE_DATA      },
+      {"1.2.3.3", FALSE, ERROR_DLL_INIT_FAILED},
+      {"1.2.3.4", FALSE, ERROR_DLL_INIT_FAILED},
+      {"1.2.3.5", FALSE, ERROR_DLL_INIT_FAILED},
+      {"1.2.3.6", FALSE, ERROR_FILE_NOT_FOUND },
+  };
+  for (const auto& [policy, judged, code] : cases) {
+    const Judgement judgement = Judge(policy, chain.get(), 0);
+    EXPECT_EQ(judgement.judged, judged) << policy;
+    EXPECT_EQ(judged ? judgement.error : judgement.lastError, code) << policy;
+  }
+}
+
+TEST(Policy, AsTheSiteHasConfigured) {
+  const test::TemporaryDirectory directory;
+  const std::string configuration =
+      directory.write("config.toml",
+                      "[config.Parameters]\nRfc6125_NotStrict_ServerName_Check = true\n"
+                      "[config.policy.OIDs]\n"
+                      "'1.2.3.1' = '" POLICY_LIBRARY
+                      " FindsFault'\n"
+                      "'1.2.3.2' = '" POLICY_LIBRARY
+                      " CannotJudge'\n"
+                      "'1.2.3.3' = '" POLICY_LIBRARY
+                      " NoSuchFunction'\n"
+                      "'1.2.3.4' = '" POLICY_LIBRARY
+                      "'\n"
+                      "'1.2.3.5' = '/nowhere/library.so FindsFault'\n");
+  const std::string command = "CERTKERN_CONFIG='" + configuration + "' '"
+      + std::filesystem::read_symlink("/proc/self/exe").string()
+      + "' --gtest_also_run_disabled_tests --gtest_filter='ConfiguredChild.*'";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+}
+
+// --- traces ---
+
+std::string PolicyTrace(auto judge) {
+  test::TraceRecorder recorder;
+  judge();
+  std::string told;
+  for (const test::TraceRecord& each : recorder.records) {
+    if (each.context == test::kPolicyContext) told += each.text;
+  }
+  return told;
+}
+
+TEST(Policy, TellsWhy) {
+  constexpr char kNoExtra[] =
+      "No extra status supplied. Setting pPolicyStatus->dwError = 0x%08x, pPolicyStatus->lChainIndex = 0, "
+      "pPolicyStatus->lElementIndex = 0.\n"
+      "Error encountered and no extra status supplied. Other checks must not be performed - returning "
+      "true.\n";
+  const auto reported = [&](const char* code) {
+    std::string text = kNoExtra;
+    return text.replace(text.find("0x%08x"), 6, code);
+  };
+  const MadeChain chain(0, {MakeCertificate({.subject = "cn.example"})});
+  EXPECT_EQ(PolicyTrace([&] { JudgeSsl(chain, L"other"); }),
+            "Certificate is valid\n" + reported("0x800b010f"));
+  EXPECT_EQ(PolicyTrace([&] { JudgeSsl(chain, nullptr, SECURITY_FLAG_IGNORE_CERT_DATE_INVALID); }),
+            "Certificate is valid\n"
+            "SSL_EXTRA_CERT_CHAIN_POLICY_PARA contains SECURITY_FLAG_IGNORE_CERT_DATE_INVALID in fdwChecks - "
+            "skipping PKUP check.\n");
+  EXPECT_EQ(PolicyTrace([&] { JudgeSsl(chain, nullptr, 0, CERT_CHAIN_POLICY_IGNORE_NOT_TIME_VALID_FLAG); }),
+            "Certificate is valid\n"
+            "CERT_CHAIN_POLICY_PARA contains CERT_CHAIN_POLICY_IGNORE_NOT_TIME_VALID_FLAG in dwFlags - "
+            "skipping PKUP check.\n");
+  const MadeChain revoked(CERT_TRUST_IS_REVOKED, {MakeCertificate({})});
+  EXPECT_EQ(PolicyTrace([&] { JudgeSsl(revoked, nullptr); }),
+            "Original CERT_CHAIN_POLICY_SSL check returned error: 0x80092010. Other checks must not be "
+            "performed - returning.\n");
+  const MadeChain late(0,
+                       {MakeCertificate({.subject = "a", .extensions = KeyPeriodUntil("20250601000000Z")})});
+  FILETIME time = At(2026);
+  SV_KEY_PERIOD_EXTRA_CERT_CHAIN_POLICY_PARA para{.cbSize = sizeof para, .pTime = &time};
+  const std::string told =
+      PolicyTrace([&] { Judge(SVCERT_CHAIN_POLICY_PRIVATEKEY_USAGE_PERIOD, late.get(), 0, &para); });
+  EXPECT_EQ(told.substr(told.find("pOther")),
+            "pOtherPolicyStatus->dwError = 0x00000000\n"
+            "pOtherPolicyStatus->lChainIndex = -1, pOtherPolicyStatus->lElementIndex = -1\n"
+            "No error encountered. Other checks can be performed - returning false.\n"
+            "Certificate has not been valid on time (01.03.2026 00:00:00)...\n"
+                + reported("0x800b0101"));
+}
+
 // The sets are the process's: this one stands last.
 TEST(PolicyFunctions, OneInstalledInFrontIsAsked) {
+  static struct {
+    BOOL judged;
+    DWORD code, error;
+  } answer;
   static const PFN_CERT_VERIFY_CHAIN_POLICY kMine = [](LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA,
                                                        PCERT_CHAIN_POLICY_STATUS status) -> BOOL {
-    status->dwError = 4711;
-    return TRUE;
+    status->dwError = answer.error;
+    SetLastError(answer.code);
+    return answer.judged;
   };
   const CRYPT_OID_FUNC_ENTRY entry{CERT_CHAIN_POLICY_BASE, reinterpret_cast<void*>(kMine)};
   ASSERT_TRUE(CryptInstallOIDFunctionAddress(nullptr, 0, CRYPT_OID_VERIFY_CERTIFICATE_CHAIN_POLICY_FUNC, 1,
                                              &entry, CRYPT_INSTALL_OID_FUNC_BEFORE_FLAG));
   const MadeChain chain(0, {MakeCertificate({})});
+  answer = {TRUE, 0, 4711};
   EXPECT_EQ(Judge(CERT_CHAIN_POLICY_BASE, chain.get(), 0).error, 4711u);
   EXPECT_EQ(JudgeSsl(chain, nullptr).error, 4711u);
+  answer = {FALSE, 0, 4711};
+  EXPECT_EQ(JudgeSsl(chain, nullptr).error, 4711u) << "a finding, all the same";
+  for (const auto& [left, code] : {
+           std::pair{DWORD{5}, DWORD{5}},
+           {0,        E_FAIL  }
+  }) {
+    answer = {FALSE, left, 0};
+    const Judgement ssl = JudgeSsl(chain, nullptr);
+    EXPECT_FALSE(ssl.judged);
+    EXPECT_EQ(ssl.lastError, code);
+    EXPECT_EQ(JudgePeriods(chain, 2025).plain.lastError, code);
+  }
 }
 
 }  // namespace

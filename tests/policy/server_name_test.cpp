@@ -82,6 +82,19 @@ TEST(ServerName, NulHidesNothing) {
   const Bytes hidden = Der(0x82, Raw(std::string_view("good.example\0.evil.example", 26)));
   EXPECT_EQ(Compare(hidden, L"good.example"), AltNameVerdict::Seen);
   EXPECT_EQ(Compare(Concat({Der(0x81, Raw("a@b")), hidden}), L"good.example"), AltNameVerdict::Seen);
+  // nor does it spoil its neighbours, and it excuses nothing
+  const Bytes good = Der(0x82, Raw("good.example"));
+  const Bytes bad = Der(0x82, Raw(std::string_view("bad.example\0.x", 14)));
+  EXPECT_EQ(Compare(Concat({bad, good}), L"good.example"), AltNameVerdict::Matches);
+  EXPECT_EQ(Compare(Concat({good, bad}), L"bad.example"), AltNameVerdict::Seen);
+  EXPECT_EQ(Compare(Concat({good, Der(0x82, Raw(std::string_view("\0", 1)))}), L"good.example"),
+            AltNameVerdict::Matches);
+  EXPECT_THROW(Compare(Concat({
+                           bad, good, {0x82, 0x05, 'a'}
+  }),
+                       L"good.example"),
+               CryptException);
+  EXPECT_THROW(Compare(Concat({bad, Der(0x88, {0x80})}), L"good.example"), CryptException);
 }
 
 TEST(ServerName, BrokenExtensionIsNoReasonToLookElsewhere) {

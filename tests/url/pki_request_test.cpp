@@ -79,6 +79,10 @@ TEST(PkiRequest, Failures) {
   EXPECT_EQ(SendPKIRequest(nullptr, kAgent, kType, nullptr, nullptr, &empty, &response), 0u);
   EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
   EXPECT_EQ(response.pbData, nullptr);
+  SV_BYTE_BUFFER noBlock{0, nullptr, 4096};
+  SetLastError(0);
+  EXPECT_EQ(SendPKIRequest(base.c_str(), kAgent, kType, nullptr, nullptr, &empty, &noBlock), 0u);
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER}) << "a capacity, but no block";
 }
 
 }  // namespace

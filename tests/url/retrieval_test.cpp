@@ -17,6 +17,8 @@
 #include <memory>
 #include <string>
 
+#include "api/trace_recorder.h"
+#include "oid/built_in_functions.h"
 #include "store/sample_objects.h"
 #include "store/store_kind.h"
 #include "support/raw_server.h"
@@ -143,14 +145,28 @@ TEST_F(Retrieval, TheCacheAnswersFirst) {
   EXPECT_EQ(server->requests(), before + 2);
   EXPECT_EQ(Certificate(url, CRYPT_WIRE_ONLY_RETRIEVAL), certificate);
   EXPECT_EQ(server->requests(), before + 3);
-  EXPECT_EQ(CodeOf(url, CONTEXT_OID_CERTIFICATE, CRYPT_WIRE_ONLY_RETRIEVAL | CRYPT_CACHE_ONLY_RETRIEVAL),
-            CRYPT_E_NOT_FOUND);
+  void* stale = &stale;
+  EXPECT_FALSE(CryptRetrieveObjectByUrlA(url.c_str(), CONTEXT_OID_CERTIFICATE,
+                                         CRYPT_WIRE_ONLY_RETRIEVAL | CRYPT_CACHE_ONLY_RETRIEVAL, kTimeout,
+                                         &stale, nullptr, nullptr, nullptr, nullptr));
+  EXPECT_EQ(GetLastError(), CRYPT_E_NOT_FOUND);
+  EXPECT_EQ(stale, nullptr) << "what is not found is said in the result, too";
   EXPECT_EQ(CodeOf(url, CONTEXT_OID_CRL, CRYPT_CACHE_ONLY_RETRIEVAL), CRYPT_E_NOT_FOUND) << "a cache each";
   EXPECT_TRUE(std::filesystem::exists(UrlHome().path("user/cache.sto")));
   const StoreHandle store = OpenStore({StoreNumber(CERT_STORE_PROV_SYSTEM_REGISTRY_W), X509_ASN_ENCODING, 0,
                                        CERT_SYSTEM_STORE_CURRENT_USER | CERT_STORE_READONLY_FLAG, L"cache"});
   ASSERT_TRUE(store);
   EXPECT_NE(Serials(*store.get()).find('9'), std::string::npos) << "on disk at once";
+}
+
+// What a million entries take is there once.
+TEST_F(Retrieval, TheFirstDownloadAndTheCacheShareAList) {
+  const std::string url = serve("shared", Text(crl));
+  const CrlHandle first(static_cast<PCCRL_CONTEXT>(Retrieve(url, CONTEXT_OID_CRL, 0).object));
+  const CrlHandle second(
+      static_cast<PCCRL_CONTEXT>(Retrieve(url, CONTEXT_OID_CRL, CRYPT_CACHE_ONLY_RETRIEVAL).object));
+  ASSERT_TRUE(first && second);
+  EXPECT_EQ(first->pbCrlEncoded, second->pbCrlEncoded);
 }
 
 TEST_F(Retrieval, WhatIsNotValidNowComesButIsNotKept) {
@@ -229,31 +245,40 @@ TEST_F(Retrieval, ByAWideUrl) {
   EXPECT_EQ(GetLastError(), E_INVALIDARG);
 }
 
-// A signed message with nothing but certificates, by openssl; it opens once messages can be opened as stores.
-TEST_F(Retrieval, BundlesComeAsAStore) {
+// A signed message with nothing but certificates, by openssl. Messages can't be opened as stores yet.
+TEST_F(Retrieval, BundlesAreRefused) {
   const std::string in = UrlHome().write("in.der", Text(OpensslCertificate()));
   const std::string command = "cd '" + UrlHome().path("")
       + "' && openssl x509 -inform DER -in in.der -out in.pem"
         " && openssl crl2pkcs7 -nocrl -certfile in.pem -outform DER -out bundle";
   ASSERT_EQ(std::system(command.c_str()), 0);
   const std::string url = serve("bundle", UrlHome().read("bundle"));
-  bool served = false;
-  for (const StoreProvider& each : StoreProviders())
-    served |= each.number == StoreNumber(CERT_STORE_PROV_PKCS7);
-  const struct {
-    LPCSTR type;
-    DWORD flags;
-  } cases[] = {
-      {CONTEXT_OID_PKCS7,       0                              },
-      {CONTEXT_OID_CERTIFICATE, CRYPT_RETRIEVE_MULTIPLE_OBJECTS}
+  EXPECT_EQ(CodeOf(url, CONTEXT_OID_PKCS7, 0), DWORD{ERROR_INVALID_PARAMETER});
+  EXPECT_EQ(CodeOf(url, CONTEXT_OID_CERTIFICATE, CRYPT_RETRIEVE_MULTIPLE_OBJECTS),
+            DWORD{ERROR_INVALID_PARAMETER});
+}
+
+TEST_F(Retrieval, TellsWhatWasAskedAndWhatCame) {
+  const std::string url = serve("traced", Text(certificate));
+  const auto told = [&](DWORD flags, LPCSTR type = CONTEXT_OID_CERTIFICATE) {
+    TraceRecorder recorder;
+    void* object = nullptr;
+    if (CryptRetrieveObjectByUrlAInternal(url.c_str(), type, flags, kTimeout, &object, nullptr, nullptr,
+                                          nullptr, nullptr)) {
+      CertFreeCertificateContext(static_cast<PCCERT_CONTEXT>(object));
+    }
+    std::string lines;
+    for (const TraceRecord& each : recorder.records) {
+      if (each.function == "CryptRetrieveObjectByUrlAInternal") lines += each.text + "\n";
+    }
+    return lines;
   };
-  for (const auto& [type, flags] : cases) {
-    const Retrieved got = Retrieve(url, type, flags | CRYPT_WIRE_ONLY_RETRIEVAL);
-    const StoreHandle store(static_cast<CertStore*>(got.object));
-    EXPECT_EQ(static_cast<bool>(store), served);
-    EXPECT_EQ(got.code, served ? DWORD{0} : DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(store ? CountOf(*store.get(), ElementType::Certificate) : 0, served ? 1u : 0u);
-  }
+  EXPECT_EQ(told(CRYPT_CACHE_ONLY_RETRIEVAL), "(url: " + url
+                + ", flags: 2, obj_id: #1)\n"
+                  "Object not found: 0x80092004\n"
+                  "() result: 0(80092004)\n");
+  EXPECT_EQ(told(CRYPT_WIRE_ONLY_RETRIEVAL), "(url: " + url + ", flags: 4, obj_id: #1)\n() result: 1(0)\n");
+  EXPECT_TRUE(told(0, "1.2.3").starts_with("(url: " + url + ", flags: 0, obj_id: 1.2.3)\n"));
 }
 
 // --- a program's own retrieval takes the place of ours ---

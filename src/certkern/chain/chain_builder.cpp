@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "certkern/chain/engine.h"
+#include "certkern/chain/good_verdicts.h"
 #include "certkern/chain/trust_status.h"
 #include "platform/exceptions.h"
 
@@ -75,7 +76,9 @@ void TraceResult(const ChainBuilder& builder) {
 }  // namespace
 
 ChainBuilder::ChainBuilder()
-    : records(std::make_shared<InternedRecords>()), budget(std::make_shared<BuildBudget>()) {
+    : records(std::make_shared<InternedRecords>()),
+      goodVerdicts(std::make_shared<GoodVerdicts>(*records)),
+      budget(std::make_shared<BuildBudget>()) {
   GetSystemTimeAsFileTime(&now);
   checkTime = now;
 }
@@ -98,6 +101,7 @@ ChainBuilder::ChainBuilder(const ChainBuilder& parent, CertRecord& underDecision
       cloneDepth(parent.cloneDepth + 1),
       revocationCycleGuard(parent.revocationCycleGuard),
       records(parent.records),
+      goodVerdicts(parent.goodVerdicts),
       budget(parent.budget),
       usedUrlMs(parent.usedUrlMs),
       trace(parent.trace.nested()) {

@@ -70,6 +70,7 @@ struct IssuerKey {
 };
 
 class IssuerCandidates;  // issuer_search.h
+class GoodVerdicts;      // good_verdicts.h
 
 class ChainBuilder {
  public:
@@ -132,6 +133,7 @@ class ChainBuilder {
   unsigned cloneDepth = 0;
   CertSet revocationCycleGuard;
   std::shared_ptr<InternedRecords> records;
+  std::shared_ptr<GoodVerdicts> goodVerdicts;  // over these records
   std::shared_ptr<BuildBudget> budget;
   uint64_t usedUrlMs = 0;
   // What the stores answered, by store and question: a path that turns in circles asks the same again and again.

@@ -44,7 +44,7 @@ CrlRecord& InternedRecords::crl(PCCRL_CONTEXT context) {
   }
   auto record = std::make_unique<CrlRecord>();
   record->context.reset(CertDuplicateCRLContext(context));
-  if (!record->context) ThrowLastError();
+  if (!record->context) ThrowLastError("certkern/ChainBase");
   record->facts = CrlFactsOf(context);
   record->sequence = next_++;
   const std::span<const BYTE> key = record->encoded();

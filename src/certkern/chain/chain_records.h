@@ -96,6 +96,7 @@ class InternedRecords {
 
   const CertMap& certificates() const { return certificates_; }
   const CrlMap& crls() const { return crls_; }
+  uint64_t interned() const { return next_; }  // of both kinds
 
  private:
   CertMap certificates_;

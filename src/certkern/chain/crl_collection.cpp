@@ -22,26 +22,38 @@ bool IsFinal(const CrlRecord& crl, const FILETIME& now) {
       && !crl.facts->freshestCrl;
 }
 
+// What the cache has under a URL and is valid now.
+ContextOwner CachedCrl(const std::string& url) {
+  const UrlCacheHandle cache = UrlCacheSingleton(ElementType::Crl);
+  std::optional<CachedObject> found = cache ? cache->find(url) : std::nullopt;
+  return found && IsValidNow(*found->context.get()) ? std::move(found->context) : ContextOwner();
+}
+
 CrlRecord* FindCached(ChainBuilder& builder, const std::vector<std::string>& urls) {
   if (!builder.retrievalBudget()) return nullptr;
-  const UrlCacheHandle cache = UrlCacheSingleton(ElementType::Crl);
-  if (!cache) return nullptr;
   for (const std::string& url : urls) {
-    const std::optional<CachedObject> found = cache->find(url);
-    if (found && IsValidNow(*found->context.get())) return &builder.records->crl(found->context->asCrl());
+    if (const ContextOwner found = CachedCrl(url)) return &builder.records->crl(found->asCrl());
   }
   return nullptr;
 }
 
-CrlOwner Retrieve(const std::string& url, uint64_t milliseconds) {
+CrlOwner Retrieve(const std::string& url, DWORD flags, uint64_t milliseconds) {
   void* crl = nullptr;
   const auto timeout = static_cast<DWORD>(std::min<uint64_t>(milliseconds, kMaxInterfaceSize));
-  if (CryptRetrieveObjectByUrlA(url.c_str(), CONTEXT_OID_CRL, 0, timeout, &crl, nullptr, nullptr, nullptr,
+  if (CryptRetrieveObjectByUrlA(url.c_str(), CONTEXT_OID_CRL, flags, timeout, &crl, nullptr, nullptr, nullptr,
                                 nullptr)) {
     return CrlOwner(static_cast<PCCRL_CONTEXT>(crl));
   }
   SetLastError(ERROR_SUCCESS);
   return {};
+}
+
+// The flags of a retrieval: whether the network may still be asked. What the cache serves is not charged.
+DWORD ChargeRetrieval(ChainBuilder& builder, const std::string& url) {
+  uint32_t& taken = builder.budget->wireRetrievals;
+  if (taken >= kMaxChainRetrievals) return CRYPT_CACHE_ONLY_RETRIEVAL;
+  if (!CachedCrl(url)) ++taken;
+  return 0;
 }
 
 // The last that came, if none will do as it is: it may still do with a delta.
@@ -50,16 +62,13 @@ CrlRecord* Download(ChainBuilder& builder, const std::vector<std::string>& urls)
   for (const std::string& url : urls) {
     const uint64_t milliseconds = builder.retrievalBudget();
     if (!milliseconds) break;
-    if (builder.budget->wireRetrievals >= kMaxChainRetrievals) {
-      builder.trace.line("Can't load ", url);
-      break;
-    }
-    ++builder.budget->wireRetrievals;
+    const DWORD flags = ChargeRetrieval(builder, url);
     const auto start = std::chrono::steady_clock::now();
-    const CrlOwner crl = Retrieve(url, milliseconds);
+    const CrlOwner crl = Retrieve(url, flags, milliseconds);
     const auto elapsed = std::chrono::steady_clock::now() - start;
     builder.addRetrievalTime(
         static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()));
+    if (!crl && flags) builder.trace.line("Can't load ", url);
     if (!crl) continue;
     last = &builder.records->crl(crl.get());
     if (IsFinal(*last, builder.now)) break;

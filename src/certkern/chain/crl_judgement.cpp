@@ -9,6 +9,7 @@
 
 #include "certkern/chain/attempt.h"
 #include "certkern/chain/cert_facts.h"
+#include "certkern/chain/good_verdicts.h"
 #include "certkern/chain/issuer_search.h"
 #include "keys/certificate_signature.h"
 #include "platform/supkern.h"
@@ -143,6 +144,7 @@ RevocationResult CrlJudgement::judgeAll(CrlCollection& crls, CrlSource source) {
     }
     if (reasons_ == kAllReasons) {
       cert_.crlChecked = true;
+      builder_.goodVerdicts->checkedForGood();
       builder_.trace.line("Certificate not found at crl.");
       return result;
     }
@@ -294,7 +296,14 @@ const CRL_ENTRY* CrlJudgement::findEntry(const CrlRecord& crl) const {
 
 bool CrlJudgement::verifySigner(CrlRecord& crl) {
   builder_.trace.line("Verifing crl signature.");
-  if (!TakeStep(*builder_.budget)) return false;  // a search for nobody costs, too
+  CertRecord* const signer = findSigner(crl);
+  builder_.trace.line(signer ? "Crl signature verified." : "Crl signature is not verified.");
+  if (signer) crl.signer = signer;
+  return signer;
+}
+
+CertRecord* CrlJudgement::findSigner(CrlRecord& crl) {
+  if (!TakeStep(*builder_.budget)) return nullptr;  // a search for nobody costs, too
   const CERT_AUTHORITY_KEY_ID2_INFO* const authority = crl.facts->authorityKeyId.get();
   IssuerKey key{&crl.facts->issuer, AuthorityKeyIdBytes(*crl.facts), {}};
   if (authority)
@@ -305,17 +314,13 @@ bool CrlJudgement::verifySigner(CrlRecord& crl) {
   for (const IssuerCandidate& each : candidates.take()) {
     if (each.repeated) continue;
     if (!TakeStep(*builder_.budget)) break;
-    if (Attempt(builder_.trace, "verify_crl_prt", [&] { return verifySigner(crl, *each.record); })) {
-      crl.signer = each.record;
-      builder_.trace.line("Crl signature verified.");
-      return true;
-    }
+    if (Attempt(builder_.trace, "verify_crl_prt", [&] { return isSigner(crl, *each.record); }))
+      return each.record;
   }
-  builder_.trace.line("Crl signature is not verified.");
-  return false;
+  return nullptr;
 }
 
-bool CrlJudgement::verifySigner(CrlRecord& crl, CertRecord& candidate) {
+bool CrlJudgement::isSigner(const CrlRecord& crl, CertRecord& candidate) {
   if (!MaySignCrls(*candidate.facts) || !IsInKeyPeriod(crl.info().ThisUpdate, candidate)
       || !IsCrlSignedBy(crl, candidate)) {
     return false;

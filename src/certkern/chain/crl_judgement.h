@@ -30,7 +30,8 @@ class CrlJudgement {
   // The first that the CRL's signer has signed; null: none.
   const CrlRecord* chooseDelta(const CrlRecord& crl, const NewestCrls& deltas) const;
   bool verifySigner(CrlRecord& crl);
-  bool verifySigner(CrlRecord& crl, CertRecord& candidate);
+  CertRecord* findSigner(CrlRecord& crl);
+  bool isSigner(const CrlRecord& crl, CertRecord& candidate);
   const CRL_ENTRY* findEntry(const CrlRecord& crl) const;
   template <class... Parts>
   void trace(const Parts&... parts) const {

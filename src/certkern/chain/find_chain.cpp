@@ -11,6 +11,7 @@
 #include "ber/read_cursor.h"
 #include "certkern/CertGetEnhancedKeyUsage.h"
 #include "certkern/chain/chain_request.h"
+#include "platform/exceptions.h"
 #include "store/certificate_primitives.h"
 
 namespace certkern {
@@ -21,7 +22,7 @@ constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 // --- what is asked of a candidate; false is a no, whatever its reason ---
 
 // A certificate without any restriction is good for everything, but it was not made for this.
-bool HasUsage(PCCERT_CONTEXT candidate, std::string_view wanted) {
+bool HasUsage(PCCERT_CONTEXT candidate, std::string_view wanted) try {
   DWORD size = 0;
   if (!GetEnhancedKeyUsage(candidate, 0, nullptr, size)) return false;
   std::vector<BYTE> memory(size);
@@ -29,6 +30,8 @@ bool HasUsage(PCCERT_CONTEXT candidate, std::string_view wanted) {
   if (!GetEnhancedKeyUsage(candidate, 0, usage, size)) return false;
   return std::ranges::any_of(AsSpan(usage->rgpszUsageIdentifier, usage->cUsageIdentifier),
                              [&](LPCSTR each) { return each == wanted; });
+} catch (const CryptException& unreadable) {  // a property that somebody wrote
+  return Fault(unreadable.code());
 }
 
 bool IsIssuedByOneOf(PCCERT_CONTEXT candidate, const CERT_CHAIN_FIND_BY_ISSUER_PARA& para) {

@@ -178,8 +178,9 @@ bool ChainBuilder::loadUrl(const std::string& url, IssuerCandidates& candidates,
   const bool cacheOnly = (retrievalFlags & CRYPT_CACHE_ONLY_RETRIEVAL) != 0;
   const uint64_t milliseconds = retrievalBudget();
   if (!milliseconds) return false;
-  if (!cacheOnly && budget->wireRetrievals++ >= kMaxChainRetrievals) return false;
   if (hasFlag(CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL)) retrievalFlags |= CRYPT_CACHE_ONLY_RETRIEVAL;
+  const bool onWire = !(retrievalFlags & CRYPT_CACHE_ONLY_RETRIEVAL);
+  if (onWire && budget->wireRetrievals++ >= kMaxChainRetrievals) return false;
   const auto start = std::chrono::steady_clock::now();
   const StoreOwner bundle = Retrieve(url, retrievalFlags, milliseconds);
   const auto elapsed = std::chrono::steady_clock::now() - start;

@@ -113,9 +113,10 @@ bool PathSearch::tryCandidates(const std::vector<IssuerCandidate>& candidates) {
   const size_t height = chain_.size();
   for (const IssuerCandidate& each : candidates) {
     if (isSpent()) return false;
-    ++builder_.budget->candidateSteps;
     if (Attempt(builder_.trace, "verify_step_check", [&] {
-          return (!each.repeated || IsSelfSigned(*each.record)) && tryCandidate(*each.record);
+          if (each.repeated && !IsSelfSigned(*each.record)) return false;  // is none, and costs none
+          ++builder_.budget->candidateSteps;
+          return tryCandidate(*each.record);
         })) {
       return true;
     }

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "certkern/chain/chain_builder.h"
+#include "certkern/chain/good_verdicts.h"
 
 namespace certkern {
 namespace {
@@ -27,10 +28,20 @@ std::string_view TextOf(RevocationStep step) {
 
 RevocationResult Decide(const ChainBuilder& builder, CertRecord& cert, const CertRecord& issuer) {
   if (const auto answer = AskRevocationLibrary(builder, cert, issuer)) return *answer;
+  GoodVerdicts& verdicts = *builder.goodVerdicts;
+  if (verdicts.has(cert, builder.revocationCycleGuard, builder.cloneDepth)) {
+    builder.trace.line("  Certificate already verified at CRL.");
+    return kNotRevoked;
+  }
   // the signers of CRLs have CRLs of their own, whose signers have CRLs
-  if (builder.cloneDepth >= kMaxRevocationClones) return kUndetermined;
-  ChainBuilder clone(builder, cert);
-  return JudgeByCrls(clone, cert);
+  if (builder.cloneDepth >= kMaxRevocationClones) {
+    verdicts.metTheBound();
+    return kUndetermined;
+  }
+  return verdicts.decide(cert, [&] {
+    ChainBuilder clone(builder, cert);
+    return JudgeByCrls(clone, cert);
+  });
 }
 
 }  // namespace
@@ -55,7 +66,9 @@ bool ChainBuilder::checkRevocation(ChainNode& node, ChainNode& issuer) {
     recordPathError(status, &node, reason);
     return false;
   };
-  if (revocationCycleGuard.contains(&cert)) {
+  const bool isCircle = revocationCycleGuard.contains(&cert);
+  goodVerdicts->met(cert, isCircle);
+  if (isCircle) {
     trace.line("  Cycle detected while checking CRL.");
     return fail(CERT_TRUST_REVOCATION_STATUS_UNKNOWN, 0);
   }

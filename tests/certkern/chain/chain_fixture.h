@@ -21,7 +21,8 @@ using EngineHandle = Owner<HCERTCHAINENGINE, CertFreeCertificateChainEngine>;
 using ChainHandle = Owner<PCCERT_CHAIN_CONTEXT, CertFreeCertificateChain>;
 
 // The configuration is read once in a process, so that all tests of it share one. Answers the directory, with
-// "user/root.sto" and the like in it. `more` counts in the first call only.
+// "user/root.sto" and the like in it. `more` counts in the first call only; a child that a test starts gets what stands
+// in its environment.
 inline const TemporaryDirectory& Sandbox(const std::string& more = {}) {
   static const TemporaryDirectory& directory = [&more]() -> const TemporaryDirectory& {
     static const TemporaryDirectory made;
@@ -29,6 +30,7 @@ inline const TemporaryDirectory& Sandbox(const std::string& more = {}) {
       std::filesystem::create_directory(made.path(name));
       std::filesystem::permissions(made.path(name), std::filesystem::perms::owner_all);
     }
+    const char* const ofChild = std::getenv("CERTKERN_TEST_CONFIG");
     const std::string configuration =
         made.write("config.toml",
                    "[paths]\nlocal_stores = '" + made.path("user") + "'\nglobal_stores = '"
@@ -36,7 +38,7 @@ inline const TemporaryDirectory& Sandbox(const std::string& more = {}) {
                        + "'\n[cryptography.OID.\"EncodingType 0\".CertDllCreateCertificateChainEngine.Config]\n"
                          "ChainUrlRetrievalTimeoutMilliseconds = 65536\n"
                          "ChainRevAccumulativeUrlRetrievalTimeoutMilliseconds = 65535\n"
-                       + more);
+                       + more + (ofChild ? ofChild : ""));
     setenv("CERTKERN_CONFIG", configuration.c_str(), 1);
     return made;
   }();

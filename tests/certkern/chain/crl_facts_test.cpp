@@ -4,7 +4,9 @@
 
 #include <vector>
 
+#include "certkern/chain/chain_records.h"
 #include "certkern/chain/crl_facts.h"
+#include "platform/exceptions.h"
 #include "support/hex.h"
 
 namespace certkern::test {
@@ -127,6 +129,18 @@ TEST(CrlFacts, UrlsMeet) {
   EXPECT_FALSE(one.meets(UrlSet({"http://a/", "http://b/22"})));
   EXPECT_FALSE(one.meets(UrlSet({})));
   EXPECT_FALSE(UrlSet({}).meets(UrlSet({})));
+}
+
+// The text goes into the trace of the revocation that it ends.
+TEST(CrlRecords, FailuresTellTheirPlace) {
+  InternedRecords records;
+  const CRL_CONTEXT stranger{};
+  try {
+    records.crl(&stranger);
+    ADD_FAILURE();
+  } catch (const CryptException& failure) {
+    EXPECT_EQ(failure.file(), "certkern/ChainBase");
+  }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include "certkern/chain/chain_fixture.h"
 #include "certkern/chain/crl_judgement.h"
+#include "certkern/chain/good_verdicts.h"
 #include "certkern/chain/made_certificate.h"
 #include "support/raw_server.h"
 
@@ -184,6 +185,86 @@ TEST(CrlJudgement, Bounds) {
   }
 }
 
+// Authorities in a row, of which each has a list.
+TEST(CrlJudgement, LongPaths) {
+  std::string table = "cert root | | | | | ca\ncrl list0 | root\n", rows = "list0";
+  std::string issuer = "root";
+  for (int i = 1; i <= 18; ++i) {
+    const std::string number = std::to_string(i);
+    table += "cert ca" + number + " | " + issuer + " | | | | ca\n";
+    issuer = "ca" + number;
+    table += "crl list" + number + " | " + issuer + "\n";
+    rows += " " + issuer + " list" + number;
+  }
+  const ChainObjects objects(table);
+  const struct {
+    const char* end;
+    DWORD status;
+    uint32_t steps;  // at most
+  } cases[] = {
+      {"ca13", 0,                                    1000                   },
+      {"ca16", 0,                                    2000                   },
+      {"ca17", CERT_TRUST_REVOCATION_STATUS_UNKNOWN, kMaxChainCandidateSteps},
+  };
+  for (const auto& [end, status, steps] : cases) {
+    Build build(objects, rows, kChain | kNoWire);
+    EXPECT_EQ(build.run(end), status) << end;
+    EXPECT_LE(build.builder.budget->candidateSteps, steps) << end;
+  }
+}
+
+// A verdict is no more than it was: where it could have come out otherwise, it is made again.
+TEST(GoodVerdicts, OnlyWhereNothingElseCouldCome) {
+  InternedRecords records;
+  CertRecord& a = records.certificate(Objects().certificate("plain"), false);
+  CertRecord& b = records.certificate(Objects().certificate("held"), false);
+  CertRecord& c = records.certificate(Objects().certificate("point"), false);
+  GoodVerdicts verdicts(records);
+  const auto good = [] { return kNotRevoked; };
+  const auto decideAll = [&](CertRecord& circle) {  // a by way of b, b by way of c
+    verdicts.decide(a, [&] {
+      verdicts.met(b, false);
+      return verdicts.decide(b, [&] {
+        return verdicts.decide(c, [&] {
+          verdicts.met(circle, true);
+          return kNotRevoked;
+        });
+      });
+    });
+  };
+  decideAll(a);
+  EXPECT_TRUE(verdicts.has(a, {}, 0));
+  EXPECT_FALSE(verdicts.has(b, {}, 0)) << "elsewhere a would not be under decision";
+  decideAll(b);
+  EXPECT_TRUE(verdicts.has(b, {}, 0));
+  EXPECT_TRUE(verdicts.has(a, {&c}, kMaxRevocationClones - 3));
+  EXPECT_FALSE(verdicts.has(a, {}, kMaxRevocationClones - 2)) << "needs three clones";
+  EXPECT_FALSE(verdicts.has(a, {&b}, 0)) << "would close a circle";
+  // what a remembered verdict met belongs to the one that uses it
+  verdicts.decide(c, [&] {
+    EXPECT_TRUE(verdicts.has(a, {&c}, 1));
+    return kNotRevoked;
+  });
+  EXPECT_FALSE(verdicts.has(c, {&b}, 0));
+  EXPECT_FALSE(verdicts.has(c, {}, kMaxRevocationClones - 3));
+
+  verdicts.checkedForGood();
+  EXPECT_FALSE(verdicts.has(a, {}, 0)) << "more is known now";
+  verdicts.decide(a, [] { return kUndetermined; });
+  verdicts.decide(b, [&] {
+    EXPECT_THROW(verdicts.decide(c, []() -> RevocationResult { throw 1; }), int);
+    return kNotRevoked;
+  });
+  for (const CertRecord* each : {&a, &b, &c}) EXPECT_FALSE(verdicts.has(*each, {}, 0));
+  verdicts.decide(a, [&] {
+    verdicts.metTheBound();
+    return kNotRevoked;
+  });
+  EXPECT_FALSE(verdicts.has(a, {}, 0));
+  verdicts.decide(a, good);
+  EXPECT_TRUE(verdicts.has(a, {}, 0));
+}
+
 // --- over the network ---
 
 // Answers with the content of a path, 404 where there is none.
@@ -255,6 +336,11 @@ crl delta | root | | other:keyCompromise | authorityKeyIdentifier = keyid; !numb
   EXPECT_EQ(Ask(objects, "other", kChain), kUnknown);
   server.put("/delta", objects.crl("delta"));
   EXPECT_EQ(Ask(objects, "other", kChain), CERT_TRUST_IS_REVOKED);
+
+  Build served(objects, "", kChain);
+  served.builder.urlTimeoutMs = 5000;
+  EXPECT_EQ(served.run("leaf"), CERT_TRUST_IS_REVOKED);
+  EXPECT_EQ(served.builder.budget->wireRetrievals, 1u) << "the URL that fails, not the one in the cache";
 
   Build spent(objects, "", kChain);
   spent.builder.urlTimeoutMs = 5000;

@@ -88,6 +88,13 @@ TEST_F(FoundChains, WhatIsAskedOfEach) {
               };
             }),
             "any root; ");
+  // a property that does not decode is one candidate's fault, and not the walk's
+  BYTE broken[] = {0x30, 0x05, 0x06};
+  const CRYPT_DATA_BLOB property{sizeof broken, broken};
+  const CertificateHandle client(CertFindCertificateInStore(
+      store_.get(), X509_ASN_ENCODING, 0, CERT_FIND_EXISTING, objects().certificate("client"), nullptr));
+  ASSERT_TRUE(CertSetCertificateContextProperty(client.get(), CERT_ENHKEY_USAGE_PROP_ID, 0, &property));
+  EXPECT_EQ(with([](auto& p) { p.pszUsageIdentifier = "1.2.3"; }), "server inter root; ");
   // what no candidate can pass is no failure of its own
   EXPECT_EQ(with([](auto& p) { p.cbSize = 55; }), "");
   EXPECT_EQ(with([](auto& p) { p.dwKeySpec = 1; }), "");

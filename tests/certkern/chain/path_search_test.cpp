@@ -188,6 +188,10 @@ cert EE | A | | | | ids
   Search other(objects, "R S", "A");
   other.builder.usedStore = used.get();
   EXPECT_EQ(other.verdict(objects, "EE"), "EE S good");
+  Search twice(objects, "", "A");
+  twice.attach(objects.certificate("A"));
+  EXPECT_EQ(twice.verdict(objects, "EE"), "EE A 65536");
+  EXPECT_EQ(twice.builder.budget->candidateSteps, 1u) << "found attached and in a store, but tried once";
   Search quiet(objects, "", "A");
   quiet.builder.isCrlSubcheck = true;
   EXPECT_EQ(quiet.verdict(objects, "EE"), "nothing");
@@ -240,6 +244,7 @@ class FakeWeb {
   FakeWeb& operator=(const FakeWeb&) = delete;
 
   std::string asked;  // "url?flags" behind each other, without the flag for many objects
+  DWORD timeout = 0;  // of the last question
 
  private:
   static BOOL Retrieve(LPCSTR url, LPCSTR type, DWORD flags, DWORD timeout, LPVOID* object, HCRYPTASYNC async,
@@ -252,6 +257,7 @@ class FakeWeb {
     EXPECT_TRUE(flags & CRYPT_RETRIEVE_MULTIPLE_OBJECTS);
     flags &= ~CRYPT_RETRIEVE_MULTIPLE_OBJECTS;
     active_->asked.append(url).append("?").append(std::to_string(flags)).append(" ");
+    active_->timeout = timeout;
     *object = active_->answer_(url, flags).release();
     return *object != nullptr;
   }
@@ -276,12 +282,18 @@ size_t CountUserAuthorities() {
   return count;
 }
 
-TEST(PathSearchUrls, TheCacheThenTheWire) {
+// "EE" has the URLs of its issuer.
+const ChainObjects& Linked() {
   const std::string access = IssuerAccess({"a:", "b:"});
-  const ChainObjects objects(
+  static const ChainObjects objects(
       "cert R | | | | | ca\ncert A | R | | | | ca\ncert EE | A | | | | ids; "
       "1.3.6.1.5.5.7.1.1 = DER:"
       + ToHex(std::span(reinterpret_cast<const BYTE*>(access.data()), access.size())));
+  return objects;
+}
+
+TEST(PathSearchUrls, TheCacheThenTheWire) {
+  const ChainObjects& objects = Linked();
   const struct {
     const char* name;
     DWORD flags;
@@ -312,8 +324,56 @@ TEST(PathSearchUrls, TheCacheThenTheWire) {
     search.builder.urlTimeoutMs = 1000;
     EXPECT_EQ(search.verdict(objects, "EE"), each.verdict);
     EXPECT_EQ(web.asked, each.asked);
+    EXPECT_EQ(search.builder.budget->wireRetrievals, std::string_view(each.asked).ends_with("?4 ") ? 2u : 0u);
     const bool loaded = std::string_view(each.verdict) != "EE 65536";
     EXPECT_EQ(CountUserAuthorities(), loaded ? std::string_view(each.bundle).size() / 2 + 1 : 0);
+  }
+}
+
+// What the cache has is used, and that is all.
+TEST(PathSearchUrls, FromTheCacheAlone) {
+  FillSystemStore(L"CA", Linked(), "");
+  FakeWeb web([](const std::string& url, DWORD flags) {
+    if (url != "b:" || flags != CRYPT_CACHE_ONLY_RETRIEVAL) return StoreOwner();
+    return StoreOwner(Linked().store("A").release());
+  });
+  Search search(Linked(), "R", "", 0);
+  search.builder.urlTimeoutMs = 1000;
+  EXPECT_EQ(search.verdict(Linked(), "EE"), "EE A R good");
+  EXPECT_EQ(web.asked, "a:?2 b:?2 ");
+  EXPECT_EQ(search.builder.budget->wireRetrievals, 0u);
+  EXPECT_EQ(CountUserAuthorities(), 0u) << "it is where it was found";
+}
+
+TEST(PathSearchUrls, TimeoutsOfTheCallTheEngineAndTheConfiguration) {
+  constexpr DWORD kWhole = sizeof(CERT_CHAIN_PARA);
+  constexpr DWORD kCut = offsetof(CERT_CHAIN_PARA, dwUrlRetrievalTimeout);
+  const struct {
+    DWORD ofCall, size, ofEngine, flags, milliseconds;
+  } cases[] = {
+      {0,    kWhole,   0,    0,                                          15000    },
+      {0,    kWhole,   0,    CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT, 65535 / 2},
+      {0,    kWhole,   7000, 0,                                          7000     },
+      {3000, kWhole,   7000, 0,                                          3000     },
+      {3000, kCut + 4, 7000, 0,                                          3000     },
+      {3000, kCut,     7000, 0,                                          7000     },
+  };
+  FillSystemStore(L"Root", Linked(), "R");
+  FillSystemStore(L"CA", Linked(), "");
+  FakeWeb web([](const std::string&, DWORD) { return StoreOwner(); });
+  for (const auto& [ofCall, size, ofEngine, flags, milliseconds] : cases) {
+    CERT_CHAIN_ENGINE_CONFIG config{};
+    config.cbSize = sizeof config;
+    config.dwUrlRetrievalTimeout = ofEngine;
+    EngineHandle engine;
+    ASSERT_TRUE(CertCreateCertificateChainEngine(&config, engine.out()));
+    CERT_CHAIN_PARA para{};
+    para.cbSize = size;
+    para.dwUrlRetrievalTimeout = ofCall;
+    ChainHandle chain;
+    EXPECT_TRUE(CertGetCertificateChain(engine.get(), Linked().certificate("EE"), nullptr, nullptr, &para,
+                                        flags, nullptr, chain.out()));
+    EXPECT_NEAR(web.timeout, milliseconds, 5) << ofCall << ' ' << size << ' ' << ofEngine;
   }
 }
 
@@ -505,6 +565,32 @@ TEST(KeyPeriod, OfTheKeyOrTheCertificate) {
     EXPECT_TRUE(IsInKeyPeriod(FileTimeOf(each.moment), issuer));
     EXPECT_EQ(_strictPkupCheck, 1u) << "not configured: off";
   }
+}
+
+// In the search the issuer is to blame, in the pass that makes up for it the certificate.
+TEST(KeyPeriod, DecidesAboutPaths) {
+  const ChainObjects objects(R"(
+cert R | | | | | ca; 2.5.29.16 = DER:3011800F32303230303130313030303030305A
+cert EE | R | | | 2019..2040 | ids
+cert later | R | | | 2021..2040 | ids
+)");
+  const struct {
+    const char* end;
+    DWORD flags;
+    const char* verdict;
+  } cases[] = {
+      {"EE",    0,                                          "EE R! 1"     },
+      {"EE",    CERT_CHAIN_DISABLE_PASS1_QUALITY_FILTERING, "EE! R 1"     },
+      {"later", 0,                                          "later R good"},
+      {"later", CERT_CHAIN_DISABLE_PASS1_QUALITY_FILTERING, "later R good"},
+  };
+  for (const auto& [end, flags, verdict] : cases) {
+    _strictPkupCheck = 2;
+    EXPECT_EQ(Search(objects, "R", "", flags | kNoWire).verdict(objects, end), verdict) << flags;
+    _strictPkupCheck = 1;
+    EXPECT_TRUE(Search(objects, "R", "", flags | kNoWire).run(objects.certificate(end)));
+  }
+  _strictPkupCheck = 0;
 }
 
 }  // namespace

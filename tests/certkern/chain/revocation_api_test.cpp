@@ -66,6 +66,7 @@ TEST(RevocationApi, CrlsOfAStore) {
       {"delta",     "inter", kAll, CERT_STORE_BASE_CRL_FLAG                                 },
       {"interlist", nullptr, kAll,
        CERT_STORE_SIGNATURE_FLAG | CERT_STORE_NO_ISSUER_FLAG | CERT_STORE_DELTA_CRL_FLAG    },
+      {"interlist", nullptr, 0,    CERT_STORE_NO_ISSUER_FLAG                                },
   };
   for (const auto& [list, issuer, asked, left] : kCases) {
     const MemoryStore store = Objects().store(list);

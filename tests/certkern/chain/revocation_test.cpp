@@ -23,7 +23,8 @@ section fresh | fullname = URI:http://crl.invalid/delta
 section indir | fullname = URI:http://crl.invalid/one; indirectCRL = TRUE
 
 cert root | | rsa | | | ca
-cert inter | root | gost256 | | | ca
+cert inter | root | gost256:inter | | | ca
+cert renewed | root | gost256:inter | /CN=inter | | keyUsage = critical, keyCertSign, cRLSign; basicConstraints = critical, CA:TRUE; subjectKeyIdentifier = 0102
 cert plain | inter | | | | ids
 cert point | inter | | | | ids; crlDistributionPoints = one
 cert keysonly | inter | | | | ids; crlDistributionPoints = keys
@@ -69,6 +70,8 @@ crl bysigner | signer
 crl bynosign | nosign
 crl bystranger | stranger
 crl mustmatch | signer | | | authorityKeyIdentifier = keyid; 1.2.643.2.2.49.1 = DER:0A0100
+crl ownmust | inter | | | authorityKeyIdentifier = keyid; 1.2.643.2.2.49.1 = DER:0A0100
+crl renewedmust | renewed | | | 2.5.29.35 = DER:300480020102; 1.2.643.2.2.49.1 = DER:0A0100
 crl version | signer | | | authorityKeyIdentifier = keyid; 1.3.6.1.4.1.311.21.1 = DER:020100
 crl maymatch | signer | | | authorityKeyIdentifier = keyid; 1.3.6.1.4.1.311.21.1 = DER:020100; 1.2.643.2.2.49.1 = DER:0A0101
 )";
@@ -117,6 +120,8 @@ const RevocationCase kVerdicts[] = {
     {"a key that may not sign lists",           "plain",    "bynosign",              "plain:0x40 inter root = 0x40"   },
     {"a stranger of the issuer's name",         "plain",    "bystranger",            "plain:0x40 inter root = 0x40"   },
     {"another key, and the issuer's is needed", "plain",    "mustmatch",             "plain:0x40 inter root = 0x40"   },
+    {"the issuer's is needed, and it is that",  "plain",    "ownmust",               "plain inter root"               },
+    {"it is, under another identifier",         "plain",    "renewed renewedmust",   "plain inter root"               },
     {"the same by the version of the key",      "plain",    "version",               "plain:0x40 inter root = 0x40"   },
     {"another key is explicitly allowed",       "plain",    "maymatch",              "plain inter root"               },
  // points
@@ -150,6 +155,36 @@ const RevocationCase kVerdicts[] = {
 
 TEST(Revocation, Verdicts) {
   for (const RevocationCase& test : kVerdicts) EXPECT_EQ(Outcome(test), test.verdict) << test.name;
+}
+
+// The child's part: the setting is read once in a process.
+TEST(RevocationChild, DISABLED_KeyMatchIsForced) {
+  const ChainObjects objects(R"(
+cert root | | | | | ca
+cert inter | root | | | | ca
+cert signer | root | | /CN=inter | | ca
+cert leaf | inter
+crl rootlist | root
+crl own | inter
+crl another | signer
+crl allowed | signer | | | authorityKeyIdentifier = keyid; 1.2.643.2.2.49.1 = DER:0A0101
+)");
+  for (const auto& [list, verdict] : {
+           std::pair{"own",     "leaf inter root"            },
+           {"another", "leaf:0x40 inter root = 0x40"},
+           {"allowed", "leaf inter root"            },
+  }) {
+    const ChainWorld world(objects, "root", std::string("inter signer rootlist ") + list);
+    EXPECT_EQ(world.verdict("leaf", {.flags = kChain}), verdict) << list;
+  }
+}
+
+TEST(Revocation, KeyMatchIsForcedByConfiguration) {
+  const std::string command =
+      "CERTKERN_TEST_CONFIG=$(printf '[config.Parameters]\\nForceMicrosoftCRLMatching = 1\\n') '"
+      + std::filesystem::read_symlink("/proc/self/exe").string()
+      + "' --gtest_also_run_disabled_tests --gtest_filter='RevocationChild.*'";
+  EXPECT_EQ(std::system(command.c_str()), 0);
 }
 
 }  // namespace
