@@ -2,6 +2,7 @@
 #include <certkern/errors.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 
 #include "store/context_property.h"
@@ -138,6 +139,50 @@ TEST(StoreAddition, CrlsAreTheSameByWhatTheyAreFor) {
   EXPECT_EQ(add({.thisUpdate = "260101000001Z"}, CERT_STORE_ADD_NEWER), 0u);
   EXPECT_EQ(count(), 6u) << "the older one gave way";
   EXPECT_EQ(Properties(Newest(*store.get(), ElementType::Crl)), "3 ");
+}
+
+TEST(StoreAddition, FailuresHandNothingOut) {
+  const StoreHandle store = OpenMemoryStore(0), collection = Collect({});
+  const Bytes encoded = MakeCertificate({}), damaged = FromHex("3000");
+  const CertificateHandle good = CreateCertificate(encoded);
+  const CrlHandle crl = CreateCrl(MakeCrl({}));
+  BYTE nobody[64] = {};
+  const auto* const dead = reinterpret_cast<PCCERT_CONTEXT>(nobody + 8);
+  const struct {
+    const char* name;
+    std::function<BOOL(PCCERT_CONTEXT*)> add;
+  } kCases[] = {
+      {"a dead context",
+       [&](auto* out) { return CertAddCertificateContextToStore(store.get(), dead, 4, out); }         },
+      {"no context",
+       [&](auto* out) { return CertAddCertificateContextToStore(store.get(), nullptr, 4, out); }      },
+      {"a wrong disposition",
+       [&](auto* out) { return CertAddCertificateContextToStore(store.get(), good.get(), 7, out); }   },
+      {"a link of a dead context",
+       [&](auto* out) { return CertAddCertificateLinkToStore(store.get(), dead, 4, out); }            },
+      {"a link in no store",
+       [&](auto* out) { return CertAddCertificateLinkToStore(nullptr, good.get(), 4, out); }          },
+      {"a link in a collection",
+       [&](auto* out) { return CertAddCertificateLinkToStore(collection.get(), good.get(), 4, out); } },
+      {"no bytes",
+       [&](auto* out) { return CertAddEncodedCertificateToStore(store.get(), 1, nullptr, 5, 4, out); }},
+      {"no size",
+       [&](auto* out) {
+         return CertAddEncodedCertificateToStore(store.get(), 1, encoded.data(), 0, 4, out);
+       }                                                                                              },
+      {"what is no certificate",
+       [&](auto* out) {
+         return CertAddEncodedCertificateToStore(store.get(), 1, damaged.data(), 2, 4, out);
+       }                                                                                              },
+  };
+  for (const auto& [name, add] : kCases) {
+    PCCERT_CONTEXT out = good.get();
+    EXPECT_FALSE(add(&out)) << name;
+    EXPECT_EQ(out, nullptr) << name;
+  }
+  PCCRL_CONTEXT out = crl.get();
+  EXPECT_FALSE(CertAddEncodedCRLToStore(store.get(), 1, damaged.data(), 2, 4, &out));
+  EXPECT_EQ(out, nullptr);
 }
 
 TEST(StoreAddition, WithoutAStore) {
