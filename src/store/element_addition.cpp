@@ -89,9 +89,17 @@ Outcome AddAlways(CertStore& store, const Addition& addition) {
   return Outcome::Done;
 }
 
+// An element that can't be decoded ends the search in its store as if it were the last: else one damaged list would keep
+// every other from being added. Lack of memory says nothing about what is there.
+Found FindExistingOrEnd(CertStore& store, const ContextRecord& wanted, const StoreElement* previous,
+                        StoreElement*& existing) {
+  const Found found = FindExisting(store, wanted, previous, existing);
+  return found == Found::Failed && GetLastError() != ERROR_NOT_ENOUGH_MEMORY ? Found::No : found;
+}
+
 Outcome LookWithLock(CertStore& store, const ContextRecord& wanted, ContextOwner& existing) {
   StoreElement* element = nullptr;
-  const Found found = FindExisting(store, wanted, nullptr, element);
+  const Found found = FindExistingOrEnd(store, wanted, nullptr, element);
   if (found == Found::No) return Outcome::NotThere;
   if (found == Found::Failed) return Outcome::Failed;
   existing.reset(AcquireContext(*element));
@@ -124,7 +132,7 @@ Outcome AddUnlessThere(CertStore& store, const Addition& addition, ContextOwner&
 bool FindAllExisting(CertStore& store, ContextRecord& wanted, std::vector<StoreElement*>& all) {
   StoreElement* element = nullptr;
   Found found;
-  while ((found = FindExisting(store, wanted, element, element)) == Found::Yes) all.push_back(element);
+  while ((found = FindExistingOrEnd(store, wanted, element, element)) == Found::Yes) all.push_back(element);
   StoreElement& own = wanted.element();
   if (own.store == &store && own.linked && std::find(all.begin(), all.end(), &own) == all.end()) {
     all.push_back(&own);

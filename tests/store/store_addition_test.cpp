@@ -141,6 +141,45 @@ TEST(StoreAddition, CrlsAreTheSameByWhatTheyAreFor) {
   EXPECT_EQ(Properties(Newest(*store.get(), ElementType::Crl)), "3 ");
 }
 
+// An element that no context can be made of ends the search in its store, and the object counts as not found.
+TEST(StoreAddition, AnUndecodableElementStopsNoAddition) {
+  const Bytes crl = MakeCrl({});
+  const auto damage = [](CertStore& store) {
+    ElementOwner element = NewElement(ElementType::Crl, 1, FromHex("3000"), &store, NewPropertyBlock());
+    const std::lock_guard guard(store.lock);
+    LinkElement(store, std::move(element));
+  };
+  const auto add = [&](CertStore& store, DWORD disposition) -> DWORD {
+    PCCRL_CONTEXT out = nullptr;
+    const auto size = static_cast<DWORD>(crl.size());
+    const BOOL added = CertAddEncodedCRLToStore(&store, 1, crl.data(), size, disposition, &out);
+    EXPECT_EQ(out != nullptr, added);
+    CertFreeCRLContext(out);
+    return added ? 0 : GetLastError();
+  };
+  for (DWORD disposition = CERT_STORE_ADD_NEW; disposition <= CERT_STORE_ADD_NEWER; ++disposition) {
+    SCOPED_TRACE(disposition);
+    const bool refuses = disposition == CERT_STORE_ADD_NEW || disposition == CERT_STORE_ADD_NEWER;
+    const StoreHandle store = OpenMemoryStore(0);
+    damage(*store.get());
+    EXPECT_EQ(add(*store.get(), disposition), 0u);
+    EXPECT_EQ(CountOf(*store.get(), ElementType::Crl), 2u);
+    EXPECT_EQ(add(*store.get(), disposition), refuses ? DWORD{CRYPT_E_EXISTS} : 0u) << "the newest is found";
+    const size_t expected = disposition == CERT_STORE_ADD_ALWAYS ? 3 : 2;
+    EXPECT_EQ(CountOf(*store.get(), ElementType::Crl), expected);
+
+    const StoreHandle damaged = OpenMemoryStore(0), good = OpenMemoryStore(0);
+    damage(*damaged.get());
+    ASSERT_EQ(add(*good.get(), CERT_STORE_ADD_NEW), 0u);
+    const StoreHandle both = Collect({
+        {damaged.get(), 1},
+        {good.get(),    1}
+    });
+    EXPECT_EQ(add(*both.get(), disposition), refuses ? DWORD{CRYPT_E_EXISTS} : 0u) << "in the next member";
+    EXPECT_EQ(CountOf(*good.get(), ElementType::Crl), 1u);
+  }
+}
+
 TEST(StoreAddition, FailuresHandNothingOut) {
   const StoreHandle store = OpenMemoryStore(0), collection = Collect({});
   const Bytes encoded = MakeCertificate({}), damaged = FromHex("3000");
