@@ -411,13 +411,31 @@ TEST(StoreAddition, UserIsAskedAboutHisRoots) {
   EXPECT_EQ(add(root, 2, CERT_STORE_ADD_REPLACE_EXISTING), DWORD{ERROR_CANCELLED});
   EXPECT_EQ(Serials(*root.get()), "1") << "a refusal loses nothing";
   EXPECT_EQ(asked, 4);
+  StoreElement& there = Newest(*root.get());
+  const std::string unchanged = Properties(there);
+  BYTE mark = 9;
+  const CRYPT_DATA_BLOB blob{1, &mark};
+  const CertificateHandle marked = Marked(1, 3);
+  CertSetCertificateContextProperty(marked.get(), 9, 0, &blob);
+  const auto inherit = [&] {
+    return CertAddCertificateContextToStore(root.get(), marked.get(),
+                                            CERT_STORE_ADD_REPLACE_EXISTING_INHERIT_PROPERTIES, nullptr);
+  };
+  EXPECT_FALSE(inherit());
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+  EXPECT_EQ(Properties(there), unchanged) << "nor does it change anything";
+  EXPECT_EQ(asked, 5);
+  answer = true;
+  EXPECT_TRUE(inherit());
+  EXPECT_EQ(asked, 6) << "once";
+  EXPECT_TRUE(Properties(Newest(*root.get())).starts_with("11=3 ")) << Properties(Newest(*root.get()));
   EXPECT_EQ(add(open(L"root", CERT_SYSTEM_STORE_LOCAL_MACHINE), 1, CERT_STORE_ADD_NEW), 0u);
   EXPECT_EQ(add(open(L"roots"), 1, CERT_STORE_ADD_NEW), 0u);
   const Bytes crl = MakeCrl({});
   EXPECT_TRUE(
       CertAddEncodedCRLToStore(root.get(), 1, crl.data(), static_cast<DWORD>(crl.size()), 1, nullptr));
   EXPECT_TRUE(CertAddCertificateLinkToStore(root.get(), Marked(5, 1).get(), CERT_STORE_ADD_ALWAYS, nullptr));
-  EXPECT_EQ(asked, 4);
+  EXPECT_EQ(asked, 6);
   confirmRootAdd = before;
 }
 
