@@ -28,18 +28,19 @@ constexpr ElementType kTypeOf =
 
 using AddFunction = bool (*)(certkern::CertStore*, ContextRecord&, DWORD, ContextRecord**);
 
-// Adds and hands the store's own context out; null when nothing came of it.
+// Adds and hands the store's own context out. Whoever calls it has set *out to null, which is what a failure leaves there.
 template <class Context>
 bool AddRecord(AddFunction add, HCERTSTORE store, ContextRecord& source, DWORD disposition,
                const Context** out) {
   ContextRecord* added = nullptr;
   const bool done = add(AsStore(store), source, disposition, out ? &added : nullptr);
-  if (out) *out = added ? static_cast<const Context*>(added->published()) : nullptr;
+  if (added) *out = static_cast<const Context*>(added->published());
   return done;
 }
 
 template <class Context>
 bool AddLive(HCERTSTORE store, const Context* context, DWORD disposition, const Context** out) {
+  if (out) *out = nullptr;
   ContextRecord* const record = FindLiveContext(context, kTypeOf<Context>);
   return record ? AddRecord(certkern::AddContext, store, *record, disposition, out)
                 : Fault(ERROR_INVALID_PARAMETER);
@@ -47,6 +48,7 @@ bool AddLive(HCERTSTORE store, const Context* context, DWORD disposition, const 
 
 template <class Context>
 bool AddLiveLink(HCERTSTORE store, const Context* context, DWORD disposition, const Context** out) {
+  if (out) *out = nullptr;
   if (!store || certkern::IsCollection(*AsStore(store))) return Fault(E_INVALIDARG);
   ContextRecord* const record = FindLiveContext(context, kTypeOf<Context>);
   return record ? AddRecord(certkern::AddLink, store, *record, disposition, out)
@@ -56,6 +58,7 @@ bool AddLiveLink(HCERTSTORE store, const Context* context, DWORD disposition, co
 template <class Context>
 bool AddEncoded(HCERTSTORE store, DWORD encoding, const BYTE* bytes, DWORD size, DWORD disposition,
                 const Context** out) {
+  if (out) *out = nullptr;
   if (!bytes || !size) return Fault(E_INVALIDARG);
   const ContextOwner context(certkern::CreateContext(kTypeOf<Context>, encoding, {bytes, size}));
   return context && AddRecord(certkern::AddContext, store, *context.get(), disposition, out);

@@ -25,9 +25,9 @@ constexpr size_t kSignatureHashRoom = 32;
 // (the digest looks for one itself) for an element without a store.
 ProviderHandle ProviderFor(StoreElement& element) {
   const std::lock_guard guard(element.lock);
-  if (!element.store || element.detached || !element.store->provider) return {};
+  if (!element.store || element.detached) return {};
   const HCRYPTPROV provider = element.store->provider;
-  return ProviderHandle(CryptContextAddRef(provider, nullptr, 0) ? provider : 0);
+  return ProviderHandle(provider && CryptContextAddRef(provider, nullptr, 0) ? provider : 0);
 }
 
 PropertyItemOwner HashItem(HCRYPTPROV provider, DWORD id, ALG_ID algorithm, size_t length,

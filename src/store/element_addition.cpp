@@ -25,7 +25,8 @@ namespace {
 struct Addition {
   ContextRecord& source;
   ElementForm form;
-  ContextRecord** out;  // null: no context is wanted
+  ContextRecord** out;                   // null: no context is wanted
+  const CertStore* confirmed = nullptr;  // the store for which the user has said yes already
 };
 
 enum class Outcome { Done, Existing, NotThere, Failed };
@@ -42,7 +43,7 @@ bool IsUserRoot(const CertStore& store) {
 
 bool NeedsConfirmation(const CertStore& store, const Addition& addition) {
   return addition.form == ElementForm::Copy && addition.source.element().type == ElementType::Certificate
-      && IsUserRoot(store);
+      && addition.confirmed != &store && IsUserRoot(store);
 }
 
 // The user is asked without a lock, and before anything is changed: a refusal loses nothing.
@@ -89,9 +90,17 @@ Outcome AddAlways(CertStore& store, const Addition& addition) {
   return Outcome::Done;
 }
 
+// An element that can't be decoded ends the search in its store as if it were the last: else one damaged list would keep
+// every other from being added. Lack of memory says nothing about what is there.
+Found FindExistingOrEnd(CertStore& store, const ContextRecord& wanted, const StoreElement* previous,
+                        StoreElement*& existing) {
+  const Found found = FindExisting(store, wanted, previous, existing);
+  return found == Found::Failed && GetLastError() != ERROR_NOT_ENOUGH_MEMORY ? Found::No : found;
+}
+
 Outcome LookWithLock(CertStore& store, const ContextRecord& wanted, ContextOwner& existing) {
   StoreElement* element = nullptr;
-  const Found found = FindExisting(store, wanted, nullptr, element);
+  const Found found = FindExistingOrEnd(store, wanted, nullptr, element);
   if (found == Found::No) return Outcome::NotThere;
   if (found == Found::Failed) return Outcome::Failed;
   existing.reset(AcquireContext(*element));
@@ -124,7 +133,7 @@ Outcome AddUnlessThere(CertStore& store, const Addition& addition, ContextOwner&
 bool FindAllExisting(CertStore& store, ContextRecord& wanted, std::vector<StoreElement*>& all) {
   StoreElement* element = nullptr;
   Found found;
-  while ((found = FindExisting(store, wanted, element, element)) == Found::Yes) all.push_back(element);
+  while ((found = FindExistingOrEnd(store, wanted, element, element)) == Found::Yes) all.push_back(element);
   StoreElement& own = wanted.element();
   if (own.store == &store && own.linked && std::find(all.begin(), all.end(), &own) == all.end()) {
     all.push_back(&own);
@@ -208,13 +217,15 @@ Outcome Answer(const StoreMembers&, const Addition& addition, ContextOwner& exis
   return Outcome::Done;
 }
 
-// The new properties go onto the object that is there, and that one, with all it has now, takes its own place.
+// The new properties go onto the object that is there, and that one, with all it has now, takes its own place. All that
+// may be refused is asked before the first of them.
 Outcome Inherit(const StoreMembers& members, const Addition& addition, ContextOwner& existing) {
   StoreElement& element = existing->element();
   CertStore* const store = StoreOf(element);
-  if (store && !IsWritable(*store)) return Outcome::Failed;
+  const Addition itself{*existing.get(), addition.form, addition.out, store};
+  if (store && !(Confirm(*store, addition) && IsWritable(*store))) return Outcome::Failed;
   if (!CopyProperties(*addition.source.element().properties, *element.properties)) return Outcome::Failed;
-  return ReplaceAnywhere(members, {*existing.get(), addition.form, addition.out});
+  return ReplaceAnywhere(members, itself);
 }
 
 Outcome ReplaceOlder(const StoreMembers& members, const Addition& addition, ContextOwner& existing) {

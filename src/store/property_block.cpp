@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <unordered_set>
 
 #include "platform/sizes.h"
 
@@ -92,8 +93,15 @@ bool PropertyList::copyTo(PropertyList& copy) const {
   return true;
 }
 
-void PropertyList::take(PropertyList other) noexcept {
-  while (other.first_) set(other.unlink(other.first_));
+void PropertyList::take(PropertyList other) {
+  std::unordered_set<DWORD> coming;
+  for (const PropertyItem* item = other.first_; item; item = item->next) coming.insert(item->id);
+  for (PropertyItem* item = first_; item;) {
+    PropertyItem* const next = item->next;
+    if (coming.contains(item->id)) unlink(item);
+    item = next;
+  }
+  while (other.first_) append(other.unlink(other.first_));
 }
 
 PropertyBlockOwner NewPropertyBlock(PropertyList items) {

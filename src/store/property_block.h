@@ -61,8 +61,8 @@ class PropertyList {
   void clear() noexcept;
   // A copy of every item; false with ERROR_NOT_ENOUGH_MEMORY, and `copy` stays as it was.
   [[nodiscard]] bool copyTo(PropertyList& copy) const;
-  // Sets every item of another list, in its order; the other is empty afterwards.
-  void take(PropertyList other) noexcept;
+  // Sets every item of another list, in its order. Throws std::bad_alloc, and the list stays as it was.
+  void take(PropertyList other);
 
  private:
   PropertyItemOwner unlink(PropertyItem* item) noexcept;

@@ -120,12 +120,14 @@ Step TakeElement(std::span<const BYTE>& rest, ImageContent& content) {
   return Step::Failed;
 }
 
-// Of those with one identifier the last one stays, where it stands: as if each had been set in turn.
+// Of those with one identifier the last one stays, where it stands: as if each had been set in turn. A key context holds
+// a handle of a process, and never stands among the items.
 std::vector<const ImageProperty*> WithoutReplaced(std::span<const ImageProperty> properties) {
   std::vector<const ImageProperty*> kept;
   std::unordered_set<DWORD> seen;
   for (size_t i = properties.size(); i--;) {
-    if (seen.insert(properties[i].id).second) kept.push_back(&properties[i]);
+    const DWORD id = properties[i].id;
+    if (id != CERT_KEY_CONTEXT_PROP_ID && seen.insert(id).second) kept.push_back(&properties[i]);
   }
   std::reverse(kept.begin(), kept.end());
   return kept;

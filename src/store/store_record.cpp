@@ -60,8 +60,10 @@ void EmptyList(CertStore& store, ElementType type, Contents fate) noexcept {
 }
 
 void ReleaseProvider(CertStore& store) noexcept {
-  if (!store.provider || !store.ownsProvider) return;
-  static_cast<void>(CryptReleaseContext(std::exchange(store.provider, HCRYPTPROV{0}), 0));
+  if (!store.ownsProvider) return;
+  if (const HCRYPTPROV provider = store.provider.exchange(0)) {
+    static_cast<void>(CryptReleaseContext(provider, 0));
+  }
 }
 
 bool CloseMembers(CertStore& store, DWORD flags) {

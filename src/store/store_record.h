@@ -74,7 +74,8 @@ struct CertStore {
   std::atomic<uint32_t> handles{1};
   std::atomic<uint32_t> records{1};
 
-  HCRYPTPROV provider = 0;  // hashes of elements; dropped when the contents go
+  // Hashes of elements; dropped when the contents go. Elements that were deleted before then may still ask for it.
+  std::atomic<HCRYPTPROV> provider{0};
   bool ownsProvider = false;
 
   ElementList certificates;
@@ -91,7 +92,8 @@ struct CertStore {
   ubi_mutex* fileMutex = nullptr;
   timespec lastSync{};  // when it was last read or reconciled; under lock, as the one that follows
   timespec fileTime{};  // of the file, at that time
-  std::mutex writing;   // from the making of an image until it is in the file: an older one is never written last
+  std::mutex
+      writing;  // from the making of an image until it is in the file: an older one is never written last
 
   bool has(DWORD flag) const { return (flags.load(std::memory_order_relaxed) & flag) != 0; }
   ElementList& list(ElementType type) { return type == ElementType::Certificate ? certificates : crls; }

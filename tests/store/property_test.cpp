@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <iterator>
 #include <string>
 
+#include "platform/limits.h"
 #include "store/context_property.h"
 #include "store/key_provider_info.h"
 #include "store/sample_objects.h"
@@ -159,6 +161,26 @@ TEST(Property, Sizes) {
 bool IsOpen(HCRYPTPROV provider) {
   BYTE random;
   return CryptGenRandom(provider, 1, &random);
+}
+
+// As many properties as may be read, onto an element that has them already, in an order that makes each look-up long.
+TEST(Property, ManyAreTakenAtOnce) {
+  constexpr DWORD kMany = kMaxElementProperties;
+  const PropertyBlockOwner source = NewPropertyBlock(), target = NewPropertyBlock();
+  constexpr BYTE kOld = 1, kNew = 2;
+  for (DWORD i = 0; i < kMany; ++i) {
+    source->items.append(NewPropertyItem(1001 + i, std::span(&kNew, 1)));
+    target->items.append(NewPropertyItem(999 + kMany - i, std::span(&kOld, 1)));
+  }
+  const clock_t begin = std::clock();
+  ASSERT_TRUE(CopyProperties(*source.get(), *target.get()));
+  EXPECT_LT(std::clock() - begin, CLOCKS_PER_SEC / 2);
+  const PropertyItem* item = target->items.first();
+  EXPECT_TRUE(item->id == 1000 && item->bytes()[0] == kOld) << "what the source does not have stays in front";
+  DWORD expected = 1001;
+  while ((item = item->next) && item->id == expected && item->bytes()[0] == kNew) ++expected;
+  EXPECT_EQ(item, nullptr);
+  EXPECT_EQ(expected, 1001 + kMany);
 }
 
 TEST(Property, KeyContextOwnsItsProvider) {

@@ -123,6 +123,18 @@ TEST(SerializedImage, Reading) {
   }
 }
 
+TEST(SerializedImage, AKeyContextIsNeverRead) {
+  const Bytes element = Concat(
+      {Record(CERT_KEY_CONTEXT_PROP_ID, Bytes(24, 1)), Record(9, {2}), Record(32, OpensslCertificate())});
+  const StoreHandle store = OpenBlob(Image(element));
+  ASSERT_TRUE(store);
+  const CertificateHandle context(AcquireContext(*store->certificates.newest)->asCertificate());
+  EXPECT_EQ(CertEnumCertificateContextProperties(context.get(), 0), 9u);
+  EXPECT_EQ(CertEnumCertificateContextProperties(context.get(), 9), 0u);
+  DWORD size = 0;
+  EXPECT_FALSE(CertGetCertificateContextProperty(context.get(), CERT_KEY_CONTEXT_PROP_ID, nullptr, &size));
+}
+
 TEST(SerializedImage, PropertiesAreBounded) {
   Bytes properties;
   for (size_t i = 0; i < kMaxElementProperties; ++i) {

@@ -2,6 +2,7 @@
 #include <certkern/errors.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 
 #include "store/context_property.h"
@@ -138,6 +139,89 @@ TEST(StoreAddition, CrlsAreTheSameByWhatTheyAreFor) {
   EXPECT_EQ(add({.thisUpdate = "260101000001Z"}, CERT_STORE_ADD_NEWER), 0u);
   EXPECT_EQ(count(), 6u) << "the older one gave way";
   EXPECT_EQ(Properties(Newest(*store.get(), ElementType::Crl)), "3 ");
+}
+
+// An element that no context can be made of ends the search in its store, and the object counts as not found.
+TEST(StoreAddition, AnUndecodableElementStopsNoAddition) {
+  const Bytes crl = MakeCrl({});
+  const auto damage = [](CertStore& store) {
+    ElementOwner element = NewElement(ElementType::Crl, 1, FromHex("3000"), &store, NewPropertyBlock());
+    const std::lock_guard guard(store.lock);
+    LinkElement(store, std::move(element));
+  };
+  const auto add = [&](CertStore& store, DWORD disposition) -> DWORD {
+    PCCRL_CONTEXT out = nullptr;
+    const auto size = static_cast<DWORD>(crl.size());
+    const BOOL added = CertAddEncodedCRLToStore(&store, 1, crl.data(), size, disposition, &out);
+    EXPECT_EQ(out != nullptr, added);
+    CertFreeCRLContext(out);
+    return added ? 0 : GetLastError();
+  };
+  for (DWORD disposition = CERT_STORE_ADD_NEW; disposition <= CERT_STORE_ADD_NEWER; ++disposition) {
+    SCOPED_TRACE(disposition);
+    const bool refuses = disposition == CERT_STORE_ADD_NEW || disposition == CERT_STORE_ADD_NEWER;
+    const StoreHandle store = OpenMemoryStore(0);
+    damage(*store.get());
+    EXPECT_EQ(add(*store.get(), disposition), 0u);
+    EXPECT_EQ(CountOf(*store.get(), ElementType::Crl), 2u);
+    EXPECT_EQ(add(*store.get(), disposition), refuses ? DWORD{CRYPT_E_EXISTS} : 0u) << "the newest is found";
+    const size_t expected = disposition == CERT_STORE_ADD_ALWAYS ? 3 : 2;
+    EXPECT_EQ(CountOf(*store.get(), ElementType::Crl), expected);
+
+    const StoreHandle damaged = OpenMemoryStore(0), good = OpenMemoryStore(0);
+    damage(*damaged.get());
+    ASSERT_EQ(add(*good.get(), CERT_STORE_ADD_NEW), 0u);
+    const StoreHandle both = Collect({
+        {damaged.get(), 1},
+        {good.get(),    1}
+    });
+    EXPECT_EQ(add(*both.get(), disposition), refuses ? DWORD{CRYPT_E_EXISTS} : 0u) << "in the next member";
+    EXPECT_EQ(CountOf(*good.get(), ElementType::Crl), 1u);
+  }
+}
+
+TEST(StoreAddition, FailuresHandNothingOut) {
+  const StoreHandle store = OpenMemoryStore(0), collection = Collect({});
+  const Bytes encoded = MakeCertificate({}), damaged = FromHex("3000");
+  const CertificateHandle good = CreateCertificate(encoded);
+  const CrlHandle crl = CreateCrl(MakeCrl({}));
+  BYTE nobody[64] = {};
+  const auto* const dead = reinterpret_cast<PCCERT_CONTEXT>(nobody + 8);
+  const struct {
+    const char* name;
+    std::function<BOOL(PCCERT_CONTEXT*)> add;
+  } kCases[] = {
+      {"a dead context",
+       [&](auto* out) { return CertAddCertificateContextToStore(store.get(), dead, 4, out); }         },
+      {"no context",
+       [&](auto* out) { return CertAddCertificateContextToStore(store.get(), nullptr, 4, out); }      },
+      {"a wrong disposition",
+       [&](auto* out) { return CertAddCertificateContextToStore(store.get(), good.get(), 7, out); }   },
+      {"a link of a dead context",
+       [&](auto* out) { return CertAddCertificateLinkToStore(store.get(), dead, 4, out); }            },
+      {"a link in no store",
+       [&](auto* out) { return CertAddCertificateLinkToStore(nullptr, good.get(), 4, out); }          },
+      {"a link in a collection",
+       [&](auto* out) { return CertAddCertificateLinkToStore(collection.get(), good.get(), 4, out); } },
+      {"no bytes",
+       [&](auto* out) { return CertAddEncodedCertificateToStore(store.get(), 1, nullptr, 5, 4, out); }},
+      {"no size",
+       [&](auto* out) {
+         return CertAddEncodedCertificateToStore(store.get(), 1, encoded.data(), 0, 4, out);
+       }                                                                                              },
+      {"what is no certificate",
+       [&](auto* out) {
+         return CertAddEncodedCertificateToStore(store.get(), 1, damaged.data(), 2, 4, out);
+       }                                                                                              },
+  };
+  for (const auto& [name, add] : kCases) {
+    PCCERT_CONTEXT out = good.get();
+    EXPECT_FALSE(add(&out)) << name;
+    EXPECT_EQ(out, nullptr) << name;
+  }
+  PCCRL_CONTEXT out = crl.get();
+  EXPECT_FALSE(CertAddEncodedCRLToStore(store.get(), 1, damaged.data(), 2, 4, &out));
+  EXPECT_EQ(out, nullptr);
 }
 
 TEST(StoreAddition, WithoutAStore) {
@@ -327,13 +411,31 @@ TEST(StoreAddition, UserIsAskedAboutHisRoots) {
   EXPECT_EQ(add(root, 2, CERT_STORE_ADD_REPLACE_EXISTING), DWORD{ERROR_CANCELLED});
   EXPECT_EQ(Serials(*root.get()), "1") << "a refusal loses nothing";
   EXPECT_EQ(asked, 4);
+  StoreElement& there = Newest(*root.get());
+  const std::string unchanged = Properties(there);
+  BYTE mark = 9;
+  const CRYPT_DATA_BLOB blob{1, &mark};
+  const CertificateHandle marked = Marked(1, 3);
+  CertSetCertificateContextProperty(marked.get(), 9, 0, &blob);
+  const auto inherit = [&] {
+    return CertAddCertificateContextToStore(root.get(), marked.get(),
+                                            CERT_STORE_ADD_REPLACE_EXISTING_INHERIT_PROPERTIES, nullptr);
+  };
+  EXPECT_FALSE(inherit());
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_CANCELLED});
+  EXPECT_EQ(Properties(there), unchanged) << "nor does it change anything";
+  EXPECT_EQ(asked, 5);
+  answer = true;
+  EXPECT_TRUE(inherit());
+  EXPECT_EQ(asked, 6) << "once";
+  EXPECT_TRUE(Properties(Newest(*root.get())).starts_with("11=3 ")) << Properties(Newest(*root.get()));
   EXPECT_EQ(add(open(L"root", CERT_SYSTEM_STORE_LOCAL_MACHINE), 1, CERT_STORE_ADD_NEW), 0u);
   EXPECT_EQ(add(open(L"roots"), 1, CERT_STORE_ADD_NEW), 0u);
   const Bytes crl = MakeCrl({});
   EXPECT_TRUE(
       CertAddEncodedCRLToStore(root.get(), 1, crl.data(), static_cast<DWORD>(crl.size()), 1, nullptr));
   EXPECT_TRUE(CertAddCertificateLinkToStore(root.get(), Marked(5, 1).get(), CERT_STORE_ADD_ALWAYS, nullptr));
-  EXPECT_EQ(asked, 4);
+  EXPECT_EQ(asked, 6);
   confirmRootAdd = before;
 }
 
