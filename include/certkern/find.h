@@ -133,7 +133,8 @@ CERTKERN_API PCCERT_CONTEXT CertGetSubjectCertificateFromStore(HCERTSTORE hCertS
 #define CERT_STORE_NO_ISSUER_FLAG 0x20000u /**< answer: there is no issuer to check the signature with */
 
 /** Finds the next issuer of a certificate: a certificate whose name and, where given, key identifier match, and whose
- *  key verifies the subject's signature. A self-signed subject finds itself first.
+ *  key verifies the subject's signature. For a self-signed subject, which needs no store, the answer is
+ *  CRYPT_E_SELF_SIGNED.
  *  @param pPrevIssuerContext  where to go on from; NULL: from the start
  *  @param pdwFlags            in: checks of the subject against what was found, CERT_STORE_SIGNATURE_FLAG and
  *                             CERT_STORE_TIME_VALIDITY_FLAG; out: those that failed

@@ -50,7 +50,7 @@ PCCRL_CONTEXT CertCreateCRLContext(DWORD dwCertEncodingType, const BYTE* pbCrlEn
 PCCERT_CONTEXT CertDuplicateCertificateContext(PCCERT_CONTEXT pCertContext) {
   return Plain([&](Frame& frame) -> PCCERT_CONTEXT {
     frame.entry("(pCertContext = %p)", pCertContext);
-    ContextRecord* const record = FindLiveContext(pCertContext);
+    ContextRecord* const record = FindLiveContext(pCertContext, ElementType::Certificate);
     if (!record) return frame.failed(ERROR_INVALID_PARAMETER);
     certkern::AddContextReference(*record);
     return frame.result(pCertContext, "returned: pCertContext = %p", pCertContext);
@@ -60,13 +60,14 @@ PCCERT_CONTEXT CertDuplicateCertificateContext(PCCERT_CONTEXT pCertContext) {
 PCCRL_CONTEXT CertDuplicateCRLContext(PCCRL_CONTEXT pCrlContext) {
   return Plain([&](Frame& frame) -> PCCRL_CONTEXT {
     frame.entry("(pCrlContext = %p)", pCrlContext);
-    ContextRecord* const record = FindLiveContext(pCrlContext);
+    ContextRecord* const record = FindLiveContext(pCrlContext, ElementType::Crl);
     if (!record) return frame.failed(ERROR_INVALID_PARAMETER);
     certkern::AddContextReference(*record);
     return frame.result(pCrlContext, "returned: pCrlContext = %p", pCrlContext);
   });
 }
 
+// Either function takes either kind: a context that nobody gave back would be the worse end.
 BOOL CertFreeCertificateContext(PCCERT_CONTEXT pCertContext) {
   return Plain([&](Frame& frame) -> BOOL {
     frame.entry("(pCertContext = %p)", pCertContext);

@@ -65,6 +65,13 @@ bool TakeCertificate(PCCERT_CONTEXT context, const ContextRecord*& record) {
   return !context || record || Fault(ERROR_INVALID_PARAMETER);
 }
 
+// What a caller put together himself: nothing that it counts may be missing.
+bool IsWholeList(const CRL_INFO* list) {
+  if (!list || (list->cCRLEntry && !list->rgCRLEntry)) return false;
+  return std::ranges::all_of(certkern::AsSpan(list->rgCRLEntry, list->cCRLEntry),
+                             [](const CRL_ENTRY& entry) { return certkern::IsWhole(&entry.SerialNumber); });
+}
+
 bool AreGoodChecks(const DWORD* flags) { return flags && !(*flags & ~certkern::kSubjectChecks); }
 
 }  // namespace
@@ -159,9 +166,8 @@ BOOL CertFindCertificateInCRL(PCCERT_CONTEXT pCert, PCCRL_CONTEXT pCrlContext, D
     const ContextRecord* certificate;
     if (!crl) return frame.failed(ERROR_INVALID_PARAMETER);
     if (!TakeCertificate(pCert, certificate)) return frame.failed();
-    *ppCrlEntry = certificate
-        ? certkern::FindEntry(*crl, certificate->certificate.pCertInfo->SerialNumber)
-        : nullptr;
+    *ppCrlEntry =
+        certificate ? certkern::FindEntry(*crl, certificate->certificate.pCertInfo->SerialNumber) : nullptr;
     return frame.result(TRUE);
   });
 }
@@ -174,8 +180,7 @@ BOOL CertVerifyCRLRevocation(DWORD dwCertEncodingType, PCERT_INFO pCertId, DWORD
     if (cCrlInfo && !rgpCrlInfo) return frame.invalidArguments(E_INVALIDARG);
     if (!pCertId || !cCrlInfo) return frame.result(TRUE);
     const std::span<const PCRL_INFO> lists = certkern::AsSpan(rgpCrlInfo, cCrlInfo);
-    const auto isWhole = [](const CRL_INFO* list) { return list && (list->rgCRLEntry || !list->cCRLEntry); };
-    if (!std::ranges::all_of(lists, isWhole) || !certkern::IsWhole(&pCertId->SerialNumber))
+    if (!std::ranges::all_of(lists, IsWholeList) || !certkern::IsWhole(&pCertId->SerialNumber))
       return frame.failed(E_INVALIDARG);
     const bool listed = std::ranges::any_of(lists, [&](const CRL_INFO* list) {
       return certkern::FindEntry(*list, pCertId->SerialNumber) != nullptr;

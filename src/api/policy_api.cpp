@@ -1,11 +1,15 @@
 // Judging finished chains by a policy.
+#include <certkern/errors.h>
 #include <certkern/policy.h>
 #include <certkern/sv.h>
 
 #include "api/frame.h"
 #include "policy/application_usage.h"
 #include "policy/chain_policy.h"
+#include "store/context_record.h"
 
+using certkern::ElementType;
+using certkern::FindLiveContext;
 using certkern::Frame;
 using certkern::Maps;
 using certkern::MessageGuarded;
@@ -71,6 +75,8 @@ DWORD IsValidByApplicationUsage(PCCERT_CONTEXT pCertContext, const CERT_ENHKEY_U
       [&](Frame& frame) -> DWORD {
         frame.entry("(pCertContext = %p, pEffectiveUsage = %p, pszRequiredUsage = %p)", pCertContext,
                     pEffectiveUsage, pszRequiredUsage);
+        if (!FindLiveContext(pCertContext, ElementType::Certificate))
+          return frame.failed(ERROR_INVALID_PARAMETER);
         const DWORD status =
             certkern::JudgeApplicationUsage(pCertContext, pEffectiveUsage,
                                             {.usage = pszRequiredUsage,

@@ -7,6 +7,7 @@
 #include "store/context_record.h"
 
 using certkern::ContextRecord;
+using certkern::ElementType;
 using certkern::FindLiveContext;
 using certkern::Frame;
 using certkern::Plain;
@@ -18,7 +19,7 @@ BOOL CertGetCertificateContextProperty(PCCERT_CONTEXT pCertContext, DWORD dwProp
   return Plain([&](Frame& frame) -> BOOL {
     frame.entry("(pCertContext = %p, dwPropId = %u, pvData = %p, pcbData = %p)", pCertContext, dwPropId,
                 pvData, pcbData);
-    ContextRecord* const record = FindLiveContext(pCertContext);
+    ContextRecord* const record = FindLiveContext(pCertContext, ElementType::Certificate);
     if (!record) return frame.failed(ERROR_INVALID_PARAMETER);
     if (!certkern::GetContextProperty(*record, dwPropId, pvData, pcbData)) return frame.failed();
     return frame.result(TRUE, "returned: pvData = %p", pvData);
@@ -29,7 +30,7 @@ BOOL CertGetCRLContextProperty(PCCRL_CONTEXT pCrlContext, DWORD dwPropId, void* 
   return Plain([&](Frame& frame) -> BOOL {
     frame.entry("(pCrlContext = %p, dwPropId = %u, pvData = %p, pcbData = %p)", pCrlContext, dwPropId, pvData,
                 pcbData);
-    ContextRecord* const record = FindLiveContext(pCrlContext);
+    ContextRecord* const record = FindLiveContext(pCrlContext, ElementType::Crl);
     if (!record) return frame.failed(ERROR_INVALID_PARAMETER);
     if (!certkern::GetContextProperty(*record, dwPropId, pvData, pcbData)) return frame.failed();
     return frame.result(TRUE, "returned: pvData = %p", pvData);
@@ -41,7 +42,7 @@ BOOL CertSetCertificateContextProperty(PCCERT_CONTEXT pCertContext, DWORD dwProp
   return Plain([&](Frame& frame) -> BOOL {
     frame.entry("(pCertContext = %p, dwPropId = %u, dwFlags = 0x%.8X, pvData = %p)", pCertContext, dwPropId,
                 dwFlags, pvData);
-    ContextRecord* const record = FindLiveContext(pCertContext);
+    ContextRecord* const record = FindLiveContext(pCertContext, ElementType::Certificate);
     if (!record) return frame.failed(ERROR_INVALID_PARAMETER);
     if (!certkern::SetContextProperty(*record, dwPropId, pvData)) return frame.failed();
     return frame.result(TRUE);
@@ -52,7 +53,7 @@ BOOL CertSetCRLContextProperty(PCCRL_CONTEXT pCrlContext, DWORD dwPropId, DWORD 
   return Plain([&](Frame& frame) -> BOOL {
     frame.entry("(pCrlContext = %p, dwPropId = %u, dwFlags = 0x%.8X, pvData = %p)", pCrlContext, dwPropId,
                 dwFlags, pvData);
-    ContextRecord* const record = FindLiveContext(pCrlContext);
+    ContextRecord* const record = FindLiveContext(pCrlContext, ElementType::Crl);
     if (!record) return frame.failed(ERROR_INVALID_PARAMETER);
     if (!certkern::SetContextProperty(*record, dwPropId, pvData)) return frame.failed();
     return frame.result(TRUE);
@@ -63,7 +64,7 @@ DWORD CertEnumCertificateContextProperties(PCCERT_CONTEXT pCertContext, DWORD dw
   return Plain([&](Frame& frame) -> DWORD {
     frame.entry("(pCertContext = %p, dwPropId = %u)", pCertContext, dwPropId);
     if (!pCertContext) return frame.result(DWORD{0});
-    ContextRecord* const record = FindLiveContext(pCertContext);
+    ContextRecord* const record = FindLiveContext(pCertContext, ElementType::Certificate);
     if (!record) return frame.failed(ERROR_INVALID_PARAMETER);
     return frame.result(certkern::NextProperty(*record, dwPropId));
   });
@@ -73,7 +74,7 @@ DWORD CertEnumCRLContextProperties(PCCRL_CONTEXT pCrlContext, DWORD dwPropId) {
   return Plain([&](Frame& frame) -> DWORD {
     frame.entry("(pCrlContext = %p, dwPropId = %u)", pCrlContext, dwPropId);
     if (!pCrlContext) return frame.result(DWORD{0});
-    ContextRecord* const record = FindLiveContext(pCrlContext);
+    ContextRecord* const record = FindLiveContext(pCrlContext, ElementType::Crl);
     if (!record) return frame.failed(ERROR_INVALID_PARAMETER);
     return frame.result(certkern::NextProperty(*record, dwPropId));
   });

@@ -64,8 +64,9 @@ bool AddEncoded(HCERTSTORE store, DWORD encoding, const BYTE* bytes, DWORD size,
   return context && AddRecord(certkern::AddContext, store, *context.get(), disposition, out);
 }
 
-BOOL Delete(Frame& frame, const void* context) {
-  ContextRecord* const record = FindLiveContext(context);
+template <class Context>
+BOOL Delete(Frame& frame, const Context* context) {
+  ContextRecord* const record = FindLiveContext(context, kTypeOf<Context>);
   if (!record) return frame.failed(ERROR_INVALID_PARAMETER);
   if (!certkern::DeleteContext(record)) return frame.failed();
   return frame.result(TRUE);

@@ -14,11 +14,10 @@
 #include "platform/sizes.h"
 #include "store/certificate_primitives.h"
 #include "store/certificate_usages.h"
+#include "store/context_record.h"
 
 namespace certkern {
 namespace {
-
-using PinnedContext = Owner<PCCERT_CONTEXT, CertFreeCertificateContext>;
 
 // A failure always has a code of the decoder; what the caller's last error was before must not pass for one.
 bool Decode(std::span<const BYTE> encoded, UsageRecord& usages) {
@@ -80,8 +79,10 @@ bool Write(std::span<const LPCSTR> purposes, PCERT_ENHKEY_USAGE usage, DWORD& si
 }  // namespace
 
 bool GetEnhancedKeyUsage(PCCERT_CONTEXT context, DWORD flags, PCERT_ENHKEY_USAGE usage, DWORD& size) {
-  const PinnedContext pinned(CertDuplicateCertificateContext(context));
-  if (!pinned) return false;
+  ContextRecord* const record = FindLiveContext(context, ElementType::Certificate);
+  if (!record) return Fault(ERROR_INVALID_PARAMETER);
+  AddContextReference(*record);
+  const ContextOwner pinned(record);
   UsageRecord property, extension;
   if (flags != CERT_FIND_EXT_ONLY_ENHKEY_USAGE_FLAG) property = UsagesOfProperty(context);
   if (flags != CERT_FIND_PROP_ONLY_ENHKEY_USAGE_FLAG && !UsagesOfExtension(*context->pCertInfo, extension)) {

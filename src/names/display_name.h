@@ -17,8 +17,8 @@ struct NameQuestion {
   bool bufferWithoutRoom;
 };
 
-// Empty when the certificate has no such name. False with a code: ERROR_INVALID_PARAMETER for a missing certificate and
-// for a type that does not exist, or that of a property that is there and cannot be read.
+// Empty when the certificate has no such name. False with a code: ERROR_INVALID_PARAMETER for what is no live certificate
+// and for a type that does not exist, or that of a property that is there and cannot be read.
 [[nodiscard]] bool FindDisplayName(const NameQuestion& question, std::wstring& text);
 
 }  // namespace certkern

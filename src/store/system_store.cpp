@@ -44,12 +44,13 @@ StoreHandle OpenFile(const OpenRequest& request, const StorePlacement& placement
   return OpenPlainStore(file);
 }
 
-// The machine's store behind the user's, to be read; none is no failure. It is not made by the way, and has a reference
-// of its own on a provider that the caller gave away.
+// The machine's store behind the user's, to be read; none is no failure. Whoever may make the file does so, as for his
+// own: a file that comes later would stay out of sight, since an open store never looks for it again. It has a
+// reference of its own on a provider that the caller gave away.
 StoreHandle OpenMachineStore(const OpenRequest& request, DWORD settings) {
   const LastErrorKeeper keeper;
   OpenRequest machine = request;
-  machine.flags |= CERT_STORE_READONLY_FLAG | CERT_STORE_OPEN_EXISTING_FLAG;
+  machine.flags |= CERT_STORE_READONLY_FLAG;
   ProviderHandle reference;
   if (request.cryptProvider && !(request.flags & CERT_STORE_NO_CRYPT_RELEASE_FLAG)) {
     if (!CryptContextAddRef(request.cryptProvider, nullptr, 0)) return {};
@@ -110,9 +111,9 @@ StoreHandle OpenUserStore(LPCSTR provider, HCRYPTPROV cryptProvider, const void*
 }
 
 bool AddToUserStore(LPCSTR provider, const void* name, std::span<const BYTE> encoded) {
-  if (encoded.empty()) return Fault(E_INVALIDARG);
   StoreHandle store = OpenUserStore(provider, 0, name);
   if (!store) return false;
+  if (encoded.empty()) return Fault(E_INVALIDARG);
   {
     const ContextOwner context(CreateContext(ElementType::Certificate, X509_ASN_ENCODING, encoded));
     if (!context || !AddContext(store.get(), *context.get(), CERT_STORE_ADD_USE_EXISTING, nullptr))

@@ -2,7 +2,6 @@
 #include <certkern/errors.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -137,6 +136,12 @@ TEST(Collection, AdditionsGoToTheFirstThatTakesThem) {
   EXPECT_EQ(Serials(*AsStore(stores.b)), "2 1");
 }
 
+// Somebody waits for the lock: the word of the system's C library says so before he sleeps.
+bool HasWaiter(std::mutex& lock) {
+  constexpr int kLockedWithWaiters = 2;
+  return __atomic_load_n(&lock.native_handle()->__data.__lock, __ATOMIC_ACQUIRE) == kLockedWithWaiters;
+}
+
 // Whichever is added to which, the lower address is waited for with nothing in hand: crosswise additions cannot block.
 TEST(Collection, TwoAreLockedByAddress) {
   const Stores stores;
@@ -146,7 +151,7 @@ TEST(Collection, TwoAreLockedByAddress) {
   for (const auto& [target, sibling] : {std::pair(lower, higher), std::pair(higher, lower)}) {
     std::unique_lock held(lower->lock);
     std::thread waiting([into = target, from = sibling] { Join(into, from); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    while (!HasWaiter(lower->lock)) std::this_thread::yield();
     EXPECT_TRUE(std::unique_lock(higher->lock, std::try_to_lock).owns_lock());
     held.unlock();
     waiting.join();

@@ -1,6 +1,7 @@
 // Each find type, where a search goes on, and what it does with its arguments.
 #include <certkern/errors.h>
 #include <certkern/find.h>
+#include <certkern/keykern.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -162,6 +163,29 @@ TEST_F(FindTest, EveryType) {
   EXPECT_EQ(FindAll(store, CERT_FIND_ANY, nullptr, 0, PKCS_7_ASN_ENCODING), "6 5 3 2 1");
   owner->flags |= CERT_STORE_ENUM_ARCHIVED_FLAG;
   EXPECT_EQ(FindAll(store, CERT_FIND_ISSUER_NAME, &info.Issuer), "6 4 3 1");
+}
+
+// By what was set on an element, not by what it says.
+TEST_F(FindTest, PrivateKeys) {
+  const auto set = [&](DWORD serial, DWORD id, const void* value) {
+    PCCERT_CONTEXT context = nullptr;
+    while ((context = CertEnumCertificatesInStore(store, context)) && SerialOf(context) != serial) continue;
+    EXPECT_TRUE(CertSetCertificateContextProperty(context, id, 0, value));
+    EXPECT_TRUE(CertFreeCertificateContext(context));
+  };
+  CRYPT_KEY_PROV_INFO info{};
+  CERT_KEY_CONTEXT key{};
+  key.cbSize = sizeof key;
+  key.dwKeySpec = AT_SIGNATURE;
+  ASSERT_TRUE(CryptAcquireContextA(&key.hCryptProv, nullptr, nullptr, PROV_RSA_AES, CRYPT_VERIFYCONTEXT));
+  set(3, CERT_KEY_PROV_INFO_PROP_ID, &info);
+  set(5, CERT_KEY_CONTEXT_PROP_ID, &key);
+  const DWORD infoId = CERT_KEY_PROV_INFO_PROP_ID, flatId = SV_KEY_PROV_INFO_FLAT_PROP_ID,
+              keyId = CERT_KEY_CONTEXT_PROP_ID;
+  EXPECT_EQ(FindAll(store, CERT_FIND_HAS_PRIVATE_KEY, nullptr), "3");
+  EXPECT_EQ(FindAll(store, CERT_FIND_PROPERTY, &infoId), "3");
+  EXPECT_EQ(FindAll(store, CERT_FIND_PROPERTY, &flatId), "3");
+  EXPECT_EQ(FindAll(store, CERT_FIND_PROPERTY, &keyId), "5");
 }
 
 TEST_F(FindTest, ThePreviousContextIsTakenInEveryOutcome) {

@@ -254,8 +254,34 @@ TEST(FindCrl, Entries) {
   EXPECT_TRUE(CertVerifyCRLRevocation(1, &id, 1, lists));
   EXPECT_TRUE(CertVerifyCRLRevocation(1, &id, 0, nullptr));
   EXPECT_TRUE(CertVerifyCRLRevocation(1, nullptr, 2, lists));
-  EXPECT_FALSE(CertVerifyCRLRevocation(1, &id, 1, nullptr));
-  EXPECT_EQ(GetLastError(), DWORD{E_INVALIDARG});
+  CRL_INFO hollow{};
+  hollow.cCRLEntry = 1;
+  PCRL_INFO hollowLists[] = {&list, &hollow};
+  const auto isRefused = [&](DWORD count, PCRL_INFO* array) {
+    SetLastError(0);
+    return !CertVerifyCRLRevocation(1, &id, count, array) && GetLastError() == DWORD{E_INVALIDARG};
+  };
+  EXPECT_TRUE(isRefused(1, nullptr));
+  EXPECT_TRUE(isRefused(2, hollowLists)) << "entries that are not there";
+  entries[0].SerialNumber = {5, nullptr};
+  EXPECT_TRUE(isRefused(2, lists)) << "a number that is not there";
+}
+
+// What was found out about a list before is asked first, and saves the decoding.
+TEST(FindCrl, KeptIssuerIsAFilter) {
+  const StoreHandle store = OpenMemoryStore(0);
+  const CertificateHandle issuer = CreateCertificate(MakeCertificate({.subject = "ca"}));
+  const CertificateHandle other = CreateCertificate(MakeCertificate({.subject = "other"}));
+  const CrlHandle crl = CreateCrl(MakeCrl({.issuer = "ca"}));
+  const auto keeps = [&](const CertificateHandle& whose) {
+    EXPECT_TRUE(CertSetCRLContextProperty(crl.get(), SV_CRL_ISSUER_PROP_ID, 0, &whose->pCertInfo->Subject));
+    EXPECT_TRUE(CertAddCRLContextToStore(store.get(), crl.get(), CERT_STORE_ADD_REPLACE_EXISTING, nullptr));
+  };
+  keeps(issuer);
+  EXPECT_EQ(Dates(store.get(), CRL_FIND_ISSUED_BY, issuer.get()), "1");
+  keeps(other);
+  EXPECT_EQ(Dates(store.get(), CRL_FIND_ISSUED_BY, issuer.get()), "") << "what is kept decides";
+  EXPECT_EQ(Dates(store.get(), CRL_FIND_ISSUED_BY, other.get()), "") << "and alone it is no match";
 }
 
 // Against the walk, over numbers that collide by value but not by bytes, and numbers of all sizes.

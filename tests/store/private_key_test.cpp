@@ -6,14 +6,34 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include "platform/temporary_directory.h"
 #include "store/sample_objects.h"
 
 using namespace certkern;
 using namespace certkern::test;
+
+namespace {
+std::function<void(HCRYPTPROV opened)> whenOpened;  // runs once, inside the next opening of a container
+}  // namespace
+
+// The linker leads the library's calls here (--wrap), and __real_ to the key level.
+extern "C" {
+BOOL __real_CryptAcquireContextW(HCRYPTPROV* phProv, LPCWSTR szContainer, LPCWSTR szProvider,
+                                 DWORD dwProvType, DWORD dwFlags);
+BOOL __wrap_CryptAcquireContextW(HCRYPTPROV* phProv, LPCWSTR szContainer, LPCWSTR szProvider,
+                                 DWORD dwProvType, DWORD dwFlags);
+BOOL __wrap_CryptAcquireContextW(HCRYPTPROV* phProv, LPCWSTR szContainer, LPCWSTR szProvider,
+                                 DWORD dwProvType, DWORD dwFlags) {
+  const BOOL done = __real_CryptAcquireContextW(phProv, szContainer, szProvider, dwProvType, dwFlags);
+  if (const auto hook = std::exchange(whenOpened, nullptr); hook && done) hook(*phProv);
+  return done;
+}
+}
 
 namespace {
 
@@ -227,6 +247,27 @@ TEST_F(PrivateKeys, Comparison) {
   setInfo();
   EXPECT_EQ(acquire(CRYPT_ACQUIRE_COMPARE_KEY_FLAG), DWORD{NTE_BAD_PUBLIC_KEY});
   EXPECT_EQ(acquire(CRYPT_ACQUIRE_COMPARE_KEY_FLAG | CRYPT_ACQUIRE_CACHE_FLAG), DWORD{NTE_BAD_PUBLIC_KEY});
+}
+
+// Opening a container may run code of the application's, and the lock keeps only other threads out.
+TEST_F(PrivateKeys, AKeyContextThatAppearsMeanwhileCounts) {
+  setInfo();
+  CERT_KEY_CONTEXT own{};
+  own.cbSize = sizeof own;
+  own.dwKeySpec = AT_KEYEXCHANGE;
+  ASSERT_TRUE(
+      CryptAcquireContextA(&own.hCryptProv, nullptr, nullptr, PROV_GOST_2012_256, CRYPT_VERIFYCONTEXT));
+  HCRYPTPROV fresh = 0;
+  whenOpened = [&](HCRYPTPROV opened) {
+    fresh = opened;
+    EXPECT_TRUE(CertSetCertificateContextProperty(certificate.get(), CERT_KEY_CONTEXT_PROP_ID, 0, &own));
+  };
+  EXPECT_EQ(acquire(CRYPT_ACQUIRE_CACHE_FLAG), 0u);
+  EXPECT_EQ(provider, own.hCryptProv);
+  EXPECT_FALSE(frees);
+  EXPECT_NE(fresh, 0u);
+  EXPECT_FALSE(IsOpen(fresh)) << "nobody else has it";
+  EXPECT_TRUE(IsOpen(own.hCryptProv));
 }
 
 TEST(PinCallback, EachThreadHasItsOwn) {

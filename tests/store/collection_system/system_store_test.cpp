@@ -1,6 +1,7 @@
 // System stores by name: which files stand behind one, what the settings change, and the enumerations. A program of its
 // own, because directories and settings are read from a configuration of the test's.
 #include <certkern/errors.h>
+#include <certkern/find.h>
 #include <certkern/keykern.h>
 #include <gtest/gtest.h>
 
@@ -221,6 +222,8 @@ TEST_F(OpenedSystemStores, AreMadeOfTheirFiles) {
       {L"shared", kUser,                                 "machine+"          },
       {L"alone",  kUser,                                 "user+"             },
       {L"fresh",  kUser | CERT_STORE_OPEN_EXISTING_FLAG, "user+"             },
+      {L"Root",   kUser | CERT_STORE_OPEN_EXISTING_FLAG, "user+ machine-ro"  },
+      {L"cA",     kUser | CERT_STORE_OPEN_EXISTING_FLAG, "user+ machine-ro"  },
       {L"made",   kUser | CERT_STORE_CREATE_NEW_FLAG,    "user+"             },
   };
   for (const auto& [name, flags, members] : kCases) {
@@ -231,6 +234,10 @@ TEST_F(OpenedSystemStores, AreMadeOfTheirFiles) {
     EXPECT_EQ(Describe(store), members);
     EXPECT_TRUE(CertCloseStore(store, CERT_CLOSE_STORE_CHECK_FLAG));
   }
+  EXPECT_EQ(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, kUser | CERT_STORE_OPEN_EXISTING_FLAG, L"roots"),
+            nullptr)
+      << "no name is like another";
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
   HCERTSTORE registry = CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_A, 0, 0, kUser, "shared");
   ASSERT_NE(registry, nullptr);
   EXPECT_FALSE(IsCollection(*AsStore(registry)));
@@ -275,6 +282,54 @@ TEST_F(OpenedSystemStores, AdditionsGoToTheUsersFile) {
   EXPECT_EQ(GetLastError(), 0u);
   EXPECT_FALSE(std::filesystem::exists(directory->path("user/both.sto")));
   EXPECT_TRUE(std::filesystem::exists(directory->path("machine/both.sto")));
+}
+
+DWORD AddTo(HCERTSTORE store, DWORD serial) {
+  const Bytes encoded = MakeCertificate({.serial = serial});
+  return CertAddEncodedCertificateToStore(store, 1, encoded.data(), static_cast<DWORD>(encoded.size()),
+                                          CERT_STORE_ADD_NEW, nullptr)
+      ? 0
+      : GetLastError();
+}
+
+// A store is held open for long: what the machine's gets later is seen all the same.
+TEST_F(OpenedSystemStores, TheMachinesIsMadeAlong) {
+  const HCERTSTORE user = CertOpenSystemStoreA(0, "later");
+  ASSERT_EQ(Describe(user), "user+ machine-ro");
+  const HCERTSTORE machine = CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, kMachine, L"later");
+  EXPECT_EQ(AddTo(machine, 7), 0u);
+  EXPECT_TRUE(CertCloseStore(machine, 0));
+  EXPECT_TRUE(CertControlStore(user, 0, CERT_STORE_CTRL_RESYNC, nullptr));
+  EXPECT_EQ(Serials(StoreMembers(*AsStore(user))[1]), "7");
+  EXPECT_TRUE(CertCloseStore(user, 0));
+}
+
+// The store is opened before the bytes are looked at.
+TEST_F(OpenedSystemStores, AnAdditionOfNothing) {
+  EXPECT_FALSE(CertAddEncodedCertificateToSystemStoreA(nullptr, nullptr, 0));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER}) << "the name";
+  EXPECT_FALSE(CertAddEncodedCertificateToSystemStoreW(L"nothing", nullptr, 0));
+  EXPECT_EQ(GetLastError(), DWORD{E_INVALIDARG});
+  EXPECT_TRUE(std::filesystem::exists(directory->path("user/nothing.sto")));
+}
+
+TEST_F(OpenedSystemStores, FollowTheirFileWhereASearchBegins) {
+  const auto open = [] { return CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, 0, 0, kUser, L"followed"); };
+  const HCERTSTORE store = open();
+  ASSERT_EQ(AddTo(store, 1), 0u);
+  ASSERT_TRUE(CertControlStore(store, 0, CERT_STORE_CTRL_COMMIT, nullptr));
+  ASSERT_TRUE(CertControlStore(store, 0, CERT_STORE_CTRL_AUTO_RESYNC, nullptr));
+  const PCCERT_CONTEXT previous = CertEnumCertificatesInStore(store, nullptr);
+  const HCERTSTORE other = open();
+  ASSERT_EQ(AddTo(other, 2), 0u);
+  ASSERT_TRUE(CertCloseStore(other, 0));
+  EXPECT_EQ(CertEnumCRLsInStore(store, nullptr), nullptr);
+  EXPECT_EQ(Serials(*AsStore(store)), "1") << "a search for lists does not";
+  EXPECT_EQ(CertEnumCertificatesInStore(store, previous), nullptr);
+  EXPECT_EQ(Serials(*AsStore(store)), "1") << "nor one that goes on";
+  EXPECT_TRUE(CertificateHandle(CertEnumCertificatesInStore(store, nullptr)));
+  EXPECT_EQ(Serials(*AsStore(store)), "2 1");
+  EXPECT_TRUE(CertCloseStore(store, 0));
 }
 
 }  // namespace
