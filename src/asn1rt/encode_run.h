@@ -71,7 +71,7 @@ class EncodeRun {
 
   [[gnu::always_inline]] int content(const TypeInfo& type, const void* slot);
   [[gnu::always_inline]] int structured(const TypeInfo& type, bool contained, const void* slot);
-  int sequence(const TypeInfo& type, const uint8_t* base);
+  [[gnu::always_inline]] int sequence(const TypeInfo& type, const uint8_t* base);
   int set(const TypeInfo& type, const uint8_t* base);
   int list(const TypeInfo& type, const ASN1List& list);
   int setOf(const TypeInfo& type, const ASN1List& list);

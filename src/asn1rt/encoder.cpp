@@ -124,6 +124,32 @@ inline int EncodeRun::content(const TypeInfo& type, const void* slot) {
   }
 }
 
+inline int EncodeRun::value(const TypeInfo& type, std::span<const Asn1Tag> tags, bool contained,
+                            const void* slot) {
+  if (tags.size() == 1 && IsPlainOctets(type.kind)) {
+    const ASN1OctetString octets = PlainOctets(type.kind, slot);
+    if (IsShort(octets) && NumberOf(tags[0]) < 0x1F) return shortOctets(tags[0], octets);
+  }
+  return tagged(type, tags, contained, slot);
+}
+
+inline int EncodeRun::member(const MemberInfo& member, const uint8_t* base) {
+  if (!IsPresent(member, base)) return 0;
+  const void* const slot = SlotOf(member, base);
+  if (!slot) return fail(ASN1_E_MISSING);
+  return value(*member.type, member.tags, member.contained, slot);
+}
+
+inline int EncodeRun::sequence(const TypeInfo& type, const uint8_t* base) {
+  int length = 0;
+  for (size_t i = type.members.size(); i-- > 0;) {
+    const int written = member(type.members[i], base);
+    if (written < 0) return written;
+    length += written;
+  }
+  return length;
+}
+
 inline int EncodeRun::structured(const TypeInfo& type, bool contained, const void* slot) {
   if (++depth_ > kMaxAsn1Depth) return fail(ASN1_E_TOO_DEEP);
   int length;
@@ -156,32 +182,6 @@ int EncodeRun::tagged(const TypeInfo& type, std::span<const Asn1Tag> tags, bool 
   bool constructed = IsConstructed(type.kind, contained);
   for (size_t i = tags.size(); i-- > 0; constructed = true) {
     const int written = header(tags[i], constructed, length);
-    if (written < 0) return written;
-    length += written;
-  }
-  return length;
-}
-
-inline int EncodeRun::value(const TypeInfo& type, std::span<const Asn1Tag> tags, bool contained,
-                            const void* slot) {
-  if (tags.size() == 1 && IsPlainOctets(type.kind)) {
-    const ASN1OctetString octets = PlainOctets(type.kind, slot);
-    if (IsShort(octets) && NumberOf(tags[0]) < 0x1F) return shortOctets(tags[0], octets);
-  }
-  return tagged(type, tags, contained, slot);
-}
-
-inline int EncodeRun::member(const MemberInfo& member, const uint8_t* base) {
-  if (!IsPresent(member, base)) return 0;
-  const void* const slot = SlotOf(member, base);
-  if (!slot) return fail(ASN1_E_MISSING);
-  return value(*member.type, member.tags, member.contained, slot);
-}
-
-int EncodeRun::sequence(const TypeInfo& type, const uint8_t* base) {
-  int length = 0;
-  for (size_t i = type.members.size(); i-- > 0;) {
-    const int written = member(type.members[i], base);
     if (written < 0) return written;
     length += written;
   }
