@@ -133,6 +133,16 @@ inline constexpr uint64_t kAsn1HeapBase = uint64_t{1} << 16;
 // Digits behind the full stop of a GeneralizedTime. With this many a product by the seconds of an hour fits 64 bits.
 inline constexpr size_t kMaxAsn1FractionDigits = 15;
 
+// The tool's look into the elements of one file: those that are shown, and their levels added up, which is what indentation
+// makes of them. An element in octets that are only looked into on trial counts as well. The largest CRLs have some millions.
+inline constexpr size_t kMaxAsn1ShownElements = size_t{1} << 22;
+inline constexpr size_t kMaxAsn1ShownLevels = size_t{1} << 25;
+inline constexpr size_t kMaxAsn1TriedElements = size_t{1} << 24;
+// Memory for the values of one type that is checked on the way.
+inline constexpr uint64_t kMaxAsn1CheckedHeap = uint64_t{1} << 30;
+// A type's name for which similar ones are looked for.
+inline constexpr size_t kMaxAsn1TypeName = 128;
+
 }  // namespace certkern
 
 #endif
