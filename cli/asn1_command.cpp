@@ -15,7 +15,9 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <iterator>
 #include <memory>
+#include <utility>
 
 namespace certkern::cli {
 namespace {
@@ -53,7 +55,8 @@ class Asn1Show {
   void showBlock(const Block& block);
   // Behind the encoding; 0 when nothing further can be found.
   size_t showEncoding(const Block& block, size_t offset);
-  void write(const ElementTree& tree);
+  void write(const Block& block, const ElementTree& tree);
+  void printHeadings(const Block& block);
 
   const std::string& path_;
   const std::string name_;
@@ -62,6 +65,7 @@ class Asn1Show {
   bool headings_;
   ElementBudget budget_;
   int64_t shown_ = 0;
+  bool isNewBlock_ = true;
   bool sound_ = true;
 };
 
@@ -79,11 +83,7 @@ bool Asn1Show::run() {
 }
 
 void Asn1Show::showBlock(const Block& block) {
-  if (!json_) {
-    if (headings_) fmt::print("{}\n", Escaped(name_));
-    if (block.form == Block::Form::Pem) fmt::print("PEM at byte offset {} of the file\n", block.fileOffset);
-    PrintElementHeadings(stdout);
-  }
+  isNewBlock_ = true;
   for (size_t offset = 0; offset < block.bytes.size();) {
     const size_t behind = showEncoding(block, offset);
     if (!behind) return;
@@ -104,7 +104,7 @@ size_t Asn1Show::showEncoding(const Block& block, size_t offset) {
   const ElementsRead read = ReadElements(block.bytes, offset, budget_,
                                          [&](uint32_t content) { return typed.at(content) != nullptr; });
   // also what could be read in front of a fault
-  if (!read.elements.empty()) write({block.bytes, read.elements, typed});
+  if (!read.elements.empty()) write(block, {block.bytes, read.elements, typed});
   if (read.fault) {
     complain("", *read.fault, block);
     return 0;
@@ -112,8 +112,17 @@ size_t Asn1Show::showEncoding(const Block& block, size_t offset) {
   return offset + read.size;
 }
 
-void Asn1Show::write(const ElementTree& tree) {
-  if (!json_) return PrintElements(stdout, tree);
+void Asn1Show::printHeadings(const Block& block) {
+  if (headings_) fmt::print("{}\n", Escaped(name_));
+  if (block.form == Block::Form::Pem) fmt::print("PEM at byte offset {} of the file\n", block.fileOffset);
+  PrintElementHeadings(stdout);
+}
+
+void Asn1Show::write(const Block& block, const ElementTree& tree) {
+  if (!json_) {
+    if (std::exchange(isNewBlock_, false)) printHeadings(block);
+    return PrintElements(stdout, tree);
+  }
   Field encoding("Encoding");
   encoding.add("File", Text{name_});
   encoding.add("Object", ++shown_);

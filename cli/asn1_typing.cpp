@@ -12,8 +12,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <functional>
+#include <iterator>
 #include <new>
 #include <string_view>
+#include <utility>
 
 namespace certkern::cli {
 namespace {
@@ -132,19 +135,18 @@ std::vector<Meaning> MeaningsOf(const std::vector<Notes::Note>& notes) {
     meanings.push_back({note.offset, note.member ? note.member->name : "", note.type});
   std::stable_sort(meanings.begin(), meanings.end(),
                    [](const Meaning& a, const Meaning& b) { return a.offset < b.offset; });
-  size_t count = 0;
+  std::vector<Meaning> merged;
   for (Meaning& each : meanings) {
-    if (count == 0 || meanings[count - 1].offset != each.offset) {
-      meanings[count++] = std::move(each);
+    if (merged.empty() || merged.back().offset != each.offset) {
+      merged.push_back(std::move(each));
       continue;
     }
-    Meaning& same = meanings[count - 1];
+    Meaning& same = merged.back();
     if (!same.member.empty() && !each.member.empty()) same.member += '.';
     same.member += each.member;
     same.type = each.type;
   }
-  meanings.resize(count);
-  return meanings;
+  return merged;
 }
 
 // --- faults ---

@@ -3,8 +3,14 @@
 #include "oid_names.h"
 #include "text.h"
 
+#include "asn1data/catalogue.h"
+
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <limits>
+#include <map>
+#include <utility>
 
 namespace certkern::cli {
 namespace {
@@ -88,10 +94,32 @@ std::string DottedOf(std::span<const BYTE> content) {
       dotted = std::to_string(first);
       arc -= first * 40;
     }
-    dotted += '.' + std::to_string(arc);
+    dotted += fmt::format(".{}", arc);
     arc = 0;
   }
   return dotted;
+}
+
+// What neither the key library nor the tool has a name for, the schema may have.
+const char* SchemaName(const std::string& dotted) {
+  static const auto kNames = [] {
+    std::map<std::string, const char*> names;
+    for (const asn1data::NamedOid& row : asn1data::AllOids()) {
+      std::string text;
+      for (const uint32_t arc : AsField(*row.id).arcs())
+        text += fmt::format("{}{}", text.empty() ? "" : ".", arc);
+      names.emplace(std::move(text), row.name);
+    }
+    return names;
+  }();
+  const auto found = kNames.find(dotted);
+  return found == kNames.end() ? "" : found->second;
+}
+
+Oid OidOf(const std::string& dotted) {
+  Oid oid = NamedOid(dotted.c_str());
+  if (oid.name.empty()) oid.name = SchemaName(dotted);
+  return oid;
 }
 
 std::string WideText(std::span<const BYTE> content, size_t width) {
@@ -124,7 +152,7 @@ void ReadContent(uint32_t as, std::span<const BYTE> content, const TypeInfo* typ
       if (content.empty()) out.value = std::monostate();
       return;
     case 6:
-      if (const std::string dotted = DottedOf(content); !dotted.empty()) out.value = NamedOid(dotted.c_str());
+      if (const std::string dotted = DottedOf(content); !dotted.empty()) out.value = OidOf(dotted);
       return;
     case 28:
       return ReadCharacters(content, 4, out);

@@ -56,7 +56,7 @@ struct InLine {
 
 std::string Joined(const std::vector<std::string>& names) {
   std::string text;
-  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+  for (const std::string& name : names) text += fmt::format("{}{}", text.empty() ? "" : ", ", name);
   return text;
 }
 
