@@ -24,6 +24,7 @@ struct Command {
 Runner PrepareGroup(CLI::App& group, std::span<const Command> commands);
 
 Runner PrepareShow(CLI::App& command);
+Runner PrepareAsn1(CLI::App& command);
 Runner PrepareKey(CLI::App& group);
 Runner PrepareRequest(CLI::App& group);
 Runner PrepareCertificate(CLI::App& group);

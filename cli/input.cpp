@@ -109,6 +109,19 @@ bool IsShownLabel(std::string_view label) {
   return std::find(std::begin(kShown), std::end(kShown), label) != std::end(kShown);
 }
 
+// Not what an encoding may look like: PEM with any text around it, or nothing but ASCII, which no encoding of more than a few
+// octets is.
+bool IsText(std::span<const BYTE> file) {
+  const std::string_view text(reinterpret_cast<const char*>(file.data()), file.size());
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (text.starts_with(kByteOrderMark)) return true;
+  const bool pem = text.find(kBegin) != text.npos;
+  return std::all_of(text.begin(), text.end(), [pem](char c) {
+    const auto octet = static_cast<unsigned char>(c);
+    return IsBlank(c) || (octet >= 0x20 && octet < 0x7F) || (pem && octet >= 0x80);
+  });
+}
+
 // Reads the block whose banner begins at start and returns where to look for the next one.
 size_t ReadPemBlock(std::string_view file, size_t start, const BlockReader& reader) {
   const auto fault = [&](const std::string& text, size_t offset) {
@@ -133,7 +146,7 @@ size_t ReadPemBlock(std::string_view file, size_t start, const BlockReader& read
     fault(fmt::format("expected a line -----END {}-----, found another banner", Escaped(label)), bodyEnd);
     return bodyEnd;
   }
-  if (IsShownLabel(label)) {
+  if (reader.wanted == Wanted::AnyElement || IsShownLabel(label)) {
     ReadBase64(file.substr(bodyStart, bodyEnd - bodyStart), bodyStart, Block{{}, start, Block::Form::Pem},
                reader);
   } else {
@@ -184,10 +197,14 @@ std::string Block::place(size_t offset) const {
 }
 
 void ReadBlocks(std::span<const BYTE> file, const BlockReader& reader) {
-  if (file.empty())
-    return reader.onFault("expected a certificate, CRL or certificate request, found an empty file");
+  const bool objects = reader.wanted == Wanted::Objects;
+  if (file.empty()) {
+    return reader.onFault(fmt::format("expected {}, found an empty file",
+                                      objects ? "a certificate, CRL or certificate request" : "an encoding"));
+  }
   // neither a PEM banner nor the Base64 of a SEQUENCE begins with the octet of a SEQUENCE
-  if (file[0] == kSequenceTag) return reader.onBlock({file, 0, Block::Form::Der});
+  if (file[0] == kSequenceTag || (!objects && !IsText(file)))
+    return reader.onBlock({file, 0, Block::Form::Der});
   std::string_view text(reinterpret_cast<const char*>(file.data()), file.size());
   const size_t banner = text.find(kBegin);
   if (banner != text.npos) return ReadPem(text, banner, reader);

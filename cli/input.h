@@ -30,10 +30,16 @@ struct Block {
   std::string place(size_t offset) const;
 };
 
+enum class Wanted {
+  Objects,     // certificates, CRLs and requests: DER begins as a SEQUENCE, other PEM is left out
+  AnyElement,  // PEM of any kind; bytes that are neither text of it nor Base64 are taken as an encoding
+};
+
 struct BlockReader {
   std::function<void(const Block&)> onBlock;
   std::function<void(const std::string&)> onFault;  // a fault with its place; reading goes on where it can
   std::function<void(const std::string&)> onNote;   // something that is left out, but is no fault
+  Wanted wanted = Wanted::Objects;
 };
 
 // Each block of a file in its order; the bytes of a block live as long as the call to onBlock.

@@ -16,6 +16,7 @@ namespace {
 
 constexpr Command kCommands[] = {
     {"show",        "Show certificates, CRLs and certificate requests",           PrepareShow       },
+    {"asn1",        "Show the ASN.1 elements of any file",                        PrepareAsn1       },
     {"chain",       "Find a certificate's path to a trusted root, and judge it",  PrepareChain      },
     {"key",         "Make, list, import, export and delete private keys",         PrepareKey        },
     {"request",     "Make certificate requests",                                  PrepareRequest    },
@@ -31,7 +32,7 @@ constexpr Command kCommands[] = {
 // The parser takes "[a,b]" for a list of two values; where files stand, it is a file of that name.
 std::vector<std::string> Arguments(int argc, char** argv) {
   const std::string_view command = argc > 1 ? argv[1] : "";
-  const bool files = command == "show" || command == "hash";
+  const bool files = command == "show" || command == "asn1" || command == "hash";
   std::vector<std::string> arguments;
   for (int i = argc - 1; i > 0; --i) {  // last first, as the parser wants them
     const std::string argument = argv[i];

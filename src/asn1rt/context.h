@@ -15,6 +15,8 @@
 
 namespace certkern {
 
+class DecodeWatcher;
+
 // SET OF goes out sorted by encodings, as DER has it, or in the order of the list: what a caller needs who must bring back
 // bytes that somebody else signed.
 enum class SetOrder { Der, AsGiven };
@@ -65,6 +67,10 @@ class ASN1Context {
   };
   Budget& budget() { return budget_; }
 
+  // Borrowed: it must outlive the decoding that it watches. Null: nobody does.
+  void setWatcher(DecodeWatcher* watcher) { watcher_ = watcher; }
+  DecodeWatcher* watcher() const { return watcher_; }
+
  private:
   ASN1Context() = default;
   ~ASN1Context() = default;
@@ -75,6 +81,7 @@ class ASN1Context {
   std::span<const uint8_t> input_;
   size_t position_ = 0;
   Budget budget_{};
+  DecodeWatcher* watcher_ = nullptr;
   BackwardBuffer output_;
   SetOrder setOrder_ = SetOrder::Der;
   ASN1Heap heap_;

@@ -7,6 +7,7 @@
 #include <span>
 
 #include "asn1rt/context.h"
+#include "asn1rt/decode_watcher.h"
 #include "asn1rt/element_header.h"
 #include "asn1rt/type_table.h"
 #include "asn1rt/values.h"
@@ -16,7 +17,7 @@ namespace certkern {
 class DecodeRun {
  public:
   DecodeRun(ASN1Context& context, ASN1Context::Budget& budget, const uint8_t* at)
-      : context_(context), budget_(budget), at_(at) {}
+      : context_(context), budget_(budget), watcher_(context.watcher()), at_(at) {}
 
   // A value whose header stands at the place.
   int whole(const TypeInfo& type, void* slot, const uint8_t* limit);
@@ -80,6 +81,7 @@ class DecodeRun {
 
   ASN1Context& context_;
   ASN1Context::Budget& budget_;
+  DecodeWatcher* const watcher_;
   const uint8_t* at_;
   unsigned depth_ = 0;
 };

@@ -79,6 +79,8 @@ int DecodeRun::enter(const ElementHeader& header) {
 int DecodeRun::leave(const ElementHeader& header) {
   if (!atEnd(header)) return fail(ASN1_E_TRAILING);
   if (header.indefinite) at_ += 2;
+  if (watcher_) [[unlikely]]
+    watcher_->leave(header, at_);
   return ASN1_OK;
 }
 
@@ -130,7 +132,10 @@ int DecodeRun::inside(const TypeInfo& type, void* slot, const ElementHeader& hea
 
 int DecodeRun::element(const TypeInfo& type, Tags tags, bool contained, void* slot,
                        const ElementHeader& header) {
-  if (tags.size() > OwnTags(type.kind, contained)) return wrapped(type, tags, contained, slot, header);
+  const bool isWrapped = tags.size() > OwnTags(type.kind, contained);
+  if (watcher_) [[unlikely]]
+    watcher_->element(isWrapped ? nullptr : &type, header);
+  if (isWrapped) return wrapped(type, tags, contained, slot, header);
   return content(type, contained, slot, header);
 }
 
@@ -276,6 +281,8 @@ int DecodeRun::member(const MemberInfo& member, uint8_t* base, const ElementHead
     slot = value;
   }
   MarkPresent(member, base);
+  if (watcher_) [[unlikely]]
+    watcher_->member(member);
   return element(*member.type, member.tags, member.contained, slot, header);
 }
 
@@ -311,6 +318,8 @@ int DecodeRun::list(const TypeInfo& type, ASN1List& list, const ElementHeader& h
 int DecodeRun::open(bool contained, ASN1OpenValue& value, const ElementHeader& header) {
   if (contained) return octets(value.encoded, header);
   if (const int status = skip(header); status < 0) return status;
+  if (watcher_ && header.constructed) [[unlikely]]
+    watcher_->leave(header, at_);
   value.encoded = {static_cast<uint32_t>(at_ - header.start), header.start};
   return ASN1_OK;
 }

@@ -29,13 +29,23 @@ uint8_t* PutLengthBackwards(uint8_t* at, uint32_t length) {
 }  // namespace
 
 int EncodeRun::longHeader(Asn1Tag tag, bool constructed, int length) {
+  const auto first = static_cast<uint8_t>(tag >> 30 << 6 | (constructed ? kConstructed : 0u));
+  if (NumberOf(tag) < 0x1F && length >= 0x100 && length < 0x10000) {  // what most of the long ones are
+    uint8_t* const at = output_.prepend(4);
+    if (!at) return fail(output_.status());
+    at[0] = static_cast<uint8_t>(first | NumberOf(tag));
+    at[1] = 0x82;
+    at[2] = static_cast<uint8_t>(length >> 8);
+    at[3] = static_cast<uint8_t>(length);
+    return 4;
+  }
   uint8_t octets[2 * (1 + kMaxArcOctets)];
   uint8_t* const end = std::end(octets);
   uint8_t* at = PutLengthBackwards(end, static_cast<uint32_t>(length));
   const bool isLong = NumberOf(tag) >= 0x1F;
   if (isLong) at = PutArcBackwards(at, NumberOf(tag));
   const uint32_t low = isLong ? 0x1Fu : NumberOf(tag);
-  *--at = static_cast<uint8_t>(tag >> 30 << 6 | (constructed ? kConstructed : 0u) | low);
+  *--at = static_cast<uint8_t>(first | low);
   return bytes({at, end});
 }
 

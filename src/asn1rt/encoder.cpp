@@ -40,8 +40,21 @@ const void* SlotOf(const MemberInfo& member, const uint8_t* base) {
   return slot;
 }
 
+bool IsStructured(TypeKind kind) { return kind >= TypeKind::Open; }
 // Of the innermost header.
-bool IsConstructed(TypeKind kind, bool contained) { return kind >= TypeKind::Open && !contained; }
+bool IsConstructed(TypeKind kind, bool contained) { return IsStructured(kind) && !contained; }
+
+// Kinds whose content goes out as it lies in memory.
+bool IsPlainOctets(TypeKind kind) {
+  return kind == TypeKind::OctetString || kind == TypeKind::Text || kind == TypeKind::BigInteger;
+}
+ASN1OctetString PlainOctets(TypeKind kind, const void* slot) {
+  if (kind != TypeKind::Text) return *static_cast<const ASN1OctetString*>(slot);
+  const auto& text = *static_cast<const ASN1Text*>(slot);
+  return {text.numocts, reinterpret_cast<const uint8_t*>(text.data)};
+}
+// Empty ones have rules of their own.
+bool IsShort(const ASN1OctetString& octets) { return octets.numocts - 1 < 0x7F && octets.data; }
 
 // An element of a SET OF among those that were written, measured from the end because the start may move.
 struct Piece {
@@ -81,19 +94,7 @@ int SortPieces(BackwardBuffer& output, std::span<Piece> pieces, size_t total) {
 
 }  // namespace
 
-int EncodeRun::value(const TypeInfo& type, std::span<const Asn1Tag> tags, bool contained, const void* slot) {
-  int length = content(type, contained, slot);
-  if (length < 0) return length;
-  bool constructed = IsConstructed(type.kind, contained);
-  for (size_t i = tags.size(); i-- > 0; constructed = true) {
-    const int written = header(tags[i], constructed, length);
-    if (written < 0) return written;
-    length += written;
-  }
-  return length;
-}
-
-int EncodeRun::content(const TypeInfo& type, bool contained, const void* slot) {
+inline int EncodeRun::content(const TypeInfo& type, const void* slot) {
   switch (type.kind) {
     case TypeKind::Boolean: {
       const uint8_t octet = *static_cast<const uint8_t*>(slot) ? 0xFF : 0x00;
@@ -116,16 +117,40 @@ int EncodeRun::content(const TypeInfo& type, bool contained, const void* slot) {
       return 0;
     case TypeKind::ObjectId:
       return objectId(*static_cast<const ASN1ObjectId*>(slot));
-    case TypeKind::Text: {
+    default: {
       const auto& text = *static_cast<const ASN1Text*>(slot);
       return counted(text.data, text.numocts);
     }
-    default:
-      return structured(type, contained, slot);
   }
 }
 
-int EncodeRun::structured(const TypeInfo& type, bool contained, const void* slot) {
+inline int EncodeRun::value(const TypeInfo& type, std::span<const Asn1Tag> tags, bool contained,
+                            const void* slot) {
+  if (tags.size() == 1 && IsPlainOctets(type.kind)) {
+    const ASN1OctetString octets = PlainOctets(type.kind, slot);
+    if (IsShort(octets) && NumberOf(tags[0]) < 0x1F) return shortOctets(tags[0], octets);
+  }
+  return tagged(type, tags, contained, slot);
+}
+
+inline int EncodeRun::member(const MemberInfo& member, const uint8_t* base) {
+  if (!IsPresent(member, base)) return 0;
+  const void* const slot = SlotOf(member, base);
+  if (!slot) return fail(ASN1_E_MISSING);
+  return value(*member.type, member.tags, member.contained, slot);
+}
+
+inline int EncodeRun::sequence(const TypeInfo& type, const uint8_t* base) {
+  int length = 0;
+  for (size_t i = type.members.size(); i-- > 0;) {
+    const int written = member(type.members[i], base);
+    if (written < 0) return written;
+    length += written;
+  }
+  return length;
+}
+
+inline int EncodeRun::structured(const TypeInfo& type, bool contained, const void* slot) {
   if (++depth_ > kMaxAsn1Depth) return fail(ASN1_E_TOO_DEEP);
   int length;
   switch (type.kind) {
@@ -151,17 +176,12 @@ int EncodeRun::structured(const TypeInfo& type, bool contained, const void* slot
   return length;
 }
 
-int EncodeRun::member(const MemberInfo& member, const uint8_t* base) {
-  if (!IsPresent(member, base)) return 0;
-  const void* const slot = SlotOf(member, base);
-  if (!slot) return fail(ASN1_E_MISSING);
-  return value(*member.type, member.tags, member.contained, slot);
-}
-
-int EncodeRun::sequence(const TypeInfo& type, const uint8_t* base) {
-  int length = 0;
-  for (size_t i = type.members.size(); i-- > 0;) {
-    const int written = member(type.members[i], base);
+int EncodeRun::tagged(const TypeInfo& type, std::span<const Asn1Tag> tags, bool contained, const void* slot) {
+  int length = IsStructured(type.kind) ? structured(type, contained, slot) : content(type, slot);
+  if (length < 0) return length;
+  bool constructed = IsConstructed(type.kind, contained);
+  for (size_t i = tags.size(); i-- > 0; constructed = true) {
+    const int written = header(tags[i], constructed, length);
     if (written < 0) return written;
     length += written;
   }
@@ -257,7 +277,7 @@ int EncodeValue(ASN1Context& context, const TypeInfo& info, const void* value, T
   const bool bare = tagging == Tagging::Implicit && !info.tags.empty();
   const auto tags = bare ? info.tags.subspan(1) : info.tags;
   const size_t before = context.output().length();
-  const int length = EncodeRun(context).value(info, tags, IsContained(info), value);
+  const int length = EncodeRun(context).tagged(info, tags, IsContained(info), value);
   if (length < 0) context.output().dropTo(before);
   return length;
 }

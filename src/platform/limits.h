@@ -146,6 +146,16 @@ inline constexpr size_t kMaxMessagePrefix = 2 + 127 + 11 + 1 + 1 + 127;
 // Bytes of a hash's identifier that a hashed message keeps, as text.
 inline constexpr size_t kMaxHashOidText = 254;
 
+// The tool's look into the elements of one file: those that are shown, and their levels added up, which is what indentation
+// makes of them. An element in octets that are only looked into on trial counts as well. The largest CRLs have some millions.
+inline constexpr size_t kMaxAsn1ShownElements = size_t{1} << 22;
+inline constexpr size_t kMaxAsn1ShownLevels = size_t{1} << 25;
+inline constexpr size_t kMaxAsn1TriedElements = size_t{1} << 24;
+// Memory for the values of one type that is checked on the way.
+inline constexpr uint64_t kMaxAsn1CheckedHeap = uint64_t{1} << 30;
+// A type's name for which similar ones are looked for.
+inline constexpr size_t kMaxAsn1TypeName = 128;
+
 }  // namespace certkern
 
 #endif
