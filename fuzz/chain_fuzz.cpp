@@ -75,7 +75,7 @@ void Require(bool condition) {
 void KeepToSandbox() {
   static const certkern::test::TemporaryDirectory directory;
   static const int done = [] {
-    const std::string stores = "'" + directory.path("") + "'\n";
+    const std::string stores = std::string(1, '\'').append(directory.path("")).append("'\n");
     const std::string settings =
         directory.write("config.toml", "[paths]\nlocal_stores = " + stores + "global_stores = " + stores);
     return setenv("CERTKERN_CONFIG", settings.c_str(), 1);
