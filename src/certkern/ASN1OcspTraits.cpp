@@ -87,7 +87,6 @@ void SetRequestor(ASN1Context& context, const CERT_ALT_NAME_ENTRY& record, ASN1T
   std::vector<BYTE> encoded(counter.count());
   BerWriteCursor out(encoded.data(), encoded.size());
   if (!BerEncodeAltEntry(record, out)) throw Asn1Exception("Can't encode general name.");
-  if (record.dwAltNameChoice == CERT_ALT_NAME_OTHER_NAME) encoded[0] |= kConstructed;
   const auto octets = CopyOctets(context, encoded);
   ASN1BERDecodeBuffer buffer(ASN1ContextPtr::Share(&context), octets.data, octets.numocts);
   if (ASN1C_GeneralName(buffer, generated).Decode() != ASN1_OK) {

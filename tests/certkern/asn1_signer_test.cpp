@@ -41,7 +41,7 @@ void ExpectAttributesInside(const CRYPT_ATTRIBUTES& attributes, std::span<const 
     const CRYPT_ATTRIBUTE& attribute = attributes.rgAttr[i];
     SCOPED_TRACE(attribute.pszObjId);
     const Bytes encoded = EncodeExactly(PKCS_ATTRIBUTE, &attribute);
-    EXPECT_FALSE(std::ranges::search(signer, encoded).empty());
+    EXPECT_NE(std::search(signer.begin(), signer.end(), encoded.begin(), encoded.end()), signer.end());
     const Read<CRYPT_ATTRIBUTE> again(PKCS_ATTRIBUTE, encoded);
     ASSERT_TRUE(again);
     EXPECT_STREQ(again->pszObjId, attribute.pszObjId);

@@ -13,6 +13,7 @@
 #include "certkern/ASN1Blob.h"
 #include "certkern/ASN1Traits.h"
 #include "platform/exceptions.h"
+#include "platform/owner.h"
 #include "platform/temporary_directory.h"
 #include "support/hex.h"
 
@@ -99,6 +100,25 @@ TEST(AlgorithmToGenerated, DecodesWhatIsKnown) {
   EXPECT_THROWN(Asn1Exception, "certkern/ASN1Util", "str2oid failed", make(nullptr, ""));
   EXPECT_THROWN(Asn1DecodeException, "certkern/ASN1Util", "decode algorithm parameters failed",
                 make("1.2.643.7.1.1.1.1", "040100"));
+}
+
+TEST(DefaultSignatureAlgorithm, IsThatOfTheKey) {
+  const auto context = ASN1ContextPtr::Create();
+  const std::pair<DWORD, const char*> kProviders[] = {
+      {PROV_GOST_2012_256, "1.2.643.7.1.1.3.2"},
+      {PROV_GOST_2012_512, "1.2.643.7.1.1.3.3"},
+  };
+  for (const auto& [type, oid] : kProviders) {
+    Owner<HCRYPTPROV, CryptReleaseContext> provider;
+    Owner<HCRYPTKEY, CryptDestroyKey> key;
+    ASSERT_TRUE(CryptAcquireContextA(provider.out(), nullptr, nullptr, type, CRYPT_VERIFYCONTEXT));
+    EXPECT_THROW(DefaultSignatureAlgorithm(*context, provider.get(), AT_SIGNATURE), CryptException)
+        << "no key";
+    ASSERT_TRUE(CryptGenKey(provider.get(), AT_SIGNATURE, 0, key.out()));
+    const auto* algorithm = DefaultSignatureAlgorithm(*context, provider.get(), AT_SIGNATURE);
+    EXPECT_EQ(oid2str(algorithm->algorithm), oid);
+    EXPECT_FALSE(algorithm->m.parametersPresent);
+  }
 }
 
 TEST(DecodeInteger, Of32Bits) {
