@@ -74,18 +74,17 @@ void EndUnexpected(Flavour, const char* function, int line) {
   EndWith(ERROR_UNHANDLED_EXCEPTION, function, line, "failed: unexpected exception caught");
 }
 
-void RecordText(const Frame& frame, const std::exception& exception) {
+void RecordText(const Frame& frame, const std::exception& exception, TraceLevel level) {
   if (const support_db_ctx context = LoadTraceContext(certkern_db_ctx)) {
-    trace_detail::WriteRecord(context, TRACE_ERROR, frame.function(), frame.line(), "() %s",
-                              exception.what());
+    trace_detail::WriteRecord(context, level, frame.function(), frame.line(), "() %s", exception.what());
   }
 }
 
-DWORD CodeOfException(const Frame& frame, DWORD (*otherwise)(const Frame& frame)) {
+DWORD CodeOfException(const Frame& frame, DWORD expected, DWORD (*otherwise)(const Frame& frame)) {
   try {
     throw;
   } catch (const CryptException& exception) {
-    RecordText(frame, exception);
+    RecordText(frame, exception, exception.code() == expected ? TRACE_EXPECTED : TRACE_ERROR);
     return exception.code();
   } catch (...) {
     return otherwise(frame);

@@ -25,6 +25,7 @@
 //   Guarded<Returns<-1>>(...)                            failed() and a caught exception return -1, not 0
 //   Guarded<Returns<1>>(body, [&] { ClearText(psz); })   what else a caught exception leaves behind
 //   MessageGuarded<Maps<Asn1Exception, CRYPT_E_ASN1_CORRUPT>>(...)
+//   MessageGuarded<Expects<CRYPT_E_INVALID_MSG_TYPE>>(...)   this code of a CryptException is an answer, not a fault
 //
 // The frame never clears the last error on success; the few functions that do, do it themselves. Name and line come from
 // the caller. A cancelled thread unwinds through a frame as if it were not there.
@@ -54,6 +55,8 @@ enum class Flavour { Plain, Parenthesised };
 struct Parenthesised {};
 template <auto Value>
 struct Returns {};
+template <DWORD Code>
+struct Expects {};
 template <class Type, DWORD Code>
 struct Maps {
   static_assert(std::is_base_of_v<std::exception, Type>, "its text goes into the trace");
@@ -161,6 +164,7 @@ template <class... Options>
 struct Settings {
   static constexpr Flavour kFlavour = Flavour::Plain;
   static constexpr intptr_t kFailure = 0;
+  static constexpr DWORD kExpected = 0;
 };
 template <class Option, class... Rest>
 struct Settings<Option, Rest...> : Settings<Rest...> {
@@ -173,6 +177,10 @@ struct Settings<Parenthesised, Rest...> : Settings<Rest...> {
 template <auto Value, class... Rest>
 struct Settings<Returns<Value>, Rest...> : Settings<Rest...> {
   static constexpr intptr_t kFailure = static_cast<intptr_t>(Value);
+};
+template <DWORD Code, class... Rest>
+struct Settings<Expects<Code>, Rest...> : Settings<Rest...> {
+  static constexpr DWORD kExpected = Code;
 };
 template <class Type, DWORD Code, class... Rest>
 struct Settings<Maps<Type, Code>, Rest...> : Settings<Rest...> {};
@@ -202,8 +210,8 @@ void EndUnexpected(Flavour flavour, const char* function, int line);
 // Record the exception in flight under its text and answer its code, by the first clause that matches it. Whoever calls
 // them has let a cancellation go.
 DWORD CodeOfStandardException(const Frame& frame);
-DWORD CodeOfException(const Frame& frame, DWORD (*otherwise)(const Frame& frame));
-void RecordText(const Frame& frame, const std::exception& exception);
+DWORD CodeOfException(const Frame& frame, DWORD expected, DWORD (*otherwise)(const Frame& frame));
+void RecordText(const Frame& frame, const std::exception& exception, TraceLevel level = TRACE_ERROR);
 
 template <class... Options>
 struct Clauses {
@@ -275,13 +283,13 @@ frame_detail::ResultOf<Body> MessageGuarded(Body&& body, OnFault onFault = {},
   using Result = frame_detail::ResultOf<Body>;
   using Set = frame_detail::Settings<Options...>;
   const auto typed = [&](Frame& frame) -> Result {
-    return frame_detail::CatchAll(
-        [&]() -> Result { return body(frame); },
-        [&]() -> Result {
-          SetLastError(frame_detail::CodeOfException(frame, frame_detail::Clauses<Options...>::code));
-          onFault();
-          return frame_detail::FailureAs<Result>(Set::kFailure);
-        });
+    return frame_detail::CatchAll([&]() -> Result { return body(frame); },
+                                  [&]() -> Result {
+                                    SetLastError(frame_detail::CodeOfException(
+                                        frame, Set::kExpected, frame_detail::Clauses<Options...>::code));
+                                    onFault();
+                                    return frame_detail::FailureAs<Result>(Set::kFailure);
+                                  });
   };
   return frame_detail::Run<Set, frame_detail::EndUnexpected>(typed, onFault, function, line);
 }

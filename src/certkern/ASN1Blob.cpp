@@ -1,5 +1,7 @@
 #include "certkern/ASN1Blob.h"
 
+#include <certkern/errors.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -21,7 +23,7 @@ constexpr uint64_t kFirstCapacity = 4096;
 uint64_t CapacityFor(uint64_t size) {
   uint64_t capacity = kFirstCapacity;
   while (capacity < size) capacity *= 2;
-  return capacity;
+  return std::min(capacity, kMaxInterfaceSize);
 }
 
 FileStream Open(const std::string& path, const char* mode) {
@@ -58,31 +60,31 @@ void ASN1Blob::assign(std::span<const BYTE> bytes) {
   swap(fresh);
 }
 
+ASN1Blob ASN1Blob::enlarged(uint64_t size) const {
+  if (!FitsDword(size)) throw CryptException(ERROR_NOT_ENOUGH_MEMORY);
+  ASN1Blob larger;
+  larger.capacity_ = static_cast<DWORD>(CapacityFor(size));
+  // not zeroed: room that is never used must not cost memory
+  larger.data_ = std::make_unique_for_overwrite<BYTE[]>(larger.capacity_);
+  larger.size_ = static_cast<DWORD>(size);
+  std::ranges::copy(bytes(), larger.data());
+  return larger;
+}
+
 void ASN1Blob::append(std::span<const BYTE> bytes) {
-  if (bytes.empty()) return;
-  const uint64_t size = uint64_t{size_} + bytes.size();
-  if (size <= capacity_) {
-    std::memmove(data_.get() + size_, bytes.data(), bytes.size());
-    size_ = static_cast<DWORD>(size);
+  const uint64_t end = size_;
+  if (end + bytes.size() <= capacity_) {
+    std::ranges::copy(bytes, data() + end);
+    size_ = static_cast<DWORD>(end + bytes.size());
     return;
   }
-  // the old bytes go last: they may be the ones that are appended
-  ASN1Blob grown;
-  grown.resize(size);
-  std::ranges::copy(this->bytes(), grown.data());
-  std::ranges::copy(bytes, grown.data() + size_);
-  swap(grown);
+  ASN1Blob larger = enlarged(end + bytes.size());
+  std::ranges::copy(bytes, larger.data() + end);
+  swap(larger);
 }
 
 void ASN1Blob::resize(uint64_t size) {
-  if (size > capacity_) {
-    const uint64_t capacity = size > kMaxBlobSize ? 0 : CapacityFor(size);
-    if (!capacity) throw Asn1Exception("out of memory");
-    auto data = std::make_unique_for_overwrite<BYTE[]>(capacity);
-    std::ranges::copy(bytes(), data.get());
-    data_ = std::move(data);
-    capacity_ = CheckedDword(capacity);
-  }
+  if (size > capacity_) *this = enlarged(size);
   size_ = static_cast<DWORD>(size);
 }
 
@@ -110,6 +112,7 @@ ASN1Blob ASN1Blob::Load(const std::string& path) {
   while (true) {
     filled += static_cast<DWORD>(RetryingRead(stream.get(), {blob.data() + filled, blob.size() - filled}));
     if (filled < blob.size()) break;
+    if (filled >= kMaxBlobSize) throw Asn1Exception("out of memory");
     blob.resize(uint64_t{2} * filled);
   }
   blob.resize(filled);

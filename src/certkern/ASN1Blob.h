@@ -29,8 +29,10 @@ class ASN1Blob {
   BYTE* data() { return data_.get(); }
   std::span<const BYTE> bytes() const { return {data_.get(), size_}; }
 
-  void assign(std::span<const BYTE> bytes);  // may be a part of this one
-  void append(std::span<const BYTE> bytes);  // the same
+  // Bytes may be a part of this one. What would not fit the interface is a CryptException of ERROR_NOT_ENOUGH_MEMORY, here
+  // and below.
+  void assign(std::span<const BYTE> bytes);
+  void append(std::span<const BYTE> bytes);
   // The content up to the smaller size stays; new bytes are whatever was there.
   void resize(uint64_t size);
   void swap(ASN1Blob& other) noexcept;
@@ -42,9 +44,11 @@ class ASN1Blob {
   void save(const std::string& path) const;
 
  private:
+  ASN1Blob enlarged(uint64_t size) const;
+
   std::unique_ptr<BYTE[]> data_;
   DWORD size_ = 0;
-  DWORD capacity_ = 0;  // 0, or 4096 times a power of 2
+  DWORD capacity_ = 0;  // 0, or 4096 times a power of 2, or all that the interface can tell
 };
 
 }  // namespace certkern

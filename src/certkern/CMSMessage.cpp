@@ -3,12 +3,52 @@
 #include <certkern/errors.h>
 
 #include <algorithm>
-#include <cstring>
+#include <iterator>
+#include <memory>
 #include <utility>
 
+#include "certkern/CMSDataMessage.h"
+#include "certkern/CMSHashedMessage.h"
+#include "certkern/CMSMessageProxy.h"
+#include "certkern/CMSSignedMessage.h"
 #include "platform/sizes.h"
 
 namespace certkern {
+namespace {
+
+template <class Context>
+MessageOwner Make() {
+  return MessageOwner(std::make_unique<Context>().release());
+}
+
+struct MessageType {
+  DWORD number;
+  MessageOwner (*makeEncode)();
+  MessageOwner (*makeDecode)();
+};
+// Null: not served yet.
+constexpr MessageType kMessageTypes[] = {
+    {CMSG_DATA,      Make<DataMessageEncodeContext>,   Make<DataMessageDecodeContext>  },
+    {CMSG_SIGNED,    MakeSignedEncodeContext,          MakeSignedDecodeContext         },
+    {CMSG_ENVELOPED, nullptr,                          nullptr                         },
+    {CMSG_HASHED,    Make<HashedMessageEncodeContext>, Make<HashedMessageDecodeContext>},
+};
+
+const MessageType& FindMessageType(DWORD number) {
+  const auto* const row = std::ranges::find(kMessageTypes, number, &MessageType::number);
+  if (row != std::end(kMessageTypes)) return *row;
+  SetLastError(ERROR_INVALID_PARAMETER);
+  throw CAException("Unsupported dwMsgType");
+}
+
+// No type has its streamed form yet; hashed messages never will.
+MessageOwner MakeServed(MessageOwner (*make)(), const CMSG_STREAM_INFO* stream) {
+  if (make && !stream) return make();
+  SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
+  throw CryptException(ERROR_CALL_NOT_IMPLEMENTED);
+}
+
+}  // namespace
 
 MessageContext::~MessageContext() = default;
 
@@ -34,6 +74,17 @@ void MessageDecodeContext::update(std::span<const BYTE> data, bool final) {
   if (!isMessageAdded()) return addMessage(data);
   addData(data, final);
   if (final) finalize();
+}
+
+// --- factories ---
+
+MessageOwner MakeEncodeContext(DWORD dwMsgType, const CMSG_STREAM_INFO* stream, bool /*bareStream*/) {
+  return MakeServed(FindMessageType(dwMsgType).makeEncode, stream);
+}
+
+MessageOwner MakeDecodeContext(DWORD dwMsgType, const CMSG_STREAM_INFO* stream) {
+  if (!dwMsgType) return MessageOwner(std::make_unique<MessageDecodeProxyContext>(stream).release());
+  return MakeServed(FindMessageType(dwMsgType).makeDecode, stream);
 }
 
 // --- answers ---

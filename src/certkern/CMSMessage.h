@@ -96,7 +96,7 @@ class MessageDecodeContext : public MessageContext {
 
 // `stream` may be null; bareStream is looked at only with one.
 MessageOwner MakeEncodeContext(DWORD dwMsgType, const CMSG_STREAM_INFO* stream, bool bareStream);
-// Type 0: the data tells.
+// Type 0: the data tells. A type or a stream that is not served is ERROR_CALL_NOT_IMPLEMENTED.
 MessageOwner MakeDecodeContext(DWORD dwMsgType, const CMSG_STREAM_INFO* stream);
 
 // --- answers to a request: the size always, the value into a buffer that has the room, else ERROR_MORE_DATA ---

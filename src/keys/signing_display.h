@@ -4,6 +4,8 @@
 
 #include <certkern/types.h>
 
+#include "platform/owner.h"
+
 namespace certkern {
 
 // The registration of some bytes that are about to be signed; lives around the signing.
@@ -21,6 +23,20 @@ class SigningDisplay {
  private:
   void* key_ = nullptr;
 };
+
+// --- messages, which are registered by their handle ---
+
+// The flags of a message with SVCMSG_DTBS_DISPLAY added when the configuration wants everything to be shown and they say
+// nothing about it.
+DWORD WithForcedDisplay(DWORD flags);
+
+enum class DisplayFor { Message, AddedSigner };
+// Registers and activates. True, doing nothing, without a display, without display flags, and without a provider; false when
+// the key level refused, and then nothing is registered.
+[[nodiscard]] bool RegisterMessageDisplay(void* message, HCRYPTPROV provider, DWORD flags, DisplayFor use);
+// Drops whatever is registered for the message.
+void ReleaseMessageDisplay(void* message) noexcept;
+using MessageDisplay = Owner<void*, ReleaseMessageDisplay>;
 
 }  // namespace certkern
 

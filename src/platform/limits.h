@@ -133,9 +133,14 @@ inline constexpr uint64_t kAsn1HeapBase = uint64_t{1} << 16;
 // Digits behind the full stop of a GeneralizedTime. With this many a product by the seconds of an hour fits 64 bits.
 inline constexpr size_t kMaxAsn1FractionDigits = 15;
 
-// Bytes of a buffer of the bridge to the generated types, and so of a file that is loaded into one: the capacity doubles,
-// and has 32 bits.
+// Bytes of a file that is loaded into a blob.
 inline constexpr uint64_t kMaxBlobSize = uint64_t{1} << 30;
+
+// Bytes in front of the content of a message, of any type: two lengths of up to 127 octets, and an identifier between them.
+inline constexpr size_t kMaxMessagePrefix = 2 + 127 + 11 + 1 + 1 + 127;
+
+// Bytes of a hash's identifier that a hashed message keeps, as text.
+inline constexpr size_t kMaxHashOidText = 254;
 
 }  // namespace certkern
 

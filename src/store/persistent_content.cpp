@@ -8,6 +8,7 @@
 #include <unordered_map>
 
 #include "ber/read_cursor.h"
+#include "store/message_store.h"
 #include "text/text_forms.h"
 
 namespace certkern {
@@ -83,12 +84,19 @@ bool StoreContent::take(std::vector<BYTE> bytes) {
   bytes_ = std::move(bytes);
   image_ = {};
   if (bytes_.empty()) return true;
-  return HasImageMagic(bytes_) ? ReadImage(bytes_, image_) : takeCertificate();
+  if (HasImageMagic(bytes_)) return ReadImage(bytes_, image_);
+  return BinaryFromText(bytes_) && (takeMessage() || takeCertificate());
 }
 
-// Signed messages, which hold several, have no reader in the library.
+bool StoreContent::takeMessage() {
+  MessageObjects objects;
+  if (!ReadMessageObjects(bytes_, objects)) return false;
+  bytes_ = std::move(objects.bytes);  // which the content goes on pointing into
+  image_ = std::move(objects.content);
+  return true;
+}
+
 bool StoreContent::takeCertificate() {
-  if (!BinaryFromText(bytes_)) return false;
   const ContextOwner context(CreateContext(ElementType::Certificate, X509_ASN_ENCODING, bytes_));
   if (!context) return Fault(CRYPT_E_FILE_ERROR);
   const std::span<const BYTE> encoded = std::span(bytes_).first(context->certificate.cbCertEncoded);

@@ -8,8 +8,8 @@
 
 namespace certkern {
 
-// The bytes of a file, and what they mean. An empty file is an empty store; one that doesn't begin as an image is one
-// certificate, DER or a text form of it.
+// The bytes of a file, and what they mean. An empty file is an empty store; one that doesn't begin as an image is a signed
+// message with certificates and CRLs, or one certificate, either encoded or in a text form.
 class StoreContent {
  public:
   // False with ERROR_END_OF_MEDIA or CRYPT_E_FILE_ERROR.
@@ -17,6 +17,7 @@ class StoreContent {
   const ImageContent& image() const { return image_; }
 
  private:
+  bool takeMessage();
   bool takeCertificate();
 
   std::vector<BYTE> bytes_;

@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "ber/read_cursor.h"
+#include "store/message_store.h"
 #include "store/persistent_store.h"
 #include "store/serialized_image.h"
 #include "store/system_store.h"
@@ -20,13 +21,15 @@ StoreHandle OpenCollection(const OpenRequest& request) {
   return store;
 }
 
-constexpr uintptr_t kMemory = 2, kStream = 3, kRegistry = 4, kSerialized = 6, kNarrowPath = 7, kPath = 8,
-                    kNarrowSystem = 9, kSystem = 10, kCollection = 11, kNarrowSystemFile = 12,
-                    kSystemFile = 13;
+constexpr uintptr_t kMessage = 1, kMemory = 2, kStream = 3, kRegistry = 4, kMessageBlob = 5, kSerialized = 6,
+                    kNarrowPath = 7, kPath = 8, kNarrowSystem = 9, kSystem = 10, kCollection = 11,
+                    kNarrowSystemFile = 12, kSystemFile = 13;
 static_assert(kNarrowPath + 1 == kPath, "OpenByNarrowText counts on it");
 
-// By the numbers of CERT_STORE_PROV_...; 1 is the message's, 5 the encoded message's.
+// By the numbers of CERT_STORE_PROV_....
 constexpr StoreProvider kProviders[] = {
+    {kMessage,          "message",                  OpenMessageStore  },
+    {kMessageBlob,      "encoded message",          OpenPlainStore    },
     {kMemory,           "memory",                   OpenPlainStore    },
     {kStream,           "stream",                   OpenPlainStore    },
     {kRegistry,         "registry",                 OpenPlainStore    },
@@ -41,14 +44,15 @@ constexpr StoreProvider kProviders[] = {
 };
 
 constexpr StoreKind kKinds[] = {
-    {"memory",          kMemory,     false, false, nullptr,            nullptr,           nullptr,           nullptr         },
-    {"registry",        kRegistry,   true,  false, nullptr,            nullptr,           nullptr,           nullptr         },
-    {"serialized",      kSerialized, true,  false, LoadSerializedBlob, nullptr,           nullptr,           nullptr         },
-    {"stream",          kStream,     true,  false, LoadStreamStore,    CommitFileStore,   nullptr,           ReleaseStoreFile},
-    {"path",            kPath,       true,  false, LoadPathStore,      CommitFileStore,   nullptr,           ReleaseStoreFile},
-    {"system registry", kSystemFile, true,  true,  LoadSystemStore,    CommitSystemStore, ResyncSystemStore,
-     ReleaseStoreFile                                                                                                        },
-    {"collection",      kCollection, false, true,  nullptr,            nullptr,           nullptr,           nullptr         },
+    {"memory",          kMemory,      false, false, nullptr,            nullptr,           nullptr,           nullptr         },
+    {"registry",        kRegistry,    true,  false, nullptr,            nullptr,           nullptr,           nullptr         },
+    {"encoded message", kMessageBlob, true,  false, LoadMessageBlob,    nullptr,           nullptr,           nullptr         },
+    {"serialized",      kSerialized,  true,  false, LoadSerializedBlob, nullptr,           nullptr,           nullptr         },
+    {"stream",          kStream,      true,  false, LoadStreamStore,    CommitFileStore,   nullptr,           ReleaseStoreFile},
+    {"path",            kPath,        true,  false, LoadPathStore,      CommitFileStore,   nullptr,           ReleaseStoreFile},
+    {"system registry", kSystemFile,  true,  true,  LoadSystemStore,    CommitSystemStore, ResyncSystemStore,
+     ReleaseStoreFile                                                                                                         },
+    {"collection",      kCollection,  false, true,  nullptr,            nullptr,           nullptr,           nullptr         },
 };
 
 // A store that did not come to be: nothing of it is written, and a provider that the caller gave stays the caller's.

@@ -1,0 +1,101 @@
+#include "store/message_store.h"
+
+#include <certkern/errors.h>
+
+#include "ber/read_cursor.h"
+#include "platform/owner.h"
+
+namespace certkern {
+namespace {
+
+using MessageHandle = Owner<HCRYPTMSG, CryptMsgClose>;
+
+struct ObjectKind {
+  ElementType type;
+  DWORD countParameter;
+  DWORD parameter;
+};
+constexpr ObjectKind kObjectKinds[] = {
+    {ElementType::Certificate, CMSG_CERT_COUNT_PARAM, CMSG_CERT_PARAM},
+    {ElementType::Crl,         CMSG_CRL_COUNT_PARAM,  CMSG_CRL_PARAM },
+};
+
+// Where an object lies among bytes that may still move.
+struct Place {
+  ElementType type;
+  size_t offset;
+  size_t size;
+};
+
+MessageHandle OpenEncoded(std::span<const BYTE> encoded) {
+  static constexpr BYTE kNothing = 0;  // a null pointer would not even be looked at
+  if (encoded.empty()) encoded = {&kNothing, 0};
+  MessageHandle message(
+      CryptMsgOpenToDecode(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0, 0, 0, nullptr, nullptr));
+  if (!message) return {};
+  const auto size = static_cast<DWORD>(encoded.size());
+  return CryptMsgUpdate(message.get(), encoded.data(), size, TRUE) ? std::move(message) : MessageHandle();
+}
+
+bool AppendObject(HCRYPTMSG message, const ObjectKind& kind, DWORD index, std::vector<BYTE>& bytes,
+                  std::vector<Place>& places) {
+  DWORD size = 0;
+  if (!CryptMsgGetParam(message, kind.parameter, index, nullptr, &size)) return false;
+  const size_t offset = bytes.size();
+  bytes.resize(offset + size);
+  if (!CryptMsgGetParam(message, kind.parameter, index, bytes.data() + offset, &size)) return false;
+  places.push_back({kind.type, offset, size});
+  return true;
+}
+
+bool AppendObjects(HCRYPTMSG message, const ObjectKind& kind, std::vector<BYTE>& bytes,
+                   std::vector<Place>& places) {
+  DWORD count = 0;
+  DWORD size = sizeof(count);
+  if (!CryptMsgGetParam(message, kind.countParameter, 0, &count, &size)) return false;
+  for (DWORD index = 0; index < count; ++index) {
+    if (!AppendObject(message, kind, index, bytes, places)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool ReadMessageObjects(std::span<const BYTE> encoded, MessageObjects& objects) {
+  const MessageHandle message = OpenEncoded(encoded);
+  if (!message) return false;
+  objects = {};
+  std::vector<Place> places;
+  for (const ObjectKind& kind : kObjectKinds) {
+    if (!AppendObjects(message.get(), kind, objects.bytes, places)) return false;
+  }
+  for (const Place& place : places) {
+    const std::span<const BYTE> object = std::span(objects.bytes).subspan(place.offset, place.size);
+    objects.content.elements.push_back({place.type, object, 0, 0});
+  }
+  return true;
+}
+
+StoreHandle OpenMessageStore(const OpenRequest& request) {
+  if (!request.parameter) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return {};
+  }
+  OpenRequest forMemory = request;
+  forMemory.provider = StoreNumber(CERT_STORE_PROV_MEMORY);
+  forMemory.flags &= ~CERT_STORE_READONLY_FLAG;
+  StoreHandle store = OpenPlainStore(forMemory);
+  if (!store || AddMessageObjects(const_cast<HCRYPTMSG>(request.parameter), store.get())) return store;
+  // nothing came of the open, so the caller's provider stays the caller's
+  if (request.cryptProvider) store->ownsProvider = false;
+  return {};
+}
+
+bool LoadMessageBlob(CertStore& store, const void* parameter) {
+  const auto& blob = *static_cast<const CRYPT_DATA_BLOB*>(parameter);
+  if (!blob.pbData && blob.cbData) return Fault(ERROR_INVALID_PARAMETER);
+  MessageObjects objects;
+  return ReadMessageObjects({blob.pbData, blob.cbData}, objects) && LinkImage(objects.content, store);
+}
+
+}  // namespace certkern

@@ -1,0 +1,34 @@
+// What messages bring into stores: the certificates and CRLs of a signed message.
+#ifndef CERTKERN_STORE_MESSAGE_STORE_H
+#define CERTKERN_STORE_MESSAGE_STORE_H
+
+#include <certkern/msg.h>
+
+#include <span>
+#include <vector>
+
+#include "store/serialized_image.h"
+#include "store/store_kind.h"
+
+namespace certkern {
+
+// Puts the objects of an open message into a store; a message that is being built has none. False with a code. Defined
+// where messages are, on a floor above.
+[[nodiscard]] bool AddMessageObjects(HCRYPTMSG message, HCERTSTORE store);
+
+// The objects of an encoded message; the content points into the bytes.
+struct MessageObjects {
+  std::vector<BYTE> bytes;
+  ImageContent content;
+};
+// False with the code of the message functions.
+[[nodiscard]] bool ReadMessageObjects(std::span<const BYTE> encoded, MessageObjects& objects);
+
+// The provider of an open message: a memory store with its objects.
+StoreHandle OpenMessageStore(const OpenRequest& request);
+// The load function of the kind: the parameter is a CRYPT_DATA_BLOB.
+[[nodiscard]] bool LoadMessageBlob(CertStore& store, const void* parameter);
+
+}  // namespace certkern
+
+#endif
