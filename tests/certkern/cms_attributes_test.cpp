@@ -190,7 +190,7 @@ TEST_F(CmsAttributes, CertificateAndTimeFollowTheCallers) {
   // ESSCertIDv2 with the hash's identifier without parameters, then hash and issuerSerial. RFC 5035
   const std::string value = ToHex({list_[1].rgValue[0].pbData, list_[1].rgValue[0].cbData});
   EXPECT_THAT(value,
-              testing::HasSubstr("300a06082a85030701010202"
+              testing::HasSubstr("300A06082A85030701010202"
                                  "0420"
                                  + namedHash() + "30"));
   give(kTime);
