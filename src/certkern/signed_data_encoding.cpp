@@ -152,12 +152,13 @@ struct SignatureRoom {
   DWORD fixed;
   bool addsKey;
 };
+constexpr std::string_view kRsa = "1.2.840.113549.1.1.1";
 constexpr SignatureRoom kSignatureRooms[] = {
-    {"1.2.643.7.1.1.1.2",    148, false},
-    {"1.2.643.2.2.19",       84,  false},
-    {"1.2.643.7.1.1.1.1",    84,  false},
-    {"1.2.840.113549.1.1.1", 20,  true },
-    {"1.2.840.10045.2.1",    28,  true },
+    {"1.2.643.7.1.1.1.2", 148, false},
+    {"1.2.643.2.2.19",    84,  false},
+    {"1.2.643.7.1.1.1.1", 84,  false},
+    {kRsa,                20,  true },
+    {"1.2.840.10045.2.1", 28,  true },
 };
 constexpr DWORD kOtherSignatureRoom = 4116;
 
@@ -178,12 +179,18 @@ uint64_t FormulaRoom(const CERT_PUBLIC_KEY_INFO& key) {
   return uint64_t{row->fixed} + (row->addsKey ? key.PublicKey.cbData : 0);
 }
 
-// The longest that there is. A point may be compressed, and a signature on its curve is two numbers of a coordinate's size,
-// each perhaps with a sign octet, in DER.
+// Octets of the longest signature that the key can make.
 uint64_t LongestSignature(const CERT_PUBLIC_KEY_INFO& key) {
   const SignatureRoom* const row = RoomFor(key);
-  constexpr uint64_t kDerRoom = 16;
-  return row && row->addsKey ? 2 * uint64_t{key.PublicKey.cbData} + kDerRoom : FormulaRoom(key);
+  constexpr DWORD kSlack = 20;  // that is in each room beside the signature
+  if (!row) return kOtherSignatureRoom - kSlack;
+  if (!row->addsKey) return row->fixed - kSlack;
+  const CRYPT_BIT_BLOB& point = key.PublicKey;
+  if (row->key == kRsa || !point.cbData || !point.pbData) return point.cbData;
+  // two numbers of a coordinate's size, each perhaps with a sign octet, in DER
+  const bool compressed = point.pbData[0] == 2 || point.pbData[0] == 3;
+  const uint64_t coordinate = compressed ? point.cbData - 1 : point.cbData / 2;
+  return Wrapped(2 * Wrapped(coordinate + 1));
 }
 
 }  // namespace
@@ -244,29 +251,30 @@ uint64_t SignedDataCore::formulaBound(uint64_t bareSize, DWORD contentSize,
 
 DWORD SignedDataCore::encodedSizeBound(DWORD contentSize, bool bare, const CMSG_SIGNED_ENCODE_INFO& info) {
   updateVersion();
-  const ASN1T_SignedData without = WithoutContent(data_);
-  ASN1T_SignedData unsignedData = without;
-  unsignedData.signerInfos = {};
-  for (const SignerInfo& signer : without.signerInfos) {
-    SignerInfo* const copy = AppendElement(*context_, unsignedData.signerInfos, signer);
-    CheckedMemory(copy);
-    copy->signature = {};
-  }
-  const uint64_t formula = formulaBound(EncodeInto(unsignedData, bare).size(), contentSize, info);
-  // the same with all that signing adds, which longer content types and short points can make more than the formula
-  for (const auto& [signer, own] : own_) updateAttributes(*signer, own);
-  uint64_t signatures = 0;
+  std::vector<uint64_t> longest;
   ForEachSigner(info, [&](const CMSG_SIGNER_ENCODE_INFO& signer) {
-    constexpr uint64_t kHeaderGrowth = 16;
-    signatures += LongestSignature(KeyOf(signer)) + kHeaderGrowth;
+    longest.push_back(LongestSignature(KeyOf(signer)));
   });
-  ASN1T_SignedData attributed = WithoutContent(data_);
-  const uint64_t dummy = EncodeInto(attributed, true).size() + signatures;
+  const std::vector<BYTE> room(longest.empty() ? 0 : std::ranges::max(longest));
+  // the message without its content, and with signatures as long as these; a signer that has none here has none
+  const auto withSignatures = [&](std::span<const uint64_t> sizes) {
+    ASN1T_SignedData data = WithoutContent(data_);
+    data.signerInfos = {};
+    for (const SignerInfo& signer : data_.signerInfos) {
+      SignerInfo* const copy = AppendElement(*context_, data.signerInfos, signer);
+      CheckedMemory(copy);
+      const size_t index = data.signerInfos.count - 1;
+      copy->signature = {index < sizes.size() ? static_cast<uint32_t>(sizes[index]) : 0, room.data()};
+    }
+    return data;
+  };
+  const uint64_t formula = formulaBound(EncodeInto(withSignatures({}), bare).size(), contentSize, info);
+  // the same with all that signing adds, which long content types and short points can make more than the formula
+  for (const auto& [signer, own] : own_) updateAttributes(*signer, own);
+  const uint64_t without = EncodeInto(withSignatures(longest), bare || contentSize).size();
+  if (!contentSize) return CheckedDword(std::max(formula, without));
   const uint64_t typeSize = EncodeAsGiven(kInfo_ContentType, &data_.encapContentInfo.eContentType).size();
-  const uint64_t exact = contentSize ? SizeWithContent(dummy, typeSize, contentSize, bare)
-      : bare                         ? dummy
-                                     : Wrapped(11 + Wrapped(dummy));
-  return CheckedDword(std::max(formula, exact));
+  return CheckedDword(std::max(formula, SizeWithContent(without, typeSize, contentSize, bare)));
 }
 
 // --- certificates, lists, attributes ---

@@ -71,7 +71,10 @@ DWORD ReadTrailer(BerReadCursor& in) {
 // DEFAULT mgf1SHA1, saltLength [2] INTEGER DEFAULT 20, trailerField [3] INTEGER DEFAULT 1 }
 DWORD ReadParameters(BerReadCursor in, PssParameters& pss) {
   BerReadCursor fields;
-  if (!BerExpect(in, kTagSequence, fields) || !in.empty()) return CRYPT_E_ASN1_ERROR;
+  if (!BerExpect(in, kTagSequence, fields)) return CRYPT_E_ASN1_ERROR;
+  // the defaults are about with an octet too many: 30 00 00
+  const bool stray = fields.empty() && in.size() == 1 && *in.data() == 0;
+  if (!in.empty() && !stray) return CRYPT_E_ASN1_ERROR;
   DWORD code = ReadField(fields, 0, [&](BerReadCursor& field) { return ReadHash(field, pss.hash); });
   if (!code) code = ReadField(fields, 1, [&](auto& field) { return ReadMaskGeneration(field, pss.hash); });
   if (!code) code = ReadField(fields, 2, [&](auto& field) { return ReadSaltLength(field, pss.saltLength); });

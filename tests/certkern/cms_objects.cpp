@@ -73,7 +73,7 @@ Bytes Parameter(HCRYPTMSG message, DWORD type, DWORD index) {
 const OwnKey::Kind& OwnKey::KindOf(const std::string& name) {
   static constexpr Kind kKinds[] = {
       {"rsa",      PROV_RSA_AES,       CALG_RSA_SIGN,      2048u << 16, "1.2.840.113549.1.1.11", "2.16.840.1.101.3.4.2.1"},
-      {"p256",     PROV_EC_ECDSA_SIG,  CALG_ECDSA,         0,           "1.2.840.10045.4.3.2",   "2.16.840.1.101.3.4.2.1"},
+      {"p256",     PROV_EC_ECDSA_FULL, CALG_ECDSA,         0,           "1.2.840.10045.4.3.2",   "2.16.840.1.101.3.4.2.1"},
       {"gost256",  PROV_GOST_2012_256, CALG_GR3410_12_256, 0,           "1.2.643.7.1.1.3.2",     "1.2.643.7.1.1.2.2"     },
       {"gost512",  PROV_GOST_2012_512, CALG_GR3410_12_512, 0,           "1.2.643.7.1.1.3.3",     "1.2.643.7.1.1.2.3"     },
       {"gost2001", PROV_GOST_2001_DH,  CALG_GR3410EL,      0,           "1.2.643.2.2.3",         "1.2.643.2.2.9"         },

