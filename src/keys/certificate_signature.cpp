@@ -19,6 +19,7 @@
 #include "oid/algorithm_lookup.h"
 #include "platform/sizes.h"
 #include "store/certificate_digest.h"
+#include "store/context_record.h"
 
 namespace certkern {
 namespace {
@@ -77,30 +78,26 @@ bool VerifyWith(HCRYPTPROV provider, HCRYPTKEY key, const SignedObject& object, 
                                scheme.flags());
 }
 
-// The encoded bytes of a subject; none for a kind or a record that there is not.
-std::span<const BYTE> SubjectBytes(DWORD type, const void* subject) {
-  switch (type) {
-    case CRYPT_VERIFY_CERT_SIGN_SUBJECT_BLOB: {
-      const auto* blob = static_cast<const CRYPT_DATA_BLOB*>(subject);
-      return {blob->pbData, blob->cbData};
-    }
-    case CRYPT_VERIFY_CERT_SIGN_SUBJECT_CERT: {
-      const auto* context = static_cast<PCCERT_CONTEXT>(subject);
-      return {context->pbCertEncoded, context->cbCertEncoded};
-    }
-    default: {
-      const auto* context = static_cast<PCCRL_CONTEXT>(subject);
-      return {context->pbCrlEncoded, context->cbCrlEncoded};
-    }
+// The encoded bytes of a subject; none for a kind or a context that there is not.
+std::optional<std::span<const BYTE>> SubjectBytes(DWORD type, const void* subject) {
+  if (type == CRYPT_VERIFY_CERT_SIGN_SUBJECT_BLOB) {
+    const auto* blob = static_cast<const CRYPT_DATA_BLOB*>(subject);
+    return std::span<const BYTE>(blob->pbData, blob->cbData);
   }
+  const bool isCrl = type == CRYPT_VERIFY_CERT_SIGN_SUBJECT_CRL;
+  const ContextRecord* record = FindLiveContext(subject, isCrl ? ElementType::Crl : ElementType::Certificate);
+  if (!record) return std::nullopt;
+  return record->element().encoded();
 }
 
-// Null for a kind that there is not, and for a context without its record.
+// Null with a code.
 PCERT_PUBLIC_KEY_INFO IssuerKey(DWORD type, void* issuer) {
   if (type == CRYPT_VERIFY_CERT_SIGN_ISSUER_PUBKEY) return static_cast<PCERT_PUBLIC_KEY_INFO>(issuer);
-  if (type != CRYPT_VERIFY_CERT_SIGN_ISSUER_CERT) return nullptr;
-  const PCERT_INFO info = static_cast<PCCERT_CONTEXT>(issuer)->pCertInfo;
-  return info ? &info->SubjectPublicKeyInfo : nullptr;
+  const bool isCertificate = type == CRYPT_VERIFY_CERT_SIGN_ISSUER_CERT;
+  const ContextRecord* record = isCertificate ? FindLiveContext(issuer, ElementType::Certificate) : nullptr;
+  if (record) return &record->certificate.pCertInfo->SubjectPublicKeyInfo;
+  SetLastError(isCertificate ? ERROR_INVALID_PARAMETER : E_INVALIDARG);
+  return nullptr;
 }
 
 // Is the signature's algorithm one of the key's? A name that lies must not pass, however good the numbers are.
@@ -194,8 +191,9 @@ bool VerifySubject(HCRYPTPROV provider, DWORD subjectType, const void* subject, 
   if (subjectType < CRYPT_VERIFY_CERT_SIGN_SUBJECT_BLOB || subjectType > CRYPT_VERIFY_CERT_SIGN_SUBJECT_CRL)
     return Fault(E_INVALIDARG);
   const PCERT_PUBLIC_KEY_INFO key = IssuerKey(issuerType, issuer);
-  if (!key) return Fault(E_INVALIDARG);
-  return VerifySignedObject(provider, SubjectBytes(subjectType, subject), key);
+  if (!key) return false;
+  const std::optional<std::span<const BYTE>> bytes = SubjectBytes(subjectType, subject);
+  return bytes ? VerifySignedObject(provider, *bytes, key) : Fault(ERROR_INVALID_PARAMETER);
 }
 
 }  // namespace certkern

@@ -150,6 +150,8 @@ bool OpenKey(const CRYPT_KEY_PROV_INFO& info, PropertyBlock& block, DWORD flags,
 }  // namespace
 
 bool AcquirePrivateKey(ContextRecord& certificate, DWORD flags, PrivateKey& key) {
+  AddContextReference(certificate);  // the PIN's callback may give the caller's back
+  const ContextOwner pinned(&certificate);
   PropertyBlock& block = *certificate.element().properties;
   const PropertyLock guard(block.lock);
   const ProviderInfoOwner info = ReadProviderInfo(certificate);

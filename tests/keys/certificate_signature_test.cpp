@@ -8,6 +8,7 @@
 #include <numeric>
 
 #include "keys/fake_key_level.h"
+#include "platform/owner.h"
 #include "store/certificate_digest.h"
 #include "support/hex.h"
 
@@ -40,11 +41,11 @@ std::vector<BYTE> Sha256Of(std::span<const BYTE> bytes) {
 }
 
 std::vector<BYTE> SignedObjectOf(const Algorithm& algorithm, std::span<const BYTE> signature = kSignature,
-                                 DWORD unusedBits = 0) {
+                                 DWORD unusedBits = 0, std::span<const BYTE> toBeSigned = kToBeSigned) {
   CERT_SIGNED_CONTENT_INFO content{
-      {sizeof(kToBeSigned),                  const_cast<BYTE*>(kToBeSigned)},
+      {static_cast<DWORD>(toBeSigned.size()), const_cast<BYTE*>(toBeSigned.data())},
       algorithm,
-      { static_cast<DWORD>(signature.size()), const_cast<BYTE*>(signature.data()),                     unusedBits}
+      { static_cast<DWORD>(signature.size()),  const_cast<BYTE*>(signature.data()),                           unusedBits}
   };
   DWORD size = 0;
   EXPECT_TRUE(CryptEncodeObject(X509_ASN_ENCODING, X509_CERT, &content, nullptr, &size));
@@ -136,18 +137,33 @@ TEST(VerifySignature, RefusedObjectsAndArguments) {
   EXPECT_TRUE(fake.converter.empty());
 }
 
+#define RSA_KEY "30 12 30 0d 06 09 2a 86 48 86 f7 0d 01 01 01 05 00 03 01 00 "
+#define SIGNED_BY_RSA "30 0d 06 09 2a 86 48 86 f7 0d 01 01 0b 05 00 "
+#define FIRST_OF_2026 "17 0d 32 36 30 31 30 31 30 30 30 30 30 30 5a "
+constexpr char kCertificateBody[] =
+    "30 4a 02 01 01 " SIGNED_BY_RSA "30 00 30 1e " FIRST_OF_2026 FIRST_OF_2026 "30 00 " RSA_KEY;
+constexpr char kListBody[] = "30 25 02 01 01 " SIGNED_BY_RSA "30 00 " FIRST_OF_2026 "30 00";
+
 TEST(VerifySignature, SubjectsAndIssuers) {
   FakeKeyLevel fake;
-  const Algorithm rsa(szOID_RSA_RSA);
-  CERT_INFO info{};
-  info.SubjectPublicKeyInfo.Algorithm = rsa;
-  std::vector<BYTE> object = SignedObjectOf(Algorithm(szOID_RSA_SHA256RSA));
-  const DWORD size = static_cast<DWORD>(object.size());
-  CRYPT_DATA_BLOB blob{size, object.data()};
-  CERT_CONTEXT certificate{X509_ASN_ENCODING, object.data(), size, &info, nullptr};
-  CRL_CONTEXT list{X509_ASN_ENCODING, object.data(), size, nullptr, nullptr};
-  CERT_CONTEXT hollow{};
-  PCERT_PUBLIC_KEY_INFO key = &info.SubjectPublicKeyInfo;
+  const Algorithm rsa(szOID_RSA_RSA), signature(szOID_RSA_SHA256RSA, "05 00");
+  CERT_PUBLIC_KEY_INFO info{rsa, {}};
+  PCERT_PUBLIC_KEY_INFO key = &info;
+  std::vector<BYTE> object = SignedObjectOf(signature);
+  CRYPT_DATA_BLOB blob{static_cast<DWORD>(object.size()), object.data()};
+  CRYPT_DATA_BLOB hollow{5, nullptr};
+  const std::vector<BYTE> certificateBytes =
+      SignedObjectOf(signature, kSignature, 0, FromHex(kCertificateBody));
+  const std::vector<BYTE> listBytes = SignedObjectOf(signature, kSignature, 0, FromHex(kListBody));
+  const Owner<PCCERT_CONTEXT, CertFreeCertificateContext> certificateOwner(CertCreateCertificateContext(
+      X509_ASN_ENCODING, certificateBytes.data(), static_cast<DWORD>(certificateBytes.size())));
+  const Owner<PCCRL_CONTEXT, CertFreeCRLContext> listOwner(
+      CertCreateCRLContext(X509_ASN_ENCODING, listBytes.data(), static_cast<DWORD>(listBytes.size())));
+  ASSERT_TRUE(certificateOwner) << GetLastError();
+  ASSERT_TRUE(listOwner) << GetLastError();
+  auto* const certificate = const_cast<CERT_CONTEXT*>(certificateOwner.get());
+  auto* const list = const_cast<CRL_CONTEXT*>(listOwner.get());
+  CERT_CONTEXT stranger = *certificate;
   const struct {
     const char* name;
     DWORD subjectType;
@@ -157,17 +173,21 @@ TEST(VerifySignature, SubjectsAndIssuers) {
     DWORD flags;
     DWORD code;
   } kCases[] = {
-      {"blob and key",                 1, &blob,        1, key,          0, 0                 },
-      {"certificate and certificate",  2, &certificate, 2, &certificate, 0, 0                 },
-      {"list and key",                 3, &list,        1, key,          0, 0                 },
-      {"no subject",                   1, nullptr,      1, key,          0, E_INVALIDARG      },
-      {"no issuer",                    1, &blob,        1, nullptr,      0, E_INVALIDARG      },
-      {"subject of type 0",            0, &blob,        1, key,          0, E_INVALIDARG      },
-      {"subject of type 4",            4, &blob,        1, key,          0, E_INVALIDARG      },
-      {"issuer of type 3",             1, &blob,        3, key,          0, E_INVALIDARG      },
-      {"flags",                        1, &blob,        1, key,          1, E_INVALIDARG      },
-      {"an issuer without its record", 1, &blob,        2, &hollow,      0, E_INVALIDARG      },
-      {"a subject without its bytes",  2, &hollow,      1, key,          0, CRYPT_E_ASN1_ERROR},
+      {"blob and key",                 1, &blob,       1, key,         0, 0                      },
+      {"certificate and certificate",  2, certificate, 2, certificate, 0, 0                      },
+      {"list and key",                 3, list,        1, key,         0, 0                      },
+      {"no subject",                   1, nullptr,     1, key,         0, E_INVALIDARG           },
+      {"no issuer",                    1, &blob,       1, nullptr,     0, E_INVALIDARG           },
+      {"subject of type 0",            0, &blob,       1, key,         0, E_INVALIDARG           },
+      {"subject of type 4",            4, &blob,       1, key,         0, E_INVALIDARG           },
+      {"issuer of type 3",             1, &blob,       3, key,         0, E_INVALIDARG           },
+      {"flags",                        1, &blob,       1, key,         1, E_INVALIDARG           },
+      {"a blob without its bytes",     1, &hollow,     1, key,         0, CRYPT_E_ASN1_ERROR     },
+      {"an issuer that is no context", 1, &blob,       2, &stranger,   0, ERROR_INVALID_PARAMETER},
+      {"an issuer that is a list",     1, &blob,       2, list,        0, ERROR_INVALID_PARAMETER},
+      {"a subject that is no context", 2, &stranger,   1, key,         0, ERROR_INVALID_PARAMETER},
+      {"a subject that is a list",     2, list,        1, key,         0, ERROR_INVALID_PARAMETER},
+      {"a list that is a certificate", 3, certificate, 1, key,         0, ERROR_INVALID_PARAMETER},
   };
   for (const auto& [name, subjectType, subject, issuerType, issuer, flags, code] : kCases) {
     SCOPED_TRACE(name);

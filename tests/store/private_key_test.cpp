@@ -79,6 +79,7 @@ struct Answer {
   int calls = 0;
   DWORD room = 0;
   PCCERT_CONTEXT certificate = nullptr;
+  CertificateHandle* last = nullptr;  // given back while it is asked about
 
   explicit Answer(const char* text) : pin(text) { EXPECT_TRUE(SVCryptSetPinCallback(call, this)); }
   Answer(const Answer&) = delete;
@@ -95,6 +96,7 @@ struct Answer {
       EXPECT_TRUE(
           CertGetCertificateContextProperty(self.certificate, CERT_KEY_PROV_INFO_PROP_ID, nullptr, &needed));
     }
+    if (self.last) self.last->reset();
     return !self.refuses;
   }
 };
@@ -238,6 +240,11 @@ TEST_F(PrivateKeys, Comparison) {
     EXPECT_EQ(acquire(CRYPT_ACQUIRE_COMPARE_KEY_FLAG), DWORD{SCARD_W_WRONG_CHV});
     answer.refuses = true;
     EXPECT_EQ(acquire(CRYPT_ACQUIRE_COMPARE_KEY_FLAG), DWORD{NTE_FAIL});
+  }
+  {
+    Answer answer(kPin);
+    answer.last = &certificate;
+    EXPECT_EQ(acquire(CRYPT_ACQUIRE_COMPARE_KEY_FLAG), 0u) << "it lives as long as it is needed";
   }
   ProviderHandle other;
   ASSERT_TRUE(CryptAcquireContextW(other.out(), nullptr, nullptr, PROV_GOST_2012_256, CRYPT_VERIFYCONTEXT));
