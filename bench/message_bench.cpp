@@ -175,7 +175,7 @@ struct TheirSigner {
 
   explicit TheirSigner(const Kind& kind) {
     LoadPlugIn();
-    static const bool made = std::system(("sh '" CERTKERN_SOURCE_DIR "/tests/data/make_signed.sh' '"
+    static const bool made = std::system(("sh '" CERTKERN_SOURCE_DIR "/tests/data/make_signed_messages.sh' '"
                                           + Directory().path("signed") + "' >&2")
                                              .c_str())
         == 0;

@@ -14,8 +14,8 @@ namespace certkern::test {
 
 fs::path SignedObject(const std::string& name) {
   static const fs::path directory = [] {
-    fs::path made = WorkDirectory() / "signed";
-    RunShell("sh '" CERTKERN_SOURCE_DIR "/tests/data/make_signed.sh' '" + made.string() + "'");
+    fs::path made = WorkDirectory() / "signed messages";
+    RunShell("sh '" CERTKERN_SOURCE_DIR "/tests/data/make_signed_messages.sh' '" + made.string() + "'");
     return made;
   }();
   return directory / name;

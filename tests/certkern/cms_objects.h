@@ -18,7 +18,7 @@ namespace certkern::test {
 using Message = Owner<HCRYPTMSG, CryptMsgClose>;
 using Certificate = Owner<PCCERT_CONTEXT, CertFreeCertificateContext>;
 
-// Made once for the test program by tests/data/make_signed.sh, whose head tells the names.
+// Made once for the test program by tests/data/make_signed_messages.sh, whose head tells the names.
 std::filesystem::path SignedObject(const std::string& name);
 Bytes SignedBytes(const std::string& name);
 Certificate SignerCertificate(const std::string& kind);

@@ -1,65 +1,95 @@
 #!/bin/sh
-# Keys, certificates and signed messages by openssl and its GOST plug-in. Usage: make_signed.sh DIRECTORY
-# KIND.key, KIND.crt (DER), KIND.pem; content; messages as KIND-FORM.cms (DER), where FORM is
-#   attached noattr detached keyid stream    one signer; the last with indefinite lengths
-# two.cms (rsa, p256) and cades.cms
+# Self-signed certificates, requests and revocation lists of every family of keys, made by openssl and its GOST plug-in.
+# Usage: make_signed.sh DIRECTORY. For each NAME: NAME.crt, NAME.csr and NAME.crl, DER.
 set -eu
 mkdir -p "$1"
 cd "$1"
+
 engines=$(openssl version -e | sed 's/.*"\(.*\)".*/\1/')
-{
-  printf 'openssl_conf = init\n[init]\nengines = engines\n[engines]\ngost = gost\n[gost]\nengine_id = gost\n'
-  printf 'dynamic_path = %s\ndefault_algorithms = ALL\n' "${GOST_ENGINE:-$engines/gost.so}"
-} >config
-{
-  printf '[req]\ndistinguished_name = name\nprompt = no\nx509_extensions = ext\n[name]\nCN = unused\n'
-  printf '[ext]\nsubjectKeyIdentifier = hash\nkeyUsage = critical, digitalSignature\nextendedKeyUsage = emailProtection\n'
-} >request
-export OPENSSL_CONF="$PWD/config"
-printf 'what is to be signed\n' >content
+cat >openssl.cnf <<CONFIG
+openssl_conf = init
+[init]
+engines = engines
+[engines]
+gost = gost
+[gost]
+engine_id = gost
+dynamic_path = ${GOST_ENGINE:-$engines/gost.so}
+default_algorithms = ALL
+[req]
+distinguished_name = none
+prompt = no
+[none]
+[ca]
+default_ca = authority
+[authority]
+database = index.txt
+default_md = default
+default_crl_days = 30
+CONFIG
+export OPENSSL_CONF="$PWD/openssl.cnf"
+printf 'R\t400101000000Z\t240101000000Z\t01\tunknown\t/CN=01\n' >index.txt
 
-make_key() {
-  kind=$1
-  shift
-  openssl genpkey "$@" -out "$kind.key" 2>/dev/null
+quietly() {
+  "$@" >output 2>&1 || { cat output >&2; exit 1; }
 }
-make_key rsa -algorithm RSA -pkeyopt rsa_keygen_bits:2048
-make_key pss -algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048
-make_key psskey -algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048 -pkeyopt rsa_pss_keygen_md:sha256 \
-  -pkeyopt rsa_pss_keygen_mgf1_md:sha256 -pkeyopt rsa_pss_keygen_saltlen:32
-make_key p256 -algorithm EC -pkeyopt ec_paramgen_curve:P-256
-make_key p521 -algorithm EC -pkeyopt ec_paramgen_curve:P-521
-make_key gost2001 -algorithm gost2001 -pkeyopt paramset:A
-make_key gost256 -algorithm gost2012_256 -pkeyopt paramset:A
-make_key gost512 -algorithm gost2012_512 -pkeyopt paramset:A
 
-for kind in rsa pss psskey p256 p521 gost2001 gost256 gost512; do
-  case $kind in
-    gost2001) digest=md_gost94 ;;
-    gost256) digest=md_gost12_256 ;;
-    gost512) digest=md_gost12_512 ;;
-    p521) digest=sha512 ;;
-    *) digest=sha256 ;;
-  esac
-  options=
-  if [ $kind = pss ] || [ $kind = psskey ]; then options='-keyopt rsa_padding_mode:pss -keyopt rsa_pss_saltlen:32'; fi
-  openssl req -new -x509 -config request -key $kind.key -subj "/O=Test/CN=$kind" -days 3650 -set_serial 0x11$(printf %s $kind | od -An -tx1 | tr -d ' \n') \
-    $(printf -- '-%s' $digest) ${options:+-sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:32} -out $kind.pem
-  openssl x509 -in $kind.pem -outform DER -out $kind.crt
-  sign() {
-    form=$1
-    shift
-    # shellcheck disable=SC2086
-    openssl cms -sign -binary -in content -signer $kind.pem -inkey $kind.key -md $digest $options -outform DER \
-      -out $kind-$form.cms "$@"
-  }
-  sign attached -nodetach
-  sign noattr -nodetach -noattr
-  sign detached
-  sign keyid -nodetach -keyid
-  # which openssl can't do with PSS
-  case $kind in pss*) ;; *) sign stream -nodetach -stream ;; esac
+# name, key, options of the signature
+sign() {
+  name=$1 key=$2
+  shift 2
+  quietly openssl req -x509 -new -key "$key.key" -subj "/CN=$name" -days 90 "$@" -out "$name.pem"
+  quietly openssl x509 -in "$name.pem" -outform DER -out "$name.crt"
+  quietly openssl req -new -key "$key.key" -subj "/CN=$name" "$@" -outform DER -out "$name.csr"
+  # a list takes its digest as -md, not as an option of that name
+  list=$(printf '%s ' "$@" | sed 's/-sha\([0-9]*\)/-md sha\1/')
+  # shellcheck disable=SC2086
+  quietly openssl ca -gencrl -keyfile "$key.key" -cert "$name.pem" $list -out list.pem
+  quietly openssl crl -in list.pem -outform DER -out "$name.crl"
+}
+
+# name, options of the generation
+key() {
+  name=$1
+  shift
+  quietly openssl genpkey "$@" -out "$name.key"
+}
+
+key rsa -algorithm RSA -pkeyopt rsa_keygen_bits:2048
+for hash in sha1 sha256 sha384 sha512; do
+  sign "rsa-$hash" rsa "-$hash"
 done
-openssl cms -sign -binary -in content -nodetach -signer rsa.pem -inkey rsa.key -signer p256.pem -inkey p256.key \
-  -md sha256 -outform DER -out two.cms
-openssl cms -sign -binary -in content -nodetach -cades -signer rsa.pem -inkey rsa.key -md sha256 -outform DER -out cades.cms
+for hash in sha1 sha256 sha512; do
+  for salt in 0 20 32 64; do
+    sign "pss-$hash-$salt" rsa "-$hash" -sigopt rsa_padding_mode:pss -sigopt "rsa_pss_saltlen:$salt"
+  done
+done
+# keys that make nothing but RSASSA-PSS
+key free-pss -algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048
+sign free-pss free-pss -sha256 -sigopt rsa_pss_saltlen:32
+key bound-pss -algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048 -pkeyopt rsa_pss_keygen_md:sha256 \
+  -pkeyopt rsa_pss_keygen_mgf1_md:sha256 -pkeyopt rsa_pss_keygen_saltlen:20
+sign bound-pss bound-pss -sha256 -sigopt rsa_pss_saltlen:32
+
+for curve in P-256 P-384 P-521; do
+  key "$curve" -algorithm EC -pkeyopt "ec_paramgen_curve:$curve"
+  for hash in sha1 sha256 sha384 sha512; do
+    sign "$curve-$hash" "$curve" "-$hash"
+  done
+done
+for algorithm in ED25519 ED448; do
+  key "$algorithm" -algorithm "$algorithm"
+  sign "$algorithm" "$algorithm"
+done
+
+gost() {
+  algorithm=$1
+  shift
+  for set in "$@"; do
+    key "$algorithm-$set" -algorithm "$algorithm" -pkeyopt "paramset:$set"
+    sign "$algorithm-$set" "$algorithm-$set"
+  done
+}
+gost gost2001 A B C XA XB 0
+gost gost2012_256 A B C XA XB TCA TCB TCC TCD 0
+gost gost2012_512 A B C

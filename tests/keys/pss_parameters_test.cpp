@@ -51,7 +51,7 @@ const BadCase kBad[] = {
     {"a signature for a hash", "30 11 a0 0f 30 0d 06 09 2a 86 48 86 f7 0d 01 01 0b 05 00",    NTE_BAD_ALGID     },
     {"another trailer",        "30 05 a3 03 02 01 02",                                        NTE_BAD_ALGID     },
     {"NULL for parameters",    "05 00",                                                       CRYPT_E_ASN1_ERROR},
-    {"bytes behind",           "30 00 00",                                                    CRYPT_E_ASN1_ERROR},
+    {"bytes behind",           "30 00 00 00",                                                 CRYPT_E_ASN1_ERROR},
     {"negative salt",          "30 05 a2 03 02 01 ff",                                        CRYPT_E_ASN1_ERROR},
     {"salt of five octets",    "30 09 a2 07 02 05 00 00 00 00 14",                            CRYPT_E_ASN1_ERROR},
     {"salt is no integer",     "30 05 a2 03 04 01 14",                                        CRYPT_E_ASN1_ERROR},

@@ -245,17 +245,30 @@ TEST_F(Retrieval, ByAWideUrl) {
   EXPECT_EQ(GetLastError(), E_INVALIDARG);
 }
 
-// A signed message with nothing but certificates, by openssl. Messages can't be opened as stores yet.
-TEST_F(Retrieval, BundlesAreRefused) {
-  const std::string in = UrlHome().write("in.der", Text(OpensslCertificate()));
+// A signed message with nothing but certificates, by openssl.
+TEST_F(Retrieval, BundlesComeAsAStore) {
+  const Bytes& expected = OpensslCertificate();
+  const std::string in = UrlHome().write("in.der", Text(expected));
   const std::string command = "cd '" + UrlHome().path("")
       + "' && openssl x509 -inform DER -in in.der -out in.pem"
         " && openssl crl2pkcs7 -nocrl -certfile in.pem -outform DER -out bundle";
   ASSERT_EQ(std::system(command.c_str()), 0);
   const std::string url = serve("bundle", UrlHome().read("bundle"));
-  EXPECT_EQ(CodeOf(url, CONTEXT_OID_PKCS7, 0), DWORD{ERROR_INVALID_PARAMETER});
-  EXPECT_EQ(CodeOf(url, CONTEXT_OID_CERTIFICATE, CRYPT_RETRIEVE_MULTIPLE_OBJECTS),
-            DWORD{ERROR_INVALID_PARAMETER});
+  const std::pair<LPCSTR, DWORD> questions[] = {
+      {CONTEXT_OID_PKCS7,       0                              },
+      {CONTEXT_OID_CERTIFICATE, CRYPT_RETRIEVE_MULTIPLE_OBJECTS},
+  };
+  for (const auto& [type, flags] : questions) {
+    void* object = nullptr;
+    ASSERT_TRUE(CryptRetrieveObjectByUrlA(url.c_str(), type, flags, kTimeout, &object, nullptr, nullptr,
+                                          nullptr, nullptr))
+        << std::hex << GetLastError();
+    const StoreHandle store(static_cast<CertStore*>(object));
+    PCCERT_CONTEXT only = CertEnumCertificatesInStore(object, nullptr);
+    ASSERT_TRUE(only);
+    EXPECT_EQ(Bytes(only->pbCertEncoded, only->pbCertEncoded + only->cbCertEncoded), expected);
+    EXPECT_FALSE(CertEnumCertificatesInStore(object, only));
+  }
 }
 
 TEST_F(Retrieval, TellsWhatWasAskedAndWhatCame) {
