@@ -32,20 +32,26 @@ bool SyncFile(std::FILE* stream) {
   return ::fsync(fileno(stream)) == 0 || errno == EINVAL || Fault(ERROR_WRITE_FAULT);
 }
 
-// A file that was replaced or removed under an open store is written where it is, and leaves the path alone.
-bool LeadsTo(const std::string& path, std::FILE* stream) {
-  struct stat byPath, byStream;
-  return ::stat(path.c_str(), &byPath) == 0 && ::fstat(fileno(stream), &byStream) == 0
-      && byPath.st_dev == byStream.st_dev && byPath.st_ino == byStream.st_ino;
-}
-
 bool DirectoryIsThere(const std::string& path) {
   const size_t slash = path.rfind('/');
   struct stat status;
   return slash == std::string::npos || slash == 0 || ::stat(path.substr(0, slash).c_str(), &status) == 0;
 }
 
+// Without a journal, where none may be made. One that stands there, from somebody who could, would undo it later.
+bool RewriteUnsafely(StoreJournal& journal, std::FILE* stream, std::span<const BYTE> image) {
+  std::vector<BYTE> standing;
+  if (journal.read(standing) != StoreJournal::Kept::None) return Fault(ERROR_ACCESS_DENIED);
+  return RewriteFile(stream, image);
+}
+
 }  // namespace
+
+bool LeadsTo(const std::string& path, std::FILE* stream) {
+  struct stat byPath, byStream;
+  return ::stat(path.c_str(), &byPath) == 0 && ::fstat(fileno(stream), &byStream) == 0
+      && byPath.st_dev == byStream.st_dev && byPath.st_ino == byStream.st_ino;
+}
 
 StoreFileLock::~StoreFileLock() {
   if (!taken_) return;
@@ -90,19 +96,21 @@ bool ReserveFile(std::FILE* stream, size_t size) {
   return (errno != ENOSPC && errno != EDQUOT && errno != EFBIG) || Fault(ERROR_WRITE_FAULT);
 }
 
-void RecoverStoreFile(const std::string& path, std::vector<BYTE>& image) {
-  image.clear();
+bool RecoverStoreFile(const std::string& path, std::vector<BYTE>& image) {
   StoreJournal journal(path);
-  if (!journal.read(image)) return;
+  const StoreJournal::Kept kept = journal.read(image);
+  if (kept != StoreJournal::Kept::Whole) return kept == StoreJournal::Kept::None;
   const LastErrorKeeper keeper;
   const FileStream stream = OpenStoreFile(path.c_str(), kReadAccess | kWriteAccess, Creation::Existing);
-  if (!stream || !RewriteFileDurably(stream.get(), image)) return;
+  if (!stream || !RewriteFileDurably(stream.get(), image)) return true;
   journal.drop();
   image.clear();
+  return true;
 }
 
 bool CommitStoreFile(const std::string& path, std::FILE* stream, std::span<const BYTE> image) {
   if (!DirectoryIsThere(path)) return Fault(ERROR_FILE_NOT_FOUND);
+  // a file that was replaced or removed under an open store is written where it is, and leaves the path alone
   if (!LeadsTo(path, stream)) return RewriteFile(stream, image);
   if (!ReserveFile(stream, image.size())) return false;
   StoreJournal journal(path);
@@ -110,7 +118,7 @@ bool CommitStoreFile(const std::string& path, std::FILE* stream, std::span<const
     case StoreJournal::Written::Safe:
       break;
     case StoreJournal::Written::NotAllowed:
-      return RewriteFile(stream, image);
+      return RewriteUnsafely(journal, stream, image);
     case StoreJournal::Written::Failed:
       return false;
   }
