@@ -116,12 +116,13 @@ bool LoadOpened(CertStore& store, std::FILE* stream, std::vector<BYTE> recovered
   return LoadBytes(store, std::move(recovered));
 }
 
-// The store's path is known.
+// The store's path is known. The named lock goes by the path as it was given, all else by where it leads from now on.
 bool LoadFromPath(CertStore& store) {
   if (ubi_mutex_open(&store.fileMutex, StoreLockName(store.path).c_str(), 8) != 0) {
     store.fileMutex = nullptr;
     return Fault(NTE_PROVIDER_DLL_FAIL);
   }
+  store.path = AbsolutePath(store.path);
   StoreFileLock lock;
   if (!lock.take(store.fileMutex, NTE_PROVIDER_DLL_FAIL)) return false;
   FileLock fileLock;

@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
 
 #include "ber/read_cursor.h"
 #include "platform/limits.h"
@@ -32,10 +34,12 @@ bool SyncFile(std::FILE* stream) {
   return ::fsync(fileno(stream)) == 0 || errno == EINVAL || Fault(ERROR_WRITE_FAULT);
 }
 
-bool DirectoryIsThere(const std::string& path) {
+// One that merely can't be looked at, after the program has given up rights, is not gone.
+bool DirectoryIsGone(const std::string& path) {
   const size_t slash = path.rfind('/');
   struct stat status;
-  return slash == std::string::npos || slash == 0 || ::stat(path.substr(0, slash).c_str(), &status) == 0;
+  return slash != std::string::npos && slash != 0 && ::stat(path.substr(0, slash).c_str(), &status) != 0
+      && (errno == ENOENT || errno == ENOTDIR);
 }
 
 // Without a journal, where none may be made. One that stands there, from somebody who could, would undo it later.
@@ -51,6 +55,14 @@ bool LeadsTo(const std::string& path, std::FILE* stream) {
   struct stat byPath, byStream;
   return ::stat(path.c_str(), &byPath) == 0 && ::fstat(fileno(stream), &byStream) == 0
       && byPath.st_dev == byStream.st_dev && byPath.st_ino == byStream.st_ino;
+}
+
+std::string AbsolutePath(const std::string& path) {
+  if (path.starts_with('/')) return path;
+  const MallocOwner<char> directory(::getcwd(nullptr, 0));
+  if (!directory || *directory.get() != '/') return path;  // it is gone, or out of reach
+  std::string absolute = std::string(directory.get()) + '/' + path;
+  return absolute.size() < PATH_MAX ? absolute : path;
 }
 
 StoreFileLock::~StoreFileLock() {
@@ -109,7 +121,7 @@ bool RecoverStoreFile(const std::string& path, std::vector<BYTE>& image) {
 }
 
 bool CommitStoreFile(const std::string& path, std::FILE* stream, std::span<const BYTE> image) {
-  if (!DirectoryIsThere(path)) return Fault(ERROR_FILE_NOT_FOUND);
+  if (DirectoryIsGone(path)) return Fault(ERROR_FILE_NOT_FOUND);
   // a file that was replaced or removed under an open store is written where it is, and leaves the path alone
   if (!LeadsTo(path, stream)) return RewriteFile(stream, image);
   if (!ReserveFile(stream, image.size())) return false;

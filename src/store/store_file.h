@@ -42,6 +42,8 @@ class StoreFileLock {
 // Makes sure of room for so many bytes, without a change to the file. Else ERROR_WRITE_FAULT.
 [[nodiscard]] bool ReserveFile(std::FILE* stream, size_t size);
 
+// The path from the root on, as long as that is not too long to be opened: a program may change its directory.
+std::string AbsolutePath(const std::string& path);
 bool LeadsTo(const std::string& path, std::FILE* stream);
 
 // Finishes what a crash has left half done. Where that is not ours to write, `image` is what the file is to hold, and

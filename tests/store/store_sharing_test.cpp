@@ -208,4 +208,33 @@ TEST_F(StoreFile, UnfinishedJournalsAreClearedAway) {
   EXPECT_TRUE(Exists(directory + "/.a.sto.journal-new-b.sto.journal")) << "another store's";
 }
 
+// Opened by a path that means nothing any more once the commit comes. A commit that fails tells whether the file is under
+// the protection of a journal: without one it is cut first.
+TEST_F(StoreFile, ARelativePathMeansWhereTheProcessWasThen) {
+  fill(1);
+  std::filesystem::create_directory(directory + "/sub");
+  const auto commitFromElsewhere = [&](const std::string& name, rlim_t room) {
+    return InChild([&] {
+      if (::chdir(directory.c_str()) != 0) return false;
+      path = name;
+      const StoreHandle store = open(kCommit);
+      add(store, 2);
+      std::signal(SIGXFSZ, SIG_IGN);
+      const struct rlimit limit = {room, RLIM_INFINITY};
+      if (::chdir("/") != 0 || ::setrlimit(RLIMIT_FSIZE, &limit) != 0) return false;
+      const bool committed = commit(store);
+      store->dirty = false;  // no second try at the close
+      return committed;
+    });
+  };
+  for (const char* const name : {"a.sto", "sub/../a.sto"}) {
+    SCOPED_TRACE(name);
+    const std::string before = content();
+    EXPECT_EQ(commitFromElsewhere(name, 0), 1);
+    EXPECT_EQ(content(), before);
+    EXPECT_EQ(commitFromElsewhere(name, RLIM_INFINITY), 0);
+    EXPECT_EQ(content(), "2 " + before);
+  }
+}
+
 }  // namespace
