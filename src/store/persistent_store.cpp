@@ -178,6 +178,12 @@ FileStream ReopenAndRead(CertStore& store, std::atomic<DWORD>& flags, std::vecto
   return stream;
 }
 
+// Another file has come in the place of the store's: a commit to the old one would be lost.
+void GoOverTo(CertStore& store, FileStream stream, DWORD flags) {
+  store.flags |= flags & CERT_STORE_READONLY_FLAG;
+  const FileStream old(store.file.exchange(stream.release()));
+}
+
 bool NothingToCommit(CommitTime time) {
   return time == CommitTime::AtClose || Fault(ERROR_CALL_NOT_IMPLEMENTED);
 }
@@ -255,21 +261,23 @@ bool CommitSystemStore(CertStore& store, CommitTime time) {
 }
 
 bool ResyncSystemStore(CertStore& store) {
+  const std::lock_guard inTurn(store.writing);
   if (!store.file) return Fault(ERROR_INTERNAL_ERROR);
   timespec now, fileTime;
   if (!Now(now) || !FileModificationTime(store.file, fileTime)) return false;
-  if (IsSurelyUnchanged(store, fileTime)) return true;
+  if (IsSurelyUnchanged(store, fileTime) && LeadsTo(store.path, store.file)) return true;
   std::atomic<DWORD> flags = store.flags & ~CERT_STORE_CREATE_NEW_FLAG;
   std::vector<BYTE> bytes;
-  const FileStream stream = ReopenAndRead(store, flags, bytes, fileTime);
+  FileStream stream = ReopenAndRead(store, flags, bytes, fileTime);
   StoreContent content;
   if (!stream || !content.take(std::move(bytes)) || !Reconcile(store, content.image())) return false;
+  if (!IsSameFile(stream.get(), store.file)) GoOverTo(store, std::move(stream), flags);
   NoteTimes(store, now, fileTime);
   return true;
 }
 
 void ReleaseStoreFile(CertStore& store) noexcept {
-  const FileStream stream(std::exchange(store.file, nullptr));
+  const FileStream stream(store.file.exchange(nullptr));
   if (ubi_mutex* const mutex = std::exchange(store.fileMutex, nullptr)) {
     static_cast<void>(ubi_mutex_close(mutex));
   }

@@ -57,6 +57,12 @@ bool LeadsTo(const std::string& path, std::FILE* stream) {
       && byPath.st_dev == byStream.st_dev && byPath.st_ino == byStream.st_ino;
 }
 
+bool IsSameFile(std::FILE* a, std::FILE* b) {
+  struct stat first, second;
+  return ::fstat(fileno(a), &first) == 0 && ::fstat(fileno(b), &second) == 0 && first.st_dev == second.st_dev
+      && first.st_ino == second.st_ino;
+}
+
 std::string AbsolutePath(const std::string& path) {
   if (path.starts_with('/')) return path;
   const MallocOwner<char> directory(::getcwd(nullptr, 0));

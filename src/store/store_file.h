@@ -45,6 +45,7 @@ class StoreFileLock {
 // The path from the root on, as long as that is not too long to be opened: a program may change its directory.
 std::string AbsolutePath(const std::string& path);
 bool LeadsTo(const std::string& path, std::FILE* stream);
+bool IsSameFile(std::FILE* a, std::FILE* b);
 
 // Finishes what a crash has left half done. Where that is not ours to write, `image` is what the file is to hold, and
 // is read in its place; else it is empty. Under the locks of the file. False with the code of StoreJournal::read: what
