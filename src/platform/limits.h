@@ -72,6 +72,9 @@ inline constexpr size_t kMaxElementProperties = size_t{1} << 16;
 // A file that holds a store, and so the image that is written into one.
 inline constexpr size_t kMaxStoreFile = size_t{1} << 30;
 
+// How often a store file may be replaced by another while somebody waits for its lock.
+inline constexpr unsigned kMaxStoreFileReplacements = 1000;
+
 // Bytes of a store's path, and of what a location's directory is called, NUL included.
 inline constexpr size_t kMaxStorePath = 4096;
 inline constexpr size_t kMaxStoreDirectory = 1024;

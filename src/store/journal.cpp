@@ -3,6 +3,7 @@
 #include <certkern/errors.h>
 #include <certkern/keykern.h>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "platform/file.h"
 #include "platform/id_bracket.h"
@@ -25,7 +27,8 @@ namespace {
 constexpr std::array<BYTE, 8> kMagic = {'C', 'K', 'J', 'O', 'U', 'R', 'N', '1'};
 constexpr size_t kHeader = 24;  // magic, length of the image, checksum of the image
 constexpr char kSuffix[] = ".journal";
-constexpr char kUnfinishedSuffix[] = ".journal-new";
+constexpr std::string_view kUnfinishedSuffix = ".journal-new-";
+constexpr std::string_view kUnfinishedEnd = "XXXXXX";  // what mkostemp replaces
 
 // FNV-1a: damage is what it finds, not malice.
 uint64_t Checksum(std::span<const BYTE> bytes) {
@@ -50,7 +53,8 @@ std::string RealPath(const std::string& path) {
 // A file name that would be too long for the file system is told by its checksum.
 std::string JournalBase(const std::string& name) {
   std::string base(1, '.');
-  if (name.size() + sizeof kUnfinishedSuffix <= NAME_MAX) return base.append(name);
+  if (name.size() + 1 + kUnfinishedSuffix.size() + kUnfinishedEnd.size() <= NAME_MAX)
+    return base.append(name);
   const uint64_t sum = Checksum({reinterpret_cast<const BYTE*>(name.data()), name.size()});
   return base.append(name, 0, NAME_MAX / 2).append(1, '-').append(std::to_string(sum));
 }
@@ -63,29 +67,58 @@ void SyncDirectory(const std::string& directory) {
   ::close(descriptor);
 }
 
-FileStream OpenStream(const std::string& path, int flags, const char* mode) {
-  const int descriptor = ::open(path.c_str(), flags | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0600);
+FileStream StreamOf(int descriptor, const char* mode) {
   if (descriptor < 0) return {};
   FileStream stream(::fdopen(descriptor, mode));
   if (!stream) ::close(descriptor);
   return stream;
 }
 
-// Only who may write the store file may say what it is to hold: not whoever can just make files beside it.
-bool IsTrusted(const struct stat& journal, const struct stat& store) {
-  const bool known = journal.st_uid == store.st_uid || journal.st_uid == ::geteuid() || journal.st_uid == 0;
-  return S_ISREG(journal.st_mode) && journal.st_nlink == 1 && known
-      && !(journal.st_mode & (S_IWGRP | S_IWOTH));
+int OpenJournal(const std::string& path, int access) {
+  return ::open(path.c_str(), access | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
 }
 
-bool ReadImageOf(std::FILE* stream, const struct stat& status, std::vector<BYTE>& image) {
+// Who may read the store may read what it is to hold, and nobody else. To write it is its maker's and owner's alone.
+bool ShareLike(int descriptor, const struct stat& store) {
+  if (::fchown(descriptor, store.st_uid, store.st_gid) != 0) {
+    // not ours to give away, but perhaps to the group
+    static_cast<void>(!::fchown(descriptor, static_cast<uid_t>(-1), store.st_gid));
+  }
+  struct stat made;
+  if (::fstat(descriptor, &made) != 0) return false;
+  const mode_t readers = store.st_mode & (S_IRGRP | S_IROTH);
+  const bool evenSo = made.st_gid == store.st_gid || readers == (S_IRGRP | S_IROTH);
+  return ::fchmod(descriptor, S_IRUSR | S_IWUSR | (evenSo ? readers : 0)) == 0;
+}
+
+// Whether a file's group tells that its maker was in it. A directory may hand its own group to whatever is made there.
+bool MeansItsGroup(const struct stat& directory) { return !(directory.st_mode & S_IWOTH); }
+
+// Only who may write the store file may say what it is to hold: not whoever can just make files beside it.
+bool IsTrusted(const struct stat& journal, const struct stat& store, const struct stat& directory) {
+  if (!S_ISREG(journal.st_mode) || journal.st_nlink != 1 || (journal.st_mode & (S_IWGRP | S_IWOTH)))
+    return false;
+  if (journal.st_uid == store.st_uid || journal.st_uid == ::geteuid() || journal.st_uid == 0) return true;
+  if (store.st_mode & S_IWOTH) return true;
+  return (store.st_mode & S_IWGRP) && journal.st_gid == store.st_gid && MeansItsGroup(directory);
+}
+
+using Kept = StoreJournal::Kept;
+
+Kept ReadImageOf(std::FILE* stream, const struct stat& status, std::vector<BYTE>& image) {
   const auto size = static_cast<uint64_t>(status.st_size);
-  if (size < kHeader || size - kHeader > kMaxStoreFile) return false;
+  if (size < kHeader || size - kHeader > kMaxStoreFile) return Kept::None;
   std::array<BYTE, kHeader> header;
   size_t count = 0;
-  if (!ReadFile(stream, header, count)) return false;
+  if (!ReadFile(stream, header, count)) return Kept::Unreadable;
   image.resize(size - kHeader);
-  return ReadFile(stream, image, count) && count == image.size() && header == HeaderOf(image);
+  if (!ReadFile(stream, image, count)) return Kept::Unreadable;
+  return count == image.size() && header == HeaderOf(image) ? Kept::Whole : Kept::None;
+}
+
+Kept Unreadable(int error) {
+  SetLastError(error == EACCES ? ERROR_ACCESS_DENIED : ERROR_OPEN_FAILED);
+  return Kept::Unreadable;
 }
 
 }  // namespace
@@ -94,26 +127,29 @@ StoreJournal::StoreJournal(const std::string& storePath) : storePath_(RealPath(s
   const size_t slash = storePath_.rfind('/');
   const size_t base = slash == std::string::npos ? 0 : slash + 1;
   directory_ = base ? storePath_.substr(0, base) : "./";
-  const std::string name = JournalBase(storePath_.substr(base));
+  std::string name = JournalBase(storePath_.substr(base));
   path_ = directory_ + name + kSuffix;
-  unfinished_ = directory_ + name + kUnfinishedSuffix;
+  unfinished_ = name.append(kUnfinishedSuffix);
 }
 
 StoreJournal::Written StoreJournal::write(std::span<const BYTE> image) {
   const IdBracket ids;
-  static_cast<void>(::unlink(unfinished_.c_str()));
+  // a name that nobody else has: not even where there are no locks does one committer write into another's journal
+  std::string unfinished = directory_ + unfinished_ + std::string(kUnfinishedEnd);
   errno = 0;
-  FileStream stream = OpenStream(unfinished_, O_WRONLY | O_CREAT | O_EXCL, "wb");
+  FileStream stream = StreamOf(::mkostemp(unfinished.data(), O_CLOEXEC), "wb");
   if (!stream) {
     if (errno == EACCES || errno == EPERM) return Written::NotAllowed;
     SetLastError(errno == ENOENT ? ERROR_FILE_NOT_FOUND : ERROR_WRITE_FAULT);
     return Written::Failed;
   }
-  const bool complete = WriteFile(stream.get(), HeaderOf(image)) && WriteFile(stream.get(), image)
-      && FlushFile(stream.get()) && ::fsync(fileno(stream.get())) == 0 && CloseFile(std::move(stream))
-      && ::rename(unfinished_.c_str(), path_.c_str()) == 0;
+  struct stat store;
+  const bool complete = ::stat(storePath_.c_str(), &store) == 0 && ShareLike(fileno(stream.get()), store)
+      && WriteFile(stream.get(), HeaderOf(image)) && WriteFile(stream.get(), image) && FlushFile(stream.get())
+      && ::fsync(fileno(stream.get())) == 0 && CloseFile(std::move(stream))
+      && ::rename(unfinished.c_str(), path_.c_str()) == 0;
   if (!complete) {
-    static_cast<void>(::unlink(unfinished_.c_str()));
+    static_cast<void>(::unlink(unfinished.c_str()));
     SetLastError(ERROR_WRITE_FAULT);
     return Written::Failed;
   }
@@ -121,29 +157,52 @@ StoreJournal::Written StoreJournal::write(std::span<const BYTE> image) {
   return Written::Safe;
 }
 
-bool StoreJournal::read(std::vector<BYTE>& image) {
-  const LastErrorKeeper keeper;
+StoreJournal::Kept StoreJournal::read(std::vector<BYTE>& image) {
+  image.clear();
   const IdBracket ids;
-  static_cast<void>(::unlink(unfinished_.c_str()));
-  const FileStream stream = OpenStream(path_, O_RDONLY, "rb");
-  struct stat journal, store;
-  if (!stream || ::fstat(fileno(stream.get()), &journal) != 0) return false;
+  const FileStream stream = StreamOf(OpenJournal(path_, O_RDONLY), "rb");
+  const int error = errno;
+  struct stat journal, store, directory;
+  const int told = stream ? ::fstat(fileno(stream.get()), &journal) : ::lstat(path_.c_str(), &journal);
+  if (told != 0 || ::stat(directory_.c_str(), &directory) != 0) return Kept::None;
   if (::stat(storePath_.c_str(), &store) != 0) {
     // the store was removed after the crash, and must not come back
     if (errno == ENOENT) static_cast<void>(::unlink(path_.c_str()));
-    return false;
+    return Kept::None;
   }
-  if (!IsTrusted(journal, store)) return false;
-  if (ReadImageOf(stream.get(), journal, image)) return true;
+  if (!IsTrusted(journal, store, directory)) return Kept::None;
+  if (!stream) return Unreadable(error);
+  const Kept kept = ReadImageOf(stream.get(), journal, image);
+  if (kept == Kept::Whole) return kept;
   image.clear();
-  static_cast<void>(::unlink(path_.c_str()));
-  return false;
+  if (kept == Kept::None) static_cast<void>(::unlink(path_.c_str()));
+  return kept;
 }
 
 void StoreJournal::drop() noexcept {
   const IdBracket ids;
-  static_cast<void>(::unlink(path_.c_str()));
-  static_cast<void>(::unlink(unfinished_.c_str()));
+  if (::unlink(path_.c_str()) != 0 && errno != ENOENT) empty();
+  dropUnfinished();
+}
+
+// In a directory that is not ours a journal that is may still be taken for damaged from now on.
+void StoreJournal::empty() noexcept {
+  const FileStream stream = StreamOf(OpenJournal(path_, O_WRONLY), "ab");
+  struct stat journal;
+  if (!stream || ::fstat(fileno(stream.get()), &journal) != 0) return;
+  if (!S_ISREG(journal.st_mode) || journal.st_nlink != 1) return;
+  if (::ftruncate(fileno(stream.get()), 0) == 0) static_cast<void>(::fsync(fileno(stream.get())));
+}
+
+// Those of committers who died over them: nobody writes one beside us.
+void StoreJournal::dropUnfinished() noexcept {
+  const Owner<DIR*, ::closedir> directory(::opendir(directory_.c_str()));
+  if (!directory) return;
+  while (const dirent* const entry = ::readdir(directory.get())) {
+    const std::string_view name = entry->d_name;
+    if (name.size() != unfinished_.size() + kUnfinishedEnd.size() || !name.starts_with(unfinished_)) continue;
+    static_cast<void>(::unlinkat(::dirfd(directory.get()), entry->d_name, 0));
+  }
 }
 
 }  // namespace certkern

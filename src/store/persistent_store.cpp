@@ -15,6 +15,7 @@
 #include "platform/id_bracket.h"
 #include "platform/limits.h"
 #include "platform/text_conversion.h"
+#include "store/file_lock.h"
 #include "store/journal.h"
 #include "store/persistent_content.h"
 #include "store/serialized_image.h"
@@ -115,23 +116,28 @@ bool LoadOpened(CertStore& store, std::FILE* stream, std::vector<BYTE> recovered
   return LoadBytes(store, std::move(recovered));
 }
 
-// The store's path is known.
+// The store's path is known. The named lock goes by the path as it was given, all else by where it leads from now on.
 bool LoadFromPath(CertStore& store) {
   if (ubi_mutex_open(&store.fileMutex, StoreLockName(store.path).c_str(), 8) != 0) {
     store.fileMutex = nullptr;
     return Fault(NTE_PROVIDER_DLL_FAIL);
   }
+  store.path = AbsolutePath(store.path);
   StoreFileLock lock;
   if (!lock.take(store.fileMutex, NTE_PROVIDER_DLL_FAIL)) return false;
+  FileLock fileLock;
+  fileLock.take(store.path);
   if (store.has(CERT_STORE_DELETE_FLAG)) {
     RemoveStoreFile(store.path);
     return true;
   }
   std::vector<BYTE> recovered;
-  RecoverStoreFile(store.path, recovered);
+  if (!RecoverStoreFile(store.path, recovered)) return false;
   FileStream stream = OpenForFlags(store.path, store.flags);
+  if (!stream) return false;
+  fileLock.follow(store.path, stream.get());
   timespec now, fileTime;
-  if (!stream || !Now(now) || !FileModificationTime(stream.get(), fileTime)) return false;
+  if (!Now(now) || !FileModificationTime(stream.get(), fileTime)) return false;
   NoteTimes(store, now, fileTime);
   if (!LoadOpened(store, stream.get(), std::move(recovered))) return false;
   store.file = stream.release();
@@ -150,8 +156,32 @@ bool Commit(CertStore& store) {
   if (image.size > kMaxStoreFile) return Fault(ERROR_NOT_ENOUGH_MEMORY);  // nobody could read it
   StoreFileLock lock;
   if (!lock.take(store.fileMutex, ERROR_LOCK_FAILED)) return false;
-  return store.path.empty() ? RewriteFile(store.file, image.bytes)
-                            : CommitStoreFile(store.path, store.file, image.bytes);
+  if (store.path.empty()) return RewriteFile(store.file, image.bytes);
+  FileLock fileLock;
+  fileLock.take(store.path);
+  return CommitStoreFile(store.path, store.file, image.bytes);
+}
+
+// What the file of the store's path holds by now, and since when.
+FileStream ReopenAndRead(CertStore& store, std::atomic<DWORD>& flags, std::vector<BYTE>& bytes,
+                         timespec& fileTime) {
+  StoreFileLock lock;
+  if (!lock.take(store.fileMutex, NTE_PROVIDER_DLL_FAIL)) return {};
+  FileLock fileLock;
+  fileLock.take(store.path);
+  if (!RecoverStoreFile(store.path, bytes)) return {};
+  FileStream stream = OpenForFlags(store.path, flags);
+  if (!stream) return {};
+  fileLock.follow(store.path, stream.get());
+  if (!FileModificationTime(stream.get(), fileTime)) return {};
+  if (bytes.empty() && !ReadWholeFile(stream.get(), bytes)) return {};
+  return stream;
+}
+
+// Another file has come in the place of the store's: a commit to the old one would be lost.
+void GoOverTo(CertStore& store, FileStream stream, DWORD flags) {
+  store.flags |= flags & CERT_STORE_READONLY_FLAG;
+  const FileStream old(store.file.exchange(stream.release()));
 }
 
 bool NothingToCommit(CommitTime time) {
@@ -231,27 +261,23 @@ bool CommitSystemStore(CertStore& store, CommitTime time) {
 }
 
 bool ResyncSystemStore(CertStore& store) {
+  const std::lock_guard inTurn(store.writing);
   if (!store.file) return Fault(ERROR_INTERNAL_ERROR);
   timespec now, fileTime;
   if (!Now(now) || !FileModificationTime(store.file, fileTime)) return false;
-  if (IsSurelyUnchanged(store, fileTime)) return true;
+  if (IsSurelyUnchanged(store, fileTime) && LeadsTo(store.path, store.file)) return true;
+  std::atomic<DWORD> flags = store.flags & ~CERT_STORE_CREATE_NEW_FLAG;
   std::vector<BYTE> bytes;
-  {
-    StoreFileLock lock;
-    if (!lock.take(store.fileMutex, NTE_PROVIDER_DLL_FAIL)) return false;
-    RecoverStoreFile(store.path, bytes);
-    std::atomic<DWORD> flags = store.flags & ~CERT_STORE_CREATE_NEW_FLAG;
-    const FileStream stream = OpenForFlags(store.path, flags);
-    if (!stream || (bytes.empty() && !ReadWholeFile(stream.get(), bytes))) return false;
-  }
+  FileStream stream = ReopenAndRead(store, flags, bytes, fileTime);
   StoreContent content;
-  if (!content.take(std::move(bytes)) || !Reconcile(store, content.image())) return false;
+  if (!stream || !content.take(std::move(bytes)) || !Reconcile(store, content.image())) return false;
+  if (!IsSameFile(stream.get(), store.file)) GoOverTo(store, std::move(stream), flags);
   NoteTimes(store, now, fileTime);
   return true;
 }
 
 void ReleaseStoreFile(CertStore& store) noexcept {
-  const FileStream stream(std::exchange(store.file, nullptr));
+  const FileStream stream(store.file.exchange(nullptr));
   if (ubi_mutex* const mutex = std::exchange(store.fileMutex, nullptr)) {
     static_cast<void>(ubi_mutex_close(mutex));
   }

@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
 
 #include "ber/read_cursor.h"
 #include "platform/limits.h"
@@ -32,20 +34,42 @@ bool SyncFile(std::FILE* stream) {
   return ::fsync(fileno(stream)) == 0 || errno == EINVAL || Fault(ERROR_WRITE_FAULT);
 }
 
-// A file that was replaced or removed under an open store is written where it is, and leaves the path alone.
+// One that merely can't be looked at, after the program has given up rights, is not gone.
+bool DirectoryIsGone(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  struct stat status;
+  return slash != std::string::npos && slash != 0 && ::stat(path.substr(0, slash).c_str(), &status) != 0
+      && (errno == ENOENT || errno == ENOTDIR);
+}
+
+// Without a journal, where none may be made. One that stands there, from somebody who could, would undo it later.
+bool RewriteUnsafely(StoreJournal& journal, std::FILE* stream, std::span<const BYTE> image) {
+  std::vector<BYTE> standing;
+  if (journal.read(standing) != StoreJournal::Kept::None) return Fault(ERROR_ACCESS_DENIED);
+  return RewriteFile(stream, image);
+}
+
+}  // namespace
+
 bool LeadsTo(const std::string& path, std::FILE* stream) {
   struct stat byPath, byStream;
   return ::stat(path.c_str(), &byPath) == 0 && ::fstat(fileno(stream), &byStream) == 0
       && byPath.st_dev == byStream.st_dev && byPath.st_ino == byStream.st_ino;
 }
 
-bool DirectoryIsThere(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  struct stat status;
-  return slash == std::string::npos || slash == 0 || ::stat(path.substr(0, slash).c_str(), &status) == 0;
+bool IsSameFile(std::FILE* a, std::FILE* b) {
+  struct stat first, second;
+  return ::fstat(fileno(a), &first) == 0 && ::fstat(fileno(b), &second) == 0 && first.st_dev == second.st_dev
+      && first.st_ino == second.st_ino;
 }
 
-}  // namespace
+std::string AbsolutePath(const std::string& path) {
+  if (path.starts_with('/')) return path;
+  const MallocOwner<char> directory(::getcwd(nullptr, 0));
+  if (!directory || *directory.get() != '/') return path;  // it is gone, or out of reach
+  std::string absolute = std::string(directory.get()) + '/' + path;
+  return absolute.size() < PATH_MAX ? absolute : path;
+}
 
 StoreFileLock::~StoreFileLock() {
   if (!taken_) return;
@@ -90,19 +114,21 @@ bool ReserveFile(std::FILE* stream, size_t size) {
   return (errno != ENOSPC && errno != EDQUOT && errno != EFBIG) || Fault(ERROR_WRITE_FAULT);
 }
 
-void RecoverStoreFile(const std::string& path, std::vector<BYTE>& image) {
-  image.clear();
+bool RecoverStoreFile(const std::string& path, std::vector<BYTE>& image) {
   StoreJournal journal(path);
-  if (!journal.read(image)) return;
+  const StoreJournal::Kept kept = journal.read(image);
+  if (kept != StoreJournal::Kept::Whole) return kept == StoreJournal::Kept::None;
   const LastErrorKeeper keeper;
   const FileStream stream = OpenStoreFile(path.c_str(), kReadAccess | kWriteAccess, Creation::Existing);
-  if (!stream || !RewriteFileDurably(stream.get(), image)) return;
+  if (!stream || !RewriteFileDurably(stream.get(), image)) return true;
   journal.drop();
   image.clear();
+  return true;
 }
 
 bool CommitStoreFile(const std::string& path, std::FILE* stream, std::span<const BYTE> image) {
-  if (!DirectoryIsThere(path)) return Fault(ERROR_FILE_NOT_FOUND);
+  if (DirectoryIsGone(path)) return Fault(ERROR_FILE_NOT_FOUND);
+  // a file that was replaced or removed under an open store is written where it is, and leaves the path alone
   if (!LeadsTo(path, stream)) return RewriteFile(stream, image);
   if (!ReserveFile(stream, image.size())) return false;
   StoreJournal journal(path);
@@ -110,7 +136,7 @@ bool CommitStoreFile(const std::string& path, std::FILE* stream, std::span<const
     case StoreJournal::Written::Safe:
       break;
     case StoreJournal::Written::NotAllowed:
-      return RewriteFile(stream, image);
+      return RewriteUnsafely(journal, stream, image);
     case StoreJournal::Written::Failed:
       return false;
   }

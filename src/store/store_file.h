@@ -42,13 +42,20 @@ class StoreFileLock {
 // Makes sure of room for so many bytes, without a change to the file. Else ERROR_WRITE_FAULT.
 [[nodiscard]] bool ReserveFile(std::FILE* stream, size_t size);
 
+// The path from the root on, as long as that is not too long to be opened: a program may change its directory.
+std::string AbsolutePath(const std::string& path);
+bool LeadsTo(const std::string& path, std::FILE* stream);
+bool IsSameFile(std::FILE* a, std::FILE* b);
+
 // Finishes what a crash has left half done. Where that is not ours to write, `image` is what the file is to hold, and
-// is read in its place. Under the lock of the file.
-void RecoverStoreFile(const std::string& path, std::vector<BYTE>& image);
+// is read in its place; else it is empty. Under the locks of the file. False with the code of StoreJournal::read: what
+// the file is to hold can't be told.
+[[nodiscard]] bool RecoverStoreFile(const std::string& path, std::vector<BYTE>& image);
 
 // Puts an image into a file that is open as `stream` and was opened by that path, through the journal. Where no journal
 // is allowed beside the file, or the path leads elsewhere by now, it is rewritten without. False with ERROR_WRITE_FAULT,
-// ERROR_FILE_NOT_FOUND (the directory is gone), or those of file.h; the old image or the journal is whole then.
+// ERROR_FILE_NOT_FOUND (the directory is gone), ERROR_ACCESS_DENIED (a journal stands that is not ours to replace), or
+// those of file.h; the old image or the journal is whole then. Under the locks of the file.
 [[nodiscard]] bool CommitStoreFile(const std::string& path, std::FILE* stream, std::span<const BYTE> image);
 
 }  // namespace certkern

@@ -6,8 +6,8 @@
 // then as well.
 //
 // Locks, outer to inner: writing, lock of a collection, lock of a member, PropertyBlock.lock, StoreElement.lock,
-// registry. Two collections are locked in the order of their addresses. Nobody is asked anything, and no file is read,
-// under a lock, but that files are written under `writing`.
+// registry. Two collections are locked in the order of their addresses. Nobody is asked anything, and no file is read or
+// written, under a lock other than `writing`.
 #ifndef CERTKERN_STORE_STORE_RECORD_H
 #define CERTKERN_STORE_STORE_RECORD_H
 
@@ -86,14 +86,15 @@ struct CertStore {
   std::shared_ptr<const MemberList> members;
 
   // Stores in files.
-  std::wstring name;     // of a system store, at most kMaxSystemStoreName characters
-  std::string path;      // of a store that was opened by path or name
-  FILE* file = nullptr;  // closed with the contents
+  std::wstring name;                 // of a system store, at most kMaxSystemStoreName characters
+  std::string path;                  // of a store that was opened by path or name
+  std::atomic<FILE*> file{nullptr};  // closed with the contents; exchanged under `writing`
   ubi_mutex* fileMutex = nullptr;
   timespec lastSync{};  // when it was last read or reconciled; under lock, as the one that follows
   timespec fileTime{};  // of the file, at that time
-  std::mutex
-      writing;  // from the making of an image until it is in the file: an older one is never written last
+  // From the making of an image until it is in the file: an older one is never written last. And while the store is
+  // resynchronised.
+  std::mutex writing;
 
   bool has(DWORD flag) const { return (flags.load(std::memory_order_relaxed) & flag) != 0; }
   ElementList& list(ElementType type) { return type == ElementType::Certificate ? certificates : crls; }
