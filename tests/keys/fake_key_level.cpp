@@ -1,5 +1,7 @@
 #include "keys/fake_key_level.h"
 
+#include "keys/held_keys.h"
+
 #include <certkern/encode.h>
 #include <certkern/errors.h>
 #include <gtest/gtest.h>
@@ -55,10 +57,17 @@ void KeepHash(HCRYPTHASH hash) {
 
 }  // namespace
 
-FakeKeyLevel::FakeKeyLevel() { fake = this; }
+// Nothing is held from another test, nor left to the next.
+FakeKeyLevel::FakeKeyLevel() {
+  EndHoldingKeys();
+  fake = this;
+  BeginHoldingKeys();
+}
 FakeKeyLevel::~FakeKeyLevel() {
+  EndHoldingKeys();
   EXPECT_EQ(liveKeys, 0);
   fake = nullptr;
+  BeginHoldingKeys();
 }
 
 }  // namespace certkern::test

@@ -34,15 +34,8 @@ struct Asked {
   }
 };
 
-// Holds nothing from another test, and leaves nothing to the next.
 class HeldKeysTest : public testing::Test {
  protected:
-  HeldKeysTest() { anew(); }
-  ~HeldKeysTest() override { anew(); }
-  static void anew() {
-    EndHoldingKeys();
-    BeginHoldingKeys();
-  }
   FakeKeyLevel fake_;
 };
 

@@ -11,6 +11,8 @@
 #include <certkern/url.h>
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include <string>
 
 #include "store/sample_objects.h"
@@ -222,12 +224,15 @@ void ExpectRefused(const Call<Context> (&calls)[count], const Context* freed, co
 }
 
 TEST(StrangerContext, IsRefusedEverywhere) {
-  const PCCERT_CONTEXT freedCertificate = CreateCertificate(MakeCertificate({})).get();
-  const PCCRL_CONTEXT freedCrl = CreateCrl(MakeCrl({})).get();
-  GoodCertificate(), GoodCrl();
+  GoodCertificate(), GoodCrl();  // first, so that they do not get the place of those that are freed
+  const auto freed = [] {
+    const CertificateHandle certificate = CreateCertificate(MakeCertificate({}));
+    const CrlHandle crl = CreateCrl(MakeCrl({}));
+    return std::pair(certificate.get(), crl.get());
+  }();
   const size_t before = contextRegistry.get()->size();
-  ExpectRefused(kCertificateCalls, freedCertificate, GoodCrl().get());
-  ExpectRefused(kCrlCalls, freedCrl, GoodCertificate().get());
+  ExpectRefused(kCertificateCalls, freed.first, GoodCrl().get());
+  ExpectRefused(kCrlCalls, freed.second, GoodCertificate().get());
   EXPECT_EQ(contextRegistry.get()->size(), before) << "one was taken, freed or left behind";
   // a caller who has one type for both may give either back
   EXPECT_TRUE(
