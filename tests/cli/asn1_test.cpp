@@ -275,15 +275,19 @@ TEST(Asn1, FaultsAndTheirPlaces) {
        {"--type", "AlgorithmIdentifier"},
        std::string("\x30\x07\x06\x01\x2A\x05\0\x05\0",                                                                                                    9),
        "expected the end of AlgorithmIdentifier, found NULL at byte offset 7"},
+      {"behind an open value of indefinite length",
+       {"--type", "AttributeTypeAndValue"},
+       std::string("\x30\x80\x06\x03\x55\x04\x03\x30\x80\0\0\x05\0\0\0",                                                                         15),
+       "AttributeTypeAndValue: expected the end of AttributeTypeAndValue, found NULL at byte offset 11"},
       {"a member missing",
        {"--type", "AlgorithmIdentifier"},
-       std::string("\x30\0",                                                                         2),
+       std::string("\x30\0",                                                        2),
        "expected algorithm (OBJECT IDENTIFIER), found the end of the data at byte offset 2"},
       {"no alternative",
        {"--type", "Time"},
-       std::string("\x05\0",                                                        2),
+       std::string("\x05\0",2),
        "expected an alternative of Time, found NULL"},
-      {"behind a good one",                                      {"--type", "Certificate"},                                                               der + "junk",                              "at byte offset 305 of the file"                                                                                                                                                     },
+      {"behind a good one",                                                     {"--type", "Certificate"},                                                  der + "junk",                                                                                                          "at byte offset 305 of the file"                                                                                                                                                          },
   };
   for (const auto& [name, options, input, complaint] : kRows) {
     SCOPED_TRACE(name);
