@@ -47,9 +47,7 @@ void CheckUsage(const ChainArguments& arguments) {
     throw WrongUsage("--policy ssl: needs the server's name (--host), or --client");
   if (arguments.policy != "ssl" && (!arguments.host.empty() || arguments.client))
     throw WrongUsage("--host and --client go with --policy ssl");
-  if (arguments.chain.revocation == "end")
-    fmt::print(stderr,
-               "certkern: --revocation end looks up no certificate at all; chain and exclude-root do\n");
+  WarnOfTrustOptions(arguments.chain);
 }
 
 int RunChain(const ChainArguments& arguments) {

@@ -98,13 +98,13 @@ class Picture {
                                    &subject->pCertInfo->Issuer))
       return;
     size_t drawn = 0;
-    for (const HCERTSTORE store : {built_.trusted.get(), built_.additional.get(), view("Root"), view("CA")}) {
+    for (const HCERTSTORE store : {built_.sources->trusted.get(), built_.sources->additional.get(), view("Root"), view("CA")}) {
       if (!store) continue;
       PCCERT_CONTEXT each = nullptr;
       while ((each = CertFindCertificateInStore(store, X509_ASN_ENCODING, 0, CERT_FIND_SUBJECT_NAME,
                                                 &subject->pCertInfo->Issuer, each))) {
         if (++drawn > kMostCandidates) continue;
-        const std::string_view objection = Objection(subject, each, built_.time);
+        const std::string_view objection = Objection(subject, each, built_.sources->time);
         edge(subject, each,
              objection.empty() ? "[style=dashed]"
                                : fmt::format("[style=dotted, label={}]", Quoted(objection)));
@@ -113,7 +113,7 @@ class Picture {
   }
 
   HCERTSTORE view(const char* name) {
-    if (built_.trusted && std::string_view(name) == "Root") return nullptr;
+    if (built_.sources->trusted && std::string_view(name) == "Root") return nullptr;
     auto [place, isNew] = views_.try_emplace(name);
     if (isNew) {
       const std::wstring wide(name, name + std::string_view(name).size());

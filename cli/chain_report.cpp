@@ -19,14 +19,6 @@ using Elements = std::span<const PCERT_CHAIN_ELEMENT>;
 
 Elements ElementsOf(const CERT_SIMPLE_CHAIN& path) { return {path.rgpElement, path.cElement}; }
 
-std::string NameLine(const CERT_NAME_BLOB& name) {
-  CERT_NAME_BLOB blob = name;
-  std::wstring text(CertNameToStrW(X509_ASN_ENCODING, &blob, CERT_X500_NAME_STR, nullptr, 0), L'\0');
-  CertNameToStrW(X509_ASN_ENCODING, &blob, CERT_X500_NAME_STR, text.data(), CheckedSize(text.size()));
-  text.pop_back();
-  return text.empty() ? "(no name)" : Escaped(Utf8Of(std::wstring_view(text)));
-}
-
 std::string DayOf(const FILETIME& time) { return TimeText(time).substr(0, 10); }
 
 std::string AgeText(DWORD seconds) {
@@ -129,6 +121,14 @@ Field ElementField(const CERT_CHAIN_ELEMENT& element) {
 
 }  // namespace
 
+std::string NameLine(const CERT_NAME_BLOB& name) {
+  CERT_NAME_BLOB blob = name;
+  std::wstring text(CertNameToStrW(X509_ASN_ENCODING, &blob, CERT_X500_NAME_STR, nullptr, 0), L'\0');
+  CertNameToStrW(X509_ASN_ENCODING, &blob, CERT_X500_NAME_STR, text.data(), CheckedSize(text.size()));
+  text.pop_back();
+  return text.empty() ? "(no name)" : Escaped(Utf8Of(std::wstring_view(text)));
+}
+
 Verdict VerdictOnAll(const BuiltChain& built, const std::optional<PolicyResult>& policy) {
   const Verdict chain = VerdictOf(built.context().TrustStatus.dwErrorStatus);
   // a policy overlooks what the user told it to
@@ -158,7 +158,7 @@ Field ChainField(const BuiltChain& built, const std::optional<PolicyResult>& pol
   const CERT_CHAIN_CONTEXT& context = built.context();
   Field object("Chain");
   object.add("Verdict", Words{std::string(VerdictName(VerdictOnAll(built, policy)))});
-  object.add("Time", Words{TimeText(built.time)});
+  object.add("Time", Words{TimeText(built.sources->time)});
   AddStatus(object, context.TrustStatus.dwErrorStatus);
   if (policy) {
     Field& field = object.add("Policy");

@@ -19,6 +19,9 @@ struct PolicyResult {
 
 Verdict VerdictOnAll(const BuiltChain& built, const std::optional<PolicyResult>& policy);
 
+// A whole name on one line, for a terminal.
+std::string NameLine(const CERT_NAME_BLOB& name);
+
 // A tree, the root first, with the verdict below it.
 std::string ChainText(const BuiltChain& built, const std::optional<PolicyResult>& policy);
 Field ChainField(const BuiltChain& built, const std::optional<PolicyResult>& policy);

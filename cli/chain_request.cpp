@@ -84,22 +84,6 @@ class FileLoader {
   size_t count_ = 0;
 };
 
-// A file where there is one, else a store of that name.
-void LoadSource(const std::string& name, HCERTSTORE into) {
-  if (name == "-" || access(name.c_str(), F_OK) == 0) {
-    FileLoader(name, into).load();
-    return;
-  }
-  const StoreHandle store = OpenStoreView({name, false});
-  ForEachCertificate(store.get(), [&](PCCERT_CONTEXT each) {
-    if (!CertAddCertificateContextToStore(into, each, CERT_STORE_ADD_ALWAYS, nullptr))
-      ThrowLastError(Shown(name));
-  });
-  ForEachCrl(store.get(), [&](PCCRL_CONTEXT each) {
-    if (!CertAddCRLContextToStore(into, each, CERT_STORE_ADD_ALWAYS, nullptr)) ThrowLastError(Shown(name));
-  });
-}
-
 // Without trusted roots nothing is ever valid, and a new user has none.
 void RequireRoots() {
   const StoreHandle store(CertOpenStore(
@@ -165,12 +149,7 @@ DWORD FlagsOf(const ChainOptions& options) {
 
 }  // namespace
 
-void AddChainOptions(CLI::App& command, ChainOptions& options) {
-  command
-      .add_option("CERT", options.file,
-                  "The certificate; what stands behind it in the file is searched for issuers")
-      ->required()
-      ->type_name("");
+void AddTrustOptions(CLI::App& command, ChainOptions& options) {
   command
       .add_option("--store", options.trusted,
                   "Trust the certificates of this file or store, and not those of Root")
@@ -191,6 +170,15 @@ void AddChainOptions(CLI::App& command, ChainOptions& options) {
                   "Which certificates are looked up in CRLs; exclude-root unless given")
       ->check(CLI::IsMember(names));
   command.add_flag("--cache-only", options.cacheOnly, "Fetch nothing over the network");
+}
+
+void AddChainOptions(CLI::App& command, ChainOptions& options) {
+  command
+      .add_option("CERT", options.file,
+                  "The certificate; what stands behind it in the file is searched for issuers")
+      ->required()
+      ->type_name("");
+  AddTrustOptions(command, options);
   command
       .add_option("--usage", options.usages,
                   "What the certificate must be for, as serverAuth or dotted identifiers")
@@ -204,21 +192,56 @@ void AddChainOptions(CLI::App& command, ChainOptions& options) {
   command.add_flag("--all", options.all, "Show further valid paths, to other roots");
 }
 
-BuiltChain BuildChain(const ChainOptions& options) {
-  BuiltChain built;
-  built.time = TimeOf(options.time);
+void WarnOfTrustOptions(const ChainOptions& options) {
+  if (options.revocation == "end")
+    fmt::print(stderr,
+               "certkern: --revocation end looks up no certificate at all; chain and exclude-root do\n");
+}
+
+void LoadSource(const std::string& name, HCERTSTORE into) {
+  if (name == "-" || access(name.c_str(), F_OK) == 0) {
+    FileLoader(name, into).load();
+    return;
+  }
+  const StoreHandle store = OpenStoreView({name, false});
+  ForEachCertificate(store.get(), [&](PCCERT_CONTEXT each) {
+    if (!CertAddCertificateContextToStore(into, each, CERT_STORE_ADD_ALWAYS, nullptr))
+      ThrowLastError(Shown(name));
+  });
+  ForEachCrl(store.get(), [&](PCCRL_CONTEXT each) {
+    if (!CertAddCRLContextToStore(into, each, CERT_STORE_ADD_ALWAYS, nullptr)) ThrowLastError(Shown(name));
+  });
+}
+
+CertificateHandle LoadCertificateFile(const std::string& path, HCERTSTORE into) {
+  CertificateHandle certificate = FileLoader(path, into).load();
+  if (!certificate) throw Failure(Shown(path) + ": expected a certificate, found only CRLs");
+  return certificate;
+}
+
+std::shared_ptr<const ChainSources> LoadChainSources(const ChainOptions& options) {
+  auto sources = std::make_shared<ChainSources>();
+  sources->time = TimeOf(options.time);
   if (options.trusted.empty()) {
     RequireRoots();
   } else {
-    built.trusted = OpenMemoryStore();
-    for (const std::string& each : options.trusted) LoadSource(each, built.trusted.get());
-    built.engine = MakeEngine(built.trusted.get());
+    sources->trusted = OpenMemoryStore();
+    for (const std::string& each : options.trusted) LoadSource(each, sources->trusted.get());
+    sources->engine = MakeEngine(sources->trusted.get());
   }
-  built.additional = OpenMemoryStore();
-  built.certificate = FileLoader(options.file, built.additional.get()).load();
-  if (!built.certificate) throw Failure(Shown(options.file) + ": expected a certificate, found only CRLs");
-  for (const std::string& each : options.additional) LoadSource(each, built.additional.get());
+  sources->additional = OpenMemoryStore();
+  for (const std::string& each : options.additional) LoadSource(each, sources->additional.get());
+  return sources;
+}
 
+BuiltChain BuildChain(const ChainOptions& options) {
+  std::shared_ptr<const ChainSources> sources = LoadChainSources(options);
+  CertificateHandle certificate = LoadCertificateFile(options.file, sources->additional.get());
+  return BuildChain(options, std::move(sources), std::move(certificate), Shown(options.file));
+}
+
+BuiltChain BuildChain(const ChainOptions& options, std::shared_ptr<const ChainSources> sources,
+                      CertificateHandle certificate, const std::string& what) {
   std::vector<std::string> usages;
   std::vector<LPSTR> pointers;
   for (const std::string& usage : options.usages) usages.push_back(PurposeOid(usage, "--usage"));
@@ -228,10 +251,12 @@ BuiltChain BuildChain(const ChainOptions& options) {
   para.RequestedUsage.dwType = options.anyUsage ? USAGE_MATCH_TYPE_OR : USAGE_MATCH_TYPE_AND;
   para.RequestedUsage.Usage = {CheckedSize(pointers.size()), pointers.data()};
   para.dwUrlRetrievalTimeout = options.timeout;
-  FILETIME* const time = options.time.empty() ? nullptr : &built.time;
-  if (!CertGetCertificateChain(built.engine.get(), built.certificate.get(), time, built.additional.get(),
-                               &para, FlagsOf(options), nullptr, built.chain.out()))
-    ThrowLastError(Shown(options.file));
+  BuiltChain built{std::move(certificate), std::move(sources), {}};
+  FILETIME time = built.sources->time;
+  if (!CertGetCertificateChain(built.sources->engine.get(), built.certificate.get(),
+                               options.time.empty() ? nullptr : &time, built.sources->additional.get(), &para,
+                               FlagsOf(options), nullptr, built.chain.out()))
+    ThrowLastError(what);
   return built;
 }
 

@@ -7,6 +7,7 @@
 #include <certkern/chain.h>
 #include <CLI/App.hpp>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -33,20 +34,39 @@ struct ChainOptions {
   bool all = false;
 };
 void AddChainOptions(CLI::App& command, ChainOptions& options);
+// Those of them that any command has that judges: --store, --additional, --time, --revocation and --cache-only.
+void AddTrustOptions(CLI::App& command, ChainOptions& options);
+// Says what is odd about them, but possible.
+void WarnOfTrustOptions(const ChainOptions& options);
 
-// A chain with what it was built from.
+// What chains are built from.
+struct ChainSources {
+  StoreHandle trusted;     // null: the user's "Root"
+  StoreHandle additional;  // searched and not trusted; always there
+  EngineHandle engine;     // null: the user's
+  FILETIME time{};         // that chains are judged at
+};
+// Without the options' own file.
+std::shared_ptr<const ChainSources> LoadChainSources(const ChainOptions& options);
+
 struct BuiltChain {
   CertificateHandle certificate;
-  StoreHandle trusted;     // null: the user's "Root"
-  StoreHandle additional;  // with the certificates behind the first one of the file
-  EngineHandle engine;     // null: the user's
+  std::shared_ptr<const ChainSources> sources;
   ChainHandle chain;
-  FILETIME time{};  // that it was judged at
 
   const CERT_CHAIN_CONTEXT& context() const { return *chain.get(); }
   const CERT_SIMPLE_CHAIN& path() const { return *context().rgpChain[0]; }
 };
+// Of the first certificate of the options' file; those behind it are searched.
 BuiltChain BuildChain(const ChainOptions& options);
+// what says in an error whose chain it is.
+BuiltChain BuildChain(const ChainOptions& options, std::shared_ptr<const ChainSources> sources,
+                      CertificateHandle certificate, const std::string& what);
+
+// The objects of a file where there is one, else those of a store of that name.
+void LoadSource(const std::string& name, HCERTSTORE into);
+// The first certificate of a file; it and all others, and CRLs, go into the store.
+CertificateHandle LoadCertificateFile(const std::string& path, HCERTSTORE into);
 
 }  // namespace certkern::cli
 

@@ -36,6 +36,8 @@ Runner PrepareFetch(CLI::App& command);
 Runner PrepareCache(CLI::App& group);
 
 Runner PrepareChain(CLI::App& command);
+Runner PrepareSign(CLI::App& command);
+Runner PrepareVerify(CLI::App& command);
 // Of the group "key".
 Runner PrepareKeyImport(CLI::App& command);
 Runner PrepareKeyExport(CLI::App& command);

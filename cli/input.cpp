@@ -102,6 +102,8 @@ constexpr std::string_view kBegin = "-----BEGIN ";
 constexpr std::string_view kEnd = "-----END ";
 constexpr std::string_view kDashes = "-----";
 
+bool IsMessageLabel(std::string_view label) { return label == "CMS" || label == "PKCS7"; }
+
 bool IsShownLabel(std::string_view label) {
   static constexpr std::string_view kShown[] = {
       "CERTIFICATE", "X509 CERTIFICATE",    "TRUSTED CERTIFICATE",    "X509 CRL",
@@ -146,7 +148,8 @@ size_t ReadPemBlock(std::string_view file, size_t start, const BlockReader& read
     fault(fmt::format("expected a line -----END {}-----, found another banner", Escaped(label)), bodyEnd);
     return bodyEnd;
   }
-  if (reader.wanted == Wanted::AnyElement || IsShownLabel(label)) {
+  if (reader.wanted == Wanted::AnyElement || IsShownLabel(label)
+      || (reader.messages && IsMessageLabel(label))) {
     ReadBase64(file.substr(bodyStart, bodyEnd - bodyStart), bodyStart, Block{{}, start, Block::Form::Pem},
                reader);
   } else {

@@ -40,6 +40,7 @@ struct BlockReader {
   std::function<void(const std::string&)> onFault;  // a fault with its place; reading goes on where it can
   std::function<void(const std::string&)> onNote;   // something that is left out, but is no fault
   Wanted wanted = Wanted::Objects;
+  bool messages = false;  // PEM of messages is a block, too
 };
 
 // Each block of a file in its order; the bytes of a block live as long as the call to onBlock.

@@ -15,9 +15,11 @@ namespace certkern::cli {
 namespace {
 
 constexpr Command kCommands[] = {
-    {"show",        "Show certificates, CRLs and certificate requests",           PrepareShow       },
+    {"show",        "Show certificates, CRLs, requests and messages",             PrepareShow       },
     {"asn1",        "Show the ASN.1 elements of any file",                        PrepareAsn1       },
     {"chain",       "Find a certificate's path to a trusted root, and judge it",  PrepareChain      },
+    {"sign",        "Sign files",                                                 PrepareSign       },
+    {"verify",      "Verify signed messages, and judge who signed them",          PrepareVerify     },
     {"key",         "Make, list, import, export and delete private keys",         PrepareKey        },
     {"request",     "Make certificate requests",                                  PrepareRequest    },
     {"certificate", "Make self-signed certificates",                              PrepareCertificate},
@@ -42,7 +44,7 @@ std::vector<std::string> Arguments(int argc, char** argv) {
 }
 
 int Run(int argc, char** argv) {
-  CLI::App app("Looks into certificates, CRLs and certificate requests, and makes keys and what they sign.",
+  CLI::App app("Looks into certificates, CRLs, requests and messages, and makes keys and what they sign.",
                "certkern");
   app.set_version_flag("--version", "certkern " CERTKERN_VERSION);
   app.footer("certkern COMMAND --help tells more about a command; the manual is certkern(1).");

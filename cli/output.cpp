@@ -67,7 +67,8 @@ SecretBytes PemText(std::string_view label, std::span<const BYTE> der) {
 }
 
 void AddOutputOptions(CLI::App& command, OutputOptions& options) {
-  command.add_option("--out", options.file, "Write to this file, not to standard output")->type_name("FILE");
+  command.add_option("-o,--out", options.file, "Write to this file, not to standard output")
+      ->type_name("FILE");
   const std::string pemText = "Write PEM, which is the default";
   CLI::Option* pem = command.add_flag("--pem", pemText);
   command.add_flag("--der", options.der, "Write DER")->excludes(pem);

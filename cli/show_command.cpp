@@ -1,6 +1,9 @@
-// certkern show: all that is in certificates, CRLs and certificate requests.
+// certkern show: all that is in certificates, CRLs, certificate requests and messages.
 #include "command.h"
+#include "failure.h"
 #include "input.h"
+#include "message.h"
+#include "message_fields.h"
 #include "object_fields.h"
 #include "output.h"
 #include "text.h"
@@ -47,6 +50,8 @@ class FileShow {
   void note(const std::string& text) const { fmt::print(stderr, "certkern: {}: {}\n", Escaped(name_), text); }
   void showBlock(const Block& block);
   bool showObject(const Block& block, size_t offset, std::span<const BYTE> bytes);
+  void showMessage(const Block& block, size_t offset, std::span<const BYTE> bytes);
+  void write(Field object, const std::optional<Fault>& fault, const Block& block, size_t offset);
 
   const std::string& path_;
   const std::string name_;
@@ -65,9 +70,9 @@ bool FileShow::run() {
   ReadBlocks(
       content.bytes,
       {[this](const Block& block) { showBlock(block); }, [this](const std::string& text) { complain(text); },
-       [this](const std::string& text) { note(text); }});
+       [this](const std::string& text) { note(text); }, true});
   if (sound_ && !shown_)
-    complain("expected a certificate, CRL or certificate request, found none in the file");
+    complain("expected a certificate, CRL, certificate request or message, found none in the file");
   return sound_;
 }
 
@@ -83,6 +88,10 @@ void FileShow::showBlock(const Block& block) {
 }
 
 bool FileShow::showObject(const Block& block, size_t offset, std::span<const BYTE> bytes) {
+  if (LooksLikeMessage(bytes)) {
+    showMessage(block, offset, bytes);
+    return true;
+  }
   const std::optional<ObjectKind> kind = RecognizeObject(bytes);
   if (!kind) {
     complain(fmt::format("certificate, CRL or certificate request: {}",
@@ -97,15 +106,25 @@ bool FileShow::showObject(const Block& block, size_t offset, std::span<const BYT
     complain(fmt::format("{}: {}", KindName(*kind), Describe(fault.value_or(refusal), block, offset)));
     return true;
   }
+  write(std::move(*object), fault, block, offset);
+  return true;
+}
+
+void FileShow::showMessage(const Block& block, size_t offset, std::span<const BYTE> bytes) {
+  if (std::optional<Field> object = MessageField(bytes, options_))
+    return write(std::move(*object), std::nullopt, block, offset);
+  complain(fmt::format("message at {}: {}", block.place(offset), ReasonOf(GetLastError())));
+}
+
+void FileShow::write(Field object, const std::optional<Fault>& fault, const Block& block, size_t offset) {
   Field origin;
   origin.add("File", Text{name_});
   origin.add("Object", ++shown_);
   // the library overlooks more than a reader may want to overlook
   if (fault) origin.add("Remark", Words{Describe(*fault, block, offset)});
-  object->children.insert(object->children.begin(), std::make_move_iterator(origin.children.begin()),
-                          std::make_move_iterator(origin.children.end()));
-  writer_.write(*object);
-  return true;
+  object.children.insert(object.children.begin(), std::make_move_iterator(origin.children.begin()),
+                         std::make_move_iterator(origin.children.end()));
+  writer_.write(object);
 }
 
 int RunShow(const Arguments& arguments) {
@@ -131,7 +150,7 @@ Runner PrepareShow(CLI::App& command) {
   command.add_option("FILE", arguments->files, "Files to show; none or - stands for standard input")
       ->type_name("");
   command.add_flag("--json", arguments->json,
-                   "Write JSON: an array with one object for each certificate, CRL or request");
+                   "Write JSON: an array with one object for each certificate, CRL, request or message");
   command
       .add_option("--max-entries", arguments->show.maxEntries,
                   "Show only the first N entries of a CRL; their count is always shown")

@@ -22,13 +22,6 @@ namespace {
 // ECDSA signatures differ in length: what was measured may be less than what comes.
 constexpr DWORD kSlack = 64;
 
-const HashRow& UsualHash(const ContainerKey& key) {
-  if (std::string_view(key.family->oid) != szOID_ECC_PUBLIC_KEY) return HashByName("sha256");
-  const auto bits = KeyParam<DWORD>(key.key.get(), KP_KEYLEN, "the key");
-  if (bits <= 256) return HashByName("sha256");
-  return HashByName(bits <= 384 ? "sha384" : "sha512");
-}
-
 bool IsEdwards(const KeyFamily& family) { return family.signature == CALG_EDDSA; }
 
 // One element around others; all of them are short.
@@ -68,6 +61,13 @@ void AddSigningOptions(CLI::App& command, SigningOptions& options) {
   command.add_option("--hash", options.hash, "The hash that is signed; what suits the key unless given")
       ->check(CLI::IsMember(HashNames()));
   command.add_flag("--pss", options.pss, "RSASSA-PSS, with a salt as long as the hash");
+}
+
+const HashRow& UsualHash(const ContainerKey& key) {
+  if (std::string_view(key.family->oid) != szOID_ECC_PUBLIC_KEY) return HashByName("sha256");
+  const auto bits = KeyParam<DWORD>(key.key.get(), KP_KEYLEN, "the key");
+  if (bits <= 256) return HashByName("sha256");
+  return HashByName(bits <= 384 ? "sha384" : "sha512");
 }
 
 CRYPT_ALGORITHM_IDENTIFIER SignatureAlgorithm::identifier() { return {oid.data(), BlobOf(parameters)}; }

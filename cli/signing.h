@@ -4,6 +4,7 @@
 
 #include "container.h"
 #include "field.h"
+#include "hashes.h"
 
 #include <certkern/encode.h>
 #include <CLI/App.hpp>
@@ -28,6 +29,9 @@ struct SignatureAlgorithm {
 };
 // For GOST keys the standard of the key decides; RSA signs SHA-256, ECDSA the hash that is as strong as its curve.
 SignatureAlgorithm ChooseSignature(const SigningOptions& options, const ContainerKey& key);
+
+// What a key that is not a GOST one signs unless told otherwise.
+const HashRow& UsualHash(const ContainerKey& key);
 
 // The record, signed and encoded. The key is unlocked.
 Bytes SignRecord(const ContainerKey& key, LPCSTR type, const void* record, SignatureAlgorithm& algorithm);

@@ -1,0 +1,187 @@
+// Messages by the tool: signed here and by openssl, verified by both; what each alteration is called.
+#include "tool_home.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using nlohmann::json;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+// root > ca > anna, whose key is the tool's, and boris, whose key is openssl's and who is revoked in revoked.crl.
+class Signing : public testing::Test {
+ protected:
+  Signing() {
+    home.out(R"(
+      printf 'basicConstraints=critical,CA:TRUE\nsubjectKeyIdentifier=hash\nkeyUsage=keyCertSign,cRLSign\n' >ca.ext
+      printf 'subjectKeyIdentifier=hash\nauthorityKeyIdentifier=keyid\nkeyUsage=digitalSignature\n' >end.ext
+      for n in root ca boris; do
+        openssl genpkey -algorithm gost2012_256 -pkeyopt paramset:A -out $n.key 2>/dev/null
+        openssl req -new -key $n.key -subj /CN=$n -out $n.csr
+      done
+      certkern key new anna --no-pin --algorithm gost2012-256 --purpose signature
+      certkern request new --key anna --subject CN=anna --out anna.csr
+      sign() { openssl x509 -req -in $1.csr -CA $2.crt -CAkey $2.key -set_serial $3 -days 30 -extfile $4.ext \
+        -out $1.crt 2>/dev/null; }
+      openssl x509 -req -in root.csr -signkey root.key -days 30 -extfile ca.ext -out root.crt 2>/dev/null
+      sign ca root 2 ca; sign anna ca 3 end; sign boris ca 4 end
+      touch index; echo 01 >number
+      printf '[ca]\ndefault_ca=d\n[d]\ndatabase=index\ndefault_md=md_gost12_256\ncrlnumber=number\n' >ca.cnf
+      list() { openssl ca -config ca.cnf -gencrl -keyfile $1.key -cert $1.crt -crldays 5 -out $2.crl 2>/dev/null; }
+      list root root; list ca ca
+      openssl ca -config ca.cnf -keyfile ca.key -cert ca.crt -revoke boris.crt 2>/dev/null; list ca revoked
+      printf 'what is signed\n' >text
+      other() { openssl cms -sign -binary -in text -signer boris.crt -inkey boris.key -md md_gost12_256 -outform DER "$@" \
+        2>/dev/null; }
+      other -nodetach -out other.cms; other -out other.sig; other -nodetach -cades -out cades.cms
+      other -nodetach -noattr -out bare.cms; other -nodetach -nocerts -out nocerts.cms)");
+  }
+  static constexpr char kWorld[] =
+      " --store root.crt --additional ca.crt --additional root.crl --cache-only ";
+  static constexpr char kByAnna[] = " --key anna --certificate anna.crt ";
+  ToolResult verify(const std::string& rest, const std::string& crl = "ca.crl") const {
+    return home.run("certkern verify " + rest + kWorld + "--additional " + crl);
+  }
+  std::string opensslVerifies(const std::string& rest) const {
+    return home
+        .run("openssl cms -verify -binary -CAfile root.crt -certfile ca.crt -purpose any -out out " + rest
+             + " && cmp out text && echo same")
+        .out;
+  }
+
+  const ToolHome home;
+};
+
+TEST_F(Signing, BothWays) {
+  home.out(std::string("certkern sign text -o a.cms --add-certificate ca.crt --cades strict") + kByAnna);
+  EXPECT_EQ(opensslVerifies("-in a.cms -inform PEM -cades"), "same\n");
+  const ToolResult own = verify("a.cms");
+  EXPECT_EQ(own.status, 0) << own.out << own.err;
+  EXPECT_THAT(own.out,
+              AllOf(HasSubstr("Content: in the message, 15 bytes\n"), HasSubstr("\nSigner 1: CN=anna\n"),
+                    HasSubstr("Content: intact\n"), HasSubstr("Signature: valid\n"),
+                    HasSubstr("Certificate: named in the signature\n"), HasSubstr("Signed at: 20"),
+                    HasSubstr("└─ CN=anna  (until "), HasSubstr("\nValid.\n")));
+
+  home.out(std::string("certkern sign --detached --der text -o a.sig") + kByAnna);
+  EXPECT_EQ(opensslVerifies("-in a.sig -inform DER -content text -cades"), "same\n");
+  EXPECT_EQ(verify("a.sig --content text").status, 0);
+  for (const char* message : {"other.cms", "other.sig --content text", "cades.cms", "bare.cms"}) {
+    const ToolResult result = verify(message);
+    EXPECT_EQ(result.status, 0) << message << "\n" << result.out << result.err;
+  }
+}
+
+TEST_F(Signing, WhatTheOptionsPutIn) {
+  home.out(std::string("certkern sign text -o a.cms --attribute 1.2.3.4=0c0141 --attribute 1.2.3.5=0500 "
+                       "--add-certificate ca.crt --add-certificate ca.crl --hash sha256")
+           + kByAnna);
+  const json object = json::parse(home.out("certkern show --json a.cms")).at(0);
+  EXPECT_EQ(object.at("contentSize"), 15);
+  EXPECT_EQ(object.at("certificates").size(), 2u);
+  EXPECT_EQ(object.at("crls").size(), 1u);
+  const json& signer = object.at("signers").at(0);
+  EXPECT_EQ(signer.at("issuer").at("text"), "CN=ca");
+  EXPECT_EQ(signer.at("hashAlgorithm").at("oid"), "1.2.643.7.1.1.2.2") << "a GOST key signs no foreign hash";
+  const std::string shown = home.out("certkern show a.cms");
+  EXPECT_THAT(shown,
+              AllOf(HasSubstr("Signed message\n"), HasSubstr("1.2.3.4"), HasSubstr("signingCertificateV2")));
+  home.out(std::string("certkern sign text -o off.cms --cades off") + kByAnna);
+  EXPECT_THAT(home.out("certkern show off.cms"), Not(HasSubstr("igned attributes")));
+  EXPECT_EQ(verify("off.cms --revocation none").status, 0);
+  home.out("printf '' >text.0; certkern sign text.0 -o empty.cms --key anna --certificate anna.crt");
+  EXPECT_EQ(verify("empty.cms").status, 0);
+}
+
+TEST_F(Signing, WhereTheCertificateMayBe) {
+  EXPECT_EQ(home.run("certkern sign text --key anna").status, 1) << "none anywhere";
+  home.out("certkern certificate selfsign --key anna --subject CN=self --install");
+  EXPECT_THAT(home.out("certkern sign text --key anna | certkern show -"), HasSubstr("CN=self"));
+  home.out(
+      "certkern key new rsa --no-pin --algorithm rsa; "
+      "certkern certificate selfsign --key rsa --subject CN=rsa --out rsa.crt; "
+      "certkern sign text --key rsa --certificate rsa.crt -o rsa.cms");
+  EXPECT_EQ(home.run("certkern verify rsa.cms --store rsa.crt --revocation none").status, 0);
+  EXPECT_EQ(home.run("certkern verify rsa.cms --store root.crt --revocation none").status, 3)
+      << "not that root's";
+}
+
+TEST_F(Signing, HowFaultsAreFoundOut) {
+  home.out(
+      "swap() { LC_ALL=C sed \"s/$1/$2/\" other.cms >$3; }; swap 'what is' 'what iz' content.cms\n"
+      "printf 'what iz signed\\n' >texz\n"
+      // the last octet is the signature's
+      "head -c -1 other.cms >signature.cms; tail -c 1 other.cms | LC_ALL=C tr '\\000-\\377' "
+      "'\\001-\\377\\000' >>signature.cms");
+  const ToolResult content = verify("content.cms");
+  EXPECT_EQ(content.status, 3);
+  EXPECT_THAT(content.out, AllOf(HasSubstr("Content: changed after it was signed"), HasSubstr("Not valid.")));
+  EXPECT_EQ(verify("other.sig --content texz").status, 3);
+  const ToolResult signature = verify("signature.cms");
+  EXPECT_EQ(signature.status, 3);
+  EXPECT_THAT(signature.out, AllOf(HasSubstr("Content: intact"), HasSubstr("Signature: not valid")));
+  const ToolResult revoked = verify("other.cms", "revoked.crl");
+  EXPECT_EQ(revoked.status, 3);
+  EXPECT_THAT(revoked.out, AllOf(HasSubstr("Signature: valid"), HasSubstr("listed as revoked since")));
+  EXPECT_EQ(verify("other.cms --revocation none", "revoked.crl").status, 0);
+  EXPECT_EQ(home.run("certkern verify other.cms --store root.crt --cache-only").status, 4)
+      << "no authority, no CRL";
+  const ToolResult stranger = verify("nocerts.cms");
+  EXPECT_EQ(stranger.status, 4);
+  EXPECT_THAT(stranger.out, HasSubstr("not checked: the signer's certificate is not there"));
+  EXPECT_EQ(verify("nocerts.cms --additional boris.crt").status, 0);
+  EXPECT_EQ(verify("other.cms --time 2000-01-01").status, 3);
+}
+
+TEST_F(Signing, SeveralSigners) {
+  home.out(
+      "openssl cms -resign -in other.cms -inform DER -binary -nodetach -signer root.crt -inkey root.key "
+      "-md md_gost12_256 -outform DER -out two.cms");
+  const json object = json::parse(verify("two.cms --json", "revoked.crl").out).at(0);
+  EXPECT_EQ(object.at("verdict"), "invalid");
+  EXPECT_EQ(object.at("signerCount"), 2);
+  std::map<std::string, std::string> verdicts;
+  for (const json& signer : object.at("signers")) {
+    EXPECT_EQ(signer.at("signature"), "valid");
+    const json& subject = signer.at("chain").at("elements").at(0).at("subject").at("text");
+    verdicts[subject.get<std::string>()] = signer.at("verdict").get<std::string>();
+  }
+  EXPECT_EQ(verdicts,
+            (std::map<std::string, std::string>{
+                {"CN=boris", "invalid"},
+                {"CN=root",  "valid"  }
+  }));
+  EXPECT_EQ(
+      verify("two.cms --signer 1", "revoked.crl").status + verify("two.cms --signer 2", "revoked.crl").status,
+      3);
+  EXPECT_EQ(verify("two.cms --signer 3").status, 1);
+}
+
+TEST_F(Signing, Faults) {
+  home.out(
+      "certkern key new other --no-pin --algorithm gost2012-256; openssl cms -data_create -in text -outform "
+      "DER -out data.cms");
+  ExpectFaults(
+      home,
+      {
+          {"certkern sign text",                                         2, "who signs?"                       },
+          {"certkern sign none --key anna --certificate anna.crt",       1, "none: "                           },
+          {"certkern sign text --key anna",                              1, "no certificate with this key"     },
+          {"certkern sign text --certificate anna.crt",                  1, "name the key container with --key"},
+          {"certkern sign text --key other --certificate anna.crt",      1, "its key is not that of other"     },
+          {"certkern sign text --key anna --attribute 1.2.3",            2, "must be OID=HEX"                  },
+          {"certkern sign text --key anna --attribute 1.2.3=0x",         2, "must be hexadecimal"              },
+          {"certkern sign text --key anna --attribute 1.2.3=050000",     2, "one whole DER element"            },
+          {"certkern verify other.sig --store root.crt",                 1, "name it with --content"           },
+          {"certkern verify other.cms --content text --store root.crt",  2, "the content is in the message"    },
+          {"certkern verify data.cms --store root.crt",                  1, "not a signed one"                 },
+          {"certkern verify text --store root.crt",                      1, "expected DER"                     },
+          {"certkern verify root.crt --store root.crt",                  1, "not a message"                    },
+          {"head -c 300 other.cms | certkern verify - --store root.crt", 1, "-: "                              },
+  });
+}
+
+}  // namespace
