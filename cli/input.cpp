@@ -149,7 +149,7 @@ size_t ReadPemBlock(std::string_view file, size_t start, const BlockReader& read
     return bodyEnd;
   }
   if (reader.wanted == Wanted::AnyElement || IsShownLabel(label)
-      || (reader.messages && IsMessageLabel(label))) {
+      || (reader.wanted == Wanted::ObjectsAndMessages && IsMessageLabel(label))) {
     ReadBase64(file.substr(bodyStart, bodyEnd - bodyStart), bodyStart, Block{{}, start, Block::Form::Pem},
                reader);
   } else {
@@ -200,7 +200,7 @@ std::string Block::place(size_t offset) const {
 }
 
 void ReadBlocks(std::span<const BYTE> file, const BlockReader& reader) {
-  const bool objects = reader.wanted == Wanted::Objects;
+  const bool objects = reader.wanted != Wanted::AnyElement;
   if (file.empty()) {
     return reader.onFault(fmt::format("expected {}, found an empty file",
                                       objects ? "a certificate, CRL or certificate request" : "an encoding"));

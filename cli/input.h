@@ -31,7 +31,8 @@ struct Block {
 };
 
 enum class Wanted {
-  Objects,     // certificates, CRLs and requests: DER begins as a SEQUENCE, other PEM is left out
+  Objects,             // certificates, CRLs and requests: DER begins as a SEQUENCE, other PEM is left out
+  ObjectsAndMessages,  // the same, and messages
   AnyElement,  // PEM of any kind; bytes that are neither text of it nor Base64 are taken as an encoding
 };
 
@@ -40,7 +41,6 @@ struct BlockReader {
   std::function<void(const std::string&)> onFault;  // a fault with its place; reading goes on where it can
   std::function<void(const std::string&)> onNote;   // something that is left out, but is no fault
   Wanted wanted = Wanted::Objects;
-  bool messages = false;  // PEM of messages is a block, too
 };
 
 // Each block of a file in its order; the bytes of a block live as long as the call to onBlock.

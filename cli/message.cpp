@@ -51,7 +51,7 @@ Bytes ReadMessageFile(const std::string& path, const std::string& shown) {
                          },
                      .onFault = fail,
                      .onNote = [](const std::string&) {},
-                     .messages = true};
+                     .wanted = Wanted::ObjectsAndMessages};
   ReadBlocks(content.bytes, reader);
   if (message.empty()) fail("expected a message, found none");
   return message;

@@ -70,7 +70,7 @@ bool FileShow::run() {
   ReadBlocks(
       content.bytes,
       {[this](const Block& block) { showBlock(block); }, [this](const std::string& text) { complain(text); },
-       [this](const std::string& text) { note(text); }, true});
+       [this](const std::string& text) { note(text); }, Wanted::ObjectsAndMessages});
   if (sound_ && !shown_)
     complain("expected a certificate, CRL, certificate request or message, found none in the file");
   return sound_;
