@@ -90,7 +90,7 @@ TEST(HashedMessages, Published) {
     EXPECT_EQ(Bare(message),
               Bytes(encoded.end() - static_cast<ptrdiff_t>(Bare(message).size()), encoded.end()));
     EXPECT_EQ(Parameter(message.get(), CMSG_INNER_CONTENT_TYPE_PARAM),
-              Bytes(szOID_RSA_data, szOID_RSA_data + sizeof szOID_RSA_data));
+              AsBytes(std::string(szOID_RSA_data, sizeof szOID_RSA_data)));
 
     Bytes record = Parameter(message.get(), CMSG_HASH_ALGORITHM_PARAM);
     EXPECT_EQ(record.size(), sizeof(CRYPT_ALGORITHM_IDENTIFIER) + std::strlen(oid) + 1);
