@@ -47,6 +47,21 @@ TEST(StoreFaults, EveryDisposition) {
   }
 }
 
+// Whether a list is there can't be told without the memory to decode those that are: then it is not added either.
+TEST(StoreFaults, ListsAreNotDoubled) {
+  const StoreHandle store = OpenMemoryStore(0);
+  const CrlHandle crl = CreateCrl(MakeCrl({}));
+  ASSERT_TRUE(CertAddCRLContextToStore(store.get(), crl.get(), CERT_STORE_ADD_NEW, nullptr));
+  for (const DWORD disposition : {CERT_STORE_ADD_NEW, CERT_STORE_ADD_REPLACE_EXISTING}) {
+    for (FaultPlan plan; plan.next();) {
+      const bool added =
+          plan.run([&] { return CertAddCRLContextToStore(store.get(), crl.get(), disposition, nullptr); });
+      EXPECT_TRUE(added || GetLastError() == CRYPT_E_EXISTS || GetLastError() == ERROR_NOT_ENOUGH_MEMORY);
+      EXPECT_EQ(CountOf(*store.get(), ElementType::Crl), 1u);
+    }
+  }
+}
+
 TEST(StoreFaults, ContextsAndProperties) {
   const size_t before = contextRegistry.get()->size();
   const Bytes encoded = OpensslCertificate();
