@@ -98,7 +98,8 @@ class Picture {
                                    &subject->pCertInfo->Issuer))
       return;
     size_t drawn = 0;
-    for (const HCERTSTORE store : {built_.sources->trusted.get(), built_.sources->additional.get(), view("Root"), view("CA")}) {
+    for (const HCERTSTORE store :
+         {built_.sources->trusted.get(), built_.sources->additional.get(), view("Root"), view("CA")}) {
       if (!store) continue;
       PCCERT_CONTEXT each = nullptr;
       while ((each = CertFindCertificateInStore(store, X509_ASN_ENCODING, 0, CERT_FIND_SUBJECT_NAME,

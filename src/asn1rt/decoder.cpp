@@ -204,8 +204,8 @@ namespace {
 
 // The default parameters of RSASSA-PSS are about as 30 00 00: an empty SEQUENCE, and an octet too many behind it.
 bool HasStrayOctet(const uint8_t* at, const ElementHeader& header) {
-  return !header.indefinite && header.end - at == 1 && at[0] == 0 && at - header.content >= 2 && at[-1] == 0 &&
-         at[-2] == 0x30;
+  return !header.indefinite && header.end - at == 1 && at[0] == 0 && at - header.content >= 2 && at[-1] == 0
+      && at[-2] == 0x30;
 }
 
 }  // namespace
