@@ -41,7 +41,7 @@ void HashedMessage::makeHash() {
   const PCCRYPT_OID_INFO info =
       CryptFindOIDInfo(CRYPT_OID_INFO_OID_KEY, hashAlgorithm_.data(), CRYPT_HASH_ALG_OID_GROUP_ID);
   if (!info) throw CAException("CryptFindOIDInfo() failed.");
-  if (!provider_) provider_.reset(SVAPI_I_CryptGetDefaultCryptProv(info->Algid));
+  if (!provider_) provider_ = HoldProvider(SVAPI_I_CryptGetDefaultCryptProv(info->Algid));
   if (!provider_) ThrowLastError();
   hash_ = CreateHash(provider_.get(), info->Algid);
 }

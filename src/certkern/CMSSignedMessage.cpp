@@ -115,8 +115,8 @@ std::span<const BYTE> RawCrl(const ASN1T_RevocationChoiceRaw& choice) {
 }
 
 template <class Element>
-Element& ElementAt(const ASN1ListOf<Element>& list, DWORD index) {
-  const ASN1ListNode* const node = NodeAt(list, index);
+Element& ElementAt(const ASN1ListOf<Element>& list, DWORD index, ListPlace& place) {
+  const ASN1ListNode* const node = NodeAt(list, index, place);
   if (!node) throw CryptException(E_INVALIDARG);
   return *static_cast<Element*>(node->data);
 }
@@ -305,12 +305,13 @@ const ByteBuffer& SignedMessageDecodeContext::reencoded(bool bare) {
 }
 
 void SignedMessageDecodeContext::answerCertificate(const GetParamRequest& request) {
-  AnswerBytes(request, RawCertificate(ElementAt(core_.data().certificates, request.dwIndex)));
+  AnswerBytes(request,
+              RawCertificate(ElementAt(core_.data().certificates, request.dwIndex, certificatePlace_)));
 }
 
 void SignedMessageDecodeContext::answerCrl(const GetParamRequest& request) {
   if (!core_.data().m.crlsPresent) return AnswerBytes(request, {});
-  AnswerBytes(request, RawCrl(ElementAt(core_.data().crls, request.dwIndex)));
+  AnswerBytes(request, RawCrl(ElementAt(core_.data().crls, request.dwIndex, crlPlace_)));
 }
 
 std::pair<HCRYPTPROV, HCRYPTHASH> SignedMessageDecodeContext::hashFor(const SignerInfo& signer,

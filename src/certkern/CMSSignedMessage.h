@@ -78,6 +78,7 @@ class SignedMessageDecodeContext : public MessageDecodeContext {
   ProviderHandle provider_;
   std::map<ALG_ID, ContentHash> contentHash_;
   SignedDataCore core_;
+  ListPlace certificatePlace_, crlPlace_;
   bool releaseProv_ = false;
   bool detached_ = false;
   bool messageAdded_ = false;

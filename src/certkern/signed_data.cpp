@@ -103,6 +103,15 @@ void SetPssSalt(HCRYPTHASH hash, const SignatureScheme& scheme) {
   if (!CryptSetHashParam(hash, HP_PSS_SALT, reinterpret_cast<const BYTE*>(salt), 0)) ThrowLastError();
 }
 
+ASN1ListNode* NodeAt(const ASN1List& list, uint32_t index, ListPlace& place) {
+  const bool same =
+      place.list.count == list.count && place.list.head == list.head && place.list.tail == list.tail;
+  if (!same || index < place.index) place = {list, list.head, 0};
+  if (index >= list.count) return nullptr;
+  for (; place.index < index; ++place.index) place.node = place.node->next;
+  return place.node;
+}
+
 void Unlink(ASN1List& list, const ASN1ListNode& node) {
   (node.prev ? node.prev->next : list.head) = node.next;
   (node.next ? node.next->prev : list.tail) = node.prev;
@@ -115,7 +124,7 @@ SignedDataCore::SignedDataCore() : context_(ASN1ContextPtr::Create()) {
 }
 
 SignerInfo* SignedDataCore::findSigner(DWORD index) const {
-  const ASN1ListNode* const node = NodeAt(data_.signerInfos, index);
+  const ASN1ListNode* const node = NodeAt(data_.signerInfos, index, signerPlace_);
   return node ? static_cast<SignerInfo*>(node->data) : nullptr;
 }
 

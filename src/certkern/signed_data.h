@@ -33,6 +33,15 @@ SignatureScheme SchemeOf(const SignerInfo& signer);
 // Sets hash parameter HP_PSS_SALT: two words, of which a provider may read one.
 void SetPssSalt(HCRYPTHASH hash, const SignatureScheme& scheme);
 
+// Where a look-up ended, so that looking up one after the other takes a step each. Good for as long as the list is what it
+// was: new elements come at its end, and nodes are not used twice.
+struct ListPlace {
+  ASN1List list{};
+  ASN1ListNode* node = nullptr;
+  uint32_t index = 0;
+};
+ASN1ListNode* NodeAt(const ASN1List& list, uint32_t index, ListPlace& place);
+
 class SignedDataCore {
  public:
   SignedDataCore();
@@ -119,6 +128,7 @@ class SignedDataCore {
 
   ASN1ContextPtr context_;
   asn1data::ASN1T_SignedData data_{};
+  mutable ListPlace signerPlace_;
   ByteBuffer bareEncoded_, encoded_;
   std::map<SignerInfo*, OwnSigner, std::less<>> own_;
   std::map<const SignerInfo*, ByteBuffer> rawAttributes_;

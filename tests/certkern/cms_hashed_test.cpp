@@ -90,7 +90,7 @@ TEST(HashedMessages, Published) {
     EXPECT_EQ(Bare(message),
               Bytes(encoded.end() - static_cast<ptrdiff_t>(Bare(message).size()), encoded.end()));
     EXPECT_EQ(Parameter(message.get(), CMSG_INNER_CONTENT_TYPE_PARAM),
-              Bytes(szOID_RSA_data, szOID_RSA_data + sizeof szOID_RSA_data));
+              AsBytes(std::string(szOID_RSA_data, sizeof szOID_RSA_data)));
 
     Bytes record = Parameter(message.get(), CMSG_HASH_ALGORITHM_PARAM);
     EXPECT_EQ(record.size(), sizeof(CRYPT_ALGORITHM_IDENTIFIER) + std::strlen(oid) + 1);
@@ -160,9 +160,9 @@ TEST(HashedMessages, NoAlteredByteVerifies) {
 }
 
 TEST(HashedMessages, DetachedContentHasItsPlace) {
-  Bytes none;
+  Bytes parameters;
   const Bytes content = AsBytes("detached");
-  const CMSG_HASHED_ENCODE_INFO info = EncodeInfo(szOID_NIST_sha256, none);
+  const CMSG_HASHED_ENCODE_INFO info = EncodeInfo(szOID_NIST_sha256, parameters);
   const Bytes detached = Encode(info, content, CMSG_DETACHED_FLAG);
 
   const Message attached = OpenMessage(Encode(info, content));
@@ -172,7 +172,9 @@ TEST(HashedMessages, DetachedContentHasItsPlace) {
     return Message(CryptMsgOpenToDecode(0, CMSG_DETACHED_FLAG, 0, 0, nullptr, nullptr));
   };
   const Message message = open();
-  EXPECT_EQ(VerifyHash(message), DWORD{ERROR_INVALID_PARAMETER}) << "no message";
+  EXPECT_EQ(VerifyHash(message), DWORD{ERROR_INVALID_PARAMETER}) << "no type";
+  const Message none(CryptMsgOpenToDecode(0, CMSG_DETACHED_FLAG, CMSG_HASHED, 0, nullptr, nullptr));
+  EXPECT_EQ(VerifyHash(none), DWORD{ERROR_INVALID_PARAMETER}) << "no message";
   ASSERT_EQ(UpdateCode(message, detached, FALSE), 0u);
   EXPECT_EQ(VerifyHash(message), DWORD{CRYPT_E_HASH_VALUE}) << "no content";
   for (size_t i = 0; i < content.size(); ++i) ASSERT_EQ(UpdateCode(message, {content[i]}, FALSE), 0u);
@@ -216,8 +218,12 @@ TEST(HashedMessages, AskingEarlyChangesNothing) {
     ASSERT_EQ(UpdateCode(message, AsBytes("ab"), FALSE), 0u);
     Parameter(message.get(), CMSG_CONTENT_PARAM);
     Parameter(message.get(), CMSG_COMPUTED_HASH_PARAM);
-    ASSERT_EQ(UpdateCode(message, AsBytes("c"), TRUE), 0u);
-    EXPECT_EQ(Parameter(message.get(), CMSG_CONTENT_PARAM), Encode(info, AsBytes("abc"), flags));
+    ASSERT_EQ(UpdateCode(message, AsBytes("c"), FALSE), 0u);
+    if (!flags) {
+      EXPECT_EQ(Parameter(message.get(), CMSG_CONTENT_PARAM), Encode(info, AsBytes("abc")));
+    }
+    ASSERT_EQ(UpdateCode(message, AsBytes("d"), TRUE), 0u);
+    EXPECT_EQ(Parameter(message.get(), CMSG_CONTENT_PARAM), Encode(info, AsBytes("abcd"), flags));
   }
 }
 
@@ -253,22 +259,20 @@ TEST(HashedMessages, WhatIsRefused) {
 
 // Each handle on the provider is given back: the caller's stays alive until he has released it.
 TEST(HashedMessages, ProvidersAreCounted) {
-  const auto isLive = [](HCRYPTPROV provider) {
-    return CryptContextAddRef(provider, nullptr, 0) && CryptReleaseContext(provider, 0);
-  };
   const Bytes encoded = Published("tc26/digested256.der");
   const Bytes bare = Bare(OpenMessage(encoded));
   for (const DWORD type : {DWORD{0}, DWORD{CMSG_HASHED}}) {
     for (const bool releases : {false, true}) {
       HCRYPTPROV provider = 0;
       ASSERT_TRUE(CryptAcquireContextA(&provider, nullptr, nullptr, PROV_GOST_2012_256, CRYPT_VERIFYCONTEXT));
+      ASSERT_TRUE(CryptContextAddRef(provider, nullptr, 0));
       Message message(CryptMsgOpenToDecode(0, releases ? CMSG_CRYPT_RELEASE_CONTEXT_FLAG : 0, type, provider,
                                            nullptr, nullptr));
       ASSERT_TRUE(message);
       ASSERT_EQ(UpdateCode(message, type ? bare : encoded, TRUE), 0u);
       EXPECT_EQ(VerifyHash(message), 0u);
       message.reset();
-      EXPECT_EQ(isLive(provider), !releases);
+      EXPECT_TRUE(CryptReleaseContext(provider, 0));
       EXPECT_EQ(CryptReleaseContext(provider, 0) != FALSE, !releases);
     }
   }

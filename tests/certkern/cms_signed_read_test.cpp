@@ -24,9 +24,9 @@ std::vector<std::string> FormsOf(const std::string& kind) {
 
 // Where one stretch of bytes stands in another.
 size_t Find(const Bytes& where, std::span<const BYTE> what) {
-  const auto found = std::ranges::search(where, what);
-  EXPECT_FALSE(found.empty());
-  return static_cast<size_t>(found.begin() - where.begin());
+  const auto found = std::search(where.begin(), where.end(), what.begin(), what.end());
+  EXPECT_NE(found, where.end());
+  return static_cast<size_t>(found - where.begin());
 }
 
 }  // namespace

@@ -110,6 +110,16 @@ TEST(MessageStore, EncodedMessages) {
   EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
 }
 
+// Each of them looked up from the start, this would take minutes.
+TEST(MessageStore, ManyObjectsTakeAStepEach) {
+  constexpr size_t kMany = 300'000;
+  Bytes objects;
+  for (size_t i = 0; i < kMany; ++i) objects.insert(objects.end(), {0x30, 0x00});
+  const StoreHandle store = OpenBlob(Bag(objects, MakeCrl({})));
+  ASSERT_TRUE(store);
+  EXPECT_EQ(store->certificates.size, kMany);
+}
+
 TEST(MessageStore, FilesBecomeStoreFilesWhenTheyAreWritten) {
   char name[] = "/tmp/certkern_p7b_XXXXXX";
   ASSERT_TRUE(::mkdtemp(name));

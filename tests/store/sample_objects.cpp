@@ -58,7 +58,9 @@ Bytes Der(BYTE tag, const Bytes& content) {
   if (content.size() < 0x80) {
     element.push_back(static_cast<BYTE>(content.size()));
   } else {
-    element.push_back(0x82);
+    const bool large = content.size() > 0xFFFF;
+    element.push_back(large ? 0x83 : 0x82);
+    if (large) element.push_back(static_cast<BYTE>(content.size() >> 16));
     element.push_back(static_cast<BYTE>(content.size() >> 8));
     element.push_back(static_cast<BYTE>(content.size()));
   }
