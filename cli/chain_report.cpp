@@ -135,20 +135,27 @@ Verdict VerdictOnAll(const BuiltChain& built, const std::optional<PolicyResult>&
   return policy ? VerdictOfPolicy(policy->error) : chain;
 }
 
-std::string ChainText(const BuiltChain& built, const std::optional<PolicyResult>& policy) {
+std::string PathText(const BuiltChain& built) {
   std::string out;
   AppendPath(out, built.path());
+  return out;
+}
+
+std::string VerdictText(Verdict verdict, DWORD errorStatus) {
+  std::string out(VerdictWord(verdict));
+  out += errorStatus ? ":" : ".";
+  for (const std::string_view sentence : StatusSentences(errorStatus)) out += fmt::format(" {}", sentence);
+  return out;
+}
+
+std::string ChainText(const BuiltChain& built, const std::optional<PolicyResult>& policy) {
+  std::string out = PathText(built);
   const CERT_CHAIN_CONTEXT& context = built.context();
   for (DWORD i = 0; i < context.cLowerQualityChainContext; ++i) {
     out += fmt::format("\n{}:\n", Say("Another valid path", "Другой действительный путь"));
     AppendPath(out, *context.rgpLowerQualityChainContext[i]->rgpChain[0]);
   }
-  out += '\n';
-  out += VerdictWord(VerdictOnAll(built, policy));
-  const DWORD status = context.TrustStatus.dwErrorStatus;
-  out += status ? ":" : ".";
-  for (const std::string_view sentence : StatusSentences(status)) out += fmt::format(" {}", sentence);
-  out += '\n';
+  out += fmt::format("\n{}\n", VerdictText(VerdictOnAll(built, policy), context.TrustStatus.dwErrorStatus));
   if (policy && policy->error)
     out += fmt::format("{} {}: {}\n", Say("Policy", "Политика"), policy->name, PolicySentence(policy->error));
   return out;

@@ -22,7 +22,11 @@ Verdict VerdictOnAll(const BuiltChain& built, const std::optional<PolicyResult>&
 // A whole name on one line, for a terminal.
 std::string NameLine(const CERT_NAME_BLOB& name);
 
-// A tree, the root first, with the verdict below it.
+// A tree, the root first.
+std::string PathText(const BuiltChain& built);
+// "Valid.", or what is wrong.
+std::string VerdictText(Verdict verdict, DWORD errorStatus);
+// Both, and what a policy says.
 std::string ChainText(const BuiltChain& built, const std::optional<PolicyResult>& policy);
 Field ChainField(const BuiltChain& built, const std::optional<PolicyResult>& policy);
 // Graphviz: the path, and the other certificates that could have been issuers, with why they are not.

@@ -14,7 +14,6 @@
 #include <certkern/cert.h>
 #include <certkern/msg_simple.h>
 #include <certkern/sv.h>
-#include <certkern/text.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -43,26 +42,13 @@ struct Attribute {
   Bytes value;  // one whole element
 };
 
-Bytes FromHex(const std::string& text, const std::string& option) {
-  DWORD size = 0;
-  const auto convert = [&](BYTE* out) {
-    return CryptStringToBinaryA(text.data(), CheckedSize(text.size()), CRYPT_STRING_HEXRAW, out, &size,
-                                nullptr, nullptr);
-  };
-  if (!convert(nullptr))
-    throw WrongUsage(fmt::format("--attribute {}: the value must be hexadecimal", option));
-  Bytes bytes(size);
-  if (!convert(bytes.data())) ThrowLastError("--attribute");
-  return bytes;
-}
-
 Attribute AttributeOf(const std::string& option) {
   const std::string shown = Shown(option);
   const size_t equals = option.find('=');
   if (equals == option.npos || !IsDottedOid(option.substr(0, equals)))
     throw WrongUsage(fmt::format("--attribute {}: must be OID=HEX, as 1.2.3.4=0500", shown));
-  Attribute attribute{option.substr(0, equals), FromHex(option.substr(equals + 1), shown)};
-  if (attribute.value.empty() || ElementSize(attribute.value) != attribute.value.size())
+  Attribute attribute{option.substr(0, equals), BytesOfHex(option.substr(equals + 1), "--attribute")};
+  if (ElementSize(attribute.value) != attribute.value.size())
     throw WrongUsage(fmt::format("--attribute {}: the value must be one whole DER element", shown));
   return attribute;
 }

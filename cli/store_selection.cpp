@@ -21,24 +21,6 @@
 namespace certkern::cli {
 namespace {
 
-// Hexadecimal digits as this tool and others write them: colons and blanks between them are passed over.
-Bytes BytesOfHex(const std::string& text, const char* option) {
-  std::string digits;
-  for (const char c : text) {
-    if (c == ':' || c == ' ') continue;
-    if (!std::isxdigit(static_cast<unsigned char>(c)))
-      throw WrongUsage(
-          fmt::format("{} {}: only hexadecimal digits", option, Escaped(Utf8Of(std::string_view(text)))));
-    digits += c;
-  }
-  if (digits.empty() || digits.size() % 2)
-    throw WrongUsage(fmt::format("{}: whole bytes, two digits each", option));
-  Bytes bytes;
-  for (size_t i = 0; i < digits.size(); i += 2)
-    bytes.push_back(static_cast<BYTE>(std::stoul(digits.substr(i, 2), nullptr, 16)));
-  return bytes;
-}
-
 std::span<const BYTE> WithoutZeros(std::span<const BYTE> bigEndian) {
   while (bigEndian.size() > 1 && !bigEndian.front()) bigEndian = bigEndian.subspan(1);
   return bigEndian;

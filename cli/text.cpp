@@ -197,6 +197,23 @@ std::string EscapedNameValue(std::string_view utf8) {
   return out;
 }
 
+std::vector<BYTE> BytesOfHex(const std::string& text, const std::string& option) {
+  std::string digits;
+  for (const char c : text) {
+    if (c == ':' || c == ' ') continue;
+    if (!std::isxdigit(static_cast<unsigned char>(c)))
+      throw WrongUsage(
+          fmt::format("{} {}: only hexadecimal digits", option, Escaped(Utf8Of(std::string_view(text)))));
+    digits += c;
+  }
+  if (digits.empty() || digits.size() % 2)
+    throw WrongUsage(fmt::format("{}: whole bytes, two digits each", option));
+  std::vector<BYTE> bytes;
+  for (size_t i = 0; i < digits.size(); i += 2)
+    bytes.push_back(static_cast<BYTE>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+  return bytes;
+}
+
 std::string HexText(std::span<const BYTE> bytes, std::string_view separator) {
   static constexpr char kDigits[] = "0123456789abcdef";
   std::string text;

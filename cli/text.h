@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace certkern::cli {
 
@@ -31,6 +32,9 @@ std::string EscapedNameValue(std::string_view utf8);
 
 // Lower-case digits; separator may be empty.
 std::string HexText(std::span<const BYTE> bytes, std::string_view separator = {});
+// The bytes of hexadecimal digits from the command line; colons and blanks between them are passed over. Wrong usage of the
+// option when they are none.
+std::vector<BYTE> BytesOfHex(const std::string& text, const std::string& option);
 // ISO 8601 in UTC, to the second, or to the millisecond where there are some; "none" for no time.
 std::string TimeText(const FILETIME& time);
 // A little-endian two's complement number in decimal; more than 32 bytes in hexadecimal, after "0x".

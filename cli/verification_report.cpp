@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+#include <sstream>
+
 namespace certkern::cli {
 namespace {
 
@@ -75,13 +77,11 @@ void AppendRow(std::string& out, std::string_view english, std::string_view russ
   out += fmt::format("  {}: {}\n", Say(english, russian), value);
 }
 
-void AppendIndented(std::string& out, std::string_view text) {
-  while (!text.empty()) {
-    const size_t end = std::min(text.find('\n'), text.size() - 1) + 1;
-    if (text[0] != '\n') out += "    ";
-    out += text.substr(0, end);
-    text.remove_prefix(end);
-  }
+void AppendChain(std::string& out, const BuiltChain& chain) {
+  const DWORD status = chain.context().TrustStatus.dwErrorStatus;
+  AppendRow(out, "Chain", "Цепочка", VerdictText(VerdictOf(status), status));
+  std::istringstream lines(PathText(chain));
+  for (std::string line; std::getline(lines, line);) out += fmt::format("    {}\n", line);
 }
 
 void AppendSigner(std::string& out, const SignerFindings& signer) {
@@ -98,7 +98,7 @@ void AppendSigner(std::string& out, const SignerFindings& signer) {
                           Say("by the signer's own clock", "по часам подписавшего")));
   }
   AppendRow(out, "Certificate", "Сертификат", BindingWord(signer.binding));
-  if (signer.chain) AppendIndented(out, ChainText(*signer.chain, std::nullopt));
+  if (signer.chain) AppendChain(out, *signer.chain);
 }
 
 Words NameOf(ContentFinding finding) {

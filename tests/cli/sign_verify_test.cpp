@@ -12,9 +12,9 @@ using testing::HasSubstr;
 using testing::Not;
 
 // root > ca > anna, whose key is the tool's, and boris, whose key is openssl's and who is revoked in revoked.crl.
-class Signing : public testing::Test {
+class SignedFiles : public testing::Test {
  protected:
-  Signing() {
+  SignedFiles() {
     home.out(R"(
       printf 'basicConstraints=critical,CA:TRUE\nsubjectKeyIdentifier=hash\nkeyUsage=keyCertSign,cRLSign\n' >ca.ext
       printf 'subjectKeyIdentifier=hash\nauthorityKeyIdentifier=keyid\nkeyUsage=digitalSignature\n' >end.ext
@@ -55,9 +55,9 @@ class Signing : public testing::Test {
   const ToolHome home;
 };
 
-TEST_F(Signing, BothWays) {
+TEST_F(SignedFiles, BothWays) {
   home.out(std::string("certkern sign text -o a.cms --add-certificate ca.crt --cades strict") + kByAnna);
-  EXPECT_EQ(opensslVerifies("-in a.cms -inform PEM -cades"), "same\n");
+  EXPECT_EQ(opensslVerifies("-in a.cms -inform PEM -cades"), "CAdES Verification successful\n");
   const ToolResult own = verify("a.cms");
   EXPECT_EQ(own.status, 0) << own.out << own.err;
   EXPECT_THAT(own.out,
@@ -67,7 +67,7 @@ TEST_F(Signing, BothWays) {
                     HasSubstr("└─ CN=anna  (until "), HasSubstr("\nValid.\n")));
 
   home.out(std::string("certkern sign --detached --der text -o a.sig") + kByAnna);
-  EXPECT_EQ(opensslVerifies("-in a.sig -inform DER -content text -cades"), "same\n");
+  EXPECT_EQ(opensslVerifies("-in a.sig -inform DER -content text -cades"), "CAdES Verification successful\n");
   EXPECT_EQ(verify("a.sig --content text").status, 0);
   for (const char* message : {"other.cms", "other.sig --content text", "cades.cms", "bare.cms"}) {
     const ToolResult result = verify(message);
@@ -75,7 +75,7 @@ TEST_F(Signing, BothWays) {
   }
 }
 
-TEST_F(Signing, WhatTheOptionsPutIn) {
+TEST_F(SignedFiles, WhatTheOptionsPutIn) {
   home.out(std::string("certkern sign text -o a.cms --attribute 1.2.3.4=0c0141 --attribute 1.2.3.5=0500 "
                        "--add-certificate ca.crt --add-certificate ca.crl --hash sha256")
            + kByAnna);
@@ -84,7 +84,7 @@ TEST_F(Signing, WhatTheOptionsPutIn) {
   EXPECT_EQ(object.at("certificates").size(), 2u);
   EXPECT_EQ(object.at("crls").size(), 1u);
   const json& signer = object.at("signers").at(0);
-  EXPECT_EQ(signer.at("issuer").at("text"), "CN=ca");
+  EXPECT_EQ(signer.at("issuer").at("value"), "CN=ca");
   EXPECT_EQ(signer.at("hashAlgorithm").at("oid"), "1.2.643.7.1.1.2.2") << "a GOST key signs no foreign hash";
   const std::string shown = home.out("certkern show a.cms");
   EXPECT_THAT(shown,
@@ -96,7 +96,7 @@ TEST_F(Signing, WhatTheOptionsPutIn) {
   EXPECT_EQ(verify("empty.cms").status, 0);
 }
 
-TEST_F(Signing, WhereTheCertificateMayBe) {
+TEST_F(SignedFiles, WhereTheCertificateMayBe) {
   EXPECT_EQ(home.run("certkern sign text --key anna").status, 1) << "none anywhere";
   home.out("certkern certificate selfsign --key anna --subject CN=self --install");
   EXPECT_THAT(home.out("certkern sign text --key anna | certkern show -"), HasSubstr("CN=self"));
@@ -109,7 +109,7 @@ TEST_F(Signing, WhereTheCertificateMayBe) {
       << "not that root's";
 }
 
-TEST_F(Signing, HowFaultsAreFoundOut) {
+TEST_F(SignedFiles, HowFaultsAreFoundOut) {
   home.out(
       "swap() { LC_ALL=C sed \"s/$1/$2/\" other.cms >$3; }; swap 'what is' 'what iz' content.cms\n"
       "printf 'what iz signed\\n' >texz\n"
@@ -136,7 +136,22 @@ TEST_F(Signing, HowFaultsAreFoundOut) {
   EXPECT_EQ(verify("other.cms --time 2000-01-01").status, 3);
 }
 
-TEST_F(Signing, SeveralSigners) {
+// A certificate with the same issuer, serial number and key verifies the signature, but is not the one that was signed.
+TEST_F(SignedFiles, AnotherCertificateInPlaceOfTheSigners) {
+  home.out(R"(
+    openssl x509 -req -in boris.csr -CA ca.crt -CAkey ca.key -set_serial 4 -days 300 -extfile end.ext -out twin.crt
+    openssl cms -sign -binary -in text -signer boris.crt -inkey boris.key -md md_gost12_256 -nodetach -cades -nocerts \
+      -outform DER -out bound.cms)");
+  const ToolResult own = verify("bound.cms --additional boris.crt");
+  EXPECT_EQ(own.status, 0) << own.out << own.err;
+  const ToolResult twin = verify("bound.cms --additional twin.crt");
+  EXPECT_EQ(twin.status, 3);
+  EXPECT_THAT(
+      twin.out,
+      AllOf(HasSubstr("Signature: valid"), HasSubstr("Certificate: the signature names another one")));
+}
+
+TEST_F(SignedFiles, SeveralSigners) {
   home.out(
       "openssl cms -resign -in other.cms -inform DER -binary -nodetach -signer root.crt -inkey root.key "
       "-md md_gost12_256 -outform DER -out two.cms");
@@ -146,7 +161,7 @@ TEST_F(Signing, SeveralSigners) {
   std::map<std::string, std::string> verdicts;
   for (const json& signer : object.at("signers")) {
     EXPECT_EQ(signer.at("signature"), "valid");
-    const json& subject = signer.at("chain").at("elements").at(0).at("subject").at("text");
+    const json& subject = signer.at("chain").at("elements").at(0).at("subject").at("value");
     verdicts[subject.get<std::string>()] = signer.at("verdict").get<std::string>();
   }
   EXPECT_EQ(verdicts,
@@ -160,7 +175,7 @@ TEST_F(Signing, SeveralSigners) {
   EXPECT_EQ(verify("two.cms --signer 3").status, 1);
 }
 
-TEST_F(Signing, Faults) {
+TEST_F(SignedFiles, Faults) {
   home.out(
       "certkern key new other --no-pin --algorithm gost2012-256; openssl cms -data_create -in text -outform "
       "DER -out data.cms");
@@ -173,12 +188,12 @@ TEST_F(Signing, Faults) {
           {"certkern sign text --certificate anna.crt",                  1, "name the key container with --key"},
           {"certkern sign text --key other --certificate anna.crt",      1, "its key is not that of other"     },
           {"certkern sign text --key anna --attribute 1.2.3",            2, "must be OID=HEX"                  },
-          {"certkern sign text --key anna --attribute 1.2.3=0x",         2, "must be hexadecimal"              },
+          {"certkern sign text --key anna --attribute 1.2.3=0x",         2, "only hexadecimal digits"          },
           {"certkern sign text --key anna --attribute 1.2.3=050000",     2, "one whole DER element"            },
           {"certkern verify other.sig --store root.crt",                 1, "name it with --content"           },
           {"certkern verify other.cms --content text --store root.crt",  2, "the content is in the message"    },
           {"certkern verify data.cms --store root.crt",                  1, "not a signed one"                 },
-          {"certkern verify text --store root.crt",                      1, "expected DER"                     },
+          {"certkern verify /bin/sh --store root.crt",                   1, "expected DER"                     },
           {"certkern verify root.crt --store root.crt",                  1, "not a message"                    },
           {"head -c 300 other.cms | certkern verify - --store root.crt", 1, "-: "                              },
   });
