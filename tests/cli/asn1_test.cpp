@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstdio>
 #include <functional>
-#include <regex>
 #include <sstream>
 
 namespace {
@@ -35,21 +35,23 @@ json At(const json& encodings, int offset) {
 // "0:d=0 hl=4 l= 301 cons: SEQUENCE" as offset, depth, header length, length, form, and class and number where asn1parse
 // tells them.
 std::string OfOpenssl(const std::string& lines) {
-  static const std::regex kLine(R"( *(\d+):d=(\d+) +hl=(\d+) +l= *(\d+|inf) +(cons|prim): (.*))");
   std::string all;
   std::istringstream in(lines);
   for (std::string line; std::getline(in, line);) {
-    std::smatch part;
-    if (!std::regex_match(line, part, kLine)) {
+    int offset = 0, depth = 0, header = 0, behind = 0, tag = 0;
+    char length[16], form[8];
+    if (std::sscanf(line.c_str(), " %d:d=%d hl=%d l= %15s %4s: %n", &offset, &depth, &header, length, form,
+                    &behind)
+            != 5
+        || !behind) {
       ADD_FAILURE() << line;
-    } else if (!part[6].str().starts_with("EOC")) {
-      std::smatch tag;
-      const std::string name = part[6];
-      const bool isContext = std::regex_search(name, tag, std::regex(R"(^cont \[ (\d+) \])"));
-      for (int i = 1; i <= 5; ++i) all += part[i].str() + ' ';
-      all += isContext ? "context " + tag[1].str() : "universal";
-      all += '\n';
+      continue;
     }
+    const std::string name = line.substr(static_cast<size_t>(behind));
+    if (name.starts_with("EOC")) continue;
+    const bool isContext = std::sscanf(name.c_str(), "cont [ %d ]", &tag) == 1;
+    all += std::to_string(offset) + ' ' + std::to_string(depth) + ' ' + std::to_string(header) + ' ' + length
+        + ' ' + form + ' ' + (isContext ? "context " + std::to_string(tag) : "universal") + '\n';
   }
   return all;
 }
@@ -104,7 +106,9 @@ TEST(Asn1, Forms) {
   const std::string der = ReadFile(ExamplePath("d1_certificate.der"));
   const std::string expected =
       OfTool(json::parse(RunTool({"asn1", "--json", ExamplePath("d1_certificate.der")}).out));
-  const std::string otherLabel = std::regex_replace(Pem(der), std::regex("CERTIFICATE"), "THING");
+  std::string otherLabel = Pem(der);
+  for (size_t at; (at = otherLabel.find("CERTIFICATE")) != otherLabel.npos;)
+    otherLabel.replace(at, 11, "THING");
   for (const std::string& form : {der, Pem(der), "Text, \xC3\xA9:\n" + otherLabel, Base64(der)}) {
     EXPECT_EQ(OfTool(json::parse(RunTool({"asn1", "--json", "-"}, form).out)), expected);
   }
