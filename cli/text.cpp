@@ -1,10 +1,13 @@
 #include "text.h"
 
+#include "failure.h"
+
 #include <certkern/keykern.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <vector>
 
 namespace certkern::cli {
