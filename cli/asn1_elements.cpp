@@ -152,7 +152,8 @@ bool Reader::element(const BYTE*& at, const BYTE* end, unsigned depth) {
   if (!header.indefinite) contentEnd = header.end;
   out_[index].contentLength = static_cast<uint32_t>(contentEnd - header.content);
   out_[index].behind = static_cast<uint32_t>(out_.size());
-  if (sound) at = header.indefinite ? contentEnd + 2 : contentEnd;
+  // an element with a fault is as long as it says, or as far as it could be read, and so are those around it
+  at = sound && header.indefinite ? contentEnd + 2 : contentEnd;
   return sound;
 }
 
