@@ -202,10 +202,13 @@ int DecodeRun::structured(const TypeInfo& type, bool contained, void* slot, cons
 
 namespace {
 
-// The default parameters of RSASSA-PSS are about as 30 00 00: an empty SEQUENCE, and an octet too many behind it.
-bool HasStrayOctet(const uint8_t* at, const ElementHeader& header) {
-  return !header.indefinite && header.end - at == 1 && at[0] == 0 && at - header.content >= 2 && at[-1] == 0
-      && at[-2] == 0x30;
+// The default parameters of RSASSA-PSS are about as 30 00 00: an empty SEQUENCE, and an octet too many behind it, at the end
+// of the identifier of the algorithm.
+bool HasStrayOctet(const TypeInfo& type, const uint8_t* at, const ElementHeader& header) {
+  const auto members = type.members;
+  return members.size() == 2 && members[0].type->kind == TypeKind::ObjectId
+      && members[1].type->kind == TypeKind::Open && !header.indefinite && header.end - at == 1 && at[0] == 0
+      && at - header.content >= 2 && at[-1] == 0 && at[-2] == 0x30;
 }
 
 }  // namespace
@@ -228,7 +231,7 @@ int DecodeRun::sequence(const TypeInfo& type, uint8_t* base, const ElementHeader
       return fail(waiting ? ASN1_E_WRONG_TAG : ASN1_E_MISSING);
     }
   }
-  if (!waiting && HasStrayOctet(at_, header)) ++at_;
+  if (!waiting && HasStrayOctet(type, at_, header)) ++at_;
   while (waiting || !atEnd(header)) {
     if (!type.extensible) return fail(ASN1_E_TRAILING);
     const int status = waiting ? ASN1_OK : readHeader(header.end, next);

@@ -34,7 +34,7 @@ bool SetExtensions(ASN1Context& context, DWORD count, const CERT_EXTENSION* reco
 // The members of a signature, which are the same in requests and responses.
 template <class Generated>
 void GetSignature(const Generated& generated, OCSP_SIGNATURE_INFO& record, BerDecodeArena& arena) {
-  AlgorithmTraits::get(generated.signatureAlgorithm, record.SignatureAlgorithm, arena);
+  AlgorithmTraits::getWithoutNull(generated.signatureAlgorithm, record.SignatureAlgorithm, arena);
   BitsTraits::get(generated.signature, record.Signature, arena);
   GetList<OpenTraits>(generated.certs, record.cCertEncoded, record.rgCertEncoded, arena);
 }
@@ -49,7 +49,7 @@ void SetSignature(ASN1Context& context, const OCSP_SIGNATURE_INFO& record, Gener
 bool GetCertId(const ASN1T_ReqCert& generated, OCSP_CERT_ID& record, BerDecodeArena& arena) {
   if (generated.t != ASN1T_ReqCert::t_certID) return false;
   const ASN1T_CertID& id = *generated.u.certID;
-  AlgorithmTraits::get(id.hashAlgorithm, record.HashAlgorithm, arena);
+  AlgorithmTraits::getWithoutNull(id.hashAlgorithm, record.HashAlgorithm, arena);
   OctetsTraits::get(id.issuerNameHash, record.IssuerNameHash, arena);
   OctetsTraits::get(id.issuerKeyHash, record.IssuerKeyHash, arena);
   SerialNumberTraits::get(id.serialNumber, record.SerialNumber, arena);

@@ -105,7 +105,9 @@ struct AlgorithmWrite {
 
 // Codes that tell the caller what is wrong with the record; all others mean that it has no encoding.
 DWORD EncodeFault(DWORD code) {
-  return code == CRYPT_E_ASN1_BADARGS || code == CRYPT_E_OID_FORMAT ? code : CRYPT_E_BAD_ENCODE;
+  const bool tells =
+      code == CRYPT_E_ASN1_BADARGS || code == CRYPT_E_OID_FORMAT || code == ERROR_NOT_ENOUGH_MEMORY;
+  return tells ? code : CRYPT_E_BAD_ENCODE;
 }
 
 // Runs what may throw; a false without a code is CRYPT_E_BAD_ENCODE, when decoding, too.
