@@ -68,15 +68,23 @@ bool AddKnownValue(std::string_view oid, std::span<const BYTE> value, Field& fie
   return true;
 }
 
+void AddValue(LPCSTR oid, const CRYPT_ATTR_BLOB& value, Field& field) {
+  if (AddKnownValue(oid, BytesOf(value), field)) return;
+  field.add("Remark", Words{"the value is not what this attribute should hold"});
+  field.add("Value", Copy(BytesOf(value)));
+}
+
 void AddAttributes(Field& signer, std::string_view label, const CRYPT_ATTRIBUTES& attributes) {
   if (!attributes.cAttr) return;
   Field& list = signer.addList(label);
   for (const CRYPT_ATTRIBUTE& each : std::span(attributes.rgAttr, attributes.cAttr)) {
     Field field("", NamedOid(each.pszObjId, CRYPT_EXT_OR_ATTR_OID_GROUP_ID));
-    for (const CRYPT_ATTR_BLOB& value : std::span(each.rgValue, each.cValue)) {
-      if (AddKnownValue(each.pszObjId, BytesOf(value), field)) continue;
-      field.add("Remark", Words{"the value is not what this attribute should hold"});
-      field.add("Value", Copy(BytesOf(value)));
+    if (each.cValue == 1) {
+      AddValue(each.pszObjId, each.rgValue[0], field);
+    } else {
+      Field& values = field.addList("Values");
+      for (const CRYPT_ATTR_BLOB& value : std::span(each.rgValue, each.cValue))
+        AddValue(each.pszObjId, value, values.add(""));
     }
     list.add(std::move(field));
   }

@@ -8,7 +8,8 @@
 
 namespace certkern::cli {
 
-// All of a message but its content. Nothing when the library cannot read it; the last error tells why.
+// All of a message but its content. Nothing when the library cannot read it; the last error tells why. A part
+// of it that can't be read throws.
 std::optional<Field> MessageField(std::span<const BYTE> encoded, const ShowOptions& options);
 
 // Who a signer is, by what the message calls him.

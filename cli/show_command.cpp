@@ -111,9 +111,15 @@ bool FileShow::showObject(const Block& block, size_t offset, std::span<const BYT
 }
 
 void FileShow::showMessage(const Block& block, size_t offset, std::span<const BYTE> bytes) {
-  if (std::optional<Field> object = MessageField(bytes, options_))
-    return write(std::move(*object), std::nullopt, block, offset);
-  complain(fmt::format("message at {}: {}", block.place(offset), ReasonOf(GetLastError())));
+  std::string reason;
+  try {
+    if (std::optional<Field> object = MessageField(bytes, options_))
+      return write(std::move(*object), std::nullopt, block, offset);
+    reason = ReasonOf(GetLastError());
+  } catch (const Failure& failure) {  // a part of it; other objects are still to be shown
+    reason = failure.what();
+  }
+  complain(fmt::format("message at {}: {}", block.place(offset), reason));
 }
 
 void FileShow::write(Field object, const std::optional<Fault>& fault, const Block& block, size_t offset) {

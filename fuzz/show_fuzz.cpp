@@ -10,7 +10,10 @@
 #include <string_view>
 #include <vector>
 
+#include "failure.h"
 #include "input.h"
+#include "message.h"
+#include "message_fields.h"
 #include "object_fields.h"
 #include "shape.h"
 #include "writers.h"
@@ -53,7 +56,23 @@ void RequireSoundJson(const std::string& text) {
   Require(!parsed.is_discarded());
 }
 
+void RequireSoundOutput(const certkern::cli::Field& object) {
+  RequireSoundJson(Written<certkern::cli::JsonWriter>(object));
+  for (const char c : Written<certkern::cli::TextWriter>(object)) {
+    Require(c == '\n' || static_cast<unsigned char>(c) >= 0x20);
+  }
+}
+
+void ShowMessage(std::span<const uint8_t> bytes) {
+  try {
+    if (const auto object = certkern::cli::MessageField(bytes, {})) RequireSoundOutput(*object);
+  } catch (const certkern::cli::Failure&) {
+    // a part that can't be read is told of
+  }
+}
+
 void ShowObject(std::span<const uint8_t> bytes) {
+  if (certkern::cli::LooksLikeMessage(bytes)) return ShowMessage(bytes);
   const auto kind = certkern::cli::RecognizeObject(bytes);
   if (!kind) {
     Require(certkern::cli::FindFaultOfUnknown(bytes).offset <= bytes.size());
@@ -63,10 +82,7 @@ void ShowObject(std::span<const uint8_t> bytes) {
   Require(!fault || fault->offset <= bytes.size());
   const auto object = certkern::cli::ObjectField(*kind, bytes, {});
   if (!object) return;
-  RequireSoundJson(Written<certkern::cli::JsonWriter>(*object));
-  for (const char c : Written<certkern::cli::TextWriter>(*object)) {
-    Require(c == '\n' || static_cast<unsigned char>(c) >= 0x20);
-  }
+  RequireSoundOutput(*object);
 }
 
 }  // namespace
@@ -82,6 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
   };
   const auto ignore = [](const std::string&) {};
-  certkern::cli::ReadBlocks({data, size}, {onBlock, ignore, ignore});
+  certkern::cli::ReadBlocks({data, size},
+                            {onBlock, ignore, ignore, certkern::cli::Wanted::ObjectsAndMessages});
   return 0;
 }
