@@ -144,7 +144,8 @@ CERTKERN_API BOOL CertControlStore(HCERTSTORE hCertStore, DWORD dwFlags, DWORD d
  *  @param dwFlags         ignored
  *  @return TRUE or FALSE
  *  @errors ERROR_INVALID_PARAMETER: no store, no target, an unknown target; ERROR_MORE_DATA: too little room, cbData
- *          has the size; ERROR_NO_UNICODE_TRANSLATION: the path; the file codes of CertOpenStore; ERROR_WRITE_FAULT */
+ *          has the size; ERROR_NO_UNICODE_TRANSLATION: the path; the file codes of CertOpenStore; ERROR_WRITE_FAULT;
+ *          the codes of CryptMsgOpenToEncode for an object that does not decode (PKCS7) */
 CERTKERN_API BOOL CertSaveStore(HCERTSTORE hCertStore, DWORD dwEncodingType, DWORD dwSaveAs, DWORD dwSaveTo,
                                 void* pvSaveToPara, DWORD dwFlags);
 

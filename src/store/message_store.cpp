@@ -28,8 +28,6 @@ struct Place {
 };
 
 MessageHandle OpenEncoded(std::span<const BYTE> encoded) {
-  static constexpr BYTE kNothing = 0;  // a null pointer would not even be looked at
-  if (encoded.empty()) encoded = {&kNothing, 0};
   MessageHandle message(
       CryptMsgOpenToDecode(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0, 0, 0, nullptr, nullptr));
   if (!message) return {};
@@ -59,7 +57,51 @@ bool AppendObjects(HCRYPTMSG message, const ObjectKind& kind, std::vector<BYTE>&
   return true;
 }
 
+// --- the other way ---
+
+struct SavedObjects {
+  std::vector<std::vector<BYTE>> certificates;
+  std::vector<std::vector<BYTE>> crls;
+};
+
+// Copies, as the store goes on living.
+SavedObjects CopyObjects(CertStore& store) {
+  SavedObjects objects;
+  static_cast<void>(VisitElements(store, ImageUse::Save, [&](const StoreElement& each) {
+    const std::span<const BYTE> encoded = each.encoded();
+    auto& list = each.type == ElementType::Certificate ? objects.certificates : objects.crls;
+    list.emplace_back(encoded.begin(), encoded.end());
+    return true;
+  }));
+  return objects;
+}
+
+std::vector<CRYPT_DATA_BLOB> AsBlobs(std::vector<std::vector<BYTE>>& objects) {
+  std::vector<CRYPT_DATA_BLOB> blobs;
+  for (std::vector<BYTE>& each : objects) blobs.push_back({static_cast<DWORD>(each.size()), each.data()});
+  return blobs;
+}
+
 }  // namespace
+
+bool WriteMessage(CertStore& store, ImageBytes& image) {
+  SavedObjects objects = CopyObjects(store);
+  std::vector<CRYPT_DATA_BLOB> certificates = AsBlobs(objects.certificates), crls = AsBlobs(objects.crls);
+  CMSG_SIGNED_ENCODE_INFO info{};
+  info.cbSize = sizeof info;
+  info.cCertEncoded = static_cast<DWORD>(certificates.size());
+  info.rgCertEncoded = certificates.data();
+  info.cCrlEncoded = static_cast<DWORD>(crls.size());
+  info.rgCrlEncoded = crls.data();
+  const MessageHandle message(CryptMsgOpenToEncode(
+      X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, SVCMSG_CADES_DISABLE, CMSG_SIGNED, &info, nullptr, nullptr));
+  DWORD size = 0;
+  if (!message || !CryptMsgGetParam(message.get(), CMSG_CONTENT_PARAM, 0, nullptr, &size)) return false;
+  image.size = size;
+  if (image.mode == ImageBytes::Mode::Count) return true;
+  image.bytes.resize(size);
+  return CryptMsgGetParam(message.get(), CMSG_CONTENT_PARAM, 0, image.bytes.data(), &size) != FALSE;
+}
 
 bool ReadMessageObjects(std::span<const BYTE> encoded, MessageObjects& objects) {
   const MessageHandle message = OpenEncoded(encoded);

@@ -1,4 +1,4 @@
-// What messages bring into stores: the certificates and CRLs of a signed message.
+// The certificates and CRLs of a signed message: into stores, and out of them.
 #ifndef CERTKERN_STORE_MESSAGE_STORE_H
 #define CERTKERN_STORE_MESSAGE_STORE_H
 
@@ -23,6 +23,9 @@ struct MessageObjects {
 };
 // False with the code of the message functions.
 [[nodiscard]] bool ReadMessageObjects(std::span<const BYTE> encoded, MessageObjects& objects);
+
+// The other way: a signed message without signers, content and properties. False with the code of the message functions.
+[[nodiscard]] bool WriteMessage(CertStore& store, ImageBytes& message);
 
 // The provider of an open message: a memory store with its objects.
 StoreHandle OpenMessageStore(const OpenRequest& request);

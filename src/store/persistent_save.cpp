@@ -10,25 +10,33 @@
 #include "ber/read_cursor.h"
 #include "platform/limits.h"
 #include "platform/text_conversion.h"
+#include "store/message_store.h"
 #include "store/serialized_image.h"
 #include "store/store_file.h"
 
 namespace certkern {
 namespace {
 
-bool SaveToStream(CertStore& store, void* target) {
+// How the contents are written down.
+using WriteForm = bool (*)(CertStore& store, ImageBytes& image);
+
+bool WriteSerialized(CertStore& store, ImageBytes& image) {
+  return SerializeStore(store, ImageUse::Save, image);
+}
+
+bool SaveToStream(CertStore& store, WriteForm write, void* target) {
   const std::lock_guard inTurn(store.writing);
   ImageBytes image(ImageBytes::Mode::Keep);
-  if (!SerializeStore(store, ImageUse::Save, image)) return false;
+  if (!write(store, image)) return false;
   StoreFileLock lock;  // the stream may well be that of the store's own file
   return lock.take(store.fileMutex, ERROR_LOCK_FAILED)
       && RewriteFile(static_cast<std::FILE*>(target), image.bytes);
 }
 
-bool SaveToMemory(CertStore& store, void* target) {
+bool SaveToMemory(CertStore& store, WriteForm write, void* target) {
   auto& blob = *static_cast<CRYPT_DATA_BLOB*>(target);
   ImageBytes image(blob.pbData ? ImageBytes::Mode::Keep : ImageBytes::Mode::Count);
-  if (!SerializeStore(store, ImageUse::Save, image)) return false;
+  if (!write(store, image)) return false;
   const DWORD room = blob.cbData;
   blob.cbData = static_cast<DWORD>(image.size);
   if (!blob.pbData) return true;
@@ -37,27 +45,27 @@ bool SaveToMemory(CertStore& store, void* target) {
   return true;
 }
 
-bool SaveToPath(CertStore& store, const char* path) {
+bool SaveToPath(CertStore& store, WriteForm write, const char* path) {
   ImageBytes image(ImageBytes::Mode::Keep);
-  if (!SerializeStore(store, ImageUse::Save, image)) return false;
+  if (!write(store, image)) return false;
   FileStream stream = OpenStoreFile(path, kReadAccess | kWriteAccess, Creation::Always);
   StoreFileLock lock;
   return stream && lock.take(store.fileMutex, ERROR_LOCK_FAILED) && RewriteFile(stream.get(), image.bytes)
       && CloseFile(std::move(stream));
 }
 
-bool SaveToNarrowPath(CertStore& store, void* target) {
-  return SaveToPath(store, static_cast<const char*>(target));
+bool SaveToNarrowPath(CertStore& store, WriteForm write, void* target) {
+  return SaveToPath(store, write, static_cast<const char*>(target));
 }
 
-bool SaveToWidePath(CertStore& store, void* target) {
+bool SaveToWidePath(CertStore& store, WriteForm write, void* target) {
   const ByteText path = BytesFromWide(static_cast<LPCWSTR>(target), CP_UTF8);
-  return path ? SaveToPath(store, path.get()) : Fault(ERROR_NO_UNICODE_TRANSLATION);
+  return path ? SaveToPath(store, write, path.get()) : Fault(ERROR_NO_UNICODE_TRANSLATION);
 }
 
 struct SaveTarget {
   DWORD number;
-  bool (*save)(CertStore& store, void* target);
+  bool (*save)(CertStore& store, WriteForm write, void* target);
 };
 constexpr SaveTarget kTargets[] = {
     {CERT_STORE_SAVE_TO_FILE,       SaveToStream    },
@@ -72,9 +80,7 @@ bool SaveStore(CertStore& store, DWORD saveAs, DWORD saveTo, void* target) {
   const auto* const row = std::find_if(std::begin(kTargets), std::end(kTargets),
                                        [saveTo](const SaveTarget& each) { return each.number == saveTo; });
   if (row == std::end(kTargets)) return Fault(ERROR_INVALID_PARAMETER);
-  // a signed message without signers; no part of the library writes messages
-  if (saveAs == CERT_STORE_SAVE_AS_PKCS7) return Fault(ERROR_CALL_NOT_IMPLEMENTED);
-  return row->save(store, target);
+  return row->save(store, saveAs == CERT_STORE_SAVE_AS_PKCS7 ? WriteMessage : WriteSerialized, target);
 }
 
 }  // namespace certkern

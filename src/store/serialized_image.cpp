@@ -59,10 +59,10 @@ bool IsLeftOut(const CertStore& store, StoreElement& element, ImageUse use) {
   return element.properties->items.find(CERT_ARCHIVED_PROP_ID) != nullptr;
 }
 
-bool PutList(CertStore& store, ElementType type, ImageUse use, ImageBytes& image) {
+bool VisitList(CertStore& store, ElementType type, ImageUse use, const ElementVisitor& visit) {
   const std::lock_guard guard(store.lock);
   for (StoreElement* each = store.list(type).oldest; each; each = each->prev) {
-    if (!IsLeftOut(store, *each, use) && !SerializeElement(*each, image)) return false;
+    if (!IsLeftOut(store, *each, use) && !visit(*each)) return false;
   }
   return true;
 }
@@ -143,13 +143,20 @@ bool SerializeElement(const StoreElement& element, ImageBytes& image) {
   return PutRecord(image, static_cast<DWORD>(element.type), element.encoded());
 }
 
-bool SerializeStore(CertStore& store, ImageUse use, ImageBytes& image) {
-  if (!PutBytes(image, kImageMagic)) return false;
+bool VisitElements(CertStore& store, ImageUse use, const ElementVisitor& visit) {
   const StoreMembers members(store);
   for (const ElementType type : {ElementType::Certificate, ElementType::Crl}) {
     for (size_t i = 0; i < members.size(); ++i) {
-      if (!PutList(members[i], type, use, image)) return false;
+      if (!VisitList(members[i], type, use, visit)) return false;
     }
+  }
+  return true;
+}
+
+bool SerializeStore(CertStore& store, ImageUse use, ImageBytes& image) {
+  if (!PutBytes(image, kImageMagic)) return false;
+  if (!VisitElements(store, use, [&](const StoreElement& each) { return SerializeElement(each, image); })) {
+    return false;
   }
   constexpr std::array<BYTE, kRecordHeader> kEnd{};
   return PutBytes(image, kEnd);

@@ -11,6 +11,7 @@
 #define CERTKERN_STORE_SERIALIZED_IMAGE_H
 
 #include <array>
+#include <functional>
 #include <span>
 #include <vector>
 
@@ -37,8 +38,13 @@ struct ImageBytes {
   std::vector<BYTE> bytes;  // empty when only counted
 };
 
-// All members' certificates, then all members' CRLs. False with ERROR_NOT_ENOUGH_MEMORY when the whole would be larger
-// than the interface can tell. Takes each member's lock in turn; no handle is needed beyond the caller's.
+// All members' certificates, then all members' CRLs, but what such a use leaves out. False as soon as the visitor is.
+// Takes each member's lock in turn, around the visits; no handle is needed beyond the caller's.
+using ElementVisitor = std::function<bool(const StoreElement& element)>;
+[[nodiscard]] bool VisitElements(CertStore& store, ImageUse use, const ElementVisitor& visit);
+
+// What is visited, with properties. False with ERROR_NOT_ENOUGH_MEMORY when the whole would be larger than the interface
+// can tell.
 [[nodiscard]] bool SerializeStore(CertStore& store, ImageUse use, ImageBytes& image);
 // One object with its properties. The same failure.
 [[nodiscard]] bool SerializeElement(const StoreElement& element, ImageBytes& image);

@@ -78,8 +78,6 @@ TEST_F(SaveToFile, Failures) {
       {"a stream to be read", CERT_STORE_SAVE_TO_FILE,       readOnly.get(),    ERROR_SEEK_ON_DEVICE   },
   };
   for (const auto& [name, to, target, code] : kCases) EXPECT_EQ(save(store, to, target), code) << name;
-  EXPECT_EQ(save(store, CERT_STORE_SAVE_TO_FILENAME_A, path.c_str(), CERT_STORE_SAVE_AS_PKCS7),
-            DWORD{ERROR_CALL_NOT_IMPLEMENTED});
   EXPECT_FALSE(CertSaveStore(nullptr, 1, CERT_STORE_SAVE_AS_STORE, CERT_STORE_SAVE_TO_FILENAME_A,
                              const_cast<char*>(path.c_str()), 0));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
