@@ -91,7 +91,7 @@ MessageOwner MakeDecodeContext(DWORD dwMsgType, const CMSG_STREAM_INFO* stream) 
 
 void RequireRoom(const GetParamRequest& request, uint64_t size) {
   if (request.pcbData) *request.pcbData = CheckedDword(size);
-  if (request.pvData && request.cbData < size) throw CryptException(ERROR_MORE_DATA);
+  if (request.pvData && (!request.pcbData || request.cbData < size)) throw CryptException(ERROR_MORE_DATA);
 }
 
 void AnswerBytes(const GetParamRequest& request, std::span<const BYTE> bytes) {

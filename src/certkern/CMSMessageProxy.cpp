@@ -64,6 +64,7 @@ void MessageDecodeProxyContext::update(std::span<const BYTE> data, bool final) {
     if (final) throw CryptException(E_INVALIDARG);
     return;
   }
+  head_.resize(before);  // should there be no context, all is as it was
   makeInner(content->type);
   // what came before did not suffice, so the content begins in what came now
   inner().update(data.subspan(content->offset - before), final);

@@ -253,8 +253,13 @@ void SignedMessageDecodeContext::decodeMessage(std::span<const BYTE> message, bo
     });
   }
   messageAdded_ = true;
-  startHashes();
-  if (!detached_) hashContent();
+  try {
+    startHashes();
+    if (!detached_) hashContent();
+  } catch (...) {
+    contentHash_.clear();  // one that has not seen the content must not vouch for it
+    throw;
+  }
 }
 
 void SignedMessageDecodeContext::startHashes() {

@@ -26,7 +26,7 @@ class MemoryChain {
 void* SvCmsAttrAlloc(MemoryChain* pMemChain, size_t size);
 
 // Copies at their full size in the chain, zero from the first field on that the caller's cbSize does not cover whole; those of
-// signers say so in their cbSize. Null without memory: the caller's record is then to be read only. A signer record's
+// signers say so in their cbSize. Null without memory: the record is then to be read only. A signer record's
 // cbSize that does not reach its SignerId is a CryptException of ERROR_INVALID_PARAMETER. What the records point to is not
 // copied.
 CMSG_SIGNED_ENCODE_INFO* CopySignedEncodeInfo(const CMSG_SIGNED_ENCODE_INFO& info, MemoryChain& chain);
@@ -35,6 +35,10 @@ CMSG_ENVELOPED_ENCODE_INFO* CopyEnvelopedEncodeInfo(const CMSG_ENVELOPED_ENCODE_
                                                     MemoryChain& chain);
 CMSG_HASHED_ENCODE_INFO* CopyHashedEncodeInfo(const CMSG_HASHED_ENCODE_INFO& info, MemoryChain& chain);
 CRYPT_SIGN_MESSAGE_PARA* CopySignMessagePara(const CRYPT_SIGN_MESSAGE_PARA& para, MemoryChain& chain);
+
+// The record at its full size, which needs no memory; the signers stay the caller's.
+CMSG_SIGNED_ENCODE_INFO FullSignedEncodeInfo(const CMSG_SIGNED_ENCODE_INFO& info);
+CRYPT_SIGN_MESSAGE_PARA FullSignMessagePara(const CRYPT_SIGN_MESSAGE_PARA& para);
 
 // The copied signers; each one's attributes are exchanged for longer ones in the chain. False with a code: stop.
 [[nodiscard]] bool AddESAttributesToEncodeInfo(CMSG_SIGNED_ENCODE_INFO* pSignedInfo, DWORD flags,

@@ -14,17 +14,17 @@
 namespace certkern {
 namespace {
 
-// Where the fields of a record end; a count ends with its array.
-constexpr size_t kSignedInfoFields[] = {16, 32, 48, 64};
+// Where the fields of a record end.
+constexpr size_t kSignedInfoFields[] = {8, 16, 20, 32, 36, 48, 52, 64};
 constexpr size_t kSignerFields[] = {96, 136, 160, 168};
-constexpr size_t kEnvelopedInfoFields[] = {16, 40, 48, 64, 72, 88, 104, 120, 136};
+constexpr size_t kEnvelopedInfoFields[] = {16, 40, 48, 52, 64, 72, 76, 88, 92, 104, 108, 120, 124, 136};
 constexpr size_t kHashedInfoFields[] = {16, 40, 48};
-constexpr size_t kSignMessageFields[] = {8, 16, 40, 48, 64, 80, 96, 112, 116, 120, 144, 152};
+constexpr size_t kSignMessageFields[] = {8, 16, 40, 48, 52, 64, 68, 80, 84, 96, 100, 112, 116, 120, 144, 152};
 
 // A signer record up to its SignerId, which came later.
 constexpr size_t kShortestSigner = offsetof(CMSG_SIGNER_ENCODE_INFO, SignerId);
 
-// Into zeroed memory. Half a pointer, or a count without its array, is worse than none.
+// Into zeroed memory. Half a field is worse than none.
 template <class Record>
 void CopyFields(Record& copy, const Record& given, std::span<const size_t> fieldEnds) {
   const auto past = std::ranges::upper_bound(fieldEnds, size_t{given.cbSize});
@@ -68,9 +68,20 @@ void* SvCmsAttrAlloc(MemoryChain* pMemChain, size_t size) {
   return pMemChain->newest_->payload;
 }
 
+CMSG_SIGNED_ENCODE_INFO FullSignedEncodeInfo(const CMSG_SIGNED_ENCODE_INFO& info) {
+  CMSG_SIGNED_ENCODE_INFO full{};
+  CopyFields(full, info, kSignedInfoFields);
+  return full;
+}
+
+CRYPT_SIGN_MESSAGE_PARA FullSignMessagePara(const CRYPT_SIGN_MESSAGE_PARA& para) {
+  CRYPT_SIGN_MESSAGE_PARA full{};
+  CopyFields(full, para, kSignMessageFields);
+  return full;
+}
+
 CMSG_SIGNED_ENCODE_INFO* CopySignedEncodeInfo(const CMSG_SIGNED_ENCODE_INFO& info, MemoryChain& chain) {
-  CMSG_SIGNED_ENCODE_INFO head{};
-  CopyFields(head, info, kSignedInfoFields);
+  CMSG_SIGNED_ENCODE_INFO head = FullSignedEncodeInfo(info);
   const size_t signers = head.rgSigners ? head.cSigners : 0;
   auto* const block =
       static_cast<BYTE*>(SvCmsAttrAlloc(&chain, sizeof head + signers * sizeof(CMSG_SIGNER_ENCODE_INFO)));

@@ -15,19 +15,26 @@ namespace {
 
 constexpr DWORD kAttributeFlags = SVCMSG_CADES_STRICT | SVCMSG_CADES_DISABLE | SVCMSG_CADES_NO_KEY_SEARCH;
 
-// Puts what is to be read into the request: a copy, repaired, and with attributes. Without memory for a copy it is the
-// caller's record, as it is. False with a code.
-bool PrepareSigned(EncodeRequest& request, MemoryChain& chain) {
+// What is read in place of the caller's record.
+struct Preparation {
+  MemoryChain chain;
+  CMSG_SIGNED_ENCODE_INFO full;
+};
+
+// A copy, repaired, and with attributes. Without memory for one it is what the caller gave, as it is. False with a code.
+bool PrepareSigned(EncodeRequest& request, Preparation& preparation) {
   const auto& given = *static_cast<const CMSG_SIGNED_ENCODE_INFO*>(request.info);
-  CMSG_SIGNED_ENCODE_INFO* const copy = CopySignedEncodeInfo(given, chain);
+  preparation.full = FullSignedEncodeInfo(given);
+  request.info = &preparation.full;
+  CMSG_SIGNED_ENCODE_INFO* const copy = CopySignedEncodeInfo(given, preparation.chain);
   if (!copy) return true;
   request.info = copy;
   if (RepairsAlgorithms()) TryUpdateEncodeInfoToGostCompatible(copy, CMSG_SIGNED);
-  return AddESAttributesToEncodeInfo(copy, request.flags & kAttributeFlags, &chain);
+  return AddESAttributesToEncodeInfo(copy, request.flags & kAttributeFlags, &preparation.chain);
 }
 
-bool Prepare(EncodeRequest& request, MemoryChain& chain) {
-  return request.type != CMSG_SIGNED || PrepareSigned(request, chain);
+bool Prepare(EncodeRequest& request, Preparation& preparation) {
+  return request.type != CMSG_SIGNED || PrepareSigned(request, preparation);
 }
 
 HCRYPTPROV FirstSignersProvider(const EncodeRequest& request) {
@@ -67,8 +74,8 @@ MessageEncodeContext& AsEncode(const MessageOwner& message) {
 
 MessageOwner OpenToEncode(const EncodeRequest& given) {
   EncodeRequest request = given;
-  MemoryChain chain;
-  if (!Prepare(request, chain)) return {};
+  Preparation preparation;
+  if (!Prepare(request, preparation)) return {};
   const bool bareStream = (request.flags & CMSG_BARE_CONTENT_FLAG) != 0;
   MessageOwner message = MakeEncodeContext(request.type, request.stream, bareStream);
   if (request.flags & CMSG_DETACHED_FLAG) message->setDetached(true);
@@ -79,8 +86,8 @@ MessageOwner OpenToEncode(const EncodeRequest& given) {
 }
 
 DWORD EncodedLength(EncodeRequest request, DWORD contentSize) {
-  MemoryChain chain;
-  if (!Prepare(request, chain)) return 0;
+  Preparation preparation;
+  if (!Prepare(request, preparation)) return 0;
   const MessageOwner message = MakeEncodeContext(request.type, nullptr, false);
   MessageEncodeContext& context = AsEncode(message);
   context.readEncodeInfo(request.info);

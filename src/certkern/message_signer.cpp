@@ -34,15 +34,9 @@ CertificateOwner FindSigner(HCRYPTMSG message, HCERTSTORE store, DWORD index) {
   DWORD size = 0;
   if (!CryptMsgGetParam(message, CMSG_SIGNER_CERT_INFO_PARAM, index, nullptr, &size)) return {};
   const MallocOwner<void> info(std::malloc(size));
-  if (!info) {
-    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    return {};
-  }
-  if (!CryptMsgGetParam(message, CMSG_SIGNER_CERT_INFO_PARAM, index, info.get(), &size)) return {};
-  CertificateOwner signer(
+  if (!info || !CryptMsgGetParam(message, CMSG_SIGNER_CERT_INFO_PARAM, index, info.get(), &size)) return {};
+  return CertificateOwner(
       CertFindCertificateInStore(store, kAnyEncoding, 0, CERT_FIND_SUBJECT_CERT, info.get(), nullptr));
-  if (!signer) SetLastError(CRYPT_E_NO_TRUSTED_SIGNER);
-  return signer;
 }
 
 // A signer that can't be looked for is passed over.
@@ -53,7 +47,6 @@ CertificateOwner FindAnySigner(HCRYPTMSG message, HCERTSTORE store, DWORD& index
   for (index = 0; index < count; ++index) {
     if (CertificateOwner signer = FindSigner(message, store, index)) return signer;
   }
-  SetLastError(CRYPT_E_NO_TRUSTED_SIGNER);
   return {};
 }
 
@@ -65,7 +58,11 @@ CertificateOwner FindAndVerifySigner(HCRYPTMSG message, std::span<const HCERTSTO
   if (!store) return {};
   CertificateOwner signer = flags & CMSG_USE_SIGNER_INDEX_FLAG ? FindSigner(message, store.get(), index)
                                                                : FindAnySigner(message, store.get(), index);
-  if (!signer || (flags & CMSG_SIGNER_ONLY_FLAG)) return signer;
+  if (!signer) {
+    SetLastError(CRYPT_E_NO_TRUSTED_SIGNER);
+    return {};
+  }
+  if (flags & CMSG_SIGNER_ONLY_FLAG) return signer;
   if (!CryptMsgControl(message, 0, CMSG_CTRL_VERIFY_SIGNATURE, signer->pCertInfo)) return {};
   return signer;
 }

@@ -267,6 +267,7 @@ void SignedDataCore::updateAttributes(SignerInfo& signer, const OwnSigner& own) 
   const ASN1T_MessageDigest octets = {value.size(), value.data()};
   const ByteBuffer encoded = EncodeAsGiven(kInfo_MessageDigest, &octets);
   ReplaceAttribute(*context_, signer.signedAttrs, ASN1V_id_messageDigest, encoded.bytes());
+  SortSignedAttributes(*context_, signer);
 }
 
 void SignedDataCore::sign(SignerInfo& signer, const OwnSigner& own) {
@@ -310,7 +311,8 @@ HashHandle SignedDataCore::digest(const SignerInfo& signer, HCRYPTHASH contentHa
                                   AttributeForm form, bool checkDigest) {
   const ALG_ID algorithm = SchemeOf(signer).hash;
   if (!signer.m.signedAttrsPresent) {
-    if (EncodesAttributesAnew()) {
+    // who signs may have the content's hash on another provider than the key
+    if (EncodesAttributesAnew() && form == AttributeForm::AsListed) {
       HashHandle copy;
       if (!CryptDuplicateHash(contentHash, nullptr, 0, copy.out())) ThrowLastError();
       return copy;

@@ -148,6 +148,11 @@ bool IsSignedBy(const SignerInfo& signer, const CERT_INFO& info);
 // One whole value by its type's tables, in the order of its lists.
 ByteBuffer EncodeAsGiven(const TypeInfo& type, const void* value);
 
+// As it stands in a message: the signed attributes in DER's order.
+ByteBuffer EncodeSigner(const SignerInfo& signer);
+// The list itself, and the values of each attribute: what is signed is then what is written, and what is looked at.
+void SortSignedAttributes(ASN1Context& context, SignerInfo& signer);
+
 // --- lists ---
 
 // A signer record up to its SignerId, which came later.

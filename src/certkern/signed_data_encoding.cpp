@@ -37,23 +37,38 @@ void Require(int status, const ASN1Context& context) {
 
 // --- the order of signed attributes: DER's, whatever order the list has ---
 
-struct SortedAttribute {
+struct SortedElement {
   ByteBuffer encoded;
   void* element;
 };
 
-ASN1List SortedCopy(ASN1Context& context, const ASN1T_SignedAttributes& list) {
-  std::vector<SortedAttribute> sorted;
+// A list of its own, of the same elements in the order of their encodings.
+template <class Encode>
+ASN1List SortedCopy(ASN1Context& context, const ASN1List& list, Encode encode) {
+  std::vector<SortedElement> sorted;
   sorted.reserve(list.count);
   for (const ASN1ListNode* node = list.head; node; node = node->next) {
-    sorted.push_back({EncodeAsGiven(kInfo_Attribute, node->data), node->data});
+    sorted.push_back({encode(node->data), node->data});
   }
-  std::ranges::stable_sort(sorted, [](const SortedAttribute& a, const SortedAttribute& b) {
+  std::ranges::stable_sort(sorted, [](const SortedElement& a, const SortedElement& b) {
     return std::ranges::lexicographical_compare(a.encoded.bytes(), b.encoded.bytes());
   });
   ASN1List copy{};
-  for (const SortedAttribute& attribute : sorted) {
-    Require(ASN1CSeqOfList::AppendToList(context, copy, attribute.element), context);
+  for (const SortedElement& each : sorted) {
+    Require(ASN1CSeqOfList::AppendToList(context, copy, each.element), context);
+  }
+  return copy;
+}
+
+ASN1List SortedAttributes(ASN1Context& context, const ASN1List& list) {
+  return SortedCopy(context, list,
+                    [](const void* attribute) { return EncodeAsGiven(kInfo_Attribute, attribute); });
+}
+
+SignerInfo ForEncoding(ASN1Context& context, const SignerInfo& signer) {
+  SignerInfo copy = signer;
+  if (copy.signedAttrs.count > 1) {
+    static_cast<ASN1List&>(copy.signedAttrs) = SortedAttributes(context, signer.signedAttrs);
   }
   return copy;
 }
@@ -63,11 +78,7 @@ ASN1T_SignedData ForEncoding(ASN1Context& context, const ASN1T_SignedData& data)
   ASN1T_SignedData copy = data;
   copy.signerInfos = {};
   for (const SignerInfo& signer : data.signerInfos) {
-    SignerInfo* const sorted = AppendElement(context, copy.signerInfos, signer);
-    CheckedMemory(sorted);
-    if (signer.signedAttrs.count > 1) {
-      static_cast<ASN1List&>(sorted->signedAttrs) = SortedCopy(context, signer.signedAttrs);
-    }
+    CheckedMemory(AppendElement(context, copy.signerInfos, ForEncoding(context, signer)));
   }
   return copy;
 }
@@ -135,6 +146,8 @@ void DecodeBlob(ASN1Context& context, const ASN1OctetString& octets, Value& valu
     context.clearStatus();
     throw Asn1Exception(text);
   }
+  // they would stand in the message, which nobody could read
+  if (context.position() != octets.numocts) throw Asn1Exception("bytes behind the object");
 }
 
 template <class List, class Flag>
@@ -200,6 +213,24 @@ ByteBuffer EncodeAsGiven(const TypeInfo& type, const void* value) {
   buffer.context().setSetOrder(SetOrder::AsGiven);
   Require(EncodeValue(buffer.context(), type, value, Tagging::Explicit), buffer.context());
   return ByteBuffer({buffer.GetMsgPtr(), buffer.GetMsgLen()});
+}
+
+ByteBuffer EncodeSigner(const SignerInfo& signer) {
+  ASN1BEREncodeBuffer buffer;
+  buffer.context().setSetOrder(SetOrder::AsGiven);
+  const SignerInfo ordered = ForEncoding(buffer.context(), signer);
+  Require(EncodeValue(buffer.context(), kInfo_SignerInfo, &ordered, Tagging::Explicit), buffer.context());
+  return ByteBuffer({buffer.GetMsgPtr(), buffer.GetMsgLen()});
+}
+
+void SortSignedAttributes(ASN1Context& context, SignerInfo& signer) {
+  for (ASN1T_Attribute& attribute : signer.signedAttrs) {
+    if (attribute.values.count < 2) continue;
+    static_cast<ASN1List&>(attribute.values) = SortedCopy(context, attribute.values, [](const void* value) {
+      return ByteBuffer(static_cast<const ASN1OpenValue*>(value)->encoded.bytes());
+    });
+  }
+  static_cast<ASN1List&>(signer.signedAttrs) = SortedAttributes(context, signer.signedAttrs);
 }
 
 void SignedDataCore::updateVersion() {

@@ -75,7 +75,7 @@ void AnswerAttributes(const GetParamRequest& request, const ASN1ListOf<ASN1T_Att
 }
 
 void AnswerEncodedSigner(const GetParamRequest& request, const SignerInfo& signer) {
-  AnswerBytes(request, EncodeAsGiven(kInfo_SignerInfo, &signer).bytes());
+  AnswerBytes(request, EncodeSigner(signer).bytes());
 }
 
 bool IsSignedBy(const SignerInfo& signer, const CERT_INFO& info) {

@@ -146,13 +146,14 @@ bool GetBytes(HCRYPTMSG message, DWORD parameter, DWORD index, std::vector<BYTE>
   return CryptMsgGetParam(message, parameter, index, value.data(), &size) != FALSE;
 }
 
-// One that our decoders refuse can't be the signer's, and must not keep the others from being found.
+// One that is no X.509 certificate, or that our decoders refuse, can't be the signer's, and must not keep the others
+// from being found.
 bool AddMessageCertificates(HCRYPTMSG message, HCERTSTORE store) {
   DWORD count = 0;
   if (!GetDword(message, CMSG_CERT_COUNT_PARAM, count)) return false;
   std::vector<BYTE> encoded;
   for (DWORD i = 0; i < count; ++i) {
-    if (!GetBytes(message, CMSG_CERT_PARAM, i, encoded)) return false;
+    if (!GetBytes(message, CMSG_CERT_PARAM, i, encoded)) continue;
     static_cast<void>(CertAddEncodedCertificateToStore(store, X509_ASN_ENCODING, encoded.data(),
                                                        static_cast<DWORD>(encoded.size()),
                                                        CERT_STORE_ADD_ALWAYS, nullptr));
@@ -226,7 +227,8 @@ bool IsSigned(HCRYPTMSG message) {
 bool SignSimpleMessage(const CRYPT_SIGN_MESSAGE_PARA& given, bool detached, const ContentPieces& content,
                        BYTE* blob, DWORD* blobSize) {
   MemoryChain chain;
-  const CRYPT_SIGN_MESSAGE_PARA* para = &given;
+  const CRYPT_SIGN_MESSAGE_PARA full = FullSignMessagePara(given);
+  const CRYPT_SIGN_MESSAGE_PARA* para = &full;
   DWORD extensions = 0;
   if (CRYPT_SIGN_MESSAGE_PARA* const copy = CopySignMessagePara(given, chain)) {
     extensions = WithForcedDisplay(copy->dwFlags) & kExtensionFlags;

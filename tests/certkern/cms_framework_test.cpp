@@ -359,7 +359,7 @@ TEST(SignerSearch, FindsAndVerifies) {
     EXPECT_NE(VerifyByIndex(message.get(), 1 - wanted, signer.get()), 0u);
   }
   index = 2;
-  EXPECT_EQ(search(CMSG_USE_SIGNER_INDEX_FLAG), DWORD{CRYPT_E_NO_SIGNER});
+  EXPECT_EQ(search(CMSG_USE_SIGNER_INDEX_FLAG), DWORD{CRYPT_E_NO_TRUSTED_SIGNER});
   EXPECT_EQ(found, nullptr);
   EXPECT_EQ(search(8), DWORD{ERROR_INVALID_PARAMETER});
   EXPECT_FALSE(

@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "certkern/cms_objects.h"
+#include "store/sample_objects.h"
+#include "support/hex.h"
 
 using namespace certkern::test;
 
@@ -237,6 +239,32 @@ TEST(SignedRead, NothingForgedIsValid) {
             << name << " at " << i;
       }
     }
+  }
+}
+
+// A hash that is not known keeps the content from being hashed, so nobody has signed it: not even who signed nothing.
+TEST(SignedRead, AHashThatIsNotKnown) {
+  const OwnKey key("p256");
+  const Bytes sha256 = FromHex("300b0609608648016503040201"), unknown = FromHex("300406022a03");
+  const Bytes evil = {'e', 'v', 'i', 'l'};
+  const Message made = OpenToSign({key.signer()}, {.flags = SVCMSG_CADES_DISABLE});
+  ASSERT_TRUE(CryptMsgUpdate(made.get(), nullptr, 0, TRUE));
+  ASSERT_FALSE(Parameter(made.get(), CMSG_CONTENT_PARAM).empty());
+  const Bytes signer = Parameter(made.get(), CMSG_ENCODED_SIGNER);
+  for (const Bytes& algorithms : {Concat({sha256, unknown}), Concat({unknown, sha256})}) {
+    const Bytes data =
+        Der(0x30,
+            Concat({FromHex("020101"), Der(0x31, algorithms),
+                    Der(0x30, Concat({FromHex("06092a864886f70d010701"), Der(0xA0, Der(0x04, evil))})),
+                    Der(0x31, signer)}));
+    const Bytes encoded = Der(0x30, Concat({FromHex("06092a864886f70d010702"), Der(0xA0, data)}));
+    const Message message(
+        CryptMsgOpenToDecode(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0, 0, 0, nullptr, nullptr));
+    EXPECT_FALSE(CryptMsgUpdate(message.get(), encoded.data(), static_cast<DWORD>(encoded.size()), TRUE));
+    EXPECT_EQ(GetLastError(), DWORD{NTE_BAD_ALGID});
+    EXPECT_EQ(Parameter(message.get(), CMSG_CONTENT_PARAM), evil);
+    EXPECT_NE(VerifyByIndex(message.get(), 0, key.certificate()), 0u);
+    EXPECT_NE(VerifyByCertificate(message.get(), key.certificate()), 0u);
   }
 }
 

@@ -3,9 +3,11 @@
 #include <certkern/keykern.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "certkern/cms_objects.h"
+#include "certkern/cms_signers.h"
 
 using namespace certkern::test;
 
@@ -23,6 +25,34 @@ struct Extra {
     return signer;
   }
 };
+
+// Attributes that DER has in another order than the list, one of them with values in another order.
+struct Unsorted {
+  BYTE text[40] = {0x0C, 38};
+  BYTE nine[3] = {0x02, 0x01, 0x09};
+  BYTE five[3] = {0x02, 0x01, 0x05};
+  CRYPT_ATTR_BLOB texts[1] = {
+      {sizeof text, text}
+  };
+  CRYPT_ATTR_BLOB numbers[2] = {
+      {sizeof nine, nine},
+      {sizeof five, five}
+  };
+  CRYPT_ATTRIBUTE attributes[2] = {
+      {const_cast<char*>("1.2.4"), 1, texts  },
+      {const_cast<char*>("1.2.3"), 2, numbers}
+  };
+
+  CMSG_SIGNER_ENCODE_INFO with(CMSG_SIGNER_ENCODE_INFO signer) {
+    signer.cAuthAttr = 2;
+    signer.rgAuthAttr = attributes;
+    return signer;
+  }
+};
+
+bool Contains(const Bytes& whole, const Bytes& part) {
+  return std::search(whole.begin(), whole.end(), part.begin(), part.end()) != whole.end();
+}
 
 const SignedShape kNoMore = {.flags = SVCMSG_CADES_DISABLE};
 
@@ -241,6 +271,53 @@ TEST(SignedWrite, SignersAreAddedAndTakenAway) {
   }
 }
 
+// What is signed, what is written and what is looked at in place are the same.
+TEST(SignedWrite, AttributesOutOfOrder) {
+  for (const char* kind : {"p256", "gost256"}) {
+    const OwnKey key(kind);
+    Unsorted unsorted;
+    const Message made = OpenToSign({unsorted.with(key.signer())}, kNoMore);
+    const Bytes& content = SignedContent();
+    ASSERT_TRUE(CryptMsgUpdate(made.get(), content.data(), static_cast<DWORD>(content.size()), TRUE));
+    const Bytes encoded = Parameter(made.get(), CMSG_CONTENT_PARAM);
+    EXPECT_EQ(OpensslRefusal(encoded, key.pem()), "");
+    EXPECT_EQ(VerifyByIndex(OpenMessage(encoded).get(), 0, key.certificate()), 0u);
+    EXPECT_TRUE(Contains(encoded, Parameter(made.get(), CMSG_ENCODED_SIGNER)));
+
+    const Message more = OpenMessage(encoded);
+    const CMSG_SIGNER_ENCODE_INFO another = unsorted.with(key.signer());
+    ASSERT_TRUE(CryptMsgControl(more.get(), SVCMSG_CADES_DISABLE, CMSG_CTRL_ADD_SIGNER, &another));
+    EXPECT_EQ(VerifyByIndex(more.get(), 1, key.certificate()), 0u);
+    const Bytes record = Parameter(made.get(), CMSG_CMS_SIGNER_INFO_PARAM);
+    ASSERT_TRUE(CryptMsgControl(more.get(), 0, CMSG_CTRL_ADD_CMS_SIGNER_INFO, record.data()));
+    EXPECT_EQ(VerifyByIndex(more.get(), 2, key.certificate()), 0u);
+    const Bytes three = Parameter(more.get(), CMSG_ENCODED_MESSAGE);
+    EXPECT_EQ(OpensslRefusal(three, key.pem()), "");
+    EXPECT_TRUE(Contains(three, Parameter(more.get(), CMSG_ENCODED_SIGNER, 1)));
+    EXPECT_EQ(VerifyByIndex(OpenMessage(three).get(), 2, key.certificate()), 0u);
+  }
+}
+
+// Settings for verifiers of old messages stop nobody from signing.
+TEST(SignedWrite, DISABLED_WithOldSettings) {
+  for (const char* kind : {"p256", "gost256", "rsa"}) {
+    const OwnKey key(kind);
+    Unsorted unsorted;
+    for (const CMSG_SIGNER_ENCODE_INFO& signer : {key.signer(), unsorted.with(key.signer())}) {
+      const Bytes encoded = SignMessage({signer}, SignedContent(), kNoMore);
+      EXPECT_EQ(OpensslRefusal(encoded, key.pem()), "") << kind;
+      EXPECT_EQ(VerifyByIndex(OpenMessage(encoded).get(), 0, key.certificate()), 0u) << kind;
+    }
+  }
+}
+TEST(SignedWrite, OldSettings) {
+  RunWithSettings("SignedWrite.DISABLED_WithOldSettings",
+                  "[config.Parameters]\nLegacyEncodeSignedAttrsOnVerification = 1\n"
+                  "[config.Certkern]\nlegacy_CMS_hashing = 1\n");
+  RunWithSettings("SignedWrite.DISABLED_WithOldSettings",
+                  "[config.Parameters]\nLegacyEncodeSignedAttrsOnVerification = 1\n");
+}
+
 TEST(SignedWrite, UnsignedAttributesCertificatesAndLists) {
   const Message message = OpenMessage(SignedBytes("rsa-attached.cms"));
   BYTE attribute[] = {0x30, 0x09, 0x06, 0x02, 0x2A, 0x03, 0x31, 0x03, 0x02, 0x01, 0x05};
@@ -270,6 +347,10 @@ TEST(SignedWrite, UnsignedAttributesCertificatesAndLists) {
   CERT_BLOB blob = {static_cast<DWORD>(other.size()), other.data()};
   EXPECT_TRUE(CryptMsgControl(message.get(), 0, CMSG_CTRL_ADD_CERT, &blob));
   EXPECT_EQ(Parameter(message.get(), CMSG_CERT_PARAM, 1), other);
+  Bytes longer = other;
+  longer.push_back(0x05);
+  CERT_BLOB tooLong = {static_cast<DWORD>(longer.size()), longer.data()};
+  EXPECT_FALSE(CryptMsgControl(message.get(), 0, CMSG_CTRL_ADD_CERT, &tooLong)) << "nobody could read it";
   DWORD index = 2;
   EXPECT_FALSE(CryptMsgControl(message.get(), 0, CMSG_CTRL_DEL_CERT, &index));
   EXPECT_EQ(GetLastError(), DWORD{E_INVALIDARG});
