@@ -36,11 +36,12 @@ class DsaPublicKey final : public PublicKey {
   }
 
   DWORD verify(const SignatureInput& input, std::span<const BYTE> signature) const override {
-    return input.pss ? NTE_BAD_FLAGS : VerifyHash(key_, input, signature);
+    return input.pss ? NTE_BAD_FLAGS : VerifyHash(key_, verifying_, input, signature);
   }
 
  private:
   const PkeyPtr key_;
+  mutable SpareContext verifying_;
 };
 
 bool TakeNumber(der::Reader& in, size_t maximumBytes, BnPtr& number) {

@@ -155,11 +155,12 @@ class EcPublicKey final : public PublicKey {
   // Foreign bytes after the DER of a signature, and DER that is no DER, are refused by libcrypto.
   DWORD verify(const SignatureInput& input, std::span<const BYTE> signature) const override {
     if (const DWORD code = Judge(input)) return code;
-    return VerifyHash(key_, input, signature);
+    return VerifyHash(key_, verifying_, input, signature);
   }
 
  private:
   const PkeyPtr key_;
+  mutable SpareContext verifying_;
   const Curve& curve_;
 };
 
@@ -186,7 +187,7 @@ class EcPrivateKey final : public PrivateKey {
 
   DWORD sign(const SignatureInput& input, SecretBytes& signature) const override {
     if (const DWORD code = Judge(input)) return code;
-    return SignHash(key_, input, signature);
+    return SignHash(key_, signing_, input, signature);
   }
 
   DWORD ecdh(const PublicKey& other, SecretBytes& shared) const override {
@@ -207,6 +208,7 @@ class EcPrivateKey final : public PrivateKey {
 
  private:
   const PkeyPtr key_;
+  mutable SpareContext signing_;
   const std::shared_ptr<const EcPublicKey> public_;
 };
 

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <new>
+#include <utility>
 
 namespace keykern {
 namespace {
@@ -42,6 +43,28 @@ template <class T>
 T OrNoMemory(T object) {
   if (!object) throw std::bad_alloc();
   return object;
+}
+
+using PreparedPtr = std::unique_ptr<SpareContext::Prepared>;
+
+// Ready for this input; null when libcrypto refuses.
+PreparedPtr PrepareContext(const PkeyPtr& key, SpareContext& spare, int (*init)(EVP_PKEY_CTX*),
+                           const SignatureInput& input, const EVP_MD* digest, Prepare prepare) {
+  PreparedPtr prepared = spare.take();
+  if (!prepared) {
+    prepared = std::make_unique<SpareContext::Prepared>();
+    prepared->context = NewContext(key);
+    if (!prepared->context || init(prepared->context.get()) != 1) return nullptr;
+  }
+  EVP_PKEY_CTX* const context = prepared->context.get();
+  if (prepared->suits(input, digest)) return prepared;
+  if (EVP_PKEY_CTX_set_signature_md(context, digest) != 1 || (prepare && !prepare(context, input, digest))) {
+    return nullptr;
+  }
+  prepared->digest = digest;
+  prepared->pss = input.pss;
+  prepared->saltLength = input.saltLength;
+  return prepared;
 }
 
 }  // namespace
@@ -116,40 +139,35 @@ const EVP_MD* FindDigest(ALG_ID hash) {
   return nullptr;
 }
 
-DWORD VerifyHash(const PkeyPtr& key, const SignatureInput& input, std::span<const BYTE> signature,
-                 Prepare prepare) {
+DWORD VerifyHash(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input,
+                 std::span<const BYTE> signature, Prepare prepare) {
   const EVP_MD* digest = DigestOf(input);
   if (!digest) return NTE_BAD_HASH;
   const ErrorMark mark;
-  const PkeyContextPtr context = NewContext(key);
-  if (!context || EVP_PKEY_verify_init(context.get()) != 1
-      || EVP_PKEY_CTX_set_signature_md(context.get(), digest) != 1
-      || (prepare && !prepare(context.get(), input, digest))) {
-    return NTE_BAD_SIGNATURE;
-  }
+  auto prepared = PrepareContext(key, spare, EVP_PKEY_verify_init, input, digest, prepare);
+  if (!prepared) return NTE_BAD_SIGNATURE;
   const SecretBytes standard = Reversed(signature);
-  return EVP_PKEY_verify(context.get(), standard.data(), standard.size(), input.value.data(),
-                         input.value.size())
-          == 1
-      ? ERROR_SUCCESS
-      : NTE_BAD_SIGNATURE;
+  const bool valid = EVP_PKEY_verify(prepared->context.get(), standard.data(), standard.size(),
+                                     input.value.data(), input.value.size())
+      == 1;
+  spare.giveBack(std::move(prepared));
+  return valid ? ERROR_SUCCESS : NTE_BAD_SIGNATURE;
 }
 
-DWORD SignHash(const PkeyPtr& key, const SignatureInput& input, SecretBytes& signature, Prepare prepare) {
+DWORD SignHash(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input, SecretBytes& signature,
+               Prepare prepare) {
   const EVP_MD* digest = DigestOf(input);
   if (!digest) return NTE_BAD_HASH;
   const ErrorMark mark;
-  const PkeyContextPtr context = NewContext(key);
-  if (!context || EVP_PKEY_sign_init(context.get()) != 1
-      || EVP_PKEY_CTX_set_signature_md(context.get(), digest) != 1
-      || (prepare && !prepare(context.get(), input, digest))) {
-    return NTE_FAIL;
-  }
+  auto prepared = PrepareContext(key, spare, EVP_PKEY_sign_init, input, digest, prepare);
+  if (!prepared) return NTE_FAIL;
   SecretBytes made(static_cast<size_t>(EVP_PKEY_get_size(key.get())));
   size_t size = made.size();
-  if (EVP_PKEY_sign(context.get(), made.data(), &size, input.value.data(), input.value.size()) != 1) {
+  if (EVP_PKEY_sign(prepared->context.get(), made.data(), &size, input.value.data(), input.value.size())
+      != 1) {
     return NTE_FAIL;
   }
+  spare.giveBack(std::move(prepared));
   signature = Reversed(std::span(made).first(size));
   return ERROR_SUCCESS;
 }

@@ -13,6 +13,7 @@
 #include <openssl/evp.h>
 #include <openssl/param_build.h>
 
+#include <atomic>
 #include <memory>
 
 namespace keykern {
@@ -64,10 +65,43 @@ const EVP_MD* FindDigest(ALG_ID hash);
 // Prepares a context beyond its hash. False when libcrypto refuses.
 using Prepare = bool (*)(EVP_PKEY_CTX* context, const SignatureInput& input, const EVP_MD* digest);
 
+// A context that waits for the next use of its key: to make one takes as long as a tenth of a signature. Whoever comes
+// while it is away makes another; of those that come back one stays. A key has one for each thing that it does.
+class SpareContext {
+ public:
+  // As it was left, and what it was made ready for last.
+  struct Prepared {
+    PkeyContextPtr context;
+    const EVP_MD* digest = nullptr;
+    bool pss = false;
+    DWORD saltLength = 0;
+
+    bool suits(const SignatureInput& input, const EVP_MD* wanted) const {
+      return digest == wanted && pss == input.pss && saltLength == input.saltLength;
+    }
+  };
+
+  SpareContext() = default;
+  SpareContext(const SpareContext&) = delete;
+  SpareContext& operator=(const SpareContext&) = delete;
+  ~SpareContext() { delete waiting_.load(std::memory_order_acquire); }
+
+  // Empty when none waits.
+  std::unique_ptr<Prepared> take() {
+    return std::unique_ptr<Prepared>(waiting_.exchange(nullptr, std::memory_order_acq_rel));
+  }
+  void giveBack(std::unique_ptr<Prepared> prepared) {
+    const std::unique_ptr<Prepared> other(waiting_.exchange(prepared.release(), std::memory_order_acq_rel));
+  }
+
+ private:
+  std::atomic<Prepared*> waiting_{nullptr};
+};
+
 // Signatures of a hash value, in the reversed order of the key level; codes as PublicKey::verify and PrivateKey::sign.
-DWORD VerifyHash(const PkeyPtr& key, const SignatureInput& input, std::span<const BYTE> signature,
-                 Prepare prepare = nullptr);
-DWORD SignHash(const PkeyPtr& key, const SignatureInput& input, SecretBytes& signature,
+DWORD VerifyHash(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input,
+                 std::span<const BYTE> signature, Prepare prepare = nullptr);
+DWORD SignHash(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input, SecretBytes& signature,
                Prepare prepare = nullptr);
 
 SecretBytes Reversed(std::span<const BYTE> bytes);

@@ -144,7 +144,7 @@ class RsaPublicKey final : public PublicKey {
   DWORD verify(const SignatureInput& input, std::span<const BYTE> signature) const override {
     if (const DWORD code = judge(input)) return code;
     if (!saltFits(input)) return NTE_BAD_SIGNATURE;
-    return VerifyHash(key_, input, signature, &PreparePadding);
+    return VerifyHash(key_, verifying_, input, signature, &PreparePadding);
   }
 
   DWORD encrypt(const RsaPadding& padding, std::span<const BYTE> plain, SecretBytes& sealed) const override {
@@ -175,6 +175,7 @@ class RsaPublicKey final : public PublicKey {
 
  private:
   const PkeyPtr key_;
+  mutable SpareContext verifying_;
   const Purpose purpose_;
 };
 
@@ -198,7 +199,7 @@ class RsaPrivateKey final : public PrivateKey {
   DWORD sign(const SignatureInput& input, SecretBytes& signature) const override {
     if (const DWORD code = public_->judge(input)) return code;
     if (!public_->saltFits(input)) return NTE_BAD_LEN;
-    return SignHash(key_, input, signature, &PreparePadding);
+    return SignHash(key_, signing_, input, signature, &PreparePadding);
   }
 
   // One code for every way of being wrong: more would tell a sender of made-up messages what is inside.
@@ -221,6 +222,7 @@ class RsaPrivateKey final : public PrivateKey {
 
  private:
   const PkeyPtr key_;
+  mutable SpareContext signing_;
   const std::shared_ptr<const RsaPublicKey> public_;
 };
 
