@@ -64,8 +64,7 @@ ASN1Blob ASN1Blob::enlarged(uint64_t size) const {
   if (!FitsDword(size)) throw CryptException(ERROR_NOT_ENOUGH_MEMORY);
   ASN1Blob larger;
   larger.capacity_ = static_cast<DWORD>(CapacityFor(size));
-  // not zeroed: room that is never used must not cost memory
-  larger.data_ = std::make_unique_for_overwrite<BYTE[]>(larger.capacity_);
+  larger.data_ = AllocateBytes(larger.capacity_);
   larger.size_ = static_cast<DWORD>(size);
   std::ranges::copy(bytes(), larger.data());
   return larger;

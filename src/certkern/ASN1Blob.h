@@ -4,10 +4,11 @@
 
 #include <certkern/types.h>
 
-#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "platform/byte_memory.h"
 
 namespace certkern {
 
@@ -46,7 +47,7 @@ class ASN1Blob {
  private:
   ASN1Blob enlarged(uint64_t size) const;
 
-  std::unique_ptr<BYTE[]> data_;
+  ByteMemory data_;
   DWORD size_ = 0;
   DWORD capacity_ = 0;  // 0, or 4096 times a power of 2, or all that the interface can tell
 };

@@ -52,7 +52,7 @@ void HashedMessage::hash(std::span<const BYTE> bytes) {
 }
 
 void HashedMessage::finishHash() {
-  digest_ = hash_ ? HashValue(hash_.get()) : ByteBuffer();
+  digest_ = hash_ ? HashValue(hash_.get()) : std::vector<BYTE>();
   hash_.reset();
 }
 
@@ -76,7 +76,7 @@ ByteBuffer HashedMessage::encode(std::span<const BYTE> content, bool bare) {
   data.encapContentInfo.eContentType = StrToOid(*context, innerContentType_.c_str());
   data.encapContentInfo.m.eContentPresent = !content.empty();
   data.encapContentInfo.eContent = AsOctets(content);
-  data.digest = AsOctets(digest_.bytes());
+  data.digest = AsOctets(digest_);
   const uint64_t size = uint64_t{content.size()} + hashParameters_.size();
   return bare ? EncodeBare(asn1data::kInfo_DigestedData, &data, size)
               : EncodeContentInfo(asn1data::ASN1V_id_digestedData, asn1data::kInfo_DigestedData, &data, size);
@@ -115,7 +115,7 @@ bool HashedMessage::answer(const GetParamRequest& request, std::span<const BYTE>
       return true;
     case CMSG_HASH_DATA_PARAM:
     case CMSG_COMPUTED_HASH_PARAM:
-      AnswerBytes(request, digest_.bytes());
+      AnswerBytes(request, digest_);
       return true;
     case CMSG_VERSION_PARAM:
       AnswerDword(request, static_cast<DWORD>(version()));
@@ -246,7 +246,7 @@ void HashedMessageDecodeContext::verifyHash() {
   // without a message two empty digests would agree
   if (!messageAdded_) throw CAException("Message should be added first.");
   hashContent();
-  if (std::ranges::equal(expectedDigest_, message_.digest().bytes())) return;
+  if (std::ranges::equal(expectedDigest_, message_.digest())) return;
   SetLastError(CRYPT_E_HASH_VALUE);
   throw CryptException(CRYPT_E_HASH_VALUE);
 }

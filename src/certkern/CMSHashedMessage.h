@@ -21,7 +21,7 @@ class HashedMessage {
   void setInnerContentType(std::string oid) { innerContentType_ = std::move(oid); }
   void setDetached(bool detached) { detached_ = detached; }
   bool detached() const { return detached_; }
-  const ByteBuffer& digest() const { return digest_; }
+  std::span<const BYTE> digest() const { return digest_; }
 
   void hash(std::span<const BYTE> bytes);
   // Without anything hashed the digest is empty.
@@ -43,7 +43,7 @@ class HashedMessage {
   std::string hashAlgorithm_;
   ByteBuffer hashParameters_;
   std::string innerContentType_ = szOID_RSA_data;
-  ByteBuffer digest_;
+  std::vector<BYTE> digest_;
   ProviderHandle provider_;
   HashHandle hash_;
   bool detached_ = false;

@@ -124,15 +124,14 @@ void HashBytes(HCRYPTHASH hash, std::span<const BYTE> bytes) {
   if (!CryptHashData(hash, bytes.data(), CheckedDword(bytes.size()), 0)) ThrowLastError();
 }
 
-ByteBuffer HashValue(HCRYPTHASH hash) {
+std::vector<BYTE> HashValue(HCRYPTHASH hash) {
   HashHandle copy;
   DWORD size = 0;
   if (!CryptDuplicateHash(hash, nullptr, 0, copy.out())
       || !CryptGetHashParam(copy.get(), HP_HASHVAL, nullptr, &size, 0)) {
     ThrowLastError();
   }
-  ByteBuffer value;
-  value.resize(size);
+  std::vector<BYTE> value(size);
   if (!CryptGetHashParam(copy.get(), HP_HASHVAL, value.data(), &size, 0)) ThrowLastError();
   value.resize(size);
   return value;

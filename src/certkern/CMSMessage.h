@@ -12,6 +12,7 @@
 #include <new>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "ber/decode_arena.h"
 #include "certkern/ASN1Blob.h"
@@ -126,7 +127,7 @@ void AnswerRecord(const GetParamRequest& request, Lay lay) {
 // One count of its own on a caller's provider; empty for 0. CryptException.
 ProviderHandle HoldProvider(HCRYPTPROV provider);
 // The value of a hash, the hash itself staying as it is: what reads a value ends a hash, so a copy is read.
-ByteBuffer HashValue(HCRYPTHASH hash);
+std::vector<BYTE> HashValue(HCRYPTHASH hash);
 void HashBytes(HCRYPTHASH hash, std::span<const BYTE> bytes);
 HashHandle CreateHash(HCRYPTPROV provider, ALG_ID algorithm);
 

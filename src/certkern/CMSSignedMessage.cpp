@@ -202,8 +202,18 @@ DWORD SignedMessageEncodeContext::getEncodedSize(DWORD cbContent, bool fBare, co
 }
 
 const ByteBuffer& SignedMessageEncodeContext::getEncoded(bool fBare) {
-  if (!core_.cached(fBare).size()) core_.signAll();
+  core_.signOnce();
   return core_.encoded(fBare);
+}
+
+// A large content goes straight to the caller: a copy of the message would be one more copy of the content.
+void SignedMessageEncodeContext::answerWhole(const GetParamRequest& request) {
+  core_.signOnce();
+  if (core_.cached(false).size() || !core_.isLarge())
+    return AnswerBytes(request, core_.encoded(false).bytes());
+  const DWORD size = CheckedDword(core_.sizeOfLarge(false));
+  RequireRoom(request, size);
+  if (request.pvData) core_.encodeLarge(false, {static_cast<BYTE*>(request.pvData), size});
 }
 
 void SignedMessageEncodeContext::getParam(const GetParamRequest& request) {
@@ -211,12 +221,12 @@ void SignedMessageEncodeContext::getParam(const GetParamRequest& request) {
     case CMSG_TYPE_PARAM:
       return AnswerDword(request, CMSG_SIGNED);
     case CMSG_CONTENT_PARAM:
-      return AnswerBytes(request, getEncoded(false).bytes());
+      return answerWhole(request);
     case CMSG_BARE_CONTENT_PARAM:
       return AnswerBytes(request, getEncoded(true).bytes());
     case CMSG_COMPUTED_HASH_PARAM: {
       const HashHandle hash = core_.hashToSign(core_.signerAt(request.dwIndex));
-      return AnswerBytes(request, HashValue(hash.get()).bytes());
+      return AnswerBytes(request, HashValue(hash.get()));
     }
     default:
       if (!AnswerSigner(request, core_)) MessageEncodeContext::getParam(request);
@@ -331,9 +341,8 @@ std::pair<HCRYPTPROV, HCRYPTHASH> SignedMessageDecodeContext::hashFor(const Sign
 void SignedMessageDecodeContext::answerComputedHash(const GetParamRequest& request) {
   const SignerInfo& signer = core_.signerAt(request.dwIndex);
   const auto [provider, hash] = hashFor(signer, SchemeOf(signer).hash);
-  const HashHandle computed =
-      core_.digest(signer, hash, provider, SignedDataCore::AttributeForm::AsListed, false);
-  AnswerBytes(request, HashValue(computed.get()).bytes());
+  const HashHandle computed = core_.digest(signer, hash, provider, SignedDataCore::DigestUse::Tell);
+  AnswerBytes(request, HashValue(computed.get()));
 }
 
 void SignedMessageDecodeContext::getParam(const GetParamRequest& request) {
@@ -404,7 +413,7 @@ void SignedMessageDecodeContext::fillNewSigner(const SignerInfo& signer) {
   if (!detached_) return HashBytes(core_.contentHash(signer), content());
   const auto found = contentHash_.find(SchemeOf(signer).hash);
   if (found == contentHash_.end()) throw CryptException(CRYPT_E_UNKNOWN_ALGO);
-  core_.setContentHash(signer, HashValue(found->second.hash.get()).bytes());
+  core_.setContentHash(signer, HashValue(found->second.hash.get()));
 }
 
 void SignedMessageDecodeContext::control(const ControlRequest& request) {

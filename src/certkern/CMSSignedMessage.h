@@ -24,6 +24,8 @@ class SignedMessageEncodeContext : public MessageEncodeContext {
   const ByteBuffer& getEncoded(bool fBare) override;
 
  protected:
+  void answerWhole(const GetParamRequest& request);
+
   SignedDataCore core_;
   ByteBuffer content_;
   bool detached_ = false;

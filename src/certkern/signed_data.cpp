@@ -251,23 +251,25 @@ void SignedDataCore::signAll() {
   for (SignerInfo& signer : data_.signerInfos) {
     if (const auto own = own_.find(&signer); own != own_.end()) sign(signer, own->second);
   }
+  signed_ = true;
 }
 
 HashHandle SignedDataCore::hashToSign(SignerInfo& signer) {
-  const OwnSigner& own = ownOf(signer);
+  OwnSigner& own = ownOf(signer);
   updateAttributes(signer, own);
-  return digest(signer, own.contentHash.get(), own.provider.get(), AttributeForm::Signed, true);
+  return digest(signer, own.contentHash.get(), own.provider.get(), DigestUse::Sign);
 }
 
-void SignedDataCore::updateAttributes(SignerInfo& signer, const OwnSigner& own) {
+void SignedDataCore::updateAttributes(SignerInfo& signer, OwnSigner& own) {
   if (!signer.m.signedAttrsPresent) return;
-  const ByteBuffer type = EncodeAsGiven(kInfo_ContentType, &data_.encapContentInfo.eContentType);
-  ReplaceAttribute(*context_, signer.signedAttrs, ASN1V_id_contentType, type.bytes());
-  const ByteBuffer value = HashValue(own.contentHash.get());
-  const ASN1T_MessageDigest octets = {value.size(), value.data()};
-  const ByteBuffer encoded = EncodeAsGiven(kInfo_MessageDigest, &octets);
-  ReplaceAttribute(*context_, signer.signedAttrs, ASN1V_id_messageDigest, encoded.bytes());
+  const std::vector<BYTE> type = EncodeAsGiven(kInfo_ContentType, &data_.encapContentInfo.eContentType);
+  ReplaceAttribute(*context_, signer.signedAttrs, ASN1V_id_contentType, type);
+  const std::vector<BYTE> value = HashValue(own.contentHash.get());
+  const ASN1T_MessageDigest octets = {static_cast<uint32_t>(value.size()), value.data()};
+  ReplaceAttribute(*context_, signer.signedAttrs, ASN1V_id_messageDigest,
+                   EncodeAsGiven(kInfo_MessageDigest, &octets));
   SortSignedAttributes(*context_, signer);
+  own.attributesSorted = true;
 }
 
 void SignedDataCore::sign(SignerInfo& signer, const OwnSigner& own) {
@@ -278,58 +280,52 @@ void SignedDataCore::sign(SignerInfo& signer, const OwnSigner& own) {
   if (scheme.isPss) SetPssSalt(hash.get(), scheme);
   DWORD size = 0;
   if (!CryptSignHashA(hash.get(), own.keySpec, nullptr, scheme.flags(), nullptr, &size)) ThrowLastError();
-  ByteBuffer signature;
-  signature.resize(size);
+  std::vector<BYTE> signature(size);
   if (!CryptSignHashA(hash.get(), own.keySpec, nullptr, scheme.flags(), signature.data(), &size)) {
     ThrowLastError();
   }
   std::reverse(signature.data(), signature.data() + size);
-  signer.signature = CopyOctets(*context_, signature.bytes().first(size));
+  signer.signature = CopyOctets(*context_, std::span(signature).first(size));
 }
 
 // --- what a signature is made of ---
 
 void SignedDataCore::keepRawAttributes(const SignerInfo& signer, std::span<const BYTE> encoded) {
-  rawAttributes_[&signer].assign(encoded);
+  rawAttributes_[&signer].assign(encoded.begin(), encoded.end());
 }
 
-ByteBuffer SignedDataCore::attributesToHash(const SignerInfo& signer, AttributeForm form) {
+std::vector<BYTE> SignedDataCore::attributesToHash(const SignerInfo& signer) {
   const auto raw = rawAttributes_.find(&signer);
-  if (raw != rawAttributes_.end() && !EncodesAttributesAnew()) {
-    if (raw->second.bytes().empty()) ThrowLastError();
-    return raw->second;
+  if (raw == rawAttributes_.end() || EncodesAttributesAnew()) {
+    return EncodeAsGiven(kInfo_SignedAttributes, &signer.signedAttrs);
   }
-  if (form == AttributeForm::AsListed) return EncodeAsGiven(kInfo_SignedAttributes, &signer.signedAttrs);
-  ASN1BEREncodeBuffer buffer;
-  if (EncodeValue(buffer.context(), kInfo_SignedAttributes, &signer.signedAttrs, Tagging::Explicit) < 0) {
-    throw Asn1Exception(buffer.context().errorText());
-  }
-  return ByteBuffer({buffer.GetMsgPtr(), buffer.GetMsgLen()});
+  if (raw->second.empty()) ThrowLastError();
+  return raw->second;
 }
 
 HashHandle SignedDataCore::digest(const SignerInfo& signer, HCRYPTHASH contentHash, HCRYPTPROV provider,
-                                  AttributeForm form, bool checkDigest) {
+                                  DigestUse use) {
   const ALG_ID algorithm = SchemeOf(signer).hash;
   if (!signer.m.signedAttrsPresent) {
     // who signs may have the content's hash on another provider than the key
-    if (EncodesAttributesAnew() && form == AttributeForm::AsListed) {
+    if (EncodesAttributesAnew() && use != DigestUse::Sign) {
       HashHandle copy;
       if (!CryptDuplicateHash(contentHash, nullptr, 0, copy.out())) ThrowLastError();
       return copy;
     }
-    const ByteBuffer value = HashValue(contentHash);
+    const std::vector<BYTE> value = HashValue(contentHash);
     HashHandle hash = CreateHash(provider, algorithm);
     if (!CryptSetHashParam(hash.get(), HP_HASHVAL, value.data(), 0)) ThrowLastError();
     return hash;
   }
-  if (checkDigest && !matchesContent(signer, contentHash)) {
+  if (use == DigestUse::Verify && !matchesContent(signer, contentHash)) {
     SetLastError(NTE_BAD_SIGNATURE);
     return {};
   }
-  ByteBuffer attributes = attributesToHash(signer, form);
-  attributes.data()[0] = kSetTag;
+  std::vector<BYTE> attributes = attributesToHash(signer);
+  attributes[0] = kSetTag;
   HashHandle hash = CreateHash(provider, algorithm);
-  HashBytes(hash.get(), attributes.bytes());
+  HashBytes(hash.get(), attributes);
   return hash;
 }
 
@@ -342,7 +338,7 @@ bool SignedDataCore::matchesContent(const SignerInfo& signer, HCRYPTHASH content
   ASN1T_MessageDigest stated{};
   if (ASN1C_MessageDigest(buffer, stated).Decode() != ASN1_OK)
     throw Asn1Exception(buffer.context().errorText());
-  return SameBytes(stated.bytes(), HashValue(contentHash).bytes());
+  return SameBytes(stated.bytes(), HashValue(contentHash));
 }
 
 }  // namespace certkern

@@ -8,6 +8,7 @@
 #include <optional>
 #include <span>
 #include <utility>
+#include <vector>
 
 #include "asn1data/cms.h"
 #include "certkern/CMSMessage.h"
@@ -73,6 +74,10 @@ class SignedDataCore {
   // The same with the provider that the key is on.
   std::pair<HCRYPTPROV, HCRYPTHASH> hashOf(const SignerInfo& signer) const;
   void signAll();
+  // The same, unless it is done and nothing has changed.
+  void signOnce() {
+    if (!signed_) signAll();
+  }
   // The hash that a signer of this place signs, its attributes brought up to date.
   HashHandle hashToSign(SignerInfo& signer);
 
@@ -80,11 +85,10 @@ class SignedDataCore {
 
   // The [0] of a decoded signer as its sender wrote it.
   void keepRawAttributes(const SignerInfo& signer, std::span<const BYTE> encoded);
-  enum class AttributeForm { Signed, AsListed };
-  // The hash that a signature is about, on `provider`. With `checkDigest` an attribute messageDigest that is not the content's
-  // leaves none, and NTE_BAD_SIGNATURE.
-  HashHandle digest(const SignerInfo& signer, HCRYPTHASH contentHash, HCRYPTPROV provider, AttributeForm form,
-                    bool checkDigest);
+  enum class DigestUse { Sign, Verify, Tell };
+  // The hash that a signature is about, on `provider`. Who verifies gets none, and NTE_BAD_SIGNATURE, when the attribute
+  // messageDigest is not the content's.
+  HashHandle digest(const SignerInfo& signer, HCRYPTHASH contentHash, HCRYPTPROV provider, DigestUse use);
 
   // --- what else is in it ---
 
@@ -100,7 +104,14 @@ class SignedDataCore {
 
   const ByteBuffer& encoded(bool bare);
   const ByteBuffer& cached(bool bare) const { return bare ? bareEncoded_ : encoded_; }
-  void dropEncoded() { encoded_ = {}; }
+  void dropEncoded() {
+    encoded_ = {};
+    signed_ = false;
+  }
+  // Content so large that an encoding is better written once, where it stays. Room is exactly what the size says.
+  bool isLarge() const;
+  uint64_t sizeOfLarge(bool bare);
+  void encodeLarge(bool bare, std::span<BYTE> room);
   // An upper bound, for so many bytes of content; 0: none will be inside.
   DWORD encodedSizeBound(DWORD contentSize, bool bare, const CMSG_SIGNED_ENCODE_INFO& info);
 
@@ -111,6 +122,7 @@ class SignedDataCore {
     ProviderHandle hashProvider;  // none: the same
     DWORD keySpec = 0;
     HashHandle contentHash;
+    bool attributesSorted = false;
 
     HCRYPTPROV hashingProvider() const { return hashProvider ? hashProvider.get() : provider.get(); }
   };
@@ -118,11 +130,13 @@ class SignedDataCore {
   OwnSigner& ownOf(const SignerInfo& signer);
   OwnSigner prepareOwnSigner(const CMSG_SIGNER_ENCODE_INFO& info, const SignerInfo& signer) const;
   void addDigestAlgorithm(const asn1data::ASN1T_AlgorithmIdentifier& algorithm);
-  void updateAttributes(SignerInfo& signer, const OwnSigner& own);
+  void updateAttributes(SignerInfo& signer, OwnSigner& own);
   void sign(SignerInfo& signer, const OwnSigner& own);
   bool matchesContent(const SignerInfo& signer, HCRYPTHASH contentHash) const;
-  ByteBuffer attributesToHash(const SignerInfo& signer, AttributeForm form);
+  std::vector<BYTE> attributesToHash(const SignerInfo& signer);
   void updateVersion();
+  // To be written in the order of its lists, but for signed attributes. What it is made of stays shared.
+  asn1data::ASN1T_SignedData inOrder(ASN1Context& context) const;
   ByteBuffer encode(bool bare);
   uint64_t formulaBound(uint64_t bareSize, DWORD contentSize, const CMSG_SIGNED_ENCODE_INFO& info) const;
 
@@ -130,8 +144,9 @@ class SignedDataCore {
   asn1data::ASN1T_SignedData data_{};
   mutable ListPlace signerPlace_;
   ByteBuffer bareEncoded_, encoded_;
+  bool signed_ = false;
   std::map<SignerInfo*, OwnSigner, std::less<>> own_;
-  std::map<const SignerInfo*, ByteBuffer> rawAttributes_;
+  std::map<const SignerInfo*, std::vector<BYTE>> rawAttributes_;
 };
 
 // --- signers as records ---
@@ -146,10 +161,10 @@ void AnswerEncodedSigner(const GetParamRequest& request, const SignerInfo& signe
 // By issuer and serial number, byte by byte. A signer that is named by its key is nobody's.
 bool IsSignedBy(const SignerInfo& signer, const CERT_INFO& info);
 // One whole value by its type's tables, in the order of its lists.
-ByteBuffer EncodeAsGiven(const TypeInfo& type, const void* value);
+std::vector<BYTE> EncodeAsGiven(const TypeInfo& type, const void* value);
 
 // As it stands in a message: the signed attributes in DER's order.
-ByteBuffer EncodeSigner(const SignerInfo& signer);
+std::vector<BYTE> EncodeSigner(const SignerInfo& signer);
 // The list itself, and the values of each attribute: what is signed is then what is written, and what is looked at.
 void SortSignedAttributes(ASN1Context& context, SignerInfo& signer);
 

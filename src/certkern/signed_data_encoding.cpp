@@ -38,7 +38,7 @@ void Require(int status, const ASN1Context& context) {
 // --- the order of signed attributes: DER's, whatever order the list has ---
 
 struct SortedElement {
-  ByteBuffer encoded;
+  std::vector<BYTE> encoded;
   void* element;
 };
 
@@ -48,11 +48,13 @@ ASN1List SortedCopy(ASN1Context& context, const ASN1List& list, Encode encode) {
   std::vector<SortedElement> sorted;
   sorted.reserve(list.count);
   for (const ASN1ListNode* node = list.head; node; node = node->next) {
-    sorted.push_back({encode(node->data), node->data});
+    const std::span<const BYTE> encoded = encode(node->data);
+    sorted.push_back({
+        {encoded.begin(), encoded.end()},
+        node->data
+    });
   }
-  std::ranges::stable_sort(sorted, [](const SortedElement& a, const SortedElement& b) {
-    return std::ranges::lexicographical_compare(a.encoded.bytes(), b.encoded.bytes());
-  });
+  std::ranges::stable_sort(sorted, std::ranges::lexicographical_compare, &SortedElement::encoded);
   ASN1List copy{};
   for (const SortedElement& each : sorted) {
     Require(ASN1CSeqOfList::AppendToList(context, copy, each.element), context);
@@ -61,8 +63,14 @@ ASN1List SortedCopy(ASN1Context& context, const ASN1List& list, Encode encode) {
 }
 
 ASN1List SortedAttributes(ASN1Context& context, const ASN1List& list) {
-  return SortedCopy(context, list,
-                    [](const void* attribute) { return EncodeAsGiven(kInfo_Attribute, attribute); });
+  ASN1BEREncodeBuffer buffer;
+  ASN1Context& scratch = buffer.context();
+  scratch.setSetOrder(SetOrder::AsGiven);
+  return SortedCopy(context, list, [&](const void* attribute) {
+    scratch.output().restart();
+    Require(EncodeValue(scratch, kInfo_Attribute, attribute, Tagging::Explicit), scratch);
+    return scratch.output().bytes();
+  });
 }
 
 SignerInfo ForEncoding(ASN1Context& context, const SignerInfo& signer) {
@@ -73,26 +81,19 @@ SignerInfo ForEncoding(ASN1Context& context, const SignerInfo& signer) {
   return copy;
 }
 
-// A SignedData to be written in the order of its lists, but for the signed attributes. What it is made of stays shared.
-ASN1T_SignedData ForEncoding(ASN1Context& context, const ASN1T_SignedData& data) {
-  ASN1T_SignedData copy = data;
-  copy.signerInfos = {};
-  for (const SignerInfo& signer : data.signerInfos) {
-    CheckedMemory(AppendElement(context, copy.signerInfos, ForEncoding(context, signer)));
-  }
-  return copy;
+std::vector<BYTE> MessageOf(ASN1BEREncodeBuffer& buffer) {
+  const BYTE* const start = buffer.GetMsgPtr();
+  return {start, start + buffer.GetMsgLen()};
 }
 
 void EncodeSignedData(ASN1BEREncodeBuffer& buffer, const ASN1T_SignedData& data, bool bare) {
   ASN1Context& context = buffer.context();
   context.setSetOrder(SetOrder::AsGiven);
-  const ASN1T_SignedData ordered = ForEncoding(context, data);
-  context.output().restart();
-  const int length = EncodeValue(context, kInfo_SignedData, &ordered, Tagging::Explicit);
+  const int length = EncodeValue(context, kInfo_SignedData, &data, Tagging::Explicit);
   Require(length, context);
   if (bare) return;
   // ContentInfo around it, without another copy of it
-  const ByteBuffer type = [] {
+  static const std::vector<BYTE> type = [] {
     const ASN1ObjectId signedData = AsField(ASN1V_id_signedData);
     return EncodeAsGiven(kInfo_ContentType, &signedData);
   }();
@@ -108,8 +109,14 @@ void EncodeSignedData(ASN1BEREncodeBuffer& buffer, const ASN1T_SignedData& data,
   prependHeader(0xA0, out.length());
   BYTE* const place = out.prepend(type.size());
   if (!place) Require(context.fail(out.status()), context);
-  std::ranges::copy(type.bytes(), place);
+  std::ranges::copy(type, place);
   prependHeader(0x30, out.length());
+}
+
+ASN1ContextPtr NewContext() {
+  ASN1ContextPtr context = ASN1ContextPtr::Create();
+  if (!context) throw CryptException(ERROR_NOT_ENOUGH_MEMORY);
+  return context;
 }
 
 ByteBuffer EncodeInto(const ASN1T_SignedData& data, bool bare) {
@@ -208,26 +215,24 @@ uint64_t LongestSignature(const CERT_PUBLIC_KEY_INFO& key) {
 
 }  // namespace
 
-ByteBuffer EncodeAsGiven(const TypeInfo& type, const void* value) {
+std::vector<BYTE> EncodeAsGiven(const TypeInfo& type, const void* value) {
   ASN1BEREncodeBuffer buffer;
   buffer.context().setSetOrder(SetOrder::AsGiven);
   Require(EncodeValue(buffer.context(), type, value, Tagging::Explicit), buffer.context());
-  return ByteBuffer({buffer.GetMsgPtr(), buffer.GetMsgLen()});
+  return MessageOf(buffer);
 }
 
-ByteBuffer EncodeSigner(const SignerInfo& signer) {
+std::vector<BYTE> EncodeSigner(const SignerInfo& signer) {
   ASN1BEREncodeBuffer buffer;
-  buffer.context().setSetOrder(SetOrder::AsGiven);
   const SignerInfo ordered = ForEncoding(buffer.context(), signer);
-  Require(EncodeValue(buffer.context(), kInfo_SignerInfo, &ordered, Tagging::Explicit), buffer.context());
-  return ByteBuffer({buffer.GetMsgPtr(), buffer.GetMsgLen()});
+  return EncodeAsGiven(kInfo_SignerInfo, &ordered);
 }
 
 void SortSignedAttributes(ASN1Context& context, SignerInfo& signer) {
   for (ASN1T_Attribute& attribute : signer.signedAttrs) {
     if (attribute.values.count < 2) continue;
     static_cast<ASN1List&>(attribute.values) = SortedCopy(context, attribute.values, [](const void* value) {
-      return ByteBuffer(static_cast<const ASN1OpenValue*>(value)->encoded.bytes());
+      return static_cast<const ASN1OpenValue*>(value)->encoded.bytes();
     });
   }
   static_cast<ASN1List&>(signer.signedAttrs) = SortedAttributes(context, signer.signedAttrs);
@@ -237,19 +242,45 @@ void SignedDataCore::updateVersion() {
   data_.version = data_.encapContentInfo.eContentType == ASN1V_id_data ? 1 : 3;
 }
 
-ByteBuffer SignedDataCore::encode(bool bare) {
-  const ASN1T_EncapsulatedContentInfo& encapsulated = data_.encapContentInfo;
-  if (!encapsulated.m.eContentPresent || encapsulated.eContent.numocts < kLargeContent) {
-    return EncodeInto(data_, bare);
+ASN1T_SignedData SignedDataCore::inOrder(ASN1Context& context) const {
+  ASN1T_SignedData copy = data_;
+  copy.signerInfos = {};
+  for (SignerInfo& signer : data_.signerInfos) {
+    const auto own = own_.find(&signer);
+    const bool sorted = own != own_.end() && own->second.attributesSorted;
+    CheckedMemory(AppendElement(context, copy.signerInfos, sorted ? signer : ForEncoding(context, signer)));
   }
+  return copy;
+}
+
+ByteBuffer SignedDataCore::encode(bool bare) {
+  if (isLarge()) {
+    ByteBuffer whole;
+    whole.resize(sizeOfLarge(bare));
+    encodeLarge(bare, {whole.data(), whole.size()});
+    return whole;
+  }
+  const ASN1ContextPtr copies = NewContext();
+  return EncodeInto(inOrder(*copies), bare);
+}
+
+bool SignedDataCore::isLarge() const {
+  const ASN1T_EncapsulatedContentInfo& encapsulated = data_.encapContentInfo;
+  return encapsulated.m.eContentPresent && encapsulated.eContent.numocts >= kLargeContent;
+}
+
+uint64_t SignedDataCore::sizeOfLarge(bool bare) {
+  updateVersion();
   const uint64_t without = EncodeInto(WithoutContent(data_), true).size();
-  const uint64_t typeSize = EncodeAsGiven(kInfo_ContentType, &encapsulated.eContentType).size();
-  ByteBuffer whole;
-  whole.resize(SizeWithContent(without, typeSize, encapsulated.eContent.numocts, bare));
-  ASN1BEREncodeBuffer buffer({whole.data(), whole.size()});
-  EncodeSignedData(buffer, data_, bare);
-  if (buffer.GetMsgLen() != whole.size()) throw CryptException(ERROR_INTERNAL_ERROR);
-  return whole;
+  const uint64_t typeSize = EncodeAsGiven(kInfo_ContentType, &data_.encapContentInfo.eContentType).size();
+  return SizeWithContent(without, typeSize, data_.encapContentInfo.eContent.numocts, bare);
+}
+
+void SignedDataCore::encodeLarge(bool bare, std::span<BYTE> room) {
+  const ASN1ContextPtr copies = NewContext();
+  ASN1BEREncodeBuffer buffer(room);
+  EncodeSignedData(buffer, inOrder(*copies), bare);
+  if (buffer.GetMsgLen() != room.size()) throw CryptException(ERROR_INTERNAL_ERROR);
 }
 
 const ByteBuffer& SignedDataCore::encoded(bool bare) {
@@ -301,7 +332,7 @@ DWORD SignedDataCore::encodedSizeBound(DWORD contentSize, bool bare, const CMSG_
   };
   const uint64_t formula = formulaBound(EncodeInto(withSignatures({}), bare).size(), contentSize, info);
   // the same with all that signing adds, which long content types and short points can make more than the formula
-  for (const auto& [signer, own] : own_) updateAttributes(*signer, own);
+  for (auto& [signer, own] : own_) updateAttributes(*signer, own);
   const uint64_t without = EncodeInto(withSignatures(longest), bare || contentSize).size();
   if (!contentSize) return CheckedDword(std::max(formula, without));
   const uint64_t typeSize = EncodeAsGiven(kInfo_ContentType, &data_.encapContentInfo.eContentType).size();
@@ -345,7 +376,7 @@ void SignedDataCore::removeCrl(DWORD index) {
 }
 
 void SignedDataCore::addUnsignedAttribute(const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA& para) {
-  const bool wasEncoded = encoded_.size() != 0;
+  const bool wasEncoded = encoded_.size() != 0, wasSigned = signed_;
   dropEncoded();
   const ASN1OctetString octets = CopyOctets(*context_, GivenBytes(para.blob));
   ASN1T_Attribute attribute{};
@@ -354,6 +385,7 @@ void SignedDataCore::addUnsignedAttribute(const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR
   if (!signer) throw Asn1Exception("No signer with such index.");
   CheckedMemory(AppendElement(*context_, signer->unsignedAttrs, attribute));
   signer->m.unsignedAttrsPresent = 1;
+  signed_ = wasSigned;  // this is what it is for: to speak of the signature that is there
   if (wasEncoded) encoded(false);
 }
 

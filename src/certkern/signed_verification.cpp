@@ -102,11 +102,11 @@ bool SignedMessageDecodeContext::verifySigner(const SignerInfo& signer, const CE
   const SignatureScheme scheme = SchemeFor(signer, key);
   const auto [contentProvider, contentHash] = hashFor(signer, scheme.hash);
   const HashHandle digest =
-      core_.digest(signer, contentHash, contentProvider, SignedDataCore::AttributeForm::AsListed, true);
+      core_.digest(signer, contentHash, contentProvider, SignedDataCore::DigestUse::Verify);
   if (!digest) return bad();
-  const ByteBuffer value = HashValue(digest.get());
-  ByteBuffer signature(signer.signature.bytes());
-  std::reverse(signature.data(), signature.data() + signature.size());
+  const std::vector<BYTE> value = HashValue(digest.get());
+  std::vector<BYTE> signature(signer.signature.bytes().begin(), signer.signature.bytes().end());
+  std::ranges::reverse(signature);
 
   const HashHandle hash = CreateHash(provider, scheme.hash);
   if (!CryptSetHashParam(hash.get(), HP_HASHVAL, value.data(), 0)) ThrowLastError();
@@ -116,8 +116,8 @@ bool SignedMessageDecodeContext::verifySigner(const SignerInfo& signer, const CE
     ThrowLastError();
   }
   if (scheme.isPss) SetPssSalt(hash.get(), scheme);
-  if (CryptVerifySignatureA(hash.get(), signature.data(), signature.size(), publicKey.get(), nullptr,
-                            scheme.flags())) {
+  if (CryptVerifySignatureA(hash.get(), signature.data(), static_cast<DWORD>(signature.size()),
+                            publicKey.get(), nullptr, scheme.flags())) {
     return true;
   }
   if (GetLastError() != NTE_BAD_SIGNATURE) ThrowLastError();

@@ -75,7 +75,7 @@ void AnswerAttributes(const GetParamRequest& request, const ASN1ListOf<ASN1T_Att
 }
 
 void AnswerEncodedSigner(const GetParamRequest& request, const SignerInfo& signer) {
-  AnswerBytes(request, EncodeSigner(signer).bytes());
+  AnswerBytes(request, EncodeSigner(signer));
 }
 
 bool IsSignedBy(const SignerInfo& signer, const CERT_INFO& info) {

@@ -371,6 +371,41 @@ TEST(SignedWrite, ASignerAsSomebodyElseMadeIt) {
   EXPECT_EQ(OpensslRefusal(encoded, SignedObject("rsa.pem")), "");
 }
 
+// Large messages are written where the caller has room, whose size has to be right before: lengths of lengths change here.
+TEST(SignedWrite, LargeContent) {
+  const OwnKey key("p256");
+  Extra extra;
+  for (const size_t size :
+       {0x10000 - 200, 0x10000, 0x10000 + 200, 0x1000000 - 300, 0x1000000 - 100, 0x1000000}) {
+    const Bytes content(size, 'x');
+    const Message message = OpenToSign({extra.with(key.signer())}, kNoMore);
+    ASSERT_TRUE(CryptMsgUpdate(message.get(), content.data(), static_cast<DWORD>(size), TRUE));
+    const Bytes encoded = Parameter(message.get(), CMSG_CONTENT_PARAM);
+    EXPECT_EQ(Parameter(message.get(), CMSG_CONTENT_PARAM), encoded) << "signed once";
+    const Message reopened = OpenMessage(encoded);
+    EXPECT_EQ(VerifyByIndex(reopened.get(), 0, key.certificate()), 0u) << size;
+    EXPECT_EQ(Parameter(reopened.get(), CMSG_CONTENT_PARAM), content) << size;
+    EXPECT_EQ(Parameter(reopened.get(), CMSG_ENCODED_MESSAGE), encoded) << size;
+    EXPECT_EQ(OpensslRefusal(encoded, key.pem()), "") << size;
+
+    Bytes room(encoded.size() - 1);
+    auto left = static_cast<DWORD>(room.size());
+    EXPECT_FALSE(CryptMsgGetParam(message.get(), CMSG_CONTENT_PARAM, 0, room.data(), &left));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_MORE_DATA});
+    EXPECT_EQ(left, encoded.size());
+    const Bytes signature = Parameter(message.get(), CMSG_ENCRYPTED_DIGEST);
+    BYTE attribute[] = {0x30, 0x09, 0x06, 0x02, 0x2A, 0x03, 0x31, 0x03, 0x02, 0x01, 0x05};
+    const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA more = {
+        sizeof more, 0, {sizeof attribute, attribute}
+    };
+    ASSERT_TRUE(CryptMsgControl(message.get(), 0, CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR, &more));
+    EXPECT_EQ(
+        Parameter(OpenMessage(Parameter(message.get(), CMSG_CONTENT_PARAM)).get(), CMSG_ENCRYPTED_DIGEST),
+        signature)
+        << "what speaks of a signature leaves it";
+  }
+}
+
 TEST(SignedWrite, ReadingInTheMiddle) {
   const OwnKey key("p256");
   Extra extra;
