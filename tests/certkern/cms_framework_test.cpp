@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <set>
 
 #include "api/trace_recorder.h"
 #include "certkern/CMSMessageProxy.h"
@@ -243,6 +244,49 @@ TEST(MessageParameters, RoomIsAskedForAndChecked) {
   EXPECT_EQ(value, DWORD{CMSG_DATA});
   EXPECT_EQ(size, 4u);
   EXPECT_TRUE(CryptMsgGetParam(message.get(), CMSG_TYPE_PARAM, 0, nullptr, nullptr));
+}
+
+// What each kind of message tells and takes, and no other.
+TEST(MessageParameters, EachKindHasItsOwn) {
+  const OwnKey key("p256");
+  CMSG_HASHED_ENCODE_INFO hashed{};
+  hashed.cbSize = sizeof hashed;
+  hashed.HashAlgorithm.pszObjId = const_cast<char*>("2.16.840.1.101.3.4.2.1");
+  struct Kind {
+    const char* name;
+    Message message;
+    std::set<DWORD> parameters, controls;
+  };
+  Kind kinds[6] = {
+      {"data, written",   OpenDataEncoder(),                               {1, 2, 3},                                                                       {}                                                                                                                        },
+      {"data, read",      OpenMessage(Published("rfc4134/3.1.bin")),       {1, 2, 3, 29},                                                                   {}                                                                                                                        },
+      {"hashed, written",
+       Message(CryptMsgOpenToEncode(X509_ASN_ENCODING,                     0,                                                                               CMSG_HASHED,                                                                                                                &hashed, nullptr, nullptr)),
+       {1, 2, 3, 4, 20, 21, 22, 30},
+       {}},
+      {"hashed, read",          OpenMessage(Published("rfc4134/6.0.bin")),                                                {1, 2, 3, 4, 20, 21, 22, 29, 30},                                                                                                                        {5}                                                                                                                                                                                                                                                                             },
+      {"signed, written",    OpenToSign({key.signer()}), {1, 2, 3, 6, 22, 27, 28, 39}, {8, 9, 10, 12}},
+      {"signed, read",
+       OpenMessage(SignedBytes("rsa-attached.cms")),
+       {1, 2, 3, 4, 5, 6, 7, 9, 10, 11, 12, 13, 14, 22, 27, 28, 29, 30, 38, 39},
+       {1, 6, 7, 8, 9, 10, 11, 12, 13, 19, 20}                                                                                                                                                                                 },
+  };
+  for (Kind& kind : kinds) {
+    ASSERT_TRUE(kind.message) << kind.name;
+    static_cast<void>(UpdateCode(kind.message, {}, TRUE));  // the writers' content is empty
+    for (DWORD code = 0; code <= 45; ++code) {
+      DWORD size = 0;
+      const BOOL told = CryptMsgGetParam(kind.message.get(), code, 0, nullptr, &size);
+      EXPECT_EQ(told || GetLastError() != CRYPT_E_INVALID_MSG_TYPE, kind.parameters.contains(code))
+          << kind.name << ", parameter " << code;
+      EXPECT_TRUE(told || !kind.parameters.contains(code)) << kind.name << ", parameter " << code;
+    }
+    for (DWORD code = 0; code <= 25; ++code) {
+      const BOOL done = CryptMsgControl(kind.message.get(), 0, code, nullptr);
+      EXPECT_EQ(done || GetLastError() != CRYPT_E_INVALID_MSG_TYPE, kind.controls.contains(code))
+          << kind.name << ", control " << code;
+    }
+  }
 }
 
 // --- plain data ---
