@@ -52,7 +52,8 @@ DWORD WithForcedDisplay(DWORD flags) {
 }
 
 bool RegisterMessageDisplay(void* message, HCRYPTPROV provider, DWORD flags, DisplayFor use) {
-  if (!(flags & kDisplayFlags) || !provider || !IsDisplayed()) return true;
+  const bool nobody = !provider && use != DisplayFor::AddedSigner;
+  if (!(flags & kDisplayFlags) || nobody || !IsDisplayed()) return true;
   const bool forced = use == DisplayFor::AddedSigner && (flags & SVCMSG_DTBS_DISPLAY_SIGNER);
   const HASH_MSG_RECORD record = {
       .hCryptProv = provider, .dwReserved = {}, .dwFlags = flags & kDisplayFlags, .fForced = forced};

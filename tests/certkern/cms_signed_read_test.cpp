@@ -24,6 +24,10 @@ std::vector<std::string> FormsOf(const std::string& kind) {
   return {"attached", "noattr", "detached", "keyid", "stream"};
 }
 
+Bytes Published(const std::string& name) {
+  return ReadFile(CERTKERN_SOURCE_DIR "/tests/data/published/" + name);
+}
+
 // Where one stretch of bytes stands in another.
 size_t Find(const Bytes& where, std::span<const BYTE> what) {
   const auto found = std::search(where.begin(), where.end(), what.begin(), what.end());
@@ -51,6 +55,50 @@ TEST(SignedRead, OthersMessagesVerify) {
       EXPECT_NE(VerifyByIndex(message.get(), 0, other.get()), 0u);
       EXPECT_EQ(Parameter(message.get(), CMSG_CONTENT_PARAM), detached ? Bytes() : SignedContent());
       EXPECT_EQ(VerifyByIndex(message.get(), 1, certificate.get()), DWORD{CRYPT_E_SIGNER_NOT_FOUND});
+    }
+  }
+}
+
+// Messages of standards: who signed, and what.
+TEST(SignedRead, PublishedMessagesVerify) {
+  const struct {
+    const char* file;
+    std::vector<const char*> signers;
+    const char* content;  // a part of it
+  } kCases[] = {
+      {"tc26/signed256.der",             {"tc26/cert256.der"},                               "Test message"            },
+      {"tc26/signed512.der",             {"tc26/cert512.der"},                               "Test message"            },
+      {"r1323565.1.025/signed_a111.der", {"r1323565.1.025/sender512_cert.der"},              "\xca\xee\xed\xf2\xf0\xee"},
+      {"r1323565.1.025/signed_a121.der", {"r1323565.1.025/sender256_cert.der"},              "\xca\xee\xed\xf2\xf0\xee"},
+      {"rfc4134/4.1.bin",                {"rfc4134/AliceDSSSignByCarlNoInherit.cer"},        "This is some sample"     },
+      {"rfc4134/4.2.bin",                {"rfc4134/AliceRSASignByCarl.cer"},                 "This is some sample"     },
+      {"rfc4134/4.3.bin",                {"rfc4134/AliceDSSSignByCarlNoInherit.cer"},        nullptr                   },
+      {"rfc4134/4.4.bin",                {"rfc4134/AliceDSSSignByCarlNoInherit.cer"},        "This is some sample"     },
+      {"rfc4134/4.5.bin",                {"rfc4134/AliceRSASignByCarl.cer"},                 "This is some sample"     },
+      {"rfc4134/4.6.bin",
+       {"rfc4134/AliceDSSSignByCarlNoInherit.cer", "rfc4134/DianeDSSSignByCarlInherit.cer"},
+       "This is some sample"                                                                                           },
+      {"rfc4134/4.7.bin",                {"rfc4134/AliceDSSSignByCarlNoInherit.cer"},        "This is some sample"     },
+      {"rfc4134/4.10.bin",               {"rfc4134/AliceDSSSignByCarlNoInherit.cer"},        ""                        },
+  };
+  const Bytes apart = Published("rfc4134/ExContent.bin");
+  for (const auto& each : kCases) {
+    const Message message = OpenMessage(Published(each.file), each.content ? nullptr : &apart);
+    ASSERT_TRUE(message) << each.file << std::hex << GetLastError();
+    if (each.content) {
+      const Bytes content = Parameter(message.get(), CMSG_CONTENT_PARAM);
+      EXPECT_NE(std::string(content.begin(), content.end()).find(each.content), std::string::npos)
+          << each.file;
+    }
+    EXPECT_EQ(Parameter(message.get(), CMSG_SIGNER_COUNT_PARAM)[0], each.signers.size()) << each.file;
+    for (DWORD i = 0; i < each.signers.size(); ++i) {
+      const Bytes encoded = Published(each.signers[i]);
+      const Certificate certificate(CertCreateCertificateContext(X509_ASN_ENCODING, encoded.data(),
+                                                                 static_cast<DWORD>(encoded.size())));
+      // a key that inherits its parameters from its issuer's can't be used alone
+      const bool inherits = std::string_view(each.signers[i]).ends_with("ByCarlInherit.cer");
+      EXPECT_EQ(VerifyByIndex(message.get(), i, certificate.get()), inherits ? NTE_BAD_PUBLIC_KEY : 0u)
+          << each.file << ", " << i;
     }
   }
 }
