@@ -229,35 +229,46 @@ TEST(SignedRead, RefusalsOfParametersAndControls) {
   EXPECT_EQ(GetLastError(), DWORD{CRYPT_E_INVALID_MSG_TYPE});
 }
 
-// A byte of the message altered: what it is that was altered decides the code.
+// A byte altered in each field of the signer, and in what it signs: who asks by index, and who asks by certificate.
 TEST(SignedRead, PlantedFaultsAreFound) {
   const Certificate certificate = SignerCertificate("gost256");
   const Bytes good = SignedBytes("gost256-attached.cms");
   const Message message = OpenMessage(good);
-  const Bytes signature = Parameter(message.get(), CMSG_ENCRYPTED_DIGEST);
-  const BYTE digestAttribute[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x04};
-  const BYTE typeAttribute[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x03};
-  const BYTE timeAttribute[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x05};
-  const size_t digest = Find(good, digestAttribute);
-  struct Row {
+  const size_t signer = Find(good, Parameter(message.get(), CMSG_ENCODED_SIGNER));
+  const auto inSigner = [&](std::span<const BYTE> what) {
+    return signer + Find({good.begin() + static_cast<std::ptrdiff_t>(signer), good.end()}, what);
+  };
+  const CRYPT_INTEGER_BLOB& number = certificate->pCertInfo->SerialNumber;
+  const Bytes serial(std::reverse_iterator(number.pbData + number.cbData),
+                     std::reverse_iterator(number.pbData));
+  const Bytes digestAlgorithm = FromHex("06082a85030701010202"),
+              signatureAlgorithm = FromHex("06082a850307010101"), digestName = FromHex("2a864886f70d010904"),
+              typeName = FromHex("2a864886f70d010903"), timeName = FromHex("2a864886f70d010905");
+  constexpr DWORD kBad = NTE_BAD_SIGNATURE, kNobody = CRYPT_E_SIGNER_NOT_FOUND;
+  const struct {
     const char* fault;
     size_t at;
-    DWORD code;
+    DWORD byIndex, byCertificate;
+  } kRows[] = {
+      {"content",                Find(good,               SignedContent()),                kBad,                                                      kBad},
+      {"version",                        signer + 6,                                       0,                                     0                                                      },
+      {"issuer",                        inSigner(FromHex("0c0767")) + 2,                                        0,                 kNobody},
+      {"serial number",                        inSigner(serial) + 1,                                 0,                     kNobody                                                                 },
+      {"hash",                        inSigner(digestAlgorithm) + 9,                                          NTE_BAD_ALGID,                     NTE_BAD_ALGID},
+      {"signature's algorithm",                        inSigner(signatureAlgorithm) + 9,                         0, 0                                                                          },
+      {"signature",                        Find(good,                                     Parameter(message.get(),                                    CMSG_ENCRYPTED_DIGEST)) + 3,kBad, kBad},
+      {"digest",                    inSigner(digestName) + digestName.size() + 5,                                       kBad,                                                                      kBad                                                                                                                                                                },
+      {"name of the digest",                    inSigner(digestName) + 7, ERROR_INVALID_PARAMETER,ERROR_INVALID_PARAMETER},
+      {"name of the type", inSigner(typeName) + 7, kBad,                                                                      kBad                                                                                                                                                                                                                                                                             },
+      {"time",                    inSigner(timeName) + 14,                                       kBad, kBad},
   };
-  const Row rows[] = {
-      {"content",                            Find(good,                           SignedContent()),  NTE_BAD_SIGNATURE},
-      {"signature",                          Find(good,                           signature) + 3,    NTE_BAD_SIGNATURE},
-      {"value of digest",                    digest + sizeof digestAttribute + 5, NTE_BAD_SIGNATURE},
-      {"name of digest", digest + sizeof digestAttribute - 2,             ERROR_INVALID_PARAMETER                 },
-      {"time",                 Find(good,                                   timeAttribute) + 14,                  NTE_BAD_SIGNATURE                 },
-      {"name of the type",                  Find(good,                                    typeAttribute) + 7,                  NTE_BAD_SIGNATURE            },
-  };
-  for (const Row& row : rows) {
+  for (const auto& row : kRows) {
     Bytes altered = good;
     altered[row.at] ^= 0x01;
     const Message opened = OpenMessage(altered);
     ASSERT_TRUE(opened) << row.fault;
-    EXPECT_EQ(VerifyByIndex(opened.get(), 0, certificate.get()), row.code) << row.fault;
+    EXPECT_EQ(VerifyByIndex(opened.get(), 0, certificate.get()), row.byIndex) << row.fault;
+    EXPECT_EQ(VerifyByCertificate(opened.get(), certificate.get()), row.byCertificate) << row.fault;
   }
 }
 
