@@ -13,6 +13,13 @@ namespace {
 // Tags, lengths, identifiers, parameters and digests.
 constexpr uint64_t kRoomBesideContent = 4096;
 
+asn1data::ASN1T_ContentInfo Wrap(const ASN1OBJID& contentType, const TypeInfo& type, void* value) {
+  asn1data::ASN1T_ContentInfo info;
+  info.contentType = AsField(contentType);
+  info.content = {{}, &type, value};
+  return info;
+}
+
 }  // namespace
 
 ASN1Blob EncodeBare(const TypeInfo& type, const void* value, uint64_t contentSize) {
@@ -31,10 +38,15 @@ ASN1Blob EncodeBare(const TypeInfo& type, const void* value, uint64_t contentSiz
 
 ASN1Blob EncodeContentInfo(const ASN1OBJID& contentType, const TypeInfo& type, void* value,
                            uint64_t contentSize) {
-  asn1data::ASN1T_ContentInfo info;
-  info.contentType = AsField(contentType);
-  info.content = {{}, &type, value};
+  const asn1data::ASN1T_ContentInfo info = Wrap(contentType, type, value);
   return EncodeBare(asn1data::kInfo_ContentInfo, &info, contentSize);
+}
+
+void WriteContentInfo(ASN1Context& context, const ASN1OBJID& contentType, const TypeInfo& type, void* value) {
+  const asn1data::ASN1T_ContentInfo info = Wrap(contentType, type, value);
+  if (EncodeValue(context, asn1data::kInfo_ContentInfo, &info, Tagging::Explicit) < 0) {
+    throw Asn1Exception(context.errorText());
+  }
 }
 
 }  // namespace certkern

@@ -10,6 +10,7 @@
 #include "asn1data/oids_pkcs.h"
 #include "asn1rt/message_buffer.h"
 #include "certkern/ASN1Traits.h"
+#include "certkern/message_encoding.h"
 #include "certkern/signed_data.h"
 #include "platform/limits.h"
 #include "platform/sizes.h"
@@ -86,31 +87,11 @@ std::vector<BYTE> MessageOf(ASN1BEREncodeBuffer& buffer) {
   return {start, start + buffer.GetMsgLen()};
 }
 
-void EncodeSignedData(ASN1BEREncodeBuffer& buffer, const ASN1T_SignedData& data, bool bare) {
+void EncodeSignedData(ASN1BEREncodeBuffer& buffer, ASN1T_SignedData data, bool bare) {
   ASN1Context& context = buffer.context();
   context.setSetOrder(SetOrder::AsGiven);
-  const int length = EncodeValue(context, kInfo_SignedData, &data, Tagging::Explicit);
-  Require(length, context);
-  if (bare) return;
-  // ContentInfo around it, without another copy of it
-  static const std::vector<BYTE> type = [] {
-    const ASN1ObjectId signedData = AsField(ASN1V_id_signedData);
-    return EncodeAsGiven(kInfo_ContentType, &signedData);
-  }();
-  BackwardBuffer& out = context.output();
-  const auto prependHeader = [&](BYTE tag, uint64_t size) {
-    BYTE* const header = out.prepend(HeaderSize(size));
-    if (!header) Require(context.fail(out.status()), context);
-    header[0] = tag;
-    const size_t octets = HeaderSize(size) - 2;
-    header[1] = static_cast<BYTE>(octets ? 0x80 | octets : size);
-    for (size_t i = 0; i < octets; ++i) header[2 + i] = static_cast<BYTE>(size >> 8 * (octets - 1 - i));
-  };
-  prependHeader(0xA0, out.length());
-  BYTE* const place = out.prepend(type.size());
-  if (!place) Require(context.fail(out.status()), context);
-  std::ranges::copy(type, place);
-  prependHeader(0x30, out.length());
+  if (!bare) return WriteContentInfo(context, ASN1V_id_signedData, kInfo_SignedData, &data);
+  Require(EncodeValue(context, kInfo_SignedData, &data, Tagging::Explicit), context);
 }
 
 ASN1ContextPtr NewContext() {
