@@ -5,7 +5,6 @@
 // one for the leaf and one for the intermediate. "verifying" is the share of our time inside the provider's hashing and
 // verification, "keys" the share in which keys come there; "signatures" is how many a build verifies.
 #include <dlfcn.h>
-#include <openssl/conf.h>
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 
@@ -23,6 +22,7 @@
 #include <string_view>
 #include <vector>
 
+#include "gost_plug_in.h"
 #include "platform/owner.h"
 #include "platform/temporary_directory.h"
 #include "take_turns.h"
@@ -107,18 +107,6 @@ void MakeObjects() {
     return std::system(command.c_str()) == 0;
   }();
   Require(made, "openssl has made no objects");
-}
-
-// OpenSSL's own GOST comes from its plug-in.
-void LoadPlugIn() {
-  static const bool loaded = [] {
-    const std::string settings =
-        Directory().write("engine.cnf",
-                          "openssl_conf = init\n[init]\nengines = engines\n[engines]\ngost = gost\n[gost]\n"
-                          "engine_id = gost\ndefault_algorithms = ALL\n");
-    return CONF_modules_load_file(settings.c_str(), nullptr, 0) > 0;
-  }();
-  Require(loaded, "OpenSSL has no GOST plug-in");
 }
 
 struct Encoded {
@@ -272,7 +260,7 @@ void Compare(benchmark::State& state, const std::function<void()>& ours,
 
 Encoded Objects(const std::string& kind) {
   Encoded objects(kind);
-  if (kind == "gost256") LoadPlugIn();
+  if (kind == "gost256") Require(certkern::bench::LoadGostPlugIn(), "OpenSSL has no GOST plug-in");
   return objects;
 }
 

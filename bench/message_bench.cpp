@@ -3,7 +3,6 @@
 // much the process grew while the message was made or read, in sizes of its content.
 #include <malloc.h>
 #include <openssl/cms.h>
-#include <openssl/conf.h>
 #include <openssl/pem.h>
 
 // behind OpenSSL's headers: both define X509_NAME, there a type and here a number
@@ -23,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "gost_plug_in.h"
 #include "platform/owner.h"
 #include "platform/temporary_directory.h"
 #include "take_turns.h"
@@ -156,24 +156,12 @@ const certkern::test::TemporaryDirectory& Directory() {
   return directory;
 }
 
-// OpenSSL's own GOST comes from its plug-in.
-void LoadPlugIn() {
-  static const bool loaded = [] {
-    const std::string settings =
-        Directory().write("engine.cnf",
-                          "openssl_conf = init\n[init]\nengines = engines\n[engines]\ngost = gost\n[gost]\n"
-                          "engine_id = gost\ndefault_algorithms = ALL\n");
-    return CONF_modules_load_file(settings.c_str(), nullptr, 0) > 0;
-  }();
-  Require(loaded, "OpenSSL has no GOST plug-in");
-}
-
 struct TheirSigner {
   PkeyPtr key;
   CertPtr certificate;
 
   explicit TheirSigner(const Kind& kind) {
-    LoadPlugIn();
+    Require(certkern::bench::LoadGostPlugIn(), "OpenSSL has no GOST plug-in");
     static const bool made = std::system(("sh '" CERTKERN_SOURCE_DIR "/tests/data/make_signed_messages.sh' '"
                                           + Directory().path("signed") + "' >&2")
                                              .c_str())

@@ -134,6 +134,8 @@ class SignedDataCore {
   void sign(SignerInfo& signer, const OwnSigner& own);
   bool matchesContent(const SignerInfo& signer, HCRYPTHASH contentHash) const;
   std::vector<BYTE> attributesToHash(const SignerInfo& signer);
+  template <class Control, class Value>
+  ASN1OctetString checkedCopy(const CRYPT_DATA_BLOB& encoded);
   void updateVersion();
   // To be written in the order of its lists, but for signed attributes. What it is made of stays shared.
   asn1data::ASN1T_SignedData inOrder(ASN1Context& context) const;

@@ -322,26 +322,28 @@ DWORD SignedDataCore::encodedSizeBound(DWORD contentSize, bool bare, const CMSG_
 
 // --- certificates, lists, attributes ---
 
-void SignedDataCore::addCertificate(const CRYPT_DATA_BLOB& encoded) {
+// What does not decode as a Value is not taken.
+template <class Control, class Value>
+ASN1OctetString SignedDataCore::checkedCopy(const CRYPT_DATA_BLOB& encoded) {
   dropEncoded();
   const ASN1OctetString octets = CopyOctets(*context_, GivenBytes(encoded));
-  ASN1T_Certificate certificate{};
-  DecodeBlob<ASN1C_Certificate>(*context_, octets, certificate);
+  Value value{};
+  DecodeBlob<Control>(*context_, octets, value);
+  return octets;
+}
+
+void SignedDataCore::addCertificate(const CRYPT_DATA_BLOB& encoded) {
   ASN1T_CertificateChoicesRaw choice{};
   choice.t = ASN1T_CertificateChoicesRaw::t_certRaw;
-  choice.u.certRaw = {octets, nullptr, nullptr};
+  choice.u.certRaw = {checkedCopy<ASN1C_Certificate, ASN1T_Certificate>(encoded), nullptr, nullptr};
   CheckedMemory(AppendElement(*context_, data_.certificates, choice));
   data_.m.certificatesPresent = 1;
 }
 
 void SignedDataCore::addCrl(const CRYPT_DATA_BLOB& encoded) {
-  dropEncoded();
-  const ASN1OctetString octets = CopyOctets(*context_, GivenBytes(encoded));
-  ASN1T_CertificateList list{};
-  DecodeBlob<ASN1C_CertificateList>(*context_, octets, list);
   ASN1T_RevocationChoiceRaw choice{};
   choice.t = ASN1T_RevocationChoiceRaw::t_crlRaw;
-  choice.u.crlRaw = {octets, nullptr, nullptr};
+  choice.u.crlRaw = {checkedCopy<ASN1C_CertificateList, ASN1T_CertificateList>(encoded), nullptr, nullptr};
   CheckedMemory(AppendElement(*context_, data_.crls, choice));
   data_.m.crlsPresent = 1;
 }

@@ -23,20 +23,17 @@
 #               !serial:HEX, and !number:HEX for the number of a list
 # REVOKED     NAME[:REASON[:DATE]] ...; reasons as openssl spells them
 set -eu
+. "$(dirname "$0")/gost_plug_in.sh"
 mkdir -p "$1"
 cd "$1"
 cat >table
 
-engines=$(openssl version -e | sed 's/.*"\(.*\)".*/\1/')
 long_ago=$(date -u -d '-10 years' +%Y%m%d%H%M%SZ)
 far_ahead=$(date -u -d '+10 years' +%Y%m%d%H%M%SZ)
 
 {
   # the plug-in takes its time to load
-  if grep -q 'gost[25]' table; then
-    printf 'openssl_conf = init\n[init]\nengines = engines\n[engines]\ngost = gost\n[gost]\nengine_id = gost\n'
-    printf 'dynamic_path = %s\ndefault_algorithms = ALL\n' "${GOST_ENGINE:-$engines/gost.so}"
-  fi
+  if grep -q 'gost[25]' table; then gost_plug_in; fi
   cat <<CONFIG
 [req]
 distinguished_name = none

@@ -2,20 +2,12 @@
 # Messages, key files, OCSP, time stamps and certificate management, made by openssl and its GOST plug-in.
 # Usage: make_messages.sh DIRECTORY. For each: NAME.TYPE.der, or NAME.TYPE.ber for what has indefinite lengths.
 set -eu
+. "$(dirname "$0")/gost_plug_in.sh"
 mkdir -p "$1"
 cd "$1"
 
-engines=$(openssl version -e | sed 's/.*"\(.*\)".*/\1/')
-cat >openssl.cnf <<CONFIG
-openssl_conf = init
-[init]
-engines = engines
-[engines]
-gost = gost
-[gost]
-engine_id = gost
-dynamic_path = ${GOST_ENGINE:-$engines/gost.so}
-default_algorithms = ALL
+gost_plug_in >openssl.cnf
+cat >>openssl.cnf <<CONFIG
 [req]
 distinguished_name = none
 prompt = no

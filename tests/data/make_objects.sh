@@ -2,19 +2,11 @@
 # Certificates, revocation lists and requests as the openssl program makes them, with foreign and GOST keys:
 # <directory>/*.crt, *.crl, *.csr, all DER. Keys and serial numbers are new each time.
 set -eu
+. "$(dirname "$0")/gost_plug_in.sh"
 cd "$1"
 
-cat >openssl.cnf <<CONFIG
-openssl_conf = init
-[init]
-engines = engines
-[engines]
-gost = gost
-[gost]
-engine_id = gost
-dynamic_path = ${GOST_ENGINE:-$(openssl version -e | sed 's/.*"\(.*\)".*/\1/')/gost.so}
-default_algorithms = ALL
-
+gost_plug_in >openssl.cnf
+cat >>openssl.cnf <<CONFIG
 [req]
 distinguished_name = none
 prompt = no

@@ -2,20 +2,12 @@
 # Self-signed certificates, requests and revocation lists of every family of keys, made by openssl and its GOST plug-in.
 # Usage: make_signed.sh DIRECTORY. For each NAME: NAME.crt, NAME.csr and NAME.crl, DER.
 set -eu
+. "$(dirname "$0")/gost_plug_in.sh"
 mkdir -p "$1"
 cd "$1"
 
-engines=$(openssl version -e | sed 's/.*"\(.*\)".*/\1/')
-cat >openssl.cnf <<CONFIG
-openssl_conf = init
-[init]
-engines = engines
-[engines]
-gost = gost
-[gost]
-engine_id = gost
-dynamic_path = ${GOST_ENGINE:-$engines/gost.so}
-default_algorithms = ALL
+gost_plug_in >openssl.cnf
+cat >>openssl.cnf <<CONFIG
 [req]
 distinguished_name = none
 prompt = no

@@ -4,13 +4,10 @@
 #   attached noattr detached keyid stream    one signer; the last with indefinite lengths
 # two.cms (rsa, p256) and cades.cms
 set -eu
+. "$(dirname "$0")/gost_plug_in.sh"
 mkdir -p "$1"
 cd "$1"
-engines=$(openssl version -e | sed 's/.*"\(.*\)".*/\1/')
-{
-  printf 'openssl_conf = init\n[init]\nengines = engines\n[engines]\ngost = gost\n[gost]\nengine_id = gost\n'
-  printf 'dynamic_path = %s\ndefault_algorithms = ALL\n' "${GOST_ENGINE:-$engines/gost.so}"
-} >config
+gost_plug_in >config
 {
   printf '[req]\ndistinguished_name = name\nprompt = no\nx509_extensions = ext\n[name]\nCN = unused\n'
   printf '[ext]\nsubjectKeyIdentifier = hash\nkeyUsage = critical, digitalSignature\nextendedKeyUsage = emailProtection\n'

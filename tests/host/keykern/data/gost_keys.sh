@@ -2,21 +2,12 @@
 # Writes gost_keys.txt and gost_agreements.txt afresh: keys of the openssl tool with the GOST plug-in, what it signs and
 # what it agrees. Every run makes new keys. Usage: gost_keys.sh DIRECTORY
 set -e
+. "$(dirname "$0")/../../../data/gost_plug_in.sh"
 out=$(cd "$1" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
-cat > gost.cnf <<'EOF'
-openssl_conf = init
-[init]
-engines = engines
-[engines]
-gost = gost
-[gost]
-engine_id = gost
-dynamic_path = /usr/lib/x86_64-linux-gnu/engines-3/gost.so
-default_algorithms = ALL
-EOF
+gost_plug_in >gost.cnf
 export OPENSSL_CONF="$work/gost.cnf"
 hex() { xxd -p | tr -d '\n'; }
 
