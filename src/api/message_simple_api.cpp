@@ -6,7 +6,6 @@
 #include "certkern/simple_messages.h"
 #include "store/context_record.h"
 
-using certkern::ContentPieces;
 using certkern::Frame;
 using certkern::MessageGuarded;
 using certkern::Returns;

@@ -78,6 +78,7 @@ SavedObjects CopyObjects(CertStore& store) {
 
 std::vector<CRYPT_DATA_BLOB> AsBlobs(std::vector<std::vector<BYTE>>& objects) {
   std::vector<CRYPT_DATA_BLOB> blobs;
+  blobs.reserve(objects.size());
   for (std::vector<BYTE>& each : objects) blobs.push_back({static_cast<DWORD>(each.size()), each.data()});
   return blobs;
 }
