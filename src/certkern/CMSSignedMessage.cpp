@@ -253,8 +253,13 @@ void SignedMessageDecodeContext::decodeMessage(std::span<const BYTE> message, bo
     });
   }
   messageAdded_ = true;
-  startHashes();
-  if (!detached_) hashContent();
+  try {
+    startHashes();
+    if (!detached_) hashContent();
+  } catch (...) {
+    contentHash_.clear();  // a hash without the content would let a signature of nothing hold
+    throw;
+  }
 }
 
 void SignedMessageDecodeContext::startHashes() {

@@ -240,6 +240,28 @@ TEST(SignedRead, NothingForgedIsValid) {
   }
 }
 
+// Neither the signature of this content nor one of no content at all, which the hashes would be of, had they been kept.
+TEST(SignedRead, WhatWasNotHashedIsNotVerified) {
+  const OwnKey p256("p256"), gost("gost256");
+  const Message nothing = OpenToSign({p256.signer()});
+  ASSERT_FALSE(Parameter(nothing.get(), CMSG_CONTENT_PARAM).empty());  // signs
+  const Bytes ofNothing = Parameter(nothing.get(), CMSG_CMS_SIGNER_INFO_PARAM);
+  const Message both = OpenMessage(SignMessage({p256.signer(), gost.signer()}, SignedContent()));
+  ASSERT_TRUE(CryptMsgControl(both.get(), 0, CMSG_CTRL_ADD_CMS_SIGNER_INFO, ofNothing.data()));
+  Bytes encoded = Parameter(both.get(), CMSG_ENCODED_MESSAGE);
+  const BYTE hash[] = {0x2A, 0x85, 0x03, 0x07, 0x01, 0x01, 0x02, 0x02};
+  encoded[Find(encoded, hash) + sizeof hash - 1] = 0x7F;  // among the digest algorithms, known to nobody
+
+  const Message message(CryptMsgOpenToDecode(X509_ASN_ENCODING, 0, 0, 0, nullptr, nullptr));
+  EXPECT_FALSE(CryptMsgUpdate(message.get(), encoded.data(), static_cast<DWORD>(encoded.size()), TRUE));
+  EXPECT_EQ(GetLastError(), DWORD{NTE_BAD_ALGID});
+  EXPECT_EQ(Parameter(message.get(), CMSG_CONTENT_PARAM), SignedContent());
+  EXPECT_EQ(Parameter(message.get(), CMSG_SIGNER_COUNT_PARAM)[0], 3);
+  for (const DWORD index : {0u, 2u}) {
+    EXPECT_EQ(VerifyByIndex(message.get(), index, p256.certificate()), DWORD{ERROR_INVALID_HANDLE}) << index;
+  }
+}
+
 TEST(SignedRead, WhatIsReadIsEncodedAgain) {
   for (const char* name : {"gost512-attached.cms", "rsa-stream.cms", "pss-noattr.cms", "two.cms"}) {
     const Message message = OpenMessage(SignedBytes(name));
