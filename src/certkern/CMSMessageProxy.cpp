@@ -64,10 +64,10 @@ void MessageDecodeProxyContext::update(std::span<const BYTE> data, bool final) {
     if (final) throw CryptException(E_INVALIDARG);
     return;
   }
+  head_ = {};  // also when this fails: whoever tries again begins again
   makeInner(content->type);
   // what came before did not suffice, so the content begins in what came now
   inner().update(data.subspan(content->offset - before), final);
-  head_ = {};
 }
 
 void MessageDecodeProxyContext::makeInner(DWORD type) {
