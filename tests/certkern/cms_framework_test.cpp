@@ -13,6 +13,7 @@
 #include "certkern/cms_objects.h"
 #include "platform/exceptions.h"
 #include "platform/limits.h"
+#include "store/fault_plan.h"
 #include "support/hex.h"
 
 using namespace certkern;
@@ -114,6 +115,27 @@ TEST(MessageType, HeldBackUntilItIsKnown) {
   const Message refused = OpenDecoder();
   EXPECT_EQ(UpdateCode(refused, {0x31}, FALSE), DWORD{CRYPT_E_INVALID_MSG_TYPE});
   EXPECT_EQ(UpdateCode(refused, encoded, TRUE), DWORD{CRYPT_E_INVALID_MSG_TYPE}) << "for good";
+}
+
+TEST(MessageType, WithoutMemoryOneMayTryAgain) {
+  const Bytes encoded = SignedBytes("rsa-attached.cms");
+  const Certificate certificate = SignerCertificate("rsa");
+  int told = 0;
+  for (FaultPlan plan; plan.next() && plan.faults() < 30;) {  // later on keys and hashes are at work
+    const Message message = OpenDecoder();
+    DWORD code = 0;
+    if (plan.run([&] { return !(code = UpdateCode(message, encoded, TRUE)); })) continue;
+    ++told;
+    const DWORD again = UpdateCode(message, encoded, TRUE);
+    EXPECT_NE(code, 0u);
+    if (!again) {
+      EXPECT_EQ(VerifyByIndex(message.get(), 0, certificate.get()), 0u) << plan.faults();
+    }
+    for (const DWORD type : {CMSG_CONTENT_PARAM, CMSG_CERT_PARAM, CMSG_CMS_SIGNER_INFO_PARAM}) {
+      static_cast<void>(ParameterCode(message, type));
+    }
+  }
+  EXPECT_GT(told, 10);
 }
 
 TEST(MessageType, WhatIsNotServedIsRefused) {
