@@ -163,10 +163,10 @@ DWORD SignHash(const PkeyPtr& key, SpareContext& spare, const SignatureInput& in
   if (!prepared) return NTE_FAIL;
   SecretBytes made(static_cast<size_t>(EVP_PKEY_get_size(key.get())));
   size_t size = made.size();
-  if (EVP_PKEY_sign(prepared->context.get(), made.data(), &size, input.value.data(), input.value.size())
-      != 1) {
-    return NTE_FAIL;
-  }
+  const int status =
+      EVP_PKEY_sign(prepared->context.get(), made.data(), &size, input.value.data(), input.value.size());
+  // without memory libcrypto may call a signature made whose size it could not tell
+  if (status != 1 || size > made.size()) return NTE_FAIL;
   spare.giveBack(std::move(prepared));
   signature = Reversed(std::span(made).first(size));
   return ERROR_SUCCESS;
