@@ -16,14 +16,9 @@ namespace certkern::cli {
 inline void CloseMessage(HCRYPTMSG message) { CryptMsgClose(message); }
 using MessageHandle = Owner<HCRYPTMSG, CloseMessage, nullptr>;
 
-// Whether bytes begin as a ContentInfo of PKCS #7 or CMS does. RFC 5652, 3
-bool LooksLikeMessage(std::span<const BYTE> bytes);
-
 enum class ContentPlace { Inside, Elsewhere };
 // Null, and the last error tells why.
 MessageHandle OpenMessage(std::span<const BYTE> encoded, ContentPlace place);
-// The one message of a file, in any form. shown names the file in errors.
-Bytes ReadMessageFile(const std::string& path, const std::string& shown);
 
 // A parameter of a message; a record lies in the bytes with all that it points to.
 Bytes MessageBytes(HCRYPTMSG message, DWORD parameter, DWORD index = 0);

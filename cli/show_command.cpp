@@ -2,8 +2,8 @@
 #include "command.h"
 #include "failure.h"
 #include "input.h"
-#include "message.h"
 #include "message_fields.h"
+#include "message_file.h"
 #include "object_fields.h"
 #include "output.h"
 #include "text.h"
@@ -115,7 +115,8 @@ void FileShow::showMessage(const Block& block, size_t offset, std::span<const BY
   try {
     if (std::optional<Field> object = MessageField(bytes, options_))
       return write(std::move(*object), std::nullopt, block, offset);
-    reason = ReasonOf(GetLastError());
+    const DWORD code = GetLastError();
+    reason = DescribeRefusal(bytes, block, offset).value_or(ReasonOf(code));
   } catch (const Failure& failure) {  // a part of it; other objects are still to be shown
     reason = failure.what();
   }

@@ -2,7 +2,7 @@
 
 #include "decoded.h"
 #include "failure.h"
-#include "input.h"
+#include "message_file.h"
 #include "text.h"
 
 #include <certkern/attributes.h>
@@ -47,29 +47,34 @@ Bytes ReadContent(const std::string& path) {
   return std::move(content.bytes);
 }
 
-MessageHandle OpenSigned(std::span<const BYTE> encoded, ContentPlace place, const std::string& shown) {
-  MessageHandle message = OpenMessage(encoded, place);
-  if (!message) ThrowLastError(shown);
-  if (MessageNumber(message.get(), CMSG_TYPE_PARAM) != CMSG_SIGNED)
-    throw Failure(shown + ": a message, but not a signed one");
+MessageHandle OpenSigned(const MessageFile& file, ContentPlace place) {
+  MessageHandle message = OpenMessage(file.bytes, place);
+  if (!message) file.refuse();
   return message;
 }
 
 OpenedMessage OpenWithContent(const VerifyOptions& options) {
-  const std::string shown = Shown(options.file);
-  const Bytes encoded = ReadMessageFile(options.file, shown);
-  OpenedMessage opened{OpenSigned(encoded, ContentPlace::Inside, shown), {}, !options.content.empty()};
-  opened.content = MessageBytes(opened.handle.get(), CMSG_CONTENT_PARAM);
-  if (!opened.detached) return opened;
+  const MessageFile file = ReadMessageFile(options.file, Shown(options.file));
+  if (!IsSignedMessage(file.bytes)) file.fail("a message, but not a signed one");
+  OpenedMessage opened{OpenSigned(file, ContentPlace::Inside), {}, !options.content.empty()};
+  if (!MessageNumber(opened.handle.get(), CMSG_SIGNER_COUNT_PARAM))
+    file.fail("nobody has signed this message");
   // two contents, and a reader who may look at the other one
-  if (!opened.content.empty())
-    throw WrongUsage(shown + ": the content is in the message, so --content has no place");
+  if (opened.detached && HasContent(file.bytes))
+    throw WrongUsage(file.shown + ": the content is in the message, so --content has no place");
+  // taken for a whole message it would have an empty content, which may even be what was signed
+  if (!opened.detached && !HasContent(file.bytes))
+    file.fail("there is no content in the message; name it with --content");
+  if (!opened.detached) {
+    opened.content = MessageBytes(opened.handle.get(), CMSG_CONTENT_PARAM);
+    return opened;
+  }
   opened.content = ReadContent(options.content);
-  opened.handle = OpenSigned(encoded, ContentPlace::Elsewhere, shown);
+  opened.handle = OpenSigned(file, ContentPlace::Elsewhere);
   static constexpr BYTE kNothing = 0;  // an empty content is a content, too
   if (!CryptMsgUpdate(opened.handle.get(), opened.content.empty() ? &kNothing : opened.content.data(),
                       CheckedSize(opened.content.size()), TRUE))
-    ThrowLastError(shown);
+    ThrowLastError(file.shown);
   return opened;
 }
 
@@ -154,16 +159,6 @@ SignerFindings JudgeSigner(const OpenedMessage& message, DWORD number, const Ver
   return signer;
 }
 
-// A detached message that is taken for a whole one has no content, and nobody has signed that.
-void RequireContent(const VerifyOptions& options, const MessageFindings& findings) {
-  if (findings.detached || findings.contentSize) return;
-  const bool fits = std::ranges::any_of(findings.signers, [](const SignerFindings& each) {
-    return each.signature == SignatureFinding::Valid || each.content == ContentFinding::Intact;
-  });
-  if (!fits)
-    throw Failure(Shown(options.file) + ": there is no content in the message; name it with --content");
-}
-
 }  // namespace
 
 Verdict VerdictOn(const SignerFindings& signer) {
@@ -192,7 +187,6 @@ MessageFindings VerifyMessage(const VerifyOptions& options) {
                            message.content.size(),
                            MessageNumber(message.handle.get(), CMSG_SIGNER_COUNT_PARAM),
                            {}};
-  if (!findings.signerCount) throw Failure(Shown(options.file) + ": nobody has signed this message");
   if (options.signer > findings.signerCount)
     throw Failure(fmt::format("{}: --signer {}: the message has {} of them", Shown(options.file),
                               options.signer, findings.signerCount));
@@ -208,7 +202,6 @@ MessageFindings VerifyMessage(const VerifyOptions& options) {
   const DWORD last = options.signer ? options.signer : findings.signerCount;
   for (DWORD number = first; number <= last; ++number)
     findings.signers.push_back(JudgeSigner(message, number, options, sources));
-  RequireContent(options, findings);
   return findings;
 }
 

@@ -1,0 +1,39 @@
+// A message as it stands in a file: nothing around it, and where in it a fault is.
+#ifndef CERTKERN_CLI_MESSAGE_FILE_H
+#define CERTKERN_CLI_MESSAGE_FILE_H
+
+#include "input.h"
+
+#include <optional>
+#include <span>
+#include <string>
+
+namespace certkern::cli {
+
+// Whether bytes begin as a ContentInfo of PKCS #7 or CMS does. RFC 5652, 3
+bool LooksLikeMessage(std::span<const BYTE> bytes);
+
+struct MessageFile {
+  std::string shown;  // the name of the file, for errors
+  Bytes bytes;        // from the first octet of the message to its last
+  Block origin;       // without its bytes: tells places
+
+  [[noreturn]] void fail(const std::string& text) const;
+  // What the decoder's refusal means, which the last error tells.
+  [[noreturn]] void refuse() const;
+};
+// The one message of a file, in any form. A file with anything else in it is refused: a verdict on the message would be taken
+// for one on the file.
+MessageFile ReadMessageFile(const std::string& path, const std::string& shown);
+
+// Of a message that the library has read.
+bool IsSignedMessage(std::span<const BYTE> message);
+// Whether a signed message has its content inside, be it empty.
+bool HasContent(std::span<const BYTE> message);
+
+// Where the decoder stumbles over a message: "in content.version: expected ..., found ... at ...". Nothing when it doesn't.
+std::optional<std::string> DescribeRefusal(std::span<const BYTE> message, const Block& origin, size_t offset);
+
+}  // namespace certkern::cli
+
+#endif
