@@ -50,20 +50,32 @@ std::optional<FILETIME> SigningTime(const CRYPT_ATTRIBUTES& attributes) {
   return time ? std::optional(*time) : std::nullopt;
 }
 
+std::optional<Bytes> MessageObject(HCRYPTMSG message, DWORD parameter, DWORD index) {
+  Bytes bytes;
+  const auto ask = [&](BYTE* out, DWORD* size) {
+    return CryptMsgGetParam(message, parameter, index, out, size);
+  };
+  if (AskBytes(ask, bytes)) return bytes;
+  if (GetLastError() == ERROR_NOT_ENOUGH_MEMORY) ThrowLastError("the message");
+  return std::nullopt;
+}
+
 size_t TakeCertificates(HCRYPTMSG message, HCERTSTORE into) {
   size_t refused = 0;
   const DWORD certificates = MessageNumber(message, CMSG_CERT_COUNT_PARAM);
   for (DWORD i = 0; i < certificates; ++i) {
-    const Bytes bytes = MessageBytes(message, CMSG_CERT_PARAM, i);
-    if (!CertAddEncodedCertificateToStore(into, X509_ASN_ENCODING, bytes.data(), CheckedSize(bytes.size()),
-                                          CERT_STORE_ADD_ALWAYS, nullptr))
+    const std::optional<Bytes> bytes = MessageObject(message, CMSG_CERT_PARAM, i);
+    if (!bytes
+        || !CertAddEncodedCertificateToStore(into, X509_ASN_ENCODING, bytes->data(),
+                                             CheckedSize(bytes->size()), CERT_STORE_ADD_ALWAYS, nullptr))
       ++refused;
   }
   const DWORD crls = MessageNumber(message, CMSG_CRL_COUNT_PARAM);
   for (DWORD i = 0; i < crls; ++i) {
-    const Bytes bytes = MessageBytes(message, CMSG_CRL_PARAM, i);
-    if (!CertAddEncodedCRLToStore(into, X509_ASN_ENCODING, bytes.data(), CheckedSize(bytes.size()),
-                                  CERT_STORE_ADD_ALWAYS, nullptr))
+    const std::optional<Bytes> bytes = MessageObject(message, CMSG_CRL_PARAM, i);
+    if (!bytes
+        || !CertAddEncodedCRLToStore(into, X509_ASN_ENCODING, bytes->data(), CheckedSize(bytes->size()),
+                                     CERT_STORE_ADD_ALWAYS, nullptr))
       ++refused;
   }
   return refused;

@@ -33,6 +33,9 @@ std::optional<std::span<const BYTE>> AttributeValue(const CRYPT_ATTRIBUTES& attr
 // When a signer says that he signed.
 std::optional<FILETIME> SigningTime(const CRYPT_ATTRIBUTES& attributes);
 
+// A certificate or CRL of a message. Nothing for one of another kind (an attribute certificate, an OCSP response), which
+// stands in the same set. RFC 5652, 10.2
+std::optional<Bytes> MessageObject(HCRYPTMSG message, DWORD parameter, DWORD index);
 // Puts what a message carries into a store. Objects that the library can't read are left out; their number.
 size_t TakeCertificates(HCRYPTMSG message, HCERTSTORE into);
 
