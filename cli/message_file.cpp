@@ -104,8 +104,16 @@ void MessageFile::fail(const std::string& text) const { throw Failure(fmt::forma
 
 void MessageFile::refuse() const {
   const DWORD code = GetLastError();
-  if (const auto reason = DescribeRefusal(bytes, origin, 0)) fail(*reason);
+  if (const auto refusal = FindRefusal(bytes)) fail(refusal->at(origin, 0));
+  requireSigned();  // sound, and of a kind that the library does not take
   ThrowCode(shown, code);
+}
+
+void MessageFile::requireSigned() const {
+  static constexpr BYTE kSignedData = 2;  // the last arc, which all types of messages differ in
+  const std::optional<ElementHeader> type = Members(bytes).inside().next();
+  if (!type || type->end == type->content || type->end[-1] != kSignedData)
+    fail("a message, but not a signed one");
 }
 
 MessageFile ReadMessageFile(const std::string& path, const std::string& shown) {
@@ -130,12 +138,6 @@ MessageFile ReadMessageFile(const std::string& path, const std::string& shown) {
   return file;
 }
 
-bool IsSignedMessage(std::span<const BYTE> message) {
-  static constexpr BYTE kSignedData = 2;  // the last arc, which all but these differ in
-  const std::optional<ElementHeader> type = Members(message).inside().next();
-  return type && type->end != type->content && type->end[-1] == kSignedData;
-}
-
 bool HasContent(std::span<const BYTE> message) {
   Members info = Members(message).inside();
   info.next();
@@ -146,13 +148,13 @@ bool HasContent(std::span<const BYTE> message) {
   return content.next() && content.next();
 }
 
-std::optional<std::string> DescribeRefusal(std::span<const BYTE> message, const Block& origin,
-                                           size_t offset) {
+std::optional<Refusal> FindRefusal(std::span<const BYTE> message) {
   const Typed typed = ReadTyped(message, 0, TypeByName("ContentInfo"));
   if (!typed.fault) return std::nullopt;
-  return fmt::format("{}expected {}, found {} at {}",
-                     typed.place.empty() ? "" : fmt::format("in {}: ", typed.place), typed.fault->expected,
-                     typed.fault->found, origin.place(offset + typed.fault->offset));
+  return Refusal{
+      fmt::format("{}expected {}, found {}", typed.place.empty() ? "" : fmt::format("in {}: ", typed.place),
+                  typed.fault->expected, typed.fault->found),
+      typed.fault->offset};
 }
 
 }  // namespace certkern::cli

@@ -19,20 +19,28 @@ struct MessageFile {
   Block origin;       // without its bytes: tells places
 
   [[noreturn]] void fail(const std::string& text) const;
-  // What the decoder's refusal means, which the last error tells.
+  // Says why the decoder has refused it, which the last error tells, to somebody who wanted a signed message.
   [[noreturn]] void refuse() const;
+  void requireSigned() const;
 };
 // The one message of a file, in any form. A file with anything else in it is refused: a verdict on the message would be taken
 // for one on the file.
 MessageFile ReadMessageFile(const std::string& path, const std::string& shown);
 
-// Of a message that the library has read.
-bool IsSignedMessage(std::span<const BYTE> message);
 // Whether a signed message has its content inside, be it empty.
 bool HasContent(std::span<const BYTE> message);
 
-// Where the decoder stumbles over a message: "in content.version: expected ..., found ... at ...". Nothing when it doesn't.
-std::optional<std::string> DescribeRefusal(std::span<const BYTE> message, const Block& origin, size_t offset);
+// Where the decoder stumbles over a message, and what it expected there.
+struct Refusal {
+  std::string text;
+  size_t offset;
+
+  std::string at(const Block& origin, size_t start) const {
+    return text + " at " + origin.place(start + offset);
+  }
+};
+// Nothing when the decoder does not stumble.
+std::optional<Refusal> FindRefusal(std::span<const BYTE> message);
 
 }  // namespace certkern::cli
 

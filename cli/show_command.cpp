@@ -116,7 +116,8 @@ void FileShow::showMessage(const Block& block, size_t offset, std::span<const BY
     if (std::optional<Field> object = MessageField(bytes, options_))
       return write(std::move(*object), std::nullopt, block, offset);
     const DWORD code = GetLastError();
-    reason = DescribeRefusal(bytes, block, offset).value_or(ReasonOf(code));
+    const std::optional<Refusal> refusal = FindRefusal(bytes);
+    reason = refusal ? refusal->at(block, offset) : ReasonOf(code);
   } catch (const Failure& failure) {  // a part of it; other objects are still to be shown
     reason = failure.what();
   }

@@ -42,12 +42,12 @@ Bytes ReadContent(const std::string& path) {
 MessageHandle OpenSigned(const MessageFile& file, ContentPlace place) {
   MessageHandle message = OpenMessage(file.bytes, place);
   if (!message) file.refuse();
+  file.requireSigned();
   return message;
 }
 
 OpenedMessage OpenWithContent(const VerifyOptions& options) {
   const MessageFile file = ReadMessageFile(options.file, Shown(options.file));
-  if (!IsSignedMessage(file.bytes)) file.fail("a message, but not a signed one");
   OpenedMessage opened{OpenSigned(file, ContentPlace::Inside), {}, !options.content.empty()};
   if (!MessageNumber(opened.handle.get(), CMSG_SIGNER_COUNT_PARAM))
     file.fail("nobody has signed this message");

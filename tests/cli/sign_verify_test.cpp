@@ -133,10 +133,43 @@ TEST_F(SignedFiles, SeveralSigners) {
   EXPECT_EQ(verify("two.cms --signer 3").status, 1);
 }
 
+// A message that nobody could believe is not made; one that is weak is, and both programs say so.
+TEST_F(SignedFiles, WhatSignChecks) {
+  home.out(
+      "certkern key new rsa --no-pin --algorithm rsa; certkern key new ed --no-pin --algorithm ed25519; "
+      "for n in rsa ed; do certkern certificate selfsign --key $n --subject CN=$n --install --out $n.crt; "
+      "done; "
+      "cp config.toml usual; printf '[config.Parameters]\nAddEsAttribute = 0\n' >never");
+  ExpectFaults(
+      home,
+      {
+          {"certkern sign text --key anna --certificate anna.crt --hash sha256",                           2,
+           "--hash sha256: keys of gost2012-256 do not sign it"                                                                                 },
+          {"certkern sign text --key rsa --hash gost2012-256",                                             2, "keys of rsa do not sign it"      },
+          {"certkern sign text --key rsa --hash 1.2.3.4",                                                  2, "keys of rsa do not sign it"      },
+          {"certkern sign text --key ed",                                                                  1, "keys of ed25519 sign no messages"},
+          {"certkern sign text --key rsa --attribute 1.2.840.113549.1.9.16.2.47=3000",                     1,
+           "nobody could read this message: in content.signerInfos.signedAttrs"                                                                 },
+          {"certkern sign text --key rsa --attribute "
+           "1.2.840.113549.1.9.16.2.12=300e300c300a0408aaaaaaaaaaaaaaaa",                       1, "names another certificate"       },
+          {"cat never >>config.toml; certkern sign text --key anna --certificate anna.crt --cades strict", 1,
+           "--cades strict: the attributes are not there"                                                                                       },
+          {"mv usual config.toml; certkern sign text --key rsa --hash md5 -o weak.cms",                    0,
+           "--hash md5: weak"                                                                                                                   },
+  });
+  const std::string weak = "certkern verify weak.cms --revocation none --store rsa.crt";
+  EXPECT_THAT(home.out(weak), AllOf(HasSubstr("Signature: valid (weak hash)\n"), HasSubstr("\nValid.\n")));
+  EXPECT_EQ(json::parse(home.out(weak + " --json"))[0]["signers"][0]["weakHash"], true);
+}
+
 TEST_F(SignedFiles, Faults) {
   home.out(
       "certkern key new other --no-pin --algorithm gost2012-256; openssl cms -data_create -in text -outform "
-      "DER -out data.cms");
+      "DER -out data.cms; openssl cms -encrypt -in text -aes256 -outform DER -secretkey "
+      "00112233445566778899aabbccddeeff"
+      "00112233445566778899aabbccddeeff -secretkeyid 01 -out secret.cms; : >nothing; openssl cms -sign "
+      "-binary -in nothing "
+      "-signer boris.crt -inkey boris.key -md md_gost12_256 -outform DER -out nothing.sig");
   ExpectFaults(
       home,
       {
@@ -150,10 +183,14 @@ TEST_F(SignedFiles, Faults) {
           {"certkern sign text --key anna --attribute 1.2.3=050000",     2, "one whole DER element"            },
           {"certkern verify other.sig --store root.crt",                 1, "name it with --content"           },
           {"certkern verify other.cms --content text --store root.crt",  2, "the content is in the message"    },
+          {"certkern verify nothing.sig --store root.crt",               1, "name it with --content"           },
+          {"certkern verify other.cms --signer 0 --store root.crt",      2, "from 1 to 999999999"              },
           {"certkern verify data.cms --store root.crt",                  1, "not a signed one"                 },
+          {"certkern verify secret.cms --store root.crt",                1, "not a signed one"                 },
           {"certkern verify /bin/sh --store root.crt",                   1, "expected DER"                     },
           {"certkern verify root.crt --store root.crt",                  1, "not a message"                    },
-          {"head -c 300 other.cms | certkern verify - --store root.crt", 1, "-: "                              },
+          {"head -c 300 other.cms | certkern verify - --store root.crt", 1,
+           "runs past its end at byte offset 0"                                                                },
   });
 }
 
