@@ -100,6 +100,12 @@ bool LooksLikeMessage(std::span<const BYTE> bytes) {
   return content.size() > sizeof kPkcs7 && std::ranges::equal(content.first(sizeof kPkcs7), kPkcs7);
 }
 
+std::optional<size_t> MessageSize(std::span<const BYTE> bytes) {
+  const BYTE* const behind = Behind(bytes.data(), bytes.data() + bytes.size());
+  if (!behind) return std::nullopt;
+  return static_cast<size_t>(behind - bytes.data());
+}
+
 void MessageFile::fail(const std::string& text) const { throw Failure(fmt::format("{}: {}", shown, text)); }
 
 void MessageFile::refuse() const {

@@ -13,6 +13,9 @@ namespace certkern::cli {
 // Whether bytes begin as a ContentInfo of PKCS #7 or CMS does. RFC 5652, 3
 bool LooksLikeMessage(std::span<const BYTE> bytes);
 
+// With its header; its length may be indefinite. Nothing when it has no end.
+std::optional<size_t> MessageSize(std::span<const BYTE> bytes);
+
 struct MessageFile {
   std::string shown;  // the name of the file, for errors
   Bytes bytes;        // from the first octet of the message to its last

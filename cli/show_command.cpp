@@ -81,7 +81,7 @@ void FileShow::showBlock(const Block& block) {
   size_t offset = 0;
   while (offset < block.bytes.size()) {
     const std::span<const BYTE> rest = block.bytes.subspan(offset);
-    const std::optional<size_t> size = ElementSize(rest);
+    const std::optional<size_t> size = LooksLikeMessage(rest) ? MessageSize(rest) : ElementSize(rest);
     if (!showObject(block, offset, rest.first(size.value_or(rest.size()))) || !size) return;
     offset += *size;
   }

@@ -21,7 +21,7 @@ namespace {
 // Each has its chain built, and a few bytes make one: a verifier must not be kept busy for hours.
 constexpr DWORD kMostSigners = 1000;
 // Certificates that are called as a signer is: all of them are tried, and a message may bring any number.
-constexpr size_t kMostTries = 20000;
+constexpr size_t kMostTries = 4 * kMostSigners;
 constexpr size_t kMostChains = 2 * kMostSigners;
 
 std::string Shown(const std::string& name) { return Escaped(Utf8Of(std::string_view(name))); }
@@ -133,6 +133,16 @@ StoreHandle Joined(const StoreHandle& first, const StoreHandle& second) {
   return both;
 }
 
+void AddCandidates(HCERTSTORE store, const CERT_ID& id, std::vector<Candidate>& into) {
+  PCCERT_CONTEXT found = nullptr;
+  while (store
+         && (found = CertFindCertificateInStore(store, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0,
+                                                CERT_FIND_CERT_ID, &id, found))) {
+    CertificateHandle certificate(CertDuplicateCertificateContext(found));
+    into.push_back({std::move(certificate), {}});
+  }
+}
+
 class SignerJudge {
  public:
   SignerJudge(const OpenedMessage& message, const VerifyOptions& options)
@@ -166,7 +176,6 @@ class SignerJudge {
     if (!budget--) throw Failure(shown_ + ": too many certificates are called as the signers are");
   }
 
-  void addCandidates(HCERTSTORE store, const CERT_ID& id, std::vector<Candidate>& into);
   std::vector<Candidate> candidates(const SignerFindings& signer);
   // Of those that fit equally well the one whose chain is best.
   CertificateFindings choose(const SignerFindings& signer);
@@ -183,25 +192,15 @@ class SignerJudge {
   size_t chains_ = kMostChains;
 };
 
-void SignerJudge::addCandidates(HCERTSTORE store, const CERT_ID& id, std::vector<Candidate>& into) {
-  PCCERT_CONTEXT found = nullptr;
-  while (store
-         && (found = CertFindCertificateInStore(store, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0,
-                                                CERT_FIND_CERT_ID, &id, found))) {
-    CertificateHandle certificate(CertDuplicateCertificateContext(found));
-    spend(tries_);
-    into.push_back({std::move(certificate), {}});
-  }
-}
-
 // Anybody may add certificates to a message, with any names and key identifiers: what the user has comes first, and all of them
 // are tried.
 std::vector<Candidate> SignerJudge::candidates(const SignerFindings& signer) {
   const CMSG_CMS_SIGNER_INFO& info = signer.info();
   std::vector<Candidate> found;
   for (HCERTSTORE store : {own_.get(), sources_->trusted.get(), carried_.get()})
-    addCandidates(store, info.SignerId, found);
+    AddCandidates(store, info.SignerId, found);
   for (Candidate& each : found) {
+    spend(tries_);
     JudgeSignature(message_.handle.get(), signer.number, each);
     each.findings.binding = JudgeBinding(info, each.certificate.get());
   }

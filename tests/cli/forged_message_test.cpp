@@ -93,6 +93,8 @@ TEST_F(ForgedMessages, MoreInTheFileThanTheMessage) {
       "-outform DER -out endless; (cat endless; printf '\\060\\200') >endless.rest");
   EXPECT_THAT(read("endless").substr(0, 2), Bytes("3080"));
   EXPECT_EQ(verify("endless").status, 0);
+  home.out("cat endless endless >endless.pair");
+  EXPECT_EQ(json::parse(home.out("certkern show --json endless.pair")).size(), 2u);
   const std::string behind = std::to_string(message.size());
   for (const auto& [file, text] : std::map<std::string, std::string>{
            {"pair",         "another message, at byte offset " + behind               },
