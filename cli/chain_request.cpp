@@ -219,7 +219,7 @@ CertificateHandle LoadCertificateFile(const std::string& path, HCERTSTORE into) 
   return certificate;
 }
 
-std::shared_ptr<const ChainSources> LoadChainSources(const ChainOptions& options) {
+std::shared_ptr<ChainSources> LoadChainSources(const ChainOptions& options) {
   auto sources = std::make_shared<ChainSources>();
   sources->time = TimeOf(options.time);
   if (options.trusted.empty()) {

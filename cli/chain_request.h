@@ -47,7 +47,7 @@ struct ChainSources {
   FILETIME time{};         // that chains are judged at
 };
 // Without the options' own file.
-std::shared_ptr<const ChainSources> LoadChainSources(const ChainOptions& options);
+std::shared_ptr<ChainSources> LoadChainSources(const ChainOptions& options);
 
 struct BuiltChain {
   CertificateHandle certificate;

@@ -36,6 +36,7 @@ constexpr Reason kReasons[] = {
     {NTE_BAD_LEN,                      "this length is not possible"                                              },
     {NTE_SILENT_CONTEXT,               "the private key is behind a PIN"                                          },
     {NTE_NO_MEMORY,                    "out of memory"                                                            },
+    {ERROR_CALL_NOT_IMPLEMENTED,       "not possible with objects of this kind"                                   },
     {ERROR_NOT_ENOUGH_MEMORY,          "out of memory"                                                            },
     {SCARD_W_WRONG_CHV,                "wrong PIN"                                                                },
     {SCARD_W_CARD_NOT_AUTHENTICATED,   "the private key is behind a PIN"                                          },

@@ -165,6 +165,17 @@ void ReadPem(std::string_view file, size_t start, const BlockReader& reader) {
   }
 }
 
+const char* NameOf(Wanted wanted) {
+  switch (wanted) {
+    case Wanted::Objects:
+      return "a certificate, CRL or certificate request";
+    case Wanted::ObjectsAndMessages:
+      return "a certificate, CRL, certificate request or message";
+    default:
+      return "an encoding";
+  }
+}
+
 }  // namespace
 
 FileContent ReadInput(const std::string& path) {
@@ -202,8 +213,7 @@ std::string Block::place(size_t offset) const {
 void ReadBlocks(std::span<const BYTE> file, const BlockReader& reader) {
   const bool objects = reader.wanted != Wanted::AnyElement;
   if (file.empty()) {
-    return reader.onFault(fmt::format("expected {}, found an empty file",
-                                      objects ? "a certificate, CRL or certificate request" : "an encoding"));
+    return reader.onFault(fmt::format("expected {}, found an empty file", NameOf(reader.wanted)));
   }
   // neither a PEM banner nor the Base64 of a SEQUENCE begins with the octet of a SEQUENCE
   if (file[0] == kSequenceTag || (!objects && !IsText(file)))

@@ -16,14 +16,9 @@ namespace certkern::cli {
 inline void CloseMessage(HCRYPTMSG message) { CryptMsgClose(message); }
 using MessageHandle = Owner<HCRYPTMSG, CloseMessage, nullptr>;
 
-// Whether bytes begin as a ContentInfo of PKCS #7 or CMS does. RFC 5652, 3
-bool LooksLikeMessage(std::span<const BYTE> bytes);
-
 enum class ContentPlace { Inside, Elsewhere };
 // Null, and the last error tells why.
 MessageHandle OpenMessage(std::span<const BYTE> encoded, ContentPlace place);
-// The one message of a file, in any form. shown names the file in errors.
-Bytes ReadMessageFile(const std::string& path, const std::string& shown);
 
 // A parameter of a message; a record lies in the bytes with all that it points to.
 Bytes MessageBytes(HCRYPTMSG message, DWORD parameter, DWORD index = 0);
@@ -38,6 +33,9 @@ std::optional<std::span<const BYTE>> AttributeValue(const CRYPT_ATTRIBUTES& attr
 // When a signer says that he signed.
 std::optional<FILETIME> SigningTime(const CRYPT_ATTRIBUTES& attributes);
 
+// A certificate or CRL of a message. Nothing for one of another kind (an attribute certificate, an OCSP response), which
+// stands in the same set. RFC 5652, 10.2
+std::optional<Bytes> MessageObject(HCRYPTMSG message, DWORD parameter, DWORD index);
 // Puts what a message carries into a store. Objects that the library can't read are left out; their number.
 size_t TakeCertificates(HCRYPTMSG message, HCERTSTORE into);
 

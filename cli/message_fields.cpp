@@ -110,12 +110,12 @@ void AddObjects(Field& object, HCRYPTMSG message, ObjectKind kind, const ShowOpt
   if (!count) return;
   Field& list = object.addList(isCrl ? "CRLs" : "Certificates");
   for (DWORD i = 0; i < count; ++i) {
-    const Bytes bytes = MessageBytes(message, isCrl ? CMSG_CRL_PARAM : CMSG_CERT_PARAM, i);
-    std::optional<Field> field = ObjectField(kind, bytes, options);
+    const std::optional<Bytes> bytes = MessageObject(message, isCrl ? CMSG_CRL_PARAM : CMSG_CERT_PARAM, i);
+    std::optional<Field> field = bytes ? ObjectField(kind, *bytes, options) : std::nullopt;
     if (!field) {
       field.emplace("");
       field->add("Remark", Words{"not one that the library reads"});
-      field->add("Value", bytes);
+      if (bytes) field->add("Value", *bytes);
     }
     list.add(std::move(*field));
   }

@@ -2,8 +2,8 @@
 #include "command.h"
 #include "failure.h"
 #include "input.h"
-#include "message.h"
 #include "message_fields.h"
+#include "message_file.h"
 #include "object_fields.h"
 #include "output.h"
 #include "text.h"
@@ -81,7 +81,7 @@ void FileShow::showBlock(const Block& block) {
   size_t offset = 0;
   while (offset < block.bytes.size()) {
     const std::span<const BYTE> rest = block.bytes.subspan(offset);
-    const std::optional<size_t> size = ElementSize(rest);
+    const std::optional<size_t> size = LooksLikeMessage(rest) ? MessageSize(rest) : ElementSize(rest);
     if (!showObject(block, offset, rest.first(size.value_or(rest.size()))) || !size) return;
     offset += *size;
   }
@@ -115,7 +115,9 @@ void FileShow::showMessage(const Block& block, size_t offset, std::span<const BY
   try {
     if (std::optional<Field> object = MessageField(bytes, options_))
       return write(std::move(*object), std::nullopt, block, offset);
-    reason = ReasonOf(GetLastError());
+    const DWORD code = GetLastError();
+    const std::optional<Refusal> refusal = FindRefusal(bytes);
+    reason = refusal ? refusal->at(block, offset) : ReasonOf(code);
   } catch (const Failure& failure) {  // a part of it; other objects are still to be shown
     reason = failure.what();
   }

@@ -4,10 +4,12 @@
 #include "encoded.h"
 #include "hashes.h"
 #include "input.h"
+#include "message_file.h"
 #include "message_signer.h"
 #include "oid_names.h"
 #include "output.h"
 #include "shape.h"
+#include "signer_faults.h"
 #include "signing.h"
 #include "text.h"
 
@@ -72,12 +74,20 @@ class AttributeList {
 // --- what is signed, and how ---
 
 std::string HashOid(const SignArguments& arguments, const ContainerKey& key) {
-  if (IsDottedOid(arguments.hash)) return arguments.hash;
-  if (!arguments.hash.empty()) return HashByName(arguments.hash).oid;
   const std::string keyOid = PublicKeyOf(key).info().Algorithm.pszObjId;
-  if (const CRYPT_OID_INFO* row = SVCryptGetDefaultHashOIDInfo(keyOid.c_str()); row && IsGost(*key.family))
-    return row->pszOID;
-  return UsualHash(key).oid;
+  if (key.family->signature == CALG_EDDSA)
+    throw Failure(fmt::format("keys of {} sign no messages", key.family->name));
+  if (arguments.hash.empty()) {
+    const CRYPT_OID_INFO* row = IsGost(*key.family) ? SVCryptGetDefaultHashOIDInfo(keyOid.c_str()) : nullptr;
+    return row ? row->pszOID : UsualHash(key).oid;
+  }
+  std::string oid = IsDottedOid(arguments.hash) ? arguments.hash : HashByName(arguments.hash).oid;
+  if (!SVCryptGetSignatureOIDInfo(keyOid.c_str(), oid.c_str()))
+    throw WrongUsage(fmt::format("--hash {}: keys of {} do not sign it", arguments.hash, key.family->name));
+  if (IsWeakHash(oid.c_str()))
+    fmt::print(stderr, "certkern: --hash {}: weak: other content can be made that the signature fits\n",
+               arguments.hash);
+  return oid;
 }
 
 DWORD CadesFlags(const SignArguments& arguments, const ContainerKey& key) {
@@ -124,6 +134,26 @@ Bytes Sign(CRYPT_SIGN_MESSAGE_PARA& para, const Bytes& content, bool detached) {
   return message;
 }
 
+// Attributes of the user's may be such that nobody can read or believe the message, and the configuration may forbid those
+// that he asks for.
+void CheckResult(const SignArguments& arguments, const MessageSigner& signer, std::span<const BYTE> encoded) {
+  const MessageHandle message = OpenMessage(encoded, ContentPlace::Inside);
+  if (!message) {
+    const DWORD code = GetLastError();
+    const std::optional<Refusal> refusal = FindRefusal(encoded);
+    throw Failure("nobody could read this message: " + (refusal ? refusal->text : ReasonOf(code)));
+  }
+  const Bytes record = MessageBytes(message.get(), CMSG_CMS_SIGNER_INFO_PARAM);
+  const BindingFinding binding =
+      JudgeBinding(RecordIn<CMSG_CMS_SIGNER_INFO>(record), signer.certificate.get());
+  if (arguments.cades == "strict" && binding == BindingFinding::None)
+    throw Failure(
+        "--cades strict: the attributes are not there; the configuration may forbid them (AddEsAttribute)");
+  if (binding == BindingFinding::Other)
+    throw Failure(
+        "this message would not be valid: an attribute names another certificate than the signer's");
+}
+
 int RunSign(const SignArguments& arguments) {
   CheckDestination(arguments.output, Secrecy::Public);
   AttributeList attributes(arguments.attributes);  // before a PIN is typed for nothing
@@ -145,7 +175,9 @@ int RunSign(const SignArguments& arguments) {
   para.cAuthAttr = CheckedSize(attributes.records().size());
   para.rgAuthAttr = attributes.records().data();
   para.dwFlags = CadesFlags(arguments, signer.key);
-  WriteObject(arguments.output, "CMS", Sign(para, content.bytes, arguments.detached));
+  const Bytes message = Sign(para, content.bytes, arguments.detached);
+  CheckResult(arguments, signer, message);
+  WriteObject(arguments.output, "CMS", message);
   return 0;
 }
 
@@ -190,6 +222,8 @@ Runner PrepareSign(CLI::App& command) {
       ->type_name("FILE|NAME");
   AddOutputOptions(command, arguments->output);
   command.footer(
+      "Keys of gost2012-256, gost2012-512, gost2001, rsa and ecdsa sign messages; those of ed25519 and ed448 "
+      "do not.\n\n"
       "Examples:\n"
       "  certkern sign letter.txt --key anna -o letter.cms\n"
       "  certkern sign letter.txt --key anna --certificate anna.crt --add-certificate ca.crt --detached -o "

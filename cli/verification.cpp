@@ -2,37 +2,29 @@
 
 #include "decoded.h"
 #include "failure.h"
-#include "input.h"
+#include "message_file.h"
 #include "text.h"
 
-#include <certkern/attributes.h>
 #include <certkern/cert.h>
 #include <certkern/errors.h>
-#include <certkern/oid.h>
 #include <certkern/oids.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
+#include <utility>
 
 namespace certkern::cli {
 namespace {
 
 // Each has its chain built, and a few bytes make one: a verifier must not be kept busy for hours.
 constexpr DWORD kMostSigners = 1000;
+// Certificates that are called as a signer is: all of them are tried, and a message may bring any number.
+constexpr size_t kMostTries = 4 * kMostSigners;
+constexpr size_t kMostChains = 2 * kMostSigners;
 
 std::string Shown(const std::string& name) { return Escaped(Utf8Of(std::string_view(name))); }
-
-// Nothing for a hash that the key library does not have.
-std::optional<Bytes> HashOf(LPCSTR oid, std::span<const BYTE> bytes) {
-  const ALG_ID algorithm = CertOIDToAlgId(oid);
-  if (!algorithm) return std::nullopt;
-  Bytes hash;
-  const auto ask = [&](BYTE* out, DWORD* size) {
-    return CryptHashCertificate(0, algorithm, 0, bytes.data(), CheckedSize(bytes.size()), out, size);
-  };
-  return AskBytes(ask, hash) ? std::optional(std::move(hash)) : std::nullopt;
-}
 
 // A message with what it is about, wherever that was.
 struct OpenedMessage {
@@ -47,44 +39,38 @@ Bytes ReadContent(const std::string& path) {
   return std::move(content.bytes);
 }
 
-MessageHandle OpenSigned(std::span<const BYTE> encoded, ContentPlace place, const std::string& shown) {
-  MessageHandle message = OpenMessage(encoded, place);
-  if (!message) ThrowLastError(shown);
-  if (MessageNumber(message.get(), CMSG_TYPE_PARAM) != CMSG_SIGNED)
-    throw Failure(shown + ": a message, but not a signed one");
+MessageHandle OpenSigned(const MessageFile& file, ContentPlace place) {
+  MessageHandle message = OpenMessage(file.bytes, place);
+  if (!message) file.refuse();
+  file.requireSigned();
   return message;
 }
 
 OpenedMessage OpenWithContent(const VerifyOptions& options) {
-  const std::string shown = Shown(options.file);
-  const Bytes encoded = ReadMessageFile(options.file, shown);
-  OpenedMessage opened{OpenSigned(encoded, ContentPlace::Inside, shown), {}, !options.content.empty()};
-  opened.content = MessageBytes(opened.handle.get(), CMSG_CONTENT_PARAM);
-  if (!opened.detached) return opened;
+  const MessageFile file = ReadMessageFile(options.file, Shown(options.file));
+  OpenedMessage opened{OpenSigned(file, ContentPlace::Inside), {}, !options.content.empty()};
+  if (!MessageNumber(opened.handle.get(), CMSG_SIGNER_COUNT_PARAM))
+    file.fail("nobody has signed this message");
   // two contents, and a reader who may look at the other one
-  if (!opened.content.empty())
-    throw WrongUsage(shown + ": the content is in the message, so --content has no place");
+  if (opened.detached && HasContent(file.bytes))
+    throw WrongUsage(file.shown + ": the content is in the message, so --content has no place");
+  // taken for a whole message it would have an empty content, which may even be what was signed
+  if (!opened.detached && !HasContent(file.bytes))
+    file.fail("there is no content in the message; name it with --content");
+  if (!opened.detached) {
+    opened.content = MessageBytes(opened.handle.get(), CMSG_CONTENT_PARAM);
+    return opened;
+  }
   opened.content = ReadContent(options.content);
-  opened.handle = OpenSigned(encoded, ContentPlace::Elsewhere, shown);
+  opened.handle = OpenSigned(file, ContentPlace::Elsewhere);
   static constexpr BYTE kNothing = 0;  // an empty content is a content, too
   if (!CryptMsgUpdate(opened.handle.get(), opened.content.empty() ? &kNothing : opened.content.data(),
                       CheckedSize(opened.content.size()), TRUE))
-    ThrowLastError(shown);
+    ThrowLastError(file.shown);
   return opened;
 }
 
 // --- one signer ---
-
-CertificateHandle FindIn(HCERTSTORE store, const CERT_ID& id) {
-  if (!store) return {};
-  return CertificateHandle(CertFindCertificateInStore(store, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0,
-                                                      CERT_FIND_CERT_ID, &id, nullptr));
-}
-
-CertificateHandle FindSigner(const ChainSources& sources, const CERT_ID& id) {
-  CertificateHandle found = FindIn(sources.additional.get(), id);
-  return found ? std::move(found) : FindIn(sources.trusted.get(), id);
-}
 
 ContentFinding JudgeContent(const CMSG_CMS_SIGNER_INFO& info, std::span<const BYTE> content) {
   const auto value = AttributeValue(info.AuthAttrs, szOID_RSA_messageDigest);
@@ -94,86 +80,170 @@ ContentFinding JudgeContent(const CMSG_CMS_SIGNER_INFO& info, std::span<const BY
   return std::ranges::equal(*hash, BytesOf(*digest)) ? ContentFinding::Intact : ContentFinding::Changed;
 }
 
-bool Names(const SV_CERT_HASH_ID& id, LPCSTR usualHash, PCCERT_CONTEXT certificate) {
-  const LPCSTR oid = id.HashAlgorithm.pszObjId ? id.HashAlgorithm.pszObjId : usualHash;
-  const std::optional<Bytes> hash = HashOf(oid, {certificate->pbCertEncoded, certificate->cbCertEncoded});
-  return hash && std::ranges::equal(*hash, BytesOf(id.CertHash));
-}
+struct Candidate {
+  CertificateHandle certificate;
+  CertificateFindings findings;
+};
 
-BindingFinding JudgeBinding(const CMSG_CMS_SIGNER_INFO& info, PCCERT_CONTEXT certificate) {
-  struct Form {
-    const char* oid;
-    LPCSTR type;
-    const char* usualHash;
-  };
-  static constexpr Form kForms[] = {
-      {szOID_SIGNING_CERTIFICATE_V2, SV_SIGNING_CERTIFICATE_V2_STRUCT, szOID_NIST_sha256},
-      {szOID_SIGNING_CERTIFICATE,    SV_SIGNING_CERTIFICATE_STRUCT,    szOID_OIWSEC_sha1},
-  };
-  BindingFinding finding = BindingFinding::None;
-  for (const Form& form : kForms) {
-    const auto value = AttributeValue(info.AuthAttrs, form.oid);
-    if (!value) continue;
-    const auto record = Decode<SV_SIGNING_CERTIFICATE>(form.type, *value);
-    // the first one is the signer's
-    if (!record || !record->cCert || !Names(record->rgCert[0], form.usualHash, certificate))
-      return BindingFinding::Other;
-    finding = BindingFinding::Same;
-  }
-  return finding;
-}
-
-void JudgeSignature(HCRYPTMSG message, PCCERT_CONTEXT certificate, SignerFindings& signer) {
+void JudgeSignature(HCRYPTMSG message, DWORD number, Candidate& candidate) {
   CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA para{};
   para.cbSize = sizeof para;
-  para.dwSignerIndex = signer.number - 1;
+  para.dwSignerIndex = number - 1;
   para.dwSignerType = CMSG_VERIFY_SIGNER_CERT;
-  para.pvSigner = const_cast<CERT_CONTEXT*>(certificate);
+  para.pvSigner = const_cast<CERT_CONTEXT*>(candidate.certificate.get());
+  CertificateFindings& findings = candidate.findings;
   if (CryptMsgControl(message, 0, CMSG_CTRL_VERIFY_SIGNATURE_EX, &para)) {
-    signer.signature = SignatureFinding::Valid;
-    signer.content = ContentFinding::Intact;
+    findings.signature = SignatureFinding::Valid;
     return;
   }
-  signer.code = GetLastError();
-  signer.signature = signer.code == NTE_BAD_ALGID ? SignatureFinding::Unchecked : SignatureFinding::Invalid;
+  findings.code = GetLastError();
+  findings.signature =
+      findings.code == NTE_BAD_ALGID ? SignatureFinding::Unchecked : SignatureFinding::Invalid;
 }
 
-SignerFindings JudgeSigner(const OpenedMessage& message, DWORD number, const VerifyOptions& options,
-                           const std::shared_ptr<const ChainSources>& sources) {
-  SignerFindings signer;
-  signer.number = number;
-  signer.record = MessageBytes(message.handle.get(), CMSG_CMS_SIGNER_INFO_PARAM, number - 1);
-  signer.signingTime = SigningTime(signer.info().AuthAttrs);
-  signer.content = JudgeContent(signer.info(), message.content);
-  CertificateHandle certificate = FindSigner(*sources, signer.info().SignerId);
-  if (!certificate) return signer;
-  JudgeSignature(message.handle.get(), certificate.get(), signer);
-  signer.binding = JudgeBinding(signer.info(), certificate.get());
-  signer.chain = BuildChain(options.chain, sources, std::move(certificate),
-                            fmt::format("{}: signer {}", Shown(options.file), number));
-  return signer;
+// How likely a certificate is the signer's.
+enum class Fit { None, Unchecked, Verifies, Bound };
+Fit FitOf(const Candidate& candidate) {
+  if (candidate.findings.signature == SignatureFinding::Invalid) return Fit::None;
+  if (candidate.findings.signature == SignatureFinding::Unchecked) return Fit::Unchecked;
+  return candidate.findings.binding == BindingFinding::Other ? Fit::Verifies : Fit::Bound;
 }
 
-// A detached message that is taken for a whole one has no content, and nobody has signed that.
-void RequireContent(const VerifyOptions& options, const MessageFindings& findings) {
-  if (findings.detached || findings.contentSize) return;
-  const bool fits = std::ranges::any_of(findings.signers, [](const SignerFindings& each) {
-    return each.signature == SignatureFinding::Valid || each.content == ContentFinding::Intact;
-  });
-  if (!fits)
-    throw Failure(Shown(options.file) + ": there is no content in the message; name it with --content");
+Verdict VerdictOn(const CertificateFindings& findings) {
+  if (findings.signature == SignatureFinding::Invalid || findings.binding == BindingFinding::Other
+      || !findings.faults.empty())
+    return Verdict::Invalid;
+  const Verdict chain = findings.chain ? VerdictOnAll(*findings.chain, std::nullopt) : Verdict::Undetermined;
+  if (chain == Verdict::Valid && findings.signature == SignatureFinding::Unchecked)
+    return Verdict::Undetermined;
+  return chain;
+}
+
+int WorthOf(Verdict verdict) {
+  return verdict == Verdict::Valid ? 2 : verdict == Verdict::Undetermined ? 1 : 0;
+}
+
+bool IsAgainstSignature(SignerFault fault) { return SubjectOf(fault) == FaultSubject::Signature; }
+
+StoreHandle Joined(const StoreHandle& first, const StoreHandle& second) {
+  StoreHandle both(CertOpenStore(CERT_STORE_PROV_COLLECTION, 0, 0, 0, nullptr));
+  for (const StoreHandle* each : {&first, &second}) {
+    if (!both || !CertAddStoreToCollection(both.get(), each->get(), 0, 0)) ThrowLastError("the certificates");
+  }
+  return both;
+}
+
+void AddCandidates(HCERTSTORE store, const CERT_ID& id, std::vector<Candidate>& into) {
+  PCCERT_CONTEXT found = nullptr;
+  while (store
+         && (found = CertFindCertificateInStore(store, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0,
+                                                CERT_FIND_CERT_ID, &id, found))) {
+    CertificateHandle certificate(CertDuplicateCertificateContext(found));
+    into.push_back({std::move(certificate), {}});
+  }
+}
+
+class SignerJudge {
+ public:
+  SignerJudge(const OpenedMessage& message, const VerifyOptions& options)
+      : message_(message), options_(options), shown_(Shown(options.file)) {
+    const Bytes type = MessageBytes(message.handle.get(), CMSG_INNER_CONTENT_TYPE_PARAM);
+    contentType_ = reinterpret_cast<const char*>(type.data());
+    const std::shared_ptr<ChainSources> sources = LoadChainSources(options.chain);
+    if (const size_t refused = TakeCertificates(message.handle.get(), carried_.get()))
+      fmt::print(stderr, "certkern: {}: {} of the certificates and CRLs in the message can't be read\n",
+                 shown_, refused);
+    own_ = std::exchange(sources->additional, Joined(sources->additional, carried_));
+    sources_ = sources;
+  }
+
+  SignerFindings judge(DWORD number) {
+    SignerFindings signer;
+    signer.number = number;
+    signer.record = MessageBytes(message_.handle.get(), CMSG_CMS_SIGNER_INFO_PARAM, number - 1);
+    signer.signingTime = SigningTime(signer.info().AuthAttrs);
+    signer.content = JudgeContent(signer.info(), message_.content);
+    signer.certificate = choose(signer);
+    CertificateFindings& findings = signer.certificate;
+    if (findings.signature == SignatureFinding::Valid) signer.content = ContentFinding::Intact;
+    if (std::ranges::any_of(findings.faults, IsAgainstSignature))
+      findings.signature = SignatureFinding::Invalid;
+    return signer;
+  }
+
+ private:
+  void spend(size_t& budget) const {
+    if (!budget--) throw Failure(shown_ + ": too many certificates are called as the signers are");
+  }
+
+  std::vector<Candidate> candidates(const SignerFindings& signer);
+  // Of those that fit equally well the one whose chain is best.
+  CertificateFindings choose(const SignerFindings& signer);
+  void judgeChain(const SignerFindings& signer, Candidate& candidate);
+
+  const OpenedMessage& message_;
+  const VerifyOptions& options_;
+  const std::string shown_;
+  std::string contentType_;
+  StoreHandle own_;  // the user's, beside those that he trusts
+  StoreHandle carried_ = OpenMemoryStore();
+  std::shared_ptr<const ChainSources> sources_;
+  size_t tries_ = kMostTries;
+  size_t chains_ = kMostChains;
+};
+
+// Anybody may add certificates to a message, with any names and key identifiers: what the user has comes first, and all of them
+// are tried.
+std::vector<Candidate> SignerJudge::candidates(const SignerFindings& signer) {
+  const CMSG_CMS_SIGNER_INFO& info = signer.info();
+  std::vector<Candidate> found;
+  for (HCERTSTORE store : {own_.get(), sources_->trusted.get(), carried_.get()})
+    AddCandidates(store, info.SignerId, found);
+  for (Candidate& each : found) {
+    spend(tries_);
+    JudgeSignature(message_.handle.get(), signer.number, each);
+    each.findings.binding = JudgeBinding(info, each.certificate.get());
+  }
+  std::ranges::stable_sort(found, std::greater<>(), FitOf);
+  return found;
+}
+
+void SignerJudge::judgeChain(const SignerFindings& signer, Candidate& candidate) {
+  spend(chains_);
+  CertificateFindings& findings = candidate.findings;
+  PCCERT_CONTEXT const certificate = candidate.certificate.get();
+  const CERT_PUBLIC_KEY_INFO& key = certificate->pCertInfo->SubjectPublicKeyInfo;
+  if (findings.signature == SignatureFinding::Valid) {
+    if (const auto fault = AlgorithmFault(signer.info(), key)) findings.faults.push_back(*fault);
+  }
+  if (const auto fault = UsageFault(certificate)) findings.faults.push_back(*fault);
+  findings.chain = BuildChain(options_.chain, sources_, std::move(candidate.certificate),
+                              fmt::format("{}: signer {}", shown_, signer.number));
+}
+
+CertificateFindings SignerJudge::choose(const SignerFindings& signer) {
+  std::vector<SignerFault> faults;
+  if (const auto fault = ContentTypeFault(signer.info(), contentType_)) faults.push_back(*fault);
+  if (const auto fault = AttributesFault(signer.info(), message_.content)) faults.push_back(*fault);
+  CertificateFindings best;
+  best.faults = faults;
+  std::vector<Candidate> all = candidates(signer);
+  for (Candidate& each : all) {
+    // chains take their time, and are of no use below a signature that does not verify
+    if (best.chain && (FitOf(each) != FitOf(all.front()) || FitOf(each) < Fit::Verifies)) break;
+    each.findings.faults = faults;
+    judgeChain(signer, each);
+    if (!best.chain || WorthOf(VerdictOn(each.findings)) > WorthOf(VerdictOn(best)))
+      best = std::move(each.findings);
+    if (VerdictOn(best) == Verdict::Valid) break;
+  }
+  return best;
 }
 
 }  // namespace
 
 Verdict VerdictOn(const SignerFindings& signer) {
-  if (signer.content == ContentFinding::Changed || signer.signature == SignatureFinding::Invalid
-      || signer.binding == BindingFinding::Other)
-    return Verdict::Invalid;
-  const Verdict chain = signer.chain ? VerdictOnAll(*signer.chain, std::nullopt) : Verdict::Undetermined;
-  if (chain == Verdict::Valid && signer.signature == SignatureFinding::Unchecked)
-    return Verdict::Undetermined;
-  return chain;
+  return signer.content == ContentFinding::Changed ? Verdict::Invalid : VerdictOn(signer.certificate);
 }
 
 Verdict VerdictOn(const MessageFindings& message) {
@@ -192,7 +262,6 @@ MessageFindings VerifyMessage(const VerifyOptions& options) {
                            message.content.size(),
                            MessageNumber(message.handle.get(), CMSG_SIGNER_COUNT_PARAM),
                            {}};
-  if (!findings.signerCount) throw Failure(Shown(options.file) + ": nobody has signed this message");
   if (options.signer > findings.signerCount)
     throw Failure(fmt::format("{}: --signer {}: the message has {} of them", Shown(options.file),
                               options.signer, findings.signerCount));
@@ -200,15 +269,10 @@ MessageFindings VerifyMessage(const VerifyOptions& options) {
     throw Failure(
         fmt::format("{}: {} signers, and no more than {} are judged at once; name one with --signer",
                     Shown(options.file), findings.signerCount, kMostSigners));
-  const std::shared_ptr<const ChainSources> sources = LoadChainSources(options.chain);
-  if (const size_t refused = TakeCertificates(message.handle.get(), sources->additional.get()))
-    fmt::print(stderr, "certkern: {}: {} of the certificates and CRLs in the message can't be read\n",
-               Shown(options.file), refused);
+  SignerJudge judge(message, options);
   const DWORD first = options.signer ? options.signer : 1;
   const DWORD last = options.signer ? options.signer : findings.signerCount;
-  for (DWORD number = first; number <= last; ++number)
-    findings.signers.push_back(JudgeSigner(message, number, options, sources));
-  RequireContent(options, findings);
+  for (DWORD number = first; number <= last; ++number) findings.signers.push_back(judge.judge(number));
   return findings;
 }
 

@@ -4,6 +4,7 @@
 
 #include "chain_report.h"
 #include "message.h"
+#include "signer_faults.h"
 
 #include <memory>
 #include <optional>
@@ -22,18 +23,22 @@ struct VerifyOptions {
 // Unknown: nothing in the message tells it apart from the signature.
 enum class ContentFinding { Intact, Changed, Unknown };
 enum class SignatureFinding { Valid, Invalid, Unchecked };
-// Whether the signer has signed which certificate is his. RFC 5035
-enum class BindingFinding { None, Same, Other };
+
+// What one certificate makes of a signature.
+struct CertificateFindings {
+  SignatureFinding signature = SignatureFinding::Unchecked;
+  DWORD code = 0;  // why it is not valid
+  BindingFinding binding = BindingFinding::None;
+  std::vector<SignerFault> faults;
+  std::optional<BuiltChain> chain;  // none: no certificate was found
+};
 
 struct SignerFindings {
   DWORD number = 0;  // from 1
   Bytes record;      // a CMSG_CMS_SIGNER_INFO
   std::optional<FILETIME> signingTime;
   ContentFinding content = ContentFinding::Unknown;
-  SignatureFinding signature = SignatureFinding::Unchecked;
-  DWORD code = 0;  // why it is not valid
-  BindingFinding binding = BindingFinding::None;
-  std::optional<BuiltChain> chain;  // none: the certificate was not found
+  CertificateFindings certificate;
 
   const CMSG_CMS_SIGNER_INFO& info() const { return RecordIn<CMSG_CMS_SIGNER_INFO>(record); }
 };

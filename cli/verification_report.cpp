@@ -25,15 +25,22 @@ std::string_view ContentWord(ContentFinding finding) {
 }
 
 std::string SignatureWord(const SignerFindings& signer) {
-  switch (signer.signature) {
+  switch (signer.certificate.signature) {
     case SignatureFinding::Valid:
-      return std::string(Say("valid", "действительна"));
-    case SignatureFinding::Invalid:
-      return std::string(Say("not valid", "недействительна"));
+      return std::string(IsWeakHash(signer.info().HashAlgorithm.pszObjId)
+                             ? Say("valid (weak hash)", "действительна (слабая хэш-функция)")
+                             : Say("valid", "действительна"));
+    case SignatureFinding::Invalid: {
+      std::string word(Say("not valid", "недействительна"));
+      for (const SignerFault fault : signer.certificate.faults) {
+        if (SubjectOf(fault) == FaultSubject::Signature) word += fmt::format(": {}", SentenceOf(fault));
+      }
+      return word;
+    }
     default:
       break;
   }
-  if (!signer.chain) {
+  if (!signer.certificate.chain) {
     return std::string(
         Say("not checked: the signer's certificate is not there; --additional names a file with it",
             "не проверена: нет сертификата подписавшего; файл с ним задаёт --additional"));
@@ -64,13 +71,26 @@ std::string SerialText(const CRYPT_INTEGER_BLOB& serial) {
 
 // By what the message calls him.
 std::string SignerName(const SignerFindings& signer) {
-  if (signer.chain) return NameLine(signer.chain->certificate.get()->pCertInfo->Subject);
+  if (signer.certificate.chain)
+    return NameLine(signer.certificate.chain->certificate.get()->pCertInfo->Subject);
   const CERT_ID& id = signer.info().SignerId;
   if (id.dwIdChoice == CERT_ID_KEY_IDENTIFIER)
     return fmt::format("{} {}", Say("key", "ключ"), HexText(BytesOf(id.KeyId)));
   return fmt::format("{} {}, {} {}", Say("serial number", "серийный номер"),
                      SerialText(id.IssuerSerialNumber.SerialNumber), Say("issued by", "издатель"),
                      NameLine(id.IssuerSerialNumber.Issuer));
+}
+
+// Of the message; its signature may verify all the same.
+std::string_view MessageVerdictWord(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::Valid:
+      return Say("Valid", "Сообщение действительно");
+    case Verdict::Invalid:
+      return Say("Not valid", "Сообщение недействительно");
+    default:
+      return Say("Undetermined", "Действительность сообщения не установлена");
+  }
 }
 
 void AppendRow(std::string& out, std::string_view english, std::string_view russian, std::string_view value) {
@@ -84,10 +104,18 @@ void AppendChain(std::string& out, const BuiltChain& chain) {
   for (std::string line; std::getline(lines, line);) out += fmt::format("    {}\n", line);
 }
 
+void AppendFaults(std::string& out, const std::vector<SignerFault>& faults, FaultSubject subject,
+                  std::string_view english, std::string_view russian) {
+  for (const SignerFault fault : faults) {
+    if (SubjectOf(fault) == subject) AppendRow(out, english, russian, SentenceOf(fault));
+  }
+}
+
 void AppendSigner(std::string& out, const SignerFindings& signer) {
   const CMSG_CMS_SIGNER_INFO& info = signer.info();
   out += fmt::format("\n{} {}: {}\n", Say("Signer", "Подписавший"), signer.number, SignerName(signer));
   AppendRow(out, "Content", "Содержимое", ContentWord(signer.content));
+  AppendFaults(out, signer.certificate.faults, FaultSubject::ContentType, "Content type", "Тип содержимого");
   AppendRow(out, "Signature", "Подпись", SignatureWord(signer));
   AppendRow(out, "Algorithm", "Алгоритм",
             fmt::format("{}, {}", AlgorithmName(info.HashEncryptionAlgorithm, CRYPT_SIGN_ALG_OID_GROUP_ID),
@@ -97,8 +125,9 @@ void AppendSigner(std::string& out, const SignerFindings& signer) {
               fmt::format("{} ({})", TimeText(*signer.signingTime),
                           Say("by the signer's own clock", "по часам подписавшего")));
   }
-  AppendRow(out, "Certificate", "Сертификат", BindingWord(signer.binding));
-  if (signer.chain) AppendChain(out, *signer.chain);
+  AppendRow(out, "Certificate", "Сертификат", BindingWord(signer.certificate.binding));
+  AppendFaults(out, signer.certificate.faults, FaultSubject::Certificate, "Certificate", "Сертификат");
+  if (signer.certificate.chain) AppendChain(out, *signer.certificate.chain);
 }
 
 Words NameOf(ContentFinding finding) {
@@ -118,6 +147,7 @@ Words NameOf(BindingFinding finding) {
 
 Field SignerField(const SignerFindings& signer) {
   const CMSG_CMS_SIGNER_INFO& info = signer.info();
+  const CertificateFindings& findings = signer.certificate;
   Field object;
   object.add("Signer", int64_t{signer.number});
   object.add("Verdict", Words{std::string(VerdictName(VerdictOn(signer)))});
@@ -126,10 +156,13 @@ Field SignerField(const SignerFindings& signer) {
   AddAlgorithm(object, "Signature algorithm", info.HashEncryptionAlgorithm, CRYPT_SIGN_ALG_OID_GROUP_ID);
   if (signer.signingTime) object.add("Signing time", Words{TimeText(*signer.signingTime)});
   object.add("Content", NameOf(signer.content));
-  object.add("Signature", NameOf(signer.signature));
-  if (signer.code) object.add("Error", Words{fmt::format("0x{:08x}", signer.code)});
-  object.add("Signing certificate", NameOf(signer.binding));
-  if (signer.chain) object.add(ChainField(*signer.chain, std::nullopt));
+  object.add("Signature", NameOf(findings.signature));
+  if (findings.code) object.add("Error", Words{fmt::format("0x{:08x}", findings.code)});
+  object.add("Weak hash", IsWeakHash(info.HashAlgorithm.pszObjId));
+  object.add("Signing certificate", NameOf(findings.binding));
+  Field& faults = object.addList("Faults");
+  for (const SignerFault fault : findings.faults) faults.add(Field("", Words{std::string(NameOf(fault))}));
+  if (findings.chain) object.add(ChainField(*findings.chain, std::nullopt));
   return object;
 }
 
@@ -145,7 +178,7 @@ std::string VerificationText(const MessageFindings& message) {
         "{}\n",
         Say("Other signers of the message were not looked at.", "Остальные подписавшие не проверялись."));
   for (const SignerFindings& each : message.signers) AppendSigner(out, each);
-  out += fmt::format("\n{}.\n", VerdictWord(VerdictOn(message)));
+  out += fmt::format("\n{}.\n", MessageVerdictWord(VerdictOn(message)));
   return out;
 }
 

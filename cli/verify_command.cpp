@@ -37,7 +37,11 @@ Runner PrepareVerify(CLI::App& command) {
   command.add_option("--content", options.content, "What a message without its content is about")
       ->type_name("FILE");
   command.add_option("--signer", options.signer, "Judge this signer only, counted from 1; all unless given")
-      ->check(CLI::PositiveNumber)
+      ->check([](const std::string& text) {
+        const bool number = !text.empty() && text.size() < 10
+            && text.find_first_not_of("0123456789") == text.npos && text.find_first_not_of('0') != text.npos;
+        return number ? std::string() : "must be a number from 1 to 999999999";
+      })
       ->type_name("N");
   AddTrustOptions(command, options.chain);
   command.add_flag("--json", arguments->json, "Write JSON: an array with one object");

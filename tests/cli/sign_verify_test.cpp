@@ -1,5 +1,5 @@
 // Messages by the tool: signed here and by openssl, verified by both; what each alteration is called.
-#include "tool_home.h"
+#include "signed_files.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -10,50 +10,6 @@ using nlohmann::json;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
-
-// root > ca > anna, whose key is the tool's, and boris, whose key is openssl's and who is revoked in revoked.crl.
-class SignedFiles : public testing::Test {
- protected:
-  SignedFiles() {
-    home.out(R"(
-      printf 'basicConstraints=critical,CA:TRUE\nsubjectKeyIdentifier=hash\nkeyUsage=keyCertSign,cRLSign\n' >ca.ext
-      printf 'subjectKeyIdentifier=hash\nauthorityKeyIdentifier=keyid\nkeyUsage=digitalSignature\n' >end.ext
-      for n in root ca boris; do
-        openssl genpkey -algorithm gost2012_256 -pkeyopt paramset:A -out $n.key 2>/dev/null
-        openssl req -new -key $n.key -subj /CN=$n -out $n.csr
-      done
-      certkern key new anna --no-pin --algorithm gost2012-256 --purpose signature
-      certkern request new --key anna --subject CN=anna --out anna.csr
-      sign() { openssl x509 -req -in $1.csr -CA $2.crt -CAkey $2.key -set_serial $3 -days 30 -extfile $4.ext \
-        -out $1.crt 2>/dev/null; }
-      openssl x509 -req -in root.csr -signkey root.key -days 30 -extfile ca.ext -out root.crt 2>/dev/null
-      sign ca root 2 ca; sign anna ca 3 end; sign boris ca 4 end
-      touch index; echo 01 >number
-      printf '[ca]\ndefault_ca=d\n[d]\ndatabase=index\ndefault_md=md_gost12_256\ncrlnumber=number\n' >ca.cnf
-      list() { openssl ca -config ca.cnf -gencrl -keyfile $1.key -cert $1.crt -crldays 5 -out $2.crl 2>/dev/null; }
-      list root root; list ca ca
-      openssl ca -config ca.cnf -keyfile ca.key -cert ca.crt -revoke boris.crt 2>/dev/null; list ca revoked
-      printf 'what is signed\n' >text
-      other() { openssl cms -sign -binary -in text -signer boris.crt -inkey boris.key -md md_gost12_256 -outform DER "$@" \
-        2>/dev/null; }
-      other -nodetach -out other.cms; other -out other.sig; other -nodetach -cades -out cades.cms
-      other -nodetach -noattr -out bare.cms; other -nodetach -nocerts -out nocerts.cms)");
-  }
-  static constexpr char kWorld[] =
-      " --store root.crt --additional ca.crt --additional root.crl --cache-only ";
-  static constexpr char kByAnna[] = " --key anna --certificate anna.crt ";
-  ToolResult verify(const std::string& rest, const std::string& crl = "ca.crl") const {
-    return home.run("certkern verify " + rest + kWorld + "--additional " + crl);
-  }
-  std::string opensslVerifies(const std::string& rest) const {
-    return home
-        .run("openssl cms -verify -binary -CAfile root.crt -certfile ca.crt -purpose any -out out " + rest
-             + " && cmp out text && echo same")
-        .out;
-  }
-
-  const ToolHome home;
-};
 
 TEST_F(SignedFiles, BothWays) {
   home.out(std::string("certkern sign text -o a.cms --add-certificate ca.crt --cades strict") + kByAnna);
@@ -77,7 +33,7 @@ TEST_F(SignedFiles, BothWays) {
 
 TEST_F(SignedFiles, WhatTheOptionsPutIn) {
   home.out(std::string("certkern sign text -o a.cms --attribute 1.2.3.4=0c0141 --attribute 1.2.3.5=0500 "
-                       "--add-certificate ca.crt --add-certificate ca.crl --hash sha256")
+                       "--add-certificate ca.crt --add-certificate ca.crl")
            + kByAnna);
   const json object = json::parse(home.out("certkern show --json a.cms")).at(0);
   EXPECT_EQ(object.at("contentSize"), 15);
@@ -85,10 +41,10 @@ TEST_F(SignedFiles, WhatTheOptionsPutIn) {
   EXPECT_EQ(object.at("crls").size(), 1u);
   const json& signer = object.at("signers").at(0);
   EXPECT_EQ(signer.at("issuer").at("value"), "CN=ca");
-  EXPECT_EQ(signer.at("hashAlgorithm").at("oid"), "1.2.643.7.1.1.2.2") << "a GOST key signs no foreign hash";
+  EXPECT_EQ(signer.at("hashAlgorithm").at("oid"), "1.2.643.7.1.1.2.2");
   const std::string shown = home.out("certkern show a.cms");
-  EXPECT_THAT(shown,
-              AllOf(HasSubstr("Signed message\n"), HasSubstr("1.2.3.4"), HasSubstr("Signing Certificate V2")));
+  EXPECT_THAT(
+      shown, AllOf(HasSubstr("Signed message\n"), HasSubstr("1.2.3.4"), HasSubstr("Signing Certificate V2")));
   home.out(std::string("certkern sign text -o off.cms --cades off") + kByAnna);
   EXPECT_THAT(home.out("certkern show off.cms"), Not(HasSubstr("igned attributes")));
   EXPECT_EQ(verify("off.cms --revocation none").status, 0);
@@ -153,7 +109,7 @@ TEST_F(SignedFiles, AnotherCertificateInPlaceOfTheSigners) {
 
 TEST_F(SignedFiles, SeveralSigners) {
   home.out(
-      "openssl cms -resign -in other.cms -inform DER -binary -nodetach -signer root.crt -inkey root.key "
+      "openssl cms -resign -in other.cms -inform DER -binary -nodetach -signer vera.crt -inkey boris.key "
       "-md md_gost12_256 -outform DER -out two.cms");
   const json object = json::parse(verify("two.cms --json", "revoked.crl").out).at(0);
   EXPECT_EQ(object.at("verdict"), "invalid");
@@ -167,18 +123,53 @@ TEST_F(SignedFiles, SeveralSigners) {
   EXPECT_EQ(verdicts,
             (std::map<std::string, std::string>{
                 {"CN=boris", "invalid"},
-                {"CN=root",  "valid"  }
+                {"CN=vera",  "valid"  }
   }));
-  EXPECT_EQ(
-      verify("two.cms --signer 1", "revoked.crl").status + verify("two.cms --signer 2", "revoked.crl").status,
-      3);
+  for (const json& signer : object.at("signers")) {
+    const std::string number = std::to_string(signer.at("signer").get<int>());
+    EXPECT_EQ(verify("two.cms --signer " + number, "revoked.crl").status,
+              signer.at("verdict") == "valid" ? 0 : 3);
+  }
   EXPECT_EQ(verify("two.cms --signer 3").status, 1);
+}
+
+// A message that nobody could believe is not made; one that is weak is, and both programs say so.
+TEST_F(SignedFiles, WhatSignChecks) {
+  home.out(
+      "certkern key new rsa --no-pin --algorithm rsa; certkern key new ed --no-pin --algorithm ed25519; "
+      "for n in rsa ed; do certkern certificate selfsign --key $n --subject CN=$n --install --out $n.crt; "
+      "done; "
+      "cp config.toml usual; printf '[config.Parameters]\nAddEsAttribute = 0\n' >never");
+  ExpectFaults(
+      home,
+      {
+          {"certkern sign text --key anna --certificate anna.crt --hash sha256",                           2,
+           "--hash sha256: keys of gost2012-256 do not sign it"                                                                                 },
+          {"certkern sign text --key rsa --hash gost2012-256",                                             2, "keys of rsa do not sign it"      },
+          {"certkern sign text --key rsa --hash 1.2.3.4",                                                  2, "keys of rsa do not sign it"      },
+          {"certkern sign text --key ed",                                                                  1, "keys of ed25519 sign no messages"},
+          {"certkern sign text --key rsa --attribute 1.2.840.113549.1.9.16.2.47=3000",                     1,
+           "nobody could read this message: in content.signerInfos.signedAttrs"                                                                 },
+          {"certkern sign text --key rsa --attribute "
+           "1.2.840.113549.1.9.16.2.12=300e300c300a0408aaaaaaaaaaaaaaaa",                       1, "names another certificate"       },
+          {"cat never >>config.toml; certkern sign text --key anna --certificate anna.crt --cades strict", 1,
+           "--cades strict: the attributes are not there"                                                                                       },
+          {"mv usual config.toml; certkern sign text --key rsa --hash md5 -o weak.cms",                    0,
+           "--hash md5: weak"                                                                                                                   },
+  });
+  const std::string weak = "certkern verify weak.cms --revocation none --store rsa.crt";
+  EXPECT_THAT(home.out(weak), AllOf(HasSubstr("Signature: valid (weak hash)\n"), HasSubstr("\nValid.\n")));
+  EXPECT_EQ(json::parse(home.out(weak + " --json"))[0]["signers"][0]["weakHash"], true);
 }
 
 TEST_F(SignedFiles, Faults) {
   home.out(
       "certkern key new other --no-pin --algorithm gost2012-256; openssl cms -data_create -in text -outform "
-      "DER -out data.cms");
+      "DER -out data.cms; openssl cms -encrypt -in text -aes256 -outform DER -secretkey "
+      "00112233445566778899aabbccddeeff"
+      "00112233445566778899aabbccddeeff -secretkeyid 01 -out secret.cms; : >nothing; openssl cms -sign "
+      "-binary -in nothing "
+      "-signer boris.crt -inkey boris.key -md md_gost12_256 -outform DER -out nothing.sig");
   ExpectFaults(
       home,
       {
@@ -192,10 +183,14 @@ TEST_F(SignedFiles, Faults) {
           {"certkern sign text --key anna --attribute 1.2.3=050000",     2, "one whole DER element"            },
           {"certkern verify other.sig --store root.crt",                 1, "name it with --content"           },
           {"certkern verify other.cms --content text --store root.crt",  2, "the content is in the message"    },
+          {"certkern verify nothing.sig --store root.crt",               1, "name it with --content"           },
+          {"certkern verify other.cms --signer 0 --store root.crt",      2, "from 1 to 999999999"              },
           {"certkern verify data.cms --store root.crt",                  1, "not a signed one"                 },
+          {"certkern verify secret.cms --store root.crt",                1, "not a signed one"                 },
           {"certkern verify /bin/sh --store root.crt",                   1, "expected DER"                     },
           {"certkern verify root.crt --store root.crt",                  1, "not a message"                    },
-          {"head -c 300 other.cms | certkern verify - --store root.crt", 1, "-: "                              },
+          {"head -c 300 other.cms | certkern verify - --store root.crt", 1,
+           "runs past its end at byte offset 0"                                                                },
   });
 }
 
