@@ -131,6 +131,7 @@ std::vector<const Notes::Note*> Notes::around(uint32_t place) const {
 // One for each offset: a choice and its alternative share one, and so do an open value and what it was found to be.
 std::vector<Meaning> MeaningsOf(const std::vector<Notes::Note>& notes) {
   std::vector<Meaning> meanings;
+  meanings.reserve(notes.size());
   for (const Notes::Note& note : notes)
     meanings.push_back({note.offset, note.member ? note.member->name : "", note.type});
   std::stable_sort(meanings.begin(), meanings.end(),

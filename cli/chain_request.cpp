@@ -84,20 +84,20 @@ class FileLoader {
   size_t count_ = 0;
 };
 
-// Without trusted roots nothing is ever valid, and a new user has none.
-void RequireRoots() {
+bool HasRoots() {
   const StoreHandle store(CertOpenStore(
       CERT_STORE_PROV_SYSTEM_W, 0, 0,
       CERT_SYSTEM_STORE_CURRENT_USER | CERT_STORE_READONLY_FLAG | CERT_STORE_OPEN_EXISTING_FLAG, L"Root"));
   const CertificateHandle any(store ? CertEnumCertificatesInStore(store.get(), nullptr) : nullptr);
-  if (any) return;
-  throw Failure(
-      "no root is trusted on this machine yet: the stores \"Root\" of the user and of the machine are "
-      "empty.\n"
-      "To trust the roots that the system comes with:\n"
-      "  sudo certkern store import Root --machine /etc/ssl/certs/ca-certificates.crt\n"
-      "To trust others for this once: --store FILE");
+  return static_cast<bool>(any);
 }
+
+constexpr const char* kNoRoots =
+    "no root is trusted on this machine yet: the stores \"Root\" of the user and of the machine are "
+    "empty.\n"
+    "To trust the roots that the system comes with:\n"
+    "  sudo certkern store import Root --machine /etc/ssl/certs/ca-certificates.crt\n"
+    "To trust others for this once: --store FILE";
 
 EngineHandle MakeEngine(HCERTSTORE trusted) {
   CERT_CHAIN_ENGINE_CONFIG config{};
@@ -219,11 +219,14 @@ CertificateHandle LoadCertificateFile(const std::string& path, HCERTSTORE into) 
   return certificate;
 }
 
-std::shared_ptr<ChainSources> LoadChainSources(const ChainOptions& options) {
+std::shared_ptr<ChainSources> LoadChainSources(const ChainOptions& options, WithoutRoots without) {
   auto sources = std::make_shared<ChainSources>();
   sources->time = TimeOf(options.time);
   if (options.trusted.empty()) {
-    RequireRoots();
+    if (!HasRoots()) {
+      if (without == WithoutRoots::Refuse) throw Failure(kNoRoots);
+      fmt::print(stderr, "certkern: {}\n", kNoRoots);
+    }
   } else {
     sources->trusted = OpenMemoryStore();
     for (const std::string& each : options.trusted) LoadSource(each, sources->trusted.get());
@@ -244,6 +247,7 @@ BuiltChain BuildChain(const ChainOptions& options, std::shared_ptr<const ChainSo
                       CertificateHandle certificate, const std::string& what) {
   std::vector<std::string> usages;
   std::vector<LPSTR> pointers;
+  usages.reserve(options.usages.size());
   for (const std::string& usage : options.usages) usages.push_back(PurposeOid(usage, "--usage"));
   for (std::string& usage : usages) pointers.push_back(usage.data());
   CERT_CHAIN_PARA para{};

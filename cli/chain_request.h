@@ -46,8 +46,11 @@ struct ChainSources {
   EngineHandle engine;     // null: the user's
   FILETIME time{};         // that chains are judged at
 };
+// Without trusted roots nothing is ever valid, and a new user has none. Who has more to say than that is told of it and goes on.
+enum class WithoutRoots { Refuse, GoOn };
 // Without the options' own file.
-std::shared_ptr<ChainSources> LoadChainSources(const ChainOptions& options);
+std::shared_ptr<ChainSources> LoadChainSources(const ChainOptions& options,
+                                               WithoutRoots without = WithoutRoots::Refuse);
 
 struct BuiltChain {
   CertificateHandle certificate;

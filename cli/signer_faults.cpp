@@ -43,6 +43,9 @@ constexpr FaultRow kFaults[] = {
           "not signed once, as it has to be", "не подписан, или подписан не один раз"),
     RowOf(SignerFault::OtherContentType, FaultSubject::ContentType, "otherContentType",
           "not the one that was signed", "подписан другой"),
+    RowOf(SignerFault::SeveralDigests, FaultSubject::Signature, "severalDigests",
+          "several digests of the content are signed, and only one of them was compared",
+          "подписано несколько хэш-значений содержимого, сравнить можно лишь одно"),
     RowOf(SignerFault::NotForSignatures, FaultSubject::Certificate, "notForSignatures",
           "not meant for signatures", "не предназначен для подписи"),
 };
@@ -102,16 +105,22 @@ std::optional<SignerFault> AlgorithmFault(const CMSG_CMS_SIGNER_INFO& info, cons
   return std::nullopt;
 }
 
-std::optional<SignerFault> ContentTypeFault(const CMSG_CMS_SIGNER_INFO& info, std::string_view contentType) {
-  if (!info.AuthAttrs.cAttr) return std::nullopt;
-  const CRYPT_ATTRIBUTE* found = nullptr;
-  for (const CRYPT_ATTRIBUTE& each : std::span(info.AuthAttrs.rgAttr, info.AuthAttrs.cAttr)) {
-    if (!IsPair(each, szOID_RSA_contentType)) continue;
-    if (found) return SignerFault::NoContentType;
-    found = &each;
+std::optional<SignerFault> SignedAttributesFault(const CMSG_CMS_SIGNER_INFO& info,
+                                                 std::string_view contentType) {
+  const std::span attributes(info.AuthAttrs.rgAttr, info.AuthAttrs.cAttr);
+  if (attributes.empty()) {
+    if (contentType == szOID_RSA_data) return std::nullopt;
+    return SignerFault::NoContentType;
   }
-  if (!found || found->cValue != 1) return SignerFault::NoContentType;
-  const auto type = Decode<LPSTR>(X509_OBJECT_IDENTIFIER, BytesOf(found->rgValue[0]));
+  const auto count = [&](LPCSTR oid) {
+    return std::ranges::count_if(attributes, [oid](const auto& each) { return IsPair(each, oid); });
+  };
+  if (count(szOID_RSA_messageDigest) > 1) return SignerFault::SeveralDigests;
+  if (count(szOID_RSA_contentType) != 1) return SignerFault::NoContentType;
+  const CRYPT_ATTRIBUTE& found =
+      *std::ranges::find_if(attributes, [](const auto& each) { return IsPair(each, szOID_RSA_contentType); });
+  if (found.cValue != 1) return SignerFault::NoContentType;
+  const auto type = Decode<LPSTR>(X509_OBJECT_IDENTIFIER, BytesOf(found.rgValue[0]));
   if (!type || *type != contentType) return SignerFault::OtherContentType;
   return std::nullopt;
 }

@@ -18,6 +18,7 @@ enum class SignerFault {
   AttributesAsContent,
   NoContentType,
   OtherContentType,
+  SeveralDigests,
   NotForSignatures,
 };
 // What a fault is against.
@@ -29,8 +30,10 @@ std::string_view SentenceOf(SignerFault fault);  // behind what it is against
 // The algorithm that a signer names is not signed, and any key verifies with its own: it has to be that of the key, over the
 // hash that the signer names.
 std::optional<SignerFault> AlgorithmFault(const CMSG_CMS_SIGNER_INFO& info, const CERT_PUBLIC_KEY_INFO& key);
-// RFC 5652, 5.3 and 11.1: signed attributes have the type of the content among them, which is signed nowhere else.
-std::optional<SignerFault> ContentTypeFault(const CMSG_CMS_SIGNER_INFO& info, std::string_view contentType);
+// RFC 5652, 5.3, 11.1 and 11.2: signed attributes have the type of the content among them, which is signed nowhere else, and its
+// digest, both once; and only plain data may do without them.
+std::optional<SignerFault> SignedAttributesFault(const CMSG_CMS_SIGNER_INFO& info,
+                                                 std::string_view contentType);
 // Signed attributes are hashed as a SET, and so is content without attributes as it is: such a SET, put in as the content, has a
 // signature that somebody made for something else.
 std::optional<SignerFault> AttributesFault(const CMSG_CMS_SIGNER_INFO& info, std::span<const BYTE> content);

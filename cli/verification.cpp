@@ -149,7 +149,7 @@ class SignerJudge {
       : message_(message), options_(options), shown_(Shown(options.file)) {
     const Bytes type = MessageBytes(message.handle.get(), CMSG_INNER_CONTENT_TYPE_PARAM);
     contentType_ = reinterpret_cast<const char*>(type.data());
-    const std::shared_ptr<ChainSources> sources = LoadChainSources(options.chain);
+    const std::shared_ptr<ChainSources> sources = LoadChainSources(options.chain, WithoutRoots::GoOn);
     if (const size_t refused = TakeCertificates(message.handle.get(), carried_.get()))
       fmt::print(stderr, "certkern: {}: {} of the certificates and CRLs in the message can't be read\n",
                  shown_, refused);
@@ -223,7 +223,7 @@ void SignerJudge::judgeChain(const SignerFindings& signer, Candidate& candidate)
 
 CertificateFindings SignerJudge::choose(const SignerFindings& signer) {
   std::vector<SignerFault> faults;
-  if (const auto fault = ContentTypeFault(signer.info(), contentType_)) faults.push_back(*fault);
+  if (const auto fault = SignedAttributesFault(signer.info(), contentType_)) faults.push_back(*fault);
   if (const auto fault = AttributesFault(signer.info(), message_.content)) faults.push_back(*fault);
   CertificateFindings best;
   best.faults = faults;

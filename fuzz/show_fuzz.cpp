@@ -14,6 +14,7 @@
 #include "input.h"
 #include "message.h"
 #include "message_fields.h"
+#include "message_file.h"
 #include "object_fields.h"
 #include "shape.h"
 #include "writers.h"

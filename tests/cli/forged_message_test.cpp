@@ -163,6 +163,14 @@ TEST_F(ForgedMessages, ContentThatIsNotWhatWasSigned) {
   EXPECT_THAT(type.out,
               AllOf(HasSubstr("Content: intact\n"), HasSubstr("Content type: not the one that was signed")));
 
+  // only plain data may be signed without attributes
+  message = read("bare.cms");
+  message.at(message.find(Bytes("2a864886f70d010701")) + 8) = '\x05';
+  write("type", message);
+  const ToolResult bare = verify("type");
+  EXPECT_EQ(bare.status, 3);
+  EXPECT_THAT(bare.out, HasSubstr("Content type: not signed once, as it has to be"));
+
   const std::string contentType = Bytes("301806092a864886f70d010903310b06092a864886f70d010701");
   const std::string digest = Bytes("301106092a864886f70d0109043104") + Bytes("04020102");
   write("attributes", SmallSet(contentType + digest));
@@ -177,6 +185,14 @@ TEST_F(ForgedMessages, ContentThatIsNotWhatWasSigned) {
   EXPECT_THAT(swapped.out, HasSubstr("not valid: the content is the signed attributes of a message"));
   EXPECT_EQ(verify("fair").status, 0);
   EXPECT_EQ(verify("half.cms").status, 0);
+}
+
+// A new user has no roots, and is told so; what can be said all the same is said.
+TEST_F(ForgedMessages, NobodyIsTrusted) {
+  const ToolResult result = home.run("certkern verify other.cms --cache-only --revocation none");
+  EXPECT_EQ(result.status, 4);
+  EXPECT_THAT(result.out, AllOf(HasSubstr("Signature: valid\n"), HasSubstr("\nUndetermined.\n")));
+  EXPECT_THAT(result.err, HasSubstr("no root is trusted on this machine yet"));
 }
 
 TEST_F(ForgedMessages, CertificatesOfAnotherKind) {
