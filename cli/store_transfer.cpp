@@ -1,6 +1,8 @@
 // certkern store add, import, export, copy: objects on their way between stores and files.
 #include "command.h"
 #include "input.h"
+#include "message.h"
+#include "message_file.h"
 #include "output.h"
 #include "progress.h"
 #include "shape.h"
@@ -143,7 +145,7 @@ class FileImport {
     ReadBlocks(content.bytes,
                {[&](const Block& block) { addBlock(block); },
                 [&](const std::string& text) { adder_.refuse(place(text)); },
-                [&](const std::string& text) { adder_.complain(place(text)); }});
+                [&](const std::string& text) { adder_.complain(place(text)); }, Wanted::ObjectsAndMessages});
     if (!seen_) adder_.refuse(fmt::format("{}: expected certificates and CRLs, found none", name_));
   }
 
@@ -155,12 +157,23 @@ class FileImport {
     AddAll(SelectFrom(saved.get(), {}), adder_, name_ + ": ", progress_);
   }
 
+  // What a signed message carries, whoever signed it.
+  void addMessage(std::span<const BYTE> bytes, const std::string& what) {
+    const MessageHandle message = OpenMessage(bytes, ContentPlace::Inside);
+    if (!message || MessageNumber(message.get(), CMSG_TYPE_PARAM) != CMSG_SIGNED)
+      return adder_.refuse(what + ": not a signed message");
+    const StoreHandle carried = OpenMemoryStore();
+    if (const size_t refused = TakeCertificates(message.get(), carried.get()))
+      adder_.refuse(fmt::format("{}: {} of the certificates and CRLs in it can't be read", what, refused));
+    AddAll(SelectFrom(carried.get(), {}), adder_, what + ", ", progress_);
+  }
+
   // Objects may follow each other without anything between.
   void addBlock(const Block& block) {
     size_t offset = 0;
     while (offset < block.bytes.size()) {
       const std::span<const BYTE> rest = block.bytes.subspan(offset);
-      const std::optional<size_t> size = ElementSize(rest);
+      const std::optional<size_t> size = LooksLikeMessage(rest) ? MessageSize(rest) : ElementSize(rest);
       addObject(block, offset, rest.first(size.value_or(rest.size())));
       if (!size) return;
       offset += *size;
@@ -169,8 +182,9 @@ class FileImport {
 
   void addObject(const Block& block, size_t offset, std::span<const BYTE> bytes) {
     const std::string what = fmt::format("{}: the object at {}", name_, block.place(offset));
-    const std::optional<ObjectKind> kind = RecognizeObject(bytes);
     ++seen_;
+    if (LooksLikeMessage(bytes)) return addMessage(bytes, what);
+    const std::optional<ObjectKind> kind = RecognizeObject(bytes);
     if (!kind || (*kind != ObjectKind::Certificate && *kind != ObjectKind::Crl))
       return adder_.refuse(what + ": neither a certificate nor a CRL");
     adder_.addEncoded(*kind, bytes, what);
@@ -208,6 +222,7 @@ struct ExportArguments {
   Selection selection;
   OutputOptions output;
   bool saved = false;
+  bool message = false;
 };
 
 SecretBytes PemOfAll(const Selected& selected) {
@@ -228,8 +243,8 @@ SecretBytes DerOfAll(const Selected& selected) {
   return all;
 }
 
-// With the properties; the order of the store is kept: what is added last becomes the first.
-Bytes SavedStore(const Selected& selected) {
+// In a form of CertSaveStore. The order of the store is kept: what is added last becomes the first.
+Bytes SavedAs(DWORD form, const Selected& selected) {
   const StoreHandle store = OpenMemoryStore();
   for (auto each = selected.certificates.rbegin(); each != selected.certificates.rend(); ++each) {
     if (!CertAddCertificateContextToStore(store.get(), each->get(), CERT_STORE_ADD_ALWAYS, nullptr))
@@ -242,8 +257,7 @@ Bytes SavedStore(const Selected& selected) {
   Bytes image;
   const auto ask = [&](BYTE* out, DWORD* size) {
     CRYPT_DATA_BLOB blob{*size, out};
-    const BOOL saved =
-        CertSaveStore(store.get(), 0, CERT_STORE_SAVE_AS_STORE, CERT_STORE_SAVE_TO_MEMORY, &blob, 0);
+    const BOOL saved = CertSaveStore(store.get(), 0, form, CERT_STORE_SAVE_TO_MEMORY, &blob, 0);
     *size = blob.cbData;
     return saved;
   };
@@ -260,7 +274,14 @@ int RunExport(const ExportArguments& arguments) {
   const Selected selected = SelectFrom(store.get(), arguments.selection);
   if (!selected.size()) throw Failure(arguments.place.shown() + ": nothing fits");
   if (arguments.saved) {
-    WriteBytes(arguments.output, SavedStore(selected));
+    WriteBytes(arguments.output, SavedAs(CERT_STORE_SAVE_AS_STORE, selected));
+  } else if (arguments.message) {
+    const Bytes message = SavedAs(CERT_STORE_SAVE_AS_PKCS7, selected);
+    if (arguments.output.der) {
+      WriteBytes(arguments.output, message);
+    } else {
+      WriteBytes(arguments.output, PemText("PKCS7", message));
+    }
   } else {
     WriteBytes(arguments.output, arguments.output.der ? DerOfAll(selected) : PemOfAll(selected));
   }
@@ -303,12 +324,13 @@ Runner PrepareStoreAdd(CLI::App& command) {
 }
 
 Runner PrepareStoreImport(CLI::App& command) {
-  return PrepareAdding(
-      command, "Bundles of certificates and CRLs, or stores written by \"certkern store export --saved\"",
-      "A store that isn't there is made. Properties of a saved store come along.\n\n"
-      "Examples:\n"
-      "  certkern store import CA chain.pem\n"
-      "  sudo certkern store import Root --machine /etc/ssl/certs/ca-certificates.crt");
+  return PrepareAdding(command,
+                       "Bundles of certificates and CRLs, messages that carry some, or stores written by "
+                       "\"certkern store export --saved\"",
+                       "A store that isn't there is made. Properties of a saved store come along.\n\n"
+                       "Examples:\n"
+                       "  certkern store import CA chain.pem\n"
+                       "  sudo certkern store import Root --machine /etc/ssl/certs/ca-certificates.crt");
 }
 
 Runner PrepareStoreExport(CLI::App& command) {
@@ -319,11 +341,17 @@ Runner PrepareStoreExport(CLI::App& command) {
   command.add_flag("--saved", arguments->saved, "Write a saved store, with the properties of its objects")
       ->excludes("--der")
       ->excludes("--pem");
+  command
+      .add_flag(
+          "--pkcs7", arguments->message,
+          "Write one message that holds all of them and signs nothing, as other programs read and write")
+      ->excludes("--saved");
   command.footer(
       "All that fits is written, one behind the other; without options all that is there.\n\n"
       "Examples:\n"
       "  certkern store export CA --out chain.pem\n"
       "  certkern store export MY --subject Anna --der --out anna.crt\n"
+      "  certkern store export CA --pkcs7 --der --out chain.p7b\n"
       "  certkern store export MY --saved --out my.sto");
   return [arguments] { return RunExport(*arguments); };
 }

@@ -83,6 +83,17 @@ TEST_F(Stores, BundlesComeBackTheSame) {
   home.out("certkern store export CA --saved --out ca.sto && certkern store import Saved ca.sto");
   EXPECT_EQ(home.out("certkern store export CA | sha1sum"), home.out("certkern store export Saved | sha1sum"))
       << "the order, too";
+  // as others read and write them
+  home.out("certkern store export CA --pkcs7 --der --out ca.p7b && certkern store import Message ca.p7b");
+  EXPECT_EQ(home.out("certkern store export CA | sha1sum"),
+            home.out("certkern store export Message | sha1sum"));
+  EXPECT_EQ(
+      ours,
+      home.out("certkern store export CA --pkcs7 | openssl pkcs7 -print_certs -noout | grep subject | sort"));
+  home.out(
+      "openssl crl2pkcs7 -nocrl -certfile all.pem -out theirs.p7b && certkern store import Theirs "
+      "theirs.p7b");
+  EXPECT_EQ(count("show Theirs"), count("show CA"));
   home.out("certkern store copy CA Few --subject Sectigo");
   EXPECT_EQ(count("show Few"), count("find CA --subject Sectigo"));
   home.out("certkern store add MY anna.crt");
