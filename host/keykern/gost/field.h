@@ -87,20 +87,16 @@ class MontgomeryField {
     return reduced;
   }
 
-  // number / R, for a number below the modulus times R
+  // number / R, for a number below the modulus times R: to each of its lower limbs the multiple of the modulus that makes
+  // it 0.
   [[gnu::always_inline]] Element reduce(Number<2 * N> number) const {
-    Limb top = 0;
+    Limb carry = 0;
     Repeat<N>([&](size_t i) __attribute__((always_inline)) {
-      const Limb factor = number[i] * negativeInverse_;
-      Limb carry = 0;
-      Repeat<N>([&](size_t j) __attribute__((always_inline)) {
-        number[i + j] = MultiplyAdd(factor, modulus_[j], number[i + j], carry);
-      });
-      number[i + N] = AddWithCarry(number[i + N], carry, top);
+      carry = AddRow<N>(number.data() + i, number[i] * negativeInverse_, modulus_.data(), carry);
     });
     Element high;
     Repeat<N>([&](size_t i) __attribute__((always_inline)) { high.limbs[i] = number[N + i]; });
-    return below(high, top);
+    return below(high, carry);
   }
 
   Number<N> modulus_;

@@ -43,7 +43,9 @@ class Wiped {
 // step(0) to step(Count - 1), unrolled by every compiler at every level: the carries then stay in registers.
 template <size_t Count, class Step>
 [[gnu::always_inline]] inline void Repeat(const Step& step) {
-  [&]<size_t... I>(std::index_sequence<I...>) __attribute__((always_inline)) { (step(I), ...); }
+  [&]<size_t... I>(std::index_sequence<I...>) __attribute__((always_inline)) {
+    (step(std::integral_constant<size_t, I>()), ...);
+  }
   (std::make_index_sequence<Count>());
 }
 
@@ -119,15 +121,42 @@ template <size_t N>
   return borrow;
 }
 
+// sum[0..Count] = a b for a number b of Count limbs. All products come first, then one chain of carries: mixed, they
+// would fight for the flags.
+template <size_t Count>
+[[gnu::always_inline]] inline void MultiplyRow(Limb* row, Limb a, const Limb* b) {
+  Limb high[Count];
+  Repeat<Count>([&](size_t i) __attribute__((always_inline)) {
+    const Wide product = Wide{a} * b[i];
+    row[i] = static_cast<Limb>(product);
+    high[i] = static_cast<Limb>(product >> kLimbBits);
+  });
+  Limb carry = 0;
+  Repeat<Count - 1>([&](size_t i) __attribute__((always_inline)) {
+    row[i + 1] = AddWithCarry(row[i + 1], high[i], carry);
+  });
+  row[Count] = high[Count - 1] + carry;
+}
+
+// sum[0..Count] += a b; the carry out
+template <size_t Count>
+[[gnu::always_inline]] inline Limb AddRow(Limb* sum, Limb a, const Limb* b, Limb carryAtTop = 0) {
+  Limb row[Count + 1];
+  MultiplyRow<Count>(row, a, b);
+  Limb carry = 0;
+  Repeat<Count>([&](size_t i)
+                    __attribute__((always_inline)) { sum[i] = AddWithCarry(sum[i], row[i], carry); });
+  row[Count] += carry;  // it is the high limb of a product, and these stay below all ones
+  sum[Count] = AddWithCarry(sum[Count], row[Count], carryAtTop);
+  return carryAtTop;
+}
+
 template <size_t N>
 [[gnu::always_inline]] inline Number<2 * N> Multiply(const Number<N>& a, const Number<N>& b) {
   Number<2 * N> product{};
-  Repeat<N>([&](size_t i) __attribute__((always_inline)) {
-    Limb carry = 0;
-    Repeat<N>([&](size_t j) __attribute__((always_inline)) {
-      product[i + j] = MultiplyAdd(a[i], b[j], product[i + j], carry);
-    });
-    product[i + N] = carry;
+  MultiplyRow<N>(product.data(), a[0], b.data());
+  Repeat<N - 1>([&](size_t i) __attribute__((always_inline)) {
+    AddRow<N>(product.data() + i + 1, a[i + 1], b.data());
   });
   return product;
 }
@@ -136,19 +165,16 @@ template <size_t N>
 template <size_t N>
 [[gnu::always_inline]] inline Number<2 * N> Square(const Number<N>& a) {
   Number<2 * N> square{};
-  Repeat<N - 1>([&](size_t i) __attribute__((always_inline)) {
-    Limb carry = 0;
-    Repeat<N>([&](size_t j) __attribute__((always_inline)) {
-      if (j > i) square[i + j] = MultiplyAdd(a[i], a[j], square[i + j], carry);
-    });
-    square[i + N] = carry;
+  MultiplyRow<N - 1>(square.data() + 1, a[0], a.data() + 1);
+  Repeat<N - 2>([&](auto i) __attribute__((always_inline)) {
+    AddRow<N - 2 - i>(square.data() + 2 * i + 3, a[i + 1], a.data() + i + 2);
   });
-  Limb shifted = 0, carry = 0;
+  Limb above = 0, carry = 0;
   Repeat<N>([&](size_t i) __attribute__((always_inline)) {
     const Wide limb = Wide{a[i]} * a[i];
-    const Limb low = square[2 * i] << 1 | shifted;
+    const Limb low = square[2 * i] << 1 | above;
     const Limb high = square[2 * i + 1] << 1 | square[2 * i] >> (kLimbBits - 1);
-    shifted = square[2 * i + 1] >> (kLimbBits - 1);
+    above = square[2 * i + 1] >> (kLimbBits - 1);
     square[2 * i] = AddWithCarry(low, static_cast<Limb>(limb), carry);
     square[2 * i + 1] = AddWithCarry(high, static_cast<Limb>(limb >> kLimbBits), carry);
   });
