@@ -1,6 +1,7 @@
 #include "keykern/gost/curve_over.h"
 
 #include <string_view>
+#include "keykern/gost/public_inverse.h"
 
 namespace keykern::gost {
 namespace {
@@ -151,7 +152,8 @@ bool CurveOver<Field>::verify(std::span<const BYTE> key, std::span<const BYTE> h
       || !readPoint(key, point)) {
     return false;
   }
-  const Scalar inverse = Inverse(order_, readHash(hash));
+  const PublicInverse<N> e(order_.number(readHash(hash)), order_.modulus());
+  const Scalar inverse = order_.from(e.get());
   const Number<N> z1 = order_.multiply(inverse, {s}).limbs;
   const Number<N> z2 = order_.subtract({}, order_.multiply(inverse, {r})).limbs;
   const auto* generator = multiples_.get(

@@ -3,6 +3,7 @@
 #define CERTKERN_KEYKERN_GOST_POINTS_H
 
 #include "keykern/gost/field.h"
+#include "keykern/gost/public_inverse.h"
 
 #include <vector>
 
@@ -47,7 +48,7 @@ struct Equation {
   bool aIsMinus3 = false;
 };
 
-// Affine points with one inversion for all. None is infinity.
+// Affine points with one inversion for all. None is infinity, and none is a secret.
 template <class Field>
 std::vector<AffinePoint<Field>> ToAffine(const Field& field,
                                          const std::vector<ProjectivePoint<Field>>& points) {
@@ -59,7 +60,7 @@ std::vector<AffinePoint<Field>> ToAffine(const Field& field,
     products.push_back(product);
     product = field.multiply(product, point.z);
   }
-  Element inverse = Inverse(field, product);
+  Element inverse = field.from(PublicInverse(field.number(product), field.modulus()).get());
   std::vector<AffinePoint<Field>> affine(points.size());
   for (size_t i = points.size(); i-- > 0;) {
     const Element denominator = field.multiply(inverse, products[i]);

@@ -105,6 +105,7 @@ void CompareField(const Field& field, const std::vector<Number<Field::kLimbs>>& 
     } else {
       BN_mod_inverse(expected.get(), x.get(), p.get(), Context());
       ASSERT_TRUE(equals(inverse));
+      ASSERT_EQ(PublicInverse(field.number(a), field.modulus()).get(), FromBignum<N>(expected.get()));
     }
     for (const Number<N>& bNumber : numbers) {
       const Element b{bNumber};
