@@ -59,8 +59,9 @@ bool CurveOver<Field>::writePoint(const Projective& point, std::span<BYTE> bytes
 
 template <class Field>
 void CurveOver<Field>::multiplyGenerator(const Number<N>& number, Projective& product) const {
-  const auto* comb = comb_.get(
-      [this] { return std::make_unique<const GeneratorComb<Field>>(completeLaw_, field_, generator_); });
+  const auto* comb = comb_.get([this] {
+    return std::make_unique<const GeneratorComb<Field>>(completeLaw_, jacobianLaw_, field_, generator_);
+  });
   Wiped<Number<N>> bits;
   signedBits_.recode(bits.value, number);
   comb->multiply(completeLaw_, field_, bits.value, product);

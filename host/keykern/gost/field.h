@@ -78,6 +78,12 @@ class MontgomeryField {
     return difference;
   }
 
+  Element half(const Element& a) const {
+    Element half = a;
+    Halve(half.limbs, modulus_);
+    return half;
+  }
+
  private:
   // number + carry R, less the modulus where it reaches that. It is below twice the modulus.
   [[gnu::always_inline]] Element below(const Element& number, Limb carry) const {
@@ -144,6 +150,12 @@ class PseudoMersenneField {
     borrow = SubtractSmall(difference.limbs, borrow * C);
     difference.limbs[0] -= borrow * C;
     return difference;
+  }
+
+  static Element half(const Element& a) {
+    Element half = a;
+    Halve(half.limbs, modulus());
+    return half;
   }
 
  private:

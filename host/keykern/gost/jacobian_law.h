@@ -32,6 +32,9 @@ class JacobianLaw {
 
   Jacobian infinity() const { return {field_.one(), field_.one(), {}}; }
   Jacobian from(const Affine& point) const { return {point.x, point.y, field_.one()}; }
+  ProjectivePoint<Field> toProjective(const Jacobian& p) const {
+    return {field_.multiply(p.x, p.z), p.y, field_.multiply(field_.square(p.z), p.z)};
+  }
   bool isInfinity(const Jacobian& p) const { return field_.isZero(p.z); }
 
   Prepared prepare(const Jacobian& p) const {
@@ -47,18 +50,15 @@ class JacobianLaw {
     };
   }
 
+  // With half the slope: x, y and z come out divided by 4, 8 and 2, which is the same point for fewer additions.
   Jacobian twice(const Jacobian& p) const {
+    const Element slope = field_.half(tangent(p));
     const Element yy = field_.square(p.y);
     const Element product = field_.multiply(p.x, yy);
-    const Element product2 = field_.add(product, product), product4 = field_.add(product2, product2);
-    const Element slope = tangent(p);
     Jacobian sum;
-    sum.x = field_.subtract(field_.square(slope), field_.add(product4, product4));
-    const Element yz = field_.multiply(p.y, p.z);
-    sum.z = field_.add(yz, yz);
-    const Element yy2 = field_.add(yy, yy), yyyy4 = field_.square(yy2);
-    sum.y =
-        field_.subtract(field_.multiply(slope, field_.subtract(product4, sum.x)), field_.add(yyyy4, yyyy4));
+    sum.x = field_.subtract(field_.square(slope), field_.add(product, product));
+    sum.y = field_.subtract(field_.multiply(slope, field_.subtract(product, sum.x)), field_.square(yy));
+    sum.z = field_.multiply(p.y, p.z);
     return sum;
   }
 

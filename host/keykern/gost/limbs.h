@@ -190,6 +190,19 @@ template <size_t N>
   Repeat<N>([&](size_t i) __attribute__((always_inline)) { to[i] ^= (to[i] ^ from[i]) & mask; });
 }
 
+// number / 2 modulo an odd modulus, in place. The result is below the modulus where number is.
+template <size_t N>
+[[gnu::always_inline]] inline void Halve(Number<N>& number, const Number<N>& modulus) {
+  const Limb odd = 0 - (number[0] & 1);
+  Number<N> even;
+  Repeat<N>([&](size_t i) __attribute__((always_inline)) { even[i] = modulus[i] & odd; });
+  const Limb carry = Add(even, even, number);
+  Repeat<N - 1>([&](size_t i) __attribute__((always_inline)) {
+    number[i] = even[i] >> 1 | even[i + 1] << (kLimbBits - 1);
+  });
+  number[N - 1] = even[N - 1] >> 1 | carry << (kLimbBits - 1);
+}
+
 template <size_t N>
 bool IsZero(const Number<N>& number) {
   Limb any = 0;

@@ -3,14 +3,15 @@
 #define CERTKERN_KEYKERN_GOST_SECRET_MULTIPLY_H
 
 #include "keykern/gost/complete_law.h"
+#include "keykern/gost/jacobian_law.h"
 #include "keykern/gost/signed_bits.h"
 
 #include <memory>
 
 namespace keykern::gost {
 
-// The multiples of the generator from which every other is put together: a comb of N blocks, each with 6 teeth that are
-// 11 bits apart. Wider combs save little time and take longer to make than a process with few signatures gains.
+// The multiples of the generator from which every other is put together: a comb of blocks, each with a few teeth. Wider
+// combs save little time and take longer to make than a process with few signatures gains.
 template <class Field>
 class GeneratorComb {
  public:
@@ -19,11 +20,11 @@ class GeneratorComb {
   using Projective = ProjectivePoint<Field>;
   using Affine = AffinePoint<Field>;
 
-  GeneratorComb(const Law& law, const Field& field, const Affine& generator) {
+  GeneratorComb(const Law& law, const JacobianLaw<Field>& fast, const Field& field, const Affine& generator) {
     std::vector<Projective> rows;
     rows.reserve(kBlocks * kRows);
-    Projective power = law.from(generator);
-    for (size_t block = 0; block < kBlocks; ++block) appendBlock(law, power, rows);
+    JacobianPoint<Field> power = fast.from(generator);
+    for (size_t block = 0; block < kBlocks; ++block) appendBlock(law, fast, power, rows);
     const std::vector<Affine> affine = ToAffine(field, rows);
     for (size_t i = 0; i < affine.size(); ++i) rows_[i / kRows][i % kRows] = affine[i];
   }
@@ -43,16 +44,17 @@ class GeneratorComb {
   }
 
  private:
-  static constexpr size_t kTeeth = 6, kSpacing = 11, kBlocks = N, kRows = 1 << (kTeeth - 1);
+  static constexpr size_t kTeeth = 6, kBlocks = 4, kSpacing = 11 * N / 4, kRows = 1 << (kTeeth - 1);
   static_assert(kTeeth * kSpacing * kBlocks == SignedBitsRule<N>::kCount);
 
   // Row i is the last tooth, plus or minus the others as the bits of i say. power: the first tooth of this block, then
   // of the next one.
-  static void appendBlock(const Law& law, Projective& power, std::vector<Projective>& rows) {
+  static void appendBlock(const Law& law, const JacobianLaw<Field>& fast, JacobianPoint<Field>& power,
+                          std::vector<Projective>& rows) {
     std::array<Projective, kTeeth> teeth;
     for (Projective& tooth : teeth) {
-      tooth = power;
-      for (size_t i = 0; i < kSpacing; ++i) power = law.twice(power);
+      tooth = fast.toProjective(power);
+      for (size_t i = 0; i < kSpacing; ++i) power = fast.twice(power);
     }
     Projective lowest = teeth[kTeeth - 1];
     for (size_t i = 0; i + 1 < kTeeth; ++i) lowest = law.add(lowest, law.negative(teeth[i]));

@@ -23,30 +23,15 @@ class SignedBitsRule {
   explicit SignedBitsRule(const MontgomeryField<N>& order) : order_(order) {
     Number<N> power{1};
     for (size_t i = 1; i < kCount; ++i) power = order.add({power}, {power}).limbs;
-    const Number<N> half = halved({1});
-    shift_ = order.subtract({power}, {half}).limbs;
+    shift_ = order.subtract({power}, order.half({{1}})).limbs;
   }
 
   // The sum of all (2 b_i - 1) 2^i is number for b = (number + 2^kCount - 1) / 2. number: below the order
   void recode(Number<N>& bits, const Number<N>& number) const {
-    bits = order_.add({halved(number)}, {shift_}).limbs;
+    bits = order_.add(order_.half({number}), {shift_}).limbs;
   }
 
  private:
-  // number / 2 modulo the order
-  Number<N> halved(const Number<N>& number) const {
-    Number<N> sum = order_.modulus();
-    const Limb odd = 0 - (number[0] & 1);
-    for (Limb& limb : sum) limb &= odd;
-    Limb above = Add(sum, sum, number);
-    for (size_t i = N; i-- > 0;) {
-      const Limb low = sum[i] & 1;
-      sum[i] = sum[i] >> 1 | above << (kLimbBits - 1);
-      above = low;
-    }
-    return sum;
-  }
-
   const MontgomeryField<N>& order_;
   Number<N> shift_{};
 };
