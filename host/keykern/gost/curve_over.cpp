@@ -1,8 +1,6 @@
 #include "keykern/gost/curve_over.h"
 
 #include <string_view>
-#include "keykern/gost/public_inverse.h"
-
 namespace keykern::gost {
 namespace {
 
@@ -49,7 +47,7 @@ bool CurveOver<Field>::readPoint(std::span<const BYTE> bytes, Affine& point) con
 // False for infinity. What is written is no secret of itself, but z may tell of the number that led here.
 template <class Field>
 bool CurveOver<Field>::writePoint(const Projective& point, std::span<BYTE> bytes) const {
-  const Wiped<Element> inverse(Inverse(field_, point.z));
+  const Wiped<Element> inverse(Inverse<Timing::Secret>(field_, point.z));
   const Wiped<Number<N>> x(field_.number(field_.multiply(point.x, inverse.value)));
   const Wiped<Number<N>> y(field_.number(field_.multiply(point.y, inverse.value)));
   WriteLittle(bytes.first(size()), x.value);
@@ -115,7 +113,7 @@ bool CurveOver<Field>::sign(std::span<const BYTE> number, std::span<const BYTE> 
   ReadLittle(d.value.limbs, number);
   ReadLittle(k.value.limbs, kBytes);
   multiplyGenerator(k.value.limbs, point.value);
-  const Wiped<Element> inverse(Inverse(field_, point.value.z));
+  const Wiped<Element> inverse(Inverse<Timing::Secret>(field_, point.value.z));
   const Scalar r = order_.from(field_.number(field_.multiply(point.value.x, inverse.value)));
   const Wiped<Scalar> rd(order_.multiply(r, d.value)), ke(order_.multiply(readHash(hash), k.value));
   const Scalar s = order_.add(rd.value, ke.value);
@@ -153,8 +151,7 @@ bool CurveOver<Field>::verify(std::span<const BYTE> key, std::span<const BYTE> h
       || !readPoint(key, point)) {
     return false;
   }
-  const PublicInverse<N> e(order_.number(readHash(hash)), order_.modulus());
-  const Scalar inverse = order_.from(e.get());
+  const Scalar inverse = Inverse<Timing::Public>(order_, readHash(hash));
   const Number<N> z1 = order_.multiply(inverse, {s}).limbs;
   const Number<N> z2 = order_.subtract({}, order_.multiply(inverse, {r})).limbs;
   const auto* generator = multiples_.get(

@@ -3,7 +3,7 @@
 #ifndef CERTKERN_KEYKERN_GOST_FIELD_H
 #define CERTKERN_KEYKERN_GOST_FIELD_H
 
-#include "keykern/gost/limbs.h"
+#include "keykern/gost/inverse.h"
 
 namespace keykern::gost {
 
@@ -13,24 +13,11 @@ struct FieldElement {
   Number<N> limbs{};
 };
 
-// The inverse by Fermat's theorem, and 0 for 0. The exponent is public, so its windows may decide what happens.
-template <class Field>
-typename Field::Element Inverse(const Field& field, const typename Field::Element& base) {
-  constexpr size_t kWindow = 4;
-  Number<Field::kLimbs> exponent = field.modulus();
-  SubtractSmall(exponent, 2);
-  Wiped<std::array<typename Field::Element, 1 << kWindow>> powers;
-  powers.value[0] = field.one();
-  for (size_t i = 1; i < powers.value.size(); ++i)
-    powers.value[i] = field.multiply(powers.value[i - 1], base);
-  Wiped<typename Field::Element> result(field.one());
-  for (size_t position = Field::kLimbs * kLimbBits; position > 0; position -= kWindow) {
-    for (size_t i = 0; i < kWindow; ++i) result.value = field.square(result.value);
-    const size_t low = position - kWindow;
-    const Limb digit = exponent[low / kLimbBits] >> low % kLimbBits & ((1 << kWindow) - 1);
-    if (digit != 0) result.value = field.multiply(result.value, powers.value[digit]);
-  }
-  return result.value;
+// 0 for 0
+template <Timing T, class Field>
+typename Field::Element Inverse(const Field& field, const typename Field::Element& element) {
+  const Wiped<Number<Field::kLimbs>> number(field.number(element));
+  return field.from(InverseByDivision<Field::kLimbs, T>(number.value, field.modulus()).get());
 }
 
 // An element x stands for x / R with R = 2^(64 N); elements are below the modulus, which is odd.
@@ -40,10 +27,8 @@ class MontgomeryField {
   static constexpr size_t kLimbs = N;
   using Element = FieldElement<N>;
 
-  explicit MontgomeryField(const Number<N>& modulus) : modulus_(modulus) {
-    Limb inverse = modulus[0];  // right in three bits; each step doubles them
-    for (int bits = 3; bits < 64; bits *= 2) inverse *= 2 - modulus[0] * inverse;
-    negativeInverse_ = 0 - inverse;
+  explicit MontgomeryField(const Number<N>& modulus)
+      : modulus_(modulus), negativeInverse_(0 - InverseModuloWord(modulus[0])) {
     Element power{{1}};
     for (size_t i = 0; i < 2 * N * kLimbBits; ++i) {
       power = add(power, power);
@@ -106,8 +91,8 @@ class MontgomeryField {
   }
 
   Number<N> modulus_;
-  Limb negativeInverse_ = 0;  // -1 / modulus modulo 2^64
-  Element one_, square_;      // R and R^2
+  Limb negativeInverse_;  // -1 / modulus modulo 2^64
+  Element one_, square_;  // R and R^2
 };
 
 // The field of 2^(64 N) - C elements. An element is any number of N limbs: two of them may stand for the same one, and

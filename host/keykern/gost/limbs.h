@@ -203,6 +203,13 @@ template <size_t N>
   number[N - 1] = even[N - 1] >> 1 | carry << (kLimbBits - 1);
 }
 
+// 1 / number modulo 2^64, for an odd one: right in three bits at first; each step doubles them.
+inline Limb InverseModuloWord(Limb number) {
+  Limb inverse = number;
+  for (size_t bits = 3; bits < kLimbBits; bits *= 2) inverse *= 2 - number * inverse;
+  return inverse;
+}
+
 template <size_t N>
 bool IsZero(const Number<N>& number) {
   Limb any = 0;

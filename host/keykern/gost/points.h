@@ -3,7 +3,6 @@
 #define CERTKERN_KEYKERN_GOST_POINTS_H
 
 #include "keykern/gost/field.h"
-#include "keykern/gost/public_inverse.h"
 
 #include <vector>
 
@@ -60,7 +59,7 @@ std::vector<AffinePoint<Field>> ToAffine(const Field& field,
     products.push_back(product);
     product = field.multiply(product, point.z);
   }
-  Element inverse = field.from(PublicInverse(field.number(product), field.modulus()).get());
+  Element inverse = Inverse<Timing::Public>(field, product);
   std::vector<AffinePoint<Field>> affine(points.size());
   for (size_t i = points.size(); i-- > 0;) {
     const Element denominator = field.multiply(inverse, products[i]);
