@@ -225,7 +225,7 @@ bool IsBelow(const Number<N>& a, const Number<N>& b) {
 
 // Bits past the end are 0.
 template <size_t N>
-Limb BitAt(const Number<N>& number, size_t position) {
+[[gnu::always_inline]] inline Limb BitAt(const Number<N>& number, size_t position) {
   return position < N * kLimbBits ? number[position / kLimbBits] >> position % kLimbBits & 1 : 0;
 }
 

@@ -123,16 +123,16 @@ void CompareField(const Field& field, const std::vector<Number<Field::kLimbs>>& 
 TEST(GostField, PseudoMersenne) {
   const PseudoMersenneField<4, 617> field256;
   const PseudoMersenneField<8, 569> field512;
-  CompareField(field256, Candidates(field256.modulus(), 16));
-  CompareField(field512, Candidates(field512.modulus(), 16));
+  CompareField(field256, Candidates(field256.modulus(), 12));
+  CompareField(field512, Candidates(field512.modulus(), 12));
 }
 
 template <size_t N>
 void CompareMontgomery(const char* modulus) {
   const MontgomeryField<N> field(FromBignum<N>(FromDigits(modulus).get()));
-  CompareField(field, Below(field.modulus(), 10));
+  CompareField(field, Below(field.modulus(), 3));
   // What comes from outside may be above the modulus.
-  for (const Number<N>& number : Candidates(field.modulus(), 10)) {
+  for (const Number<N>& number : Candidates(field.modulus(), 3)) {
     const Bignum expected = ToBignum(number);
     BN_nnmod(expected.get(), expected.get(), ToBignum(field.modulus()).get(), Context());
     ASSERT_EQ(field.number(field.from(number)), FromBignum<N>(expected.get()));
@@ -215,8 +215,7 @@ void CompareSecretMultiples(const CurveNumbers& numbers, const Curve& curve) {
   const auto order = FromBignum<N>(FromDigits(numbers.q).get());
   const GroupPoint other = oracle.multiple(Number<N>{0x1234567, 89});
   const std::vector<BYTE> otherBytes = oracle.bytes(other.get(), 8 * N), one = {1};
-  std::vector<BYTE> generator = oracle.bytes(oracle.multiple(Number<N>{1}).get(), 8 * N);
-  for (const Number<N>& number : Below(order, 12)) {
+  for (const Number<N>& number : Below(order, 3)) {
     if (IsZero(number)) continue;
     SecretBytes made;
     ASSERT_TRUE(PublicOf(curve, Bytes(number), made));
@@ -226,18 +225,16 @@ void CompareSecretMultiples(const CurveNumbers& numbers, const Curve& curve) {
     BN_lshift(factor.get(), factor.get(), numbers.cofactorLog2);
     ASSERT_TRUE(SharedPoint(curve, Bytes(number), one, otherBytes, made));
     ASSERT_EQ(Plain(made), oracle.bytes(oracle.multiply(factor.get(), other.get()).get(), 8 * N));
-    ASSERT_TRUE(SharedPoint(curve, Bytes(number), one, generator, made));
-    ASSERT_EQ(Plain(made), oracle.bytes(oracle.multiply(factor.get(), nullptr).get(), 8 * N));
   }
 }
 
 TEST(GostPoints, SecretMultiples) {
-  for (int i = 0; i < kCurveCount; ++i) {
-    SCOPED_TRACE(i);
-    const CurveNumbers& numbers = NumbersOf(i);
-    const auto curve = Curve::make(numbers);
-    numbers.bits == 256 ? CompareSecretMultiples<4>(numbers, *curve)
-                        : CompareSecretMultiples<8>(numbers, *curve);
+  for (const ParameterSet& set : ParameterSets()) {
+    if (!set.oid.starts_with("1.2.643.7.")) continue;  // all curves, each once
+    SCOPED_TRACE(set.oid);
+    const CurveNumbers& numbers = NumbersOf(set.curve);
+    const Curve& curve = *CurveOf(set);
+    set.bits == 256 ? CompareSecretMultiples<4>(numbers, curve) : CompareSecretMultiples<8>(numbers, curve);
   }
 }
 
@@ -262,19 +259,19 @@ void ComparePublicSums(const Field& field, const CurveNumbers& numbers) {
   const AffinePoint<Field> generator = {field.from(read(numbers.x)), field.from(read(numbers.y))};
   const GeneratorMultiples<Field> multiples(CompleteLaw<Field>(equation), field, generator);
   const Number<N> order = read(numbers.q);
-  std::vector<Number<N>> scalars = Below(order, 1);
-  scalars.push_back(order);
+  const Number<N> some = Below(order, 1).back();
+  Number<N> minusOne, minusSome;
+  Subtract(minusOne, order, {1});
+  Subtract(minusSome, order, some);
+  const Number<N> scalars[] = {{}, {1}, minusOne, order, some, minusSome};
   const auto multiplesOf = [&](const EC_POINT* point) {
     std::vector<GroupPoint> made;
     for (const Number<N>& scalar : scalars) made.push_back(oracle.multiply(ToBignum(scalar).get(), point));
     return made;
   };
   const std::vector<GroupPoint> ofGenerator = multiplesOf(nullptr);
-  Number<N> minusOne = order;
-  SubtractSmall(minusOne, 1);
   for (const Number<N>& other : {
-           Number<N>{1},
-           Number<N>{            2},
+           Number<N>{1            },
            minusOne, Number<N>{ 0x9876543210, 0x1234567890}
   }) {
     const GroupPoint otherPoint = oracle.multiple(other);
@@ -284,8 +281,8 @@ void ComparePublicSums(const Field& field, const CurveNumbers& numbers) {
     ReadLittle(x, std::span(bytes).first(8 * N));
     ReadLittle(y, std::span(bytes).last(8 * N));
     const PointMultiples<Field> point(law, {field.from(x), field.from(y)});
-    for (size_t i = 0; i < scalars.size(); ++i) {
-      for (size_t j = 0; j < scalars.size(); ++j) {
+    for (size_t i = 0; i < std::size(scalars); ++i) {
+      for (size_t j = 0; j < std::size(scalars); ++j) {
         const JacobianPoint<Field> sum = MultiplyPublic(law, multiples, scalars[i], point, scalars[j]);
         const GroupPoint expected = oracle.add(ofGenerator[i].get(), ofOther[j].get());
         ASSERT_EQ(law.isInfinity(sum), oracle.isInfinity(expected.get()));
