@@ -1,13 +1,11 @@
-// What the files of this folder share: the numbers of the curves, and owners for libcrypto's objects.
+// What the files of this folder share: the numbers of the curves, and what a curve can do, whatever field it is over.
 #ifndef CERTKERN_KEYKERN_GOST_CURVE_INTERNALS_H
 #define CERTKERN_KEYKERN_GOST_CURVE_INTERNALS_H
 
 #include "keykern/gost/curve.h"
 
-#include <openssl/bn.h>
-#include <openssl/ec.h>
-
 #include <array>
+#include <atomic>
 #include <memory>
 
 namespace keykern::gost {
@@ -29,64 +27,57 @@ struct CurveNumbers {
 };
 const CurveNumbers& NumbersOf(int curve);
 
-struct Release {
-  void operator()(BIGNUM* number) const { BN_clear_free(number); }
-  void operator()(BN_CTX* context) const { BN_CTX_free(context); }
-  void operator()(BN_MONT_CTX* context) const { BN_MONT_CTX_free(context); }
-  void operator()(EC_GROUP* group) const { EC_GROUP_free(group); }
-  void operator()(EC_POINT* point) const { EC_POINT_clear_free(point); }
-};
-using Bignum = std::unique_ptr<BIGNUM, Release>;
-using BignumContext = std::unique_ptr<BN_CTX, Release>;
-using Montgomery = std::unique_ptr<BN_MONT_CTX, Release>;
-using Group = std::unique_ptr<EC_GROUP, Release>;
-using Point = std::unique_ptr<EC_POINT, Release>;
-
-class Curve {
+// What is made on first use and never given back. Without a lock, which a fork could leave taken: who comes second
+// throws his own away.
+template <class T>
+class MadeOnce {
  public:
-  // Null when the library fails.
-  static std::unique_ptr<const Curve> make(const CurveNumbers& numbers);
-
-  size_t size() const { return size_; }
-  int cofactorLog2() const { return cofactorLog2_; }
-  const EC_GROUP* group() const { return group_.get(); }
-  const BIGNUM* order() const { return EC_GROUP_get0_order(group_.get()); }
-  const BIGNUM* field() const { return EC_GROUP_get0_field(group_.get()); }
-  std::span<const BYTE> orderBytes() const { return std::span(orderBytes_).first(size_); }
-
-  Point newPoint() const { return Point(EC_POINT_new(group_.get())); }
-  // a b / R mod q with R the power of two of Montgomery's form: not bound to the values of a and b in time. a b < q R.
-  bool montgomeryMultiply(BIGNUM* product, const BIGNUM* a, const BIGNUM* b, BN_CTX* context) const;
-  // a R mod q
-  bool toMontgomery(BIGNUM* result, const BIGNUM* a, BN_CTX* context) const;
+  // make: what answers a unique_ptr, which may be null
+  template <class Make>
+  const T* get(const Make& make) const {
+    if (const T* ready = slot_.load(std::memory_order_acquire)) return ready;
+    std::unique_ptr<const T> made = make();
+    const T* first = nullptr;
+    if (!made || !slot_.compare_exchange_strong(first, made.get(), std::memory_order_acq_rel)) return first;
+    return made.release();
+  }
 
  private:
-  Curve() = default;
-  bool build(const CurveNumbers& numbers);
-
-  Group group_;
-  Montgomery montgomery_;
-  std::array<BYTE, kMaxNumberSize> orderBytes_{};
-  size_t size_ = 0;
-  int cofactorLog2_ = 0;
+  mutable std::atomic<const T*> slot_ = nullptr;
 };
 
-// The scratch of an operation; libcrypto wipes it as it goes back. Secret scratch may come out of the host's locked
-// memory, of which there is little, so what is public leaves that alone.
-BignumContext NewSecretContext();
-BignumContext NewPublicContext();
-// A number that libcrypto treats in constant time, and wipes. Null when memory is short.
-Bignum NewSecret();
-// From little-endian bytes; null when memory is short.
-Bignum ReadSecret(std::span<const BYTE> bytes);
-Bignum ReadPublic(std::span<const BYTE> bytes);
-// The same, modulo the order.
-Bignum ReadReduced(const Curve& curve, std::span<const BYTE> bytes, BN_CTX* context);
+// Strings are as in curve.h. Their lengths, and private numbers, have been checked.
+class Curve {
+ public:
+  static std::unique_ptr<const Curve> make(const CurveNumbers& numbers);
+  virtual ~Curve() = default;
+  Curve(const Curve&) = delete;
+  Curve& operator=(const Curve&) = delete;
 
-// From x | y. Null when a coordinate is not below p, or the point is not on the curve.
-Point ReadPoint(const Curve& curve, std::span<const BYTE> bytes, BN_CTX* context);
-// x | y; false for infinity.
-bool WritePoint(const Curve& curve, const EC_POINT* point, SecretBytes& bytes, BN_CTX* context);
+  size_t size() const { return size_; }
+  std::span<const BYTE> orderBytes() const { return std::span(orderBytes_).first(size_); }
+
+  virtual bool publicOf(std::span<const BYTE> number, std::span<BYTE> point) const = 0;
+  virtual bool isPublic(std::span<const BYTE> point) const = 0;
+  // False when r or s is 0: another k is needed.
+  virtual bool sign(std::span<const BYTE> number, std::span<const BYTE> hash, std::span<const BYTE> k,
+                    std::span<BYTE> signature) const = 0;
+  virtual bool verify(std::span<const BYTE> point, std::span<const BYTE> hash,
+                      std::span<const BYTE> signature) const = 0;
+  virtual void multiplyNumbers(std::span<const BYTE> a, std::span<const BYTE> b,
+                               std::span<BYTE> product) const = 0;
+  // ukm: of any length
+  virtual bool sharedPoint(std::span<const BYTE> number, std::span<const BYTE> ukm,
+                           std::span<const BYTE> point, std::span<BYTE> shared) const = 0;
+
+ protected:
+  explicit Curve(size_t size) : size_(size) {}
+  std::span<BYTE> orderBytes() { return std::span(orderBytes_).first(size_); }
+
+ private:
+  size_t size_;
+  std::array<BYTE, kMaxNumberSize> orderBytes_{};
+};
 
 }  // namespace keykern::gost
 
