@@ -8,6 +8,7 @@
 
 #include "certkern/CMSMessage.h"
 #include "certkern/signed_data.h"
+#include "keys/held_keys.h"
 
 namespace certkern {
 
@@ -70,11 +71,18 @@ class SignedMessageDecodeContext : public MessageDecodeContext {
 
   void verifyByCertificate(const CERT_INFO& info);
   void verifyByIndex(const CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA& para);
-  // False with NTE_BAD_SIGNATURE.
-  bool verifySigner(const SignerInfo& signer, const CERT_PUBLIC_KEY_INFO& key, HCRYPTPROV provider);
-  void requireVerified(const SignerInfo& signer, const CERT_PUBLIC_KEY_INFO& key, HCRYPTPROV given);
-  ProviderHandle verificationProvider(HCRYPTPROV given, const CERT_PUBLIC_KEY_INFO& key,
+  // Whose provider verifies: the caller's, or the default one of a type; 0: that of the key's algorithm.
+  struct VerificationPlace {
+    HCRYPTPROV provider;
+    DWORD type;
+  };
+  VerificationPlace verificationPlace(HCRYPTPROV given, const CERT_PUBLIC_KEY_INFO& key,
                                       const SignerInfo& signer) const;
+  SharedKey verificationKey(const VerificationPlace& place, const CERT_PUBLIC_KEY_INFO& key) const;
+  // False with NTE_BAD_SIGNATURE.
+  bool verifySigner(const SignerInfo& signer, const CERT_PUBLIC_KEY_INFO& key,
+                    const VerificationPlace& place);
+  void requireVerified(const SignerInfo& signer, const CERT_PUBLIC_KEY_INFO& key, HCRYPTPROV given);
 
   ByteBuffer input_;  // what the decoded values point into
   ProviderHandle provider_;

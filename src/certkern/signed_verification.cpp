@@ -71,29 +71,45 @@ DWORD ProviderTypeOf(const CRYPT_OID_INFO& row) {
   return words[2];
 }
 
-}  // namespace
-
-ProviderHandle SignedMessageDecodeContext::verificationProvider(HCRYPTPROV given,
-                                                                const CERT_PUBLIC_KEY_INFO& key,
-                                                                const SignerInfo& signer) const {
-  if (given) return HoldProvider(given);
-  if (provider_) return HoldProvider(provider_.get());
-  const char* const keyOid = key.Algorithm.pszObjId;
-  const PCCRYPT_OID_INFO signature = SignatureInfo(keyOid, oid2str(signer.digestAlgorithm.algorithm).c_str());
-  if (!signature) throw CryptException(NTE_BAD_ALGID);
-  if (const DWORD type = ProviderTypeOf(*signature)) {
-    ProviderHandle provider(SVAPI_I_GetDefaultProvider(type));
-    if (!provider) ThrowLastError();
-    return provider;
-  }
-  const PCCRYPT_OID_INFO row = PublicKeyInfoFor(keyOid, AT_SIGNATURE);
+ProviderHandle DefaultProvider(DWORD type, const CERT_PUBLIC_KEY_INFO& key) {
+  if (type) return ProviderHandle(SVAPI_I_GetDefaultProvider(type));
+  const PCCRYPT_OID_INFO row = PublicKeyInfoFor(key.Algorithm.pszObjId, AT_SIGNATURE);
   ProviderHandle provider = row ? FindProviderForAlgorithm(row->Algid) : ProviderHandle();
-  if (!provider) throw CryptException(NTE_BAD_ALGID);
+  if (!provider) SetLastError(NTE_BAD_ALGID);
   return provider;
 }
 
+}  // namespace
+
+// Who brings a provider has the key imported there; the default ones keep the keys that were used lately.
+SharedKey SignedMessageDecodeContext::verificationKey(const VerificationPlace& place,
+                                                      const CERT_PUBLIC_KEY_INFO& key) const {
+  const ALG_ID algorithm = AlgIdOfOid(key.Algorithm.pszObjId);
+  SharedKey found;
+  if (place.provider) {
+    HeldKey made{HoldProvider(place.provider), {}};
+    CERT_PUBLIC_KEY_INFO copy = key;
+    if (ImportPublicKey(made.provider.get(), &copy, algorithm, 0, made.key.out()))
+      found = std::make_shared<const HeldKey>(std::move(made));
+  } else {
+    found = HoldKey(place.type, key, algorithm, [&] { return DefaultProvider(place.type, key); });
+  }
+  if (!found) ThrowLastError();
+  return found;
+}
+
+SignedMessageDecodeContext::VerificationPlace SignedMessageDecodeContext::verificationPlace(
+    HCRYPTPROV given, const CERT_PUBLIC_KEY_INFO& key, const SignerInfo& signer) const {
+  if (given) return {given, 0};
+  if (provider_) return {provider_.get(), 0};
+  const PCCRYPT_OID_INFO signature =
+      SignatureInfo(key.Algorithm.pszObjId, oid2str(signer.digestAlgorithm.algorithm).c_str());
+  if (!signature) throw CryptException(NTE_BAD_ALGID);
+  return {0, ProviderTypeOf(*signature)};
+}
+
 bool SignedMessageDecodeContext::verifySigner(const SignerInfo& signer, const CERT_PUBLIC_KEY_INFO& key,
-                                              HCRYPTPROV provider) {
+                                              const VerificationPlace& place) {
   const auto bad = [] {
     SetLastError(NTE_BAD_SIGNATURE);
     return false;
@@ -108,16 +124,12 @@ bool SignedMessageDecodeContext::verifySigner(const SignerInfo& signer, const CE
   std::vector<BYTE> signature(signer.signature.bytes().begin(), signer.signature.bytes().end());
   std::ranges::reverse(signature);
 
-  const HashHandle hash = CreateHash(provider, scheme.hash);
+  const SharedKey held = verificationKey(place, key);
+  const HashHandle hash = CreateHash(held->provider.get(), scheme.hash);
   if (!CryptSetHashParam(hash.get(), HP_HASHVAL, value.data(), 0)) ThrowLastError();
-  KeyHandle publicKey;
-  CERT_PUBLIC_KEY_INFO copy = key;
-  if (!CryptImportPublicKeyInfo(provider, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, &copy, publicKey.out())) {
-    ThrowLastError();
-  }
   if (scheme.isPss) SetPssSalt(hash.get(), scheme);
   if (CryptVerifySignatureA(hash.get(), signature.data(), static_cast<DWORD>(signature.size()),
-                            publicKey.get(), nullptr, scheme.flags())) {
+                            held->key.get(), nullptr, scheme.flags())) {
     return true;
   }
   if (GetLastError() != NTE_BAD_SIGNATURE) ThrowLastError();
@@ -126,8 +138,8 @@ bool SignedMessageDecodeContext::verifySigner(const SignerInfo& signer, const CE
 
 void SignedMessageDecodeContext::requireVerified(const SignerInfo& signer, const CERT_PUBLIC_KEY_INFO& key,
                                                  HCRYPTPROV given) {
-  const ProviderHandle provider = verificationProvider(given, key, signer);
-  if (!verifySigner(signer, key, provider.get())) throw CryptException(NTE_BAD_SIGNATURE);
+  if (!verifySigner(signer, key, verificationPlace(given, key, signer)))
+    throw CryptException(NTE_BAD_SIGNATURE);
 }
 
 void SignedMessageDecodeContext::verifyByCertificate(const CERT_INFO& info) {

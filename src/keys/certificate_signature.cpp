@@ -181,7 +181,7 @@ bool VerifySignedObject(HCRYPTPROV provider, std::span<const BYTE> encoded, PCER
     return ImportPublicKey(provider, key, keyAlgorithm, 0, imported.out())
         && VerifyWith(provider, imported.get(), object, scheme);
   }
-  const SharedKey held = KeyForSignature(*row, key, keyAlgorithm);
+  const SharedKey held = KeyForSignature(*row, *key, keyAlgorithm);
   return held && VerifyWith(held->provider.get(), held->key.get(), object, scheme);
 }
 

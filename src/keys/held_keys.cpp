@@ -52,12 +52,12 @@ class HeldKeys {
 constinit NeverDestroyed<HeldKeys> heldKeys;
 
 // All that decides which provider gets which key; empty for one that is not held.
-std::string NameOf(const SignatureRow& row, const CERT_PUBLIC_KEY_INFO& info, ALG_ID algorithm) {
+std::string NameOf(DWORD providerType, const CERT_PUBLIC_KEY_INFO& info, ALG_ID algorithm) {
   std::span<const BYTE> parameters;
   const CRYPT_BIT_BLOB& key = info.PublicKey;
   if (!BlobBytes(info.Algorithm.Parameters, parameters) || !key.pbData) return {};
   if (size_t{key.cbData} + parameters.size() > kMaxHeldKey) return {};
-  const DWORD words[] = {row.providerType, algorithm, key.cUnusedBits, static_cast<DWORD>(parameters.size())};
+  const DWORD words[] = {providerType, algorithm, key.cUnusedBits, static_cast<DWORD>(parameters.size())};
   const std::string_view oid(info.Algorithm.pszObjId);
   std::string name;
   name.reserve(sizeof words + oid.size() + 1 + parameters.size() + key.cbData);
@@ -68,18 +68,24 @@ std::string NameOf(const SignatureRow& row, const CERT_PUBLIC_KEY_INFO& info, AL
 
 }  // namespace
 
-SharedKey KeyForSignature(const SignatureRow& row, PCERT_PUBLIC_KEY_INFO info, ALG_ID algorithm) {
+SharedKey HoldKey(DWORD providerType, const CERT_PUBLIC_KEY_INFO& info, ALG_ID algorithm,
+                  const ProviderFinder& find) {
   HeldKeys* const held = heldKeys.get();
-  std::string name = held ? NameOf(row, *info, algorithm) : std::string();
+  std::string name = held ? NameOf(providerType, info, algorithm) : std::string();
   if (!name.empty()) {
     if (SharedKey known = held->find(name)) return known;
   }
-  HeldKey made{FindProviderForSignature(row, algorithm), {}};
-  if (!made.provider || !ImportPublicKey(made.provider.get(), info, algorithm, 0, made.key.out()))
+  HeldKey made{find(), {}};
+  CERT_PUBLIC_KEY_INFO copy = info;
+  if (!made.provider || !ImportPublicKey(made.provider.get(), &copy, algorithm, 0, made.key.out()))
     return nullptr;
   auto key = std::make_shared<const HeldKey>(std::move(made));
   if (!name.empty()) held->keep(std::move(name), key);
   return key;
+}
+
+SharedKey KeyForSignature(const SignatureRow& row, const CERT_PUBLIC_KEY_INFO& info, ALG_ID algorithm) {
+  return HoldKey(row.providerType, info, algorithm, [&] { return FindProviderForSignature(row, algorithm); });
 }
 
 void BeginHoldingKeys() { heldKeys.create(); }

@@ -3,6 +3,7 @@
 #ifndef CERTKERN_KEYS_HELD_KEYS_H
 #define CERTKERN_KEYS_HELD_KEYS_H
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -20,9 +21,15 @@ struct HeldKey {
 };
 using SharedKey = std::shared_ptr<const HeldKey>;
 
-// The key in the provider that the signature's row and the key's algorithm choose: held from before, or imported now.
-// Empty with the key level's code. May throw as SearchProviders does.
-SharedKey KeyForSignature(const SignatureRow& row, PCERT_PUBLIC_KEY_INFO info, ALG_ID algorithm);
+// Where a key belongs that no call has brought a provider for; empty with a code.
+using ProviderFinder = std::function<ProviderHandle()>;
+// The key in the provider that is found, held from before or imported now. providerType and algorithm have to decide what is
+// found. Empty with the key level's code.
+SharedKey HoldKey(DWORD providerType, const CERT_PUBLIC_KEY_INFO& info, ALG_ID algorithm,
+                  const ProviderFinder& find);
+
+// The same where the signature's row and the key's algorithm choose. May throw as SearchProviders does.
+SharedKey KeyForSignature(const SignatureRow& row, const CERT_PUBLIC_KEY_INFO& info, ALG_ID algorithm);
 
 // At start-up and at exit.
 void BeginHoldingKeys();

@@ -30,7 +30,7 @@ struct Asked {
     info.Algorithm.pszObjId = oid.data();
     info.Algorithm.Parameters = {static_cast<DWORD>(parameters.size()), parameters.data()};
     info.PublicKey = {static_cast<DWORD>(bits.size()), bits.data(), unusedBits};
-    return KeyForSignature(*row, &info, algorithm);
+    return KeyForSignature(*row, info, algorithm);
   }
 };
 
