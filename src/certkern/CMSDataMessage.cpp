@@ -77,10 +77,7 @@ void DataMessageDecodeContext::setReleaseProv(bool release) { Refuse(release); }
 void DataMessageDecodeContext::addCertificatesToStore(HCERTSTORE hStore) { Refuse(hStore); }
 void DataMessageDecodeContext::addCRLsToStore(HCERTSTORE hStore) { Refuse(hStore); }
 
-const ByteBuffer& DataMessageDecodeContext::getEncoded(bool fBare) {
-  if (!finished_) throw CryptException(ERROR_MORE_DATA);
-  return fBare ? bareEncoded_ : encoded_;
-}
+const ByteBuffer& DataMessageDecodeContext::getEncoded(bool fBare) { return fBare ? bareEncoded_ : encoded_; }
 
 DWORD DataMessageDecodeContext::getEncodedSize(bool fBare) { return getEncoded(fBare).size(); }
 

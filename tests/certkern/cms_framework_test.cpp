@@ -372,7 +372,9 @@ TEST(DataMessages, ReadInEveryForm) {
   for (const auto& [hex, content] : cases) {
     const Message message = OpenDecoder(CMSG_DATA);
     EXPECT_EQ(ParameterCode(message, CMSG_CONTENT_PARAM), DWORD{ERROR_MORE_DATA});
+    EXPECT_TRUE(Parameter(message.get(), CMSG_ENCODED_MESSAGE).empty()) << "nothing yet";
     ASSERT_EQ(UpdateCode(message, FromHex(hex), FALSE), 0u) << hex;
+    EXPECT_EQ(ToHex(Parameter(message.get(), CMSG_ENCODED_MESSAGE)), std::string(hex));
     EXPECT_EQ(ToHex(Parameter(message.get(), CMSG_CONTENT_PARAM)), content) << hex;
     EXPECT_EQ(UpdateCode(message, {1}, TRUE), DWORD{E_INVALIDARG}) << "a second message";
   }
