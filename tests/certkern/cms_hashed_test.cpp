@@ -227,6 +227,26 @@ TEST(HashedMessages, AskingEarlyChangesNothing) {
   }
 }
 
+TEST(HashedMessages, TheSizeIsKnownBefore) {
+  Bytes none;
+  CMSG_HASHED_ENCODE_INFO info = EncodeInfo(szOID_GOST_R3411_2012_256, none);
+  for (const size_t size : {1u, 200u, 70000u}) {
+    const Bytes content(size, 'x');
+    for (const DWORD flags : {DWORD{0}, DWORD{CMSG_DETACHED_FLAG}}) {
+      const auto length = [&](DWORD more) {
+        return CryptMsgCalculateEncodedLength(X509_ASN_ENCODING, flags | more, CMSG_HASHED, &info, nullptr,
+                                              static_cast<DWORD>(size));
+      };
+      const Message message = OpenEncoder(info, flags);
+      ASSERT_EQ(UpdateCode(message, content, TRUE), 0u);
+      EXPECT_EQ(length(0), Parameter(message.get(), CMSG_CONTENT_PARAM).size()) << size << ", " << flags;
+      EXPECT_EQ(length(CMSG_BARE_CONTENT_FLAG), Bare(message).size()) << size << ", " << flags;
+    }
+  }
+  EXPECT_EQ(CryptMsgCalculateEncodedLength(X509_ASN_ENCODING, 0, CMSG_HASHED, nullptr, nullptr, 1), 0u);
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+}
+
 TEST(HashedMessages, WhatIsRefused) {
   Bytes none;
   CMSG_HASHED_ENCODE_INFO info = EncodeInfo(szOID_NIST_sha256, none);
