@@ -1,5 +1,5 @@
 // Any bytes as a message: every parameter into exactly the room that it asked for, every control, then every parameter again.
-// What is encoded anew reads as the same message.
+// What is encoded anew reads as the same message; of what was refused nothing verifies.
 #include <certkern/cert.h>
 #include <certkern/keykern.h>
 #include <certkern/msg.h>
@@ -61,19 +61,20 @@ void ReadAll(const Message& message) {
   }
 }
 
-Message Open(DWORD type, DWORD flags, std::span<const BYTE> bytes) {
-  Message message(CryptMsgOpenToDecode(0, flags, type, 0, nullptr, nullptr));
-  if (!message || !CryptMsgUpdate(message.get(), bytes.data(), static_cast<DWORD>(bytes.size()), TRUE))
-    return {};
-  return message;
+bool Update(const Message& message, std::span<const BYTE> bytes) {
+  return CryptMsgUpdate(message.get(), bytes.data(), static_cast<DWORD>(bytes.size()), TRUE) != FALSE;
+}
+
+Message Open(DWORD type, DWORD flags) {
+  return Message(CryptMsgOpenToDecode(0, flags, type, 0, nullptr, nullptr));
 }
 
 // A plain message gives its bare bytes, without the wrapper that would tell the type.
 void RequireReencodesAlike(const Message& message, DWORD flags) {
   const std::optional<Value> encoded = Parameter(message, CMSG_ENCODED_MESSAGE);
   if (!encoded || Number(message, CMSG_TYPE_PARAM) == CMSG_DATA) return;
-  const Message again = Open(0, flags, encoded->span());
-  Require(static_cast<bool>(again));
+  const Message again = Open(0, flags);
+  Require(Update(again, encoded->span()));
   for (const DWORD count : {CMSG_SIGNER_COUNT_PARAM, CMSG_CERT_COUNT_PARAM, CMSG_CRL_COUNT_PARAM}) {
     Require(Number(message, count) == Number(again, count));
   }
@@ -88,22 +89,24 @@ Certificate FirstCertificate(const Message& message) {
   return Certificate(CertCreateCertificateContext(kEncoding, encoded->bytes.get(), encoded->size));
 }
 
-void Verify(const Message& message) {
-  CryptMsgControl(message.get(), 0, CMSG_CTRL_VERIFY_HASH, nullptr);
+// Whether anything held.
+bool Verify(const Message& message) {
+  bool held = CryptMsgControl(message.get(), 0, CMSG_CTRL_VERIFY_HASH, nullptr) != FALSE;
   PCCERT_CONTEXT signer = nullptr;
-  static_cast<void>(CryptMsgGetAndVerifySigner(message.get(), 0, nullptr, 0, &signer, nullptr));
+  held |= CryptMsgGetAndVerifySigner(message.get(), 0, nullptr, 0, &signer, nullptr) != FALSE;
   const Certificate found(signer);
   const Certificate certificate = FirstCertificate(message);
-  if (!certificate) return;
-  CryptMsgControl(message.get(), 0, CMSG_CTRL_VERIFY_SIGNATURE, certificate->pCertInfo);
+  if (!certificate) return held;
+  held |= CryptMsgControl(message.get(), 0, CMSG_CTRL_VERIFY_SIGNATURE, certificate->pCertInfo) != FALSE;
   for (DWORD index = 0; index < kIndexes; ++index) {
     CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA para{};
     para.cbSize = sizeof para;
     para.dwSignerIndex = index;
     para.dwSignerType = CMSG_VERIFY_SIGNER_PUBKEY;
     para.pvSigner = &certificate->pCertInfo->SubjectPublicKeyInfo;
-    CryptMsgControl(message.get(), 0, CMSG_CTRL_VERIFY_SIGNATURE_EX, &para);
+    held |= CryptMsgControl(message.get(), 0, CMSG_CTRL_VERIFY_SIGNATURE_EX, &para) != FALSE;
   }
+  return held;
 }
 
 void Change(const Message& message, std::span<const BYTE> bytes) {
@@ -123,7 +126,7 @@ void Change(const Message& message, std::span<const BYTE> bytes) {
   CryptMsgControl(message.get(), 0, CMSG_CTRL_DEL_CRL, &first);
   CryptMsgControl(message.get(), 0, CMSG_CTRL_DEL_SIGNER, &first);
   ReadAll(message);
-  Verify(message);
+  static_cast<void>(Verify(message));
 }
 
 }  // namespace
@@ -133,12 +136,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 1) return 0;
   const DWORD flags = data[0] & 8 ? CMSG_DETACHED_FLAG : 0;
   const std::vector<BYTE> input(data + 1, data + size);
-  const Message message = Open(data[0] & 7, flags, input);
+  const Message message = Open(data[0] & 7, flags);
   if (!message) return 0;
-  if (flags) static_cast<void>(CryptMsgUpdate(message.get(), data, 1, TRUE));
-  ReadAll(message);
-  RequireReencodesAlike(message, flags);
-  Verify(message);
+  if (Update(message, input)) {
+    if (flags) static_cast<void>(CryptMsgUpdate(message.get(), data, 1, TRUE));
+    ReadAll(message);
+    RequireReencodesAlike(message, flags);
+    static_cast<void>(Verify(message));
+  } else {  // what can be told of it may be asked, but nothing of it holds
+    ReadAll(message);
+    Require(!Verify(message));
+    static_cast<void>(Update(message, input));
+  }
   const Store store(CertOpenStore(CERT_STORE_PROV_MSG, kEncoding, 0, 0, message.get()));
   Change(message, input);
   return 0;
