@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <fstream>
 #include <functional>
+#include <thread>
+#include <vector>
 
+#include "certkern/cms_objects.h"
 #include "certkern/cms_signers.h"
 
 namespace certkern::test {
@@ -163,6 +166,25 @@ TEST(SimpleMessages, WhatOthersSignedIsVerified) {
   EXPECT_EQ(Verify(two, 0).code, 0u);
   EXPECT_EQ(Verify(two, 1).code, 0u);
   EXPECT_EQ(Verify(two, 2).code, DWORD{CRYPT_E_NO_SIGNER});
+}
+
+// Each has messages of its own; providers, certificates and the keys that stay imported belong to all.
+TEST(SimpleMessages, ThreadsShareKeys) {
+  const OwnKey keys[] = {OwnKey("p256"), OwnKey("gost256")};
+  const Certificate theirs = SignerCertificate("rsa");
+  const Bytes encoded = SignedBytes("rsa-attached.cms");
+  const auto work = [&] {
+    for (int i = 0; i < 10; ++i) {
+      EXPECT_EQ(VerifyByIndex(OpenMessage(encoded).get(), 0, theirs.get()), 0u);
+      for (const OwnKey& key : keys) {
+        const Bytes made = SignMessage({key.signer()}, SignedContent(), {.flags = SVCMSG_CADES_DISABLE});
+        EXPECT_EQ(VerifyByIndex(OpenMessage(made).get(), 0, key.certificate()), 0u);
+      }
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back(work);
+  for (std::thread& each : threads) each.join();
 }
 
 TEST(SimpleMessages, TheCallerMayFindTheSigner) {
