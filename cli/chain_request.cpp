@@ -248,6 +248,7 @@ BuiltChain BuildChain(const ChainOptions& options, std::shared_ptr<const ChainSo
   std::vector<std::string> usages;
   std::vector<LPSTR> pointers;
   usages.reserve(options.usages.size());
+  pointers.reserve(options.usages.size());
   for (const std::string& usage : options.usages) usages.push_back(PurposeOid(usage, "--usage"));
   for (std::string& usage : usages) pointers.push_back(usage.data());
   CERT_CHAIN_PARA para{};

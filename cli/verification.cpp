@@ -21,8 +21,8 @@ namespace {
 // Each has its chain built, and a few bytes make one: a verifier must not be kept busy for hours.
 constexpr DWORD kMostSigners = 1000;
 // Certificates that are called as a signer is: all of them are tried, and a message may bring any number.
-constexpr size_t kMostTries = 4 * kMostSigners;
-constexpr size_t kMostChains = 2 * kMostSigners;
+constexpr size_t kMostTries = size_t{4} * kMostSigners;
+constexpr size_t kMostChains = size_t{2} * kMostSigners;
 
 std::string Shown(const std::string& name) { return Escaped(Utf8Of(std::string_view(name))); }
 

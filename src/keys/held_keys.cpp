@@ -72,7 +72,7 @@ SharedKey HoldKey(DWORD providerType, const CERT_PUBLIC_KEY_INFO& info, ALG_ID a
                   const ProviderFinder& find) {
   HeldKeys* const held = heldKeys.get();
   std::string name = held ? NameOf(providerType, info, algorithm) : std::string();
-  if (!name.empty()) {
+  if (held && !name.empty()) {
     if (SharedKey known = held->find(name)) return known;
   }
   HeldKey made{find(), {}};
@@ -80,7 +80,7 @@ SharedKey HoldKey(DWORD providerType, const CERT_PUBLIC_KEY_INFO& info, ALG_ID a
   if (!made.provider || !ImportPublicKey(made.provider.get(), &copy, algorithm, 0, made.key.out()))
     return nullptr;
   auto key = std::make_shared<const HeldKey>(std::move(made));
-  if (!name.empty()) held->keep(std::move(name), key);
+  if (held && !name.empty()) held->keep(std::move(name), key);
   return key;
 }
 

@@ -7,10 +7,12 @@
 
 // Weak, so that a key level that lacks them still loads; their addresses are then null.
 extern "C" {
+// NOLINTBEGIN(readability-redundant-declaration): the header's are not weak
 [[gnu::weak]] BOOL isDTBSEnabled(void);
 [[gnu::weak]] BOOL TlsInitHashMsgIndex(void* key, DWORD reserved, const HASH_MSG_RECORD* record);
 [[gnu::weak]] BOOL TlsSetHashMsgIndex(void* key, DWORD active);
 [[gnu::weak]] BOOL TlsReleaseHashMsgIndex(void* key);
+// NOLINTEND(readability-redundant-declaration)
 }
 
 namespace certkern {

@@ -48,6 +48,7 @@ namespace ATL2 {
 class CFindSignatureAlgPubKeyEnum final : private CPublicKeyAlgorithmOidEnum,
                                           private CSignatureAlgorithmOidEnum {
  public:
+  virtual ~CFindSignatureAlgPubKeyEnum() = default;
   // Null when there is none.
   LPCSTR find(LPCSTR publicKeyOid);
 
@@ -63,6 +64,7 @@ class CFindSignatureAlgPubKeyEnum final : private CPublicKeyAlgorithmOidEnum,
 // The first signature over a hash.
 class CFindSignatureAlgorithmEnum final : private CHashAlgorithmOidEnum, private CSignatureAlgorithmOidEnum {
  public:
+  virtual ~CFindSignatureAlgorithmEnum() = default;
   // Null when there is none.
   LPCSTR find(LPCSTR hashOid);
 

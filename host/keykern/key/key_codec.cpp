@@ -9,7 +9,6 @@ namespace keykern {
 namespace {
 
 namespace der = certkern::der;
-using certkern::ToSecret;
 
 struct AlgorithmRow {
   std::string_view oid;

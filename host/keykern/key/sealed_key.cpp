@@ -114,7 +114,7 @@ bool RunCipher(Way way, const Scheme& scheme, const SecretBytes& key, std::span<
       || EVP_CipherFinal_ex(context.get(), made.data() + size, &last) != 1) {
     return false;
   }
-  made.resize(static_cast<size_t>(size + last));
+  made.resize(static_cast<size_t>(size) + static_cast<size_t>(last));
   out = std::move(made);
   return true;
 }
