@@ -214,6 +214,18 @@ DWORD UrlCache::removeLeastRecentlyUsed() {
   return ERROR_SUCCESS;
 }
 
+void UrlCache::drop(const std::string& url, std::span<const BYTE> encoded) {
+  if (!store_) return;
+  const std::lock_guard guard(lock_);
+  const auto found = items_.find(url);
+  if (found == items_.end()) return;
+  ContextRecord& context = *found->second.context.get();
+  if (!std::ranges::equal(context.element().encoded(), encoded)) return;
+  if (DeleteFromStore(context) != ERROR_SUCCESS) return;
+  items_.erase(found);
+  dirty_ = true;
+}
+
 void UrlCache::flush() {
   const std::lock_guard guard(lock_);
   if (!store_ || !dirty_) return;
@@ -283,6 +295,15 @@ UrlCacheHandle UrlCacheSingleton(ElementType type) {
   UrlCaches* const caches = processCaches.get();
   if (!caches) SetLastError(ERROR_INTERNAL_ERROR);
   return UrlCacheHandle(caches ? caches->open(type) : nullptr);
+}
+
+void DropFromUrlCache(ElementType type, const std::string& url, std::span<const BYTE> encoded) noexcept {
+  const LastErrorKeeper keeper;
+  try {
+    if (const UrlCacheHandle cache = UrlCacheSingleton(type)) cache->drop(url, encoded);
+  } catch (const std::exception&) {
+    TraceCache("(): can't remove certificate from cache store, error %x", ERROR_NOT_ENOUGH_MEMORY);
+  }
 }
 
 void FlushUrlCache(UrlCache* cache) noexcept {

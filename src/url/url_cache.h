@@ -12,6 +12,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -43,6 +44,8 @@ class UrlCache {
   // what a hit would give: whoever goes on with it need not hold a large list a second time.
   DWORD add(const std::string& url, const FILETIME& lastModified, ContextRecord& context,
             ContextOwner* kept = nullptr);
+  // Takes out what is kept under the URL if it still has these bytes: somebody may have put a better object there.
+  void drop(const std::string& url, std::span<const BYTE> encoded);
   // Writes the store if something was added or has gone.
   void flush();
 
@@ -81,6 +84,10 @@ using UrlCacheHandle = Owner<UrlCache*, FlushUrlCache>;
 //     if (std::optional<CachedObject> found = cache->find(url)) ...
 //   }
 UrlCacheHandle UrlCacheSingleton(ElementType type);
+
+// Takes an object that turned out to be bad, say a list with a wrong signature, out of the process's cache. The store is
+// written before the function returns; a fault of the cache is traced only. Never disturbs the last error.
+void DropFromUrlCache(ElementType type, const std::string& url, std::span<const BYTE> encoded) noexcept;
 
 // The caches of the process come and go with the library.
 void OpenUrlCaches();
