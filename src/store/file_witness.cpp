@@ -52,12 +52,17 @@ bool IsOnLocalFileSystem(int descriptor) {
       != std::end(kLocalFileSystems);
 }
 
-FileWitness WitnessOf(std::FILE* stream) {
+bool WitnessOf(int descriptor, FileWitness& witness) {
   struct stat status;
-  const int descriptor = ::fileno(stream);
-  if (::fstat(descriptor, &status) != 0) return {};
-  return {status.st_dev,  status.st_ino,  status.st_size,
-          status.st_mtim, status.st_ctim, IsSettled(status.st_ctim) && IsOnLocalFileSystem(descriptor)};
+  if (::fstat(descriptor, &status) != 0) return false;
+  witness = {status.st_dev,  status.st_ino,  status.st_size,
+             status.st_mtim, status.st_ctim, IsSettled(status.st_ctim) && IsOnLocalFileSystem(descriptor)};
+  return true;
+}
+
+FileWitness WitnessOf(std::FILE* stream) {
+  FileWitness witness;
+  return WitnessOf(::fileno(stream), witness) ? witness : FileWitness();
 }
 
 bool IsSurelyUnchanged(const std::string& path, const FileWitness& witness) {

@@ -29,6 +29,7 @@ struct FileWitness {
 // To be taken before the reading: a change that comes in between is then seen by the next look. Without a `stream` that can
 // be looked at nothing is ever proven.
 FileWitness WitnessOf(std::FILE* stream);
+[[nodiscard]] bool WitnessOf(int descriptor, FileWitness& witness);
 
 // Whether the path leads to the file that was witnessed, and nothing in it has changed since. Three system calls: to open
 // the file makes a remote one tell its present state, and asks whether this user may still read it.
