@@ -20,6 +20,7 @@
 #include "platform/id_bracket.h"
 #include "platform/limits.h"
 #include "platform/owner.h"
+#include "store/store_file.h"
 
 namespace certkern {
 namespace {
@@ -120,14 +121,6 @@ std::string JournalBase(const std::string& name) {
 // nothing else done. The maker may write the file, so this can't be refused.
 void MarkAsChanged(const std::string& storePath) {
   static_cast<void>(::utimensat(AT_FDCWD, storePath.c_str(), nullptr, 0));
-}
-
-// A directory entry is safe once its directory is. Not every file system can, and then nobody can.
-void SyncDirectory(const std::string& directory) {
-  const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor < 0) return;
-  static_cast<void>(::fsync(descriptor));
-  ::close(descriptor);
 }
 
 FileStream StreamOf(int descriptor, const char* mode) {

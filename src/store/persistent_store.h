@@ -1,5 +1,5 @@
 // Stores in files: by a stream of the caller, by path, and system stores, whose path comes from their name. Their
-// contents are in memory as any store's; the whole file is read at the open and written at a commit.
+// contents are in memory as any store's; the whole file is read at the open, and what was changed is written at a commit.
 #ifndef CERTKERN_STORE_PERSISTENT_STORE_H
 #define CERTKERN_STORE_PERSISTENT_STORE_H
 

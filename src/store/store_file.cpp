@@ -142,6 +142,13 @@ bool ReadWholeFile(int descriptor, std::vector<BYTE>& bytes) {
   return true;
 }
 
+void SyncDirectory(const std::string& directory) {
+  const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return;
+  static_cast<void>(::fsync(descriptor));
+  ::close(descriptor);
+}
+
 bool ReserveFile(int descriptor, uint64_t size) {
   if (size == 0 || ::fallocate(descriptor, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(size)) == 0) {
     return true;

@@ -41,6 +41,9 @@ class StoreFileLock {
 // The same past the stream's buffer, which may hold what others have changed since; the stream's position stays.
 [[nodiscard]] bool ReadWholeFile(int descriptor, std::vector<BYTE>& bytes);
 
+// A directory entry is safe once its directory is. Some file systems refuse to sync one; nothing more can be done there.
+void SyncDirectory(const std::string& directory);
+
 // Makes sure of room for so many bytes, without a change to the content. Else ERROR_WRITE_FAULT.
 [[nodiscard]] bool ReserveFile(int descriptor, uint64_t size);
 
