@@ -9,6 +9,7 @@
 
 #include "ber/read_cursor.h"
 #include "store/pem_bundle.h"
+#include "store/store_kind.h"
 #include "text/text_forms.h"
 
 namespace certkern {
@@ -28,6 +29,12 @@ bool BinaryFromText(std::vector<BYTE>& bytes) {
   binary.resize(size);
   bytes = std::move(binary);
   return true;
+}
+
+// Without a commit to come nobody asks what has changed, and what leaves the store need not be kept in mind.
+bool TellsItsChanges(const CertStore& store) {
+  const bool commits = store.kind->resync || store.has(CERT_FILE_STORE_COMMIT_ENABLE_FLAG);
+  return commits && !store.path.empty() && !store.has(CERT_STORE_READONLY_FLAG);
 }
 
 // --- the store and the image side by side; the caller holds the store's lock ---
@@ -145,6 +152,7 @@ bool StoreContent::takeCertificate() {
 
 bool LinkContent(CertStore& store, const StoreContent& content, const FileWitness& file) {
   if (!LinkImage(content.image(), store)) return false;
+  if (!TellsItsChanges(store)) return true;
   Pairing pairing(content.image().elements.size());
   const std::lock_guard guard(store.lock);
   if (!PairSameObjects(store, content.image(), pairing)) return Fault(ERROR_INTERNAL_ERROR);

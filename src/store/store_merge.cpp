@@ -136,6 +136,9 @@ void NumberPlaces(PlannedChange& plan) {
 
 // --- pieces ---
 
+// Bytes of an element beside its object: the heads of the records, its hashes, a URL.
+constexpr size_t kUsualProperties = 1024;
+
 bool IsKnown(const CertStore& store, const FilePlace& place) {
   return place.layout != 0 && place.layout == store.layout.number;
 }
@@ -194,6 +197,9 @@ class Patch {
   // for as long as possible.
   bool additions(uint64_t& size) {
     const size_t from = plan_.bytes.bytes.size();
+    size_t room = from;
+    for (const ElementOwner& each : changes_.added()) room += each->encoded().size() + kUsualProperties;
+    plan_.bytes.bytes.reserve(room);  // a large list must not be copied while it grows
     const DWORD end = store_.layout.end;
     for (const ElementType type : kTypes) {
       if (!PutAdditions(changes_, type, plan_)) return false;
