@@ -17,6 +17,7 @@ using OpenSslName = X509_NAME;
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -24,6 +25,7 @@ using OpenSslName = X509_NAME;
 #include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "platform/owner.h"
@@ -281,39 +283,83 @@ void IndexedBytes(benchmark::State& state) {
   CountCertificates(state);
 }
 
+// A list of so many bytes: most of them in an extension, so that making it takes no time.
+Bytes MakeList(size_t size) {
+  EVP_PKEY* const key = EVP_EC_gen("P-256");
+  X509_CRL* const list = X509_CRL_new();
+  X509_CRL_set_version(list, X509_CRL_VERSION_2);
+  OpenSslName* const issuer = X509_NAME_new();
+  AddAttribute(issuer, "CN", "Issuing CA 1");
+  X509_CRL_set_issuer_name(list, issuer);
+  X509_NAME_free(issuer);
+  ASN1_TIME* const now = X509_gmtime_adj(nullptr, 0);
+  X509_CRL_set1_lastUpdate(list, now);
+  ASN1_TIME_free(now);
+  ASN1_OCTET_STRING* const value = ASN1_OCTET_STRING_new();
+  const Bytes filling(size);
+  ASN1_OCTET_STRING_set(value, filling.data(), static_cast<int>(size));
+  ASN1_OBJECT* const id = OBJ_txt2obj("1.2.3.4", 1);
+  X509_EXTENSION* const extension = X509_EXTENSION_create_by_OBJ(nullptr, id, 0, value);
+  Check(extension && X509_CRL_add_ext(list, extension, -1) && X509_CRL_sign(list, key, EVP_sha256()) > 0);
+  BYTE* encoded = nullptr;
+  const int length = i2d_X509_CRL(list, &encoded);
+  Check(length > 0);
+  Bytes bytes(encoded, encoded + length);
+  OPENSSL_free(encoded);
+  X509_EXTENSION_free(extension);
+  ASN1_OBJECT_free(id);
+  ASN1_OCTET_STRING_free(value);
+  X509_CRL_free(list);
+  EVP_PKEY_free(key);
+  return bytes;
+}
+
 // A system store in a directory of this run.
 class SystemStore {
  public:
-  explicit SystemStore(size_t count) {
+  explicit SystemStore(size_t count, size_t listSize = 0) : next_(count) {
     std::string name = (std::filesystem::temp_directory_path() / "certkern-bench-XXXXXX").string();
     Check(mkdtemp(name.data()) && setenv("XDG_DATA_HOME", name.c_str(), 1) == 0);
     directory_ = name;
     store_.reset(CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, L"bench"));
     Check(store_.get());
     for (size_t i = 0; i < count; ++i) Add(store_, Certificates(count)[i], CERT_STORE_ADD_ALWAYS);
+    if (listSize) {
+      const Bytes list = MakeList(listSize);
+      Check(CertAddEncodedCRLToStore(store_.get(), 1, list.data(), static_cast<DWORD>(list.size()),
+                                     CERT_STORE_ADD_ALWAYS, nullptr));
+    }
     commit();
   }
   ~SystemStore() { std::filesystem::remove_all(directory_); }
   SystemStore(const SystemStore&) = delete;
   SystemStore& operator=(const SystemStore&) = delete;
+  void addAnother() { Add(store_, MakeCertificate(next_++), CERT_STORE_ADD_ALWAYS); }
   void commit() const { Check(CertControlStore(store_.get(), 0, CERT_STORE_CTRL_COMMIT, nullptr)); }
   void resync() const { Check(CertControlStore(store_.get(), 0, CERT_STORE_CTRL_RESYNC, nullptr)); }
 
  private:
   std::filesystem::path directory_;
   Store store_;
+  size_t next_;
 };
 
+// As long after the last change as it takes to be sure of it.
 void ResyncUnchanged(benchmark::State& state) {
   const SystemStore store(CountOf(state));
+  std::this_thread::sleep_for(std::chrono::milliseconds(2100));
+  store.resync();
   for (auto _ : state) store.resync();
   CountCertificates(state);
 }
 
-void Commit(benchmark::State& state) {
-  const SystemStore store(CountOf(state));
-  for (auto _ : state) store.commit();
-  CountCertificates(state);
+// One certificate more, in a store of so many beside a list of so many megabytes.
+void CommitAddition(benchmark::State& state) {
+  SystemStore store(CountOf(state), static_cast<size_t>(state.range(1)) << 20);
+  for (auto _ : state) {
+    store.addAnother();
+    store.commit();
+  }
 }
 
 // --- theirs ---
@@ -394,7 +440,7 @@ BENCHMARK(Save) CERTKERN_MANY;
 BENCHMARK(Open) CERTKERN_MANY;
 BENCHMARK(IndexedBytes) CERTKERN_MANY;
 BENCHMARK(OpenSslOpen) CERTKERN_MANY;
-BENCHMARK(Commit) CERTKERN_MANY;
+BENCHMARK(CommitAddition)->Args({100, 0})->Args({10'000, 0})->Args({100, 28})->Unit(benchmark::kMillisecond);
 BENCHMARK(ResyncUnchanged) CERTKERN_MANY;
 
 }  // namespace

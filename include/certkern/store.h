@@ -1,12 +1,15 @@
 /** Certificate and CRL stores: opening, filling, saving and closing them; collections and system stores.
  *
- *  A store keeps its contents in memory, newest first. What is kept in a file is read when the store is opened and
- *  written back as a whole when it is committed; a store that is never closed is never committed. A handle is counted:
+ *  A store keeps its contents in memory, newest first. What is kept in a file is read when the store is opened, and what
+ *  was changed since is written when it is committed; a store that is never closed is never committed. A handle is counted:
  *  CertOpenStore and CertDuplicateStore give one count, CertCloseStore takes it back. Contexts outlive the store that
  *  they came from. A collection has no contents of its own, only members, and looks like one store.
  *
- *  Any thread may use any store. Two processes that change the same file don't see each other until one of them
- *  resynchronises, and the last to commit wins. */
+ *  Any thread may use any store. Two processes, or two handles of one, that change the same file don't see each other until
+ *  one of them resynchronises, but lose nothing of each other: a commit applies what its handle has added, taken out and
+ *  changed since it last read or wrote the file to what the file holds by then, and leaves the handle's own contents as
+ *  they are. The last to commit wins only where both have changed properties of the same object; one that either has taken
+ *  out stays away. */
 #ifndef CERTKERN_STORE_H
 #define CERTKERN_STORE_H
 
@@ -49,7 +52,8 @@ CERTKERN_EXTERN_C_BEGIN
 #define CERT_STORE_MAXIMUM_ALLOWED_FLAG 0x1000u
 #define CERT_STORE_CREATE_NEW_FLAG 0x2000u    /**< the file must not exist */
 #define CERT_STORE_OPEN_EXISTING_FLAG 0x4000u /**< the file must exist */
-#define CERT_STORE_READONLY_FLAG 0x8000u
+#define CERT_STORE_READONLY_FLAG \
+  0x8000u /**< changes are refused; a missing file is not made, and nothing is found */
 #define CERT_FILE_STORE_COMMIT_ENABLE_FLAG \
   0x10000u /**< a file or path store is written back when it is closed */
 #define CERT_FILE_STORE_COMMIT_ENABLE CERT_FILE_STORE_COMMIT_ENABLE_FLAG
@@ -74,7 +78,7 @@ CERTKERN_EXTERN_C_BEGIN
  *  @return a handle for CertCloseStore; NULL on failure
  *  @errors ERROR_INVALID_PARAMETER: an unknown provider, a missing pvPara, CERT_STORE_NO_CRYPT_RELEASE_FLAG without a
  *          provider; E_INVALIDARG: read-only and commit both asked for; CRYPT_E_FILE_ERROR: neither a store nor a
- *          message nor a certificate; ERROR_END_OF_MEDIA: serialized data cut short; ERROR_INSUFFICIENT_BUFFER,
+ *          message nor a certificate, nor several PEM blocks of them; ERROR_END_OF_MEDIA: serialized data cut short; ERROR_INSUFFICIENT_BUFFER,
  *          ERROR_NOT_ENOUGH_MEMORY: the name is too long; ERROR_BAD_PATHNAME: the path is; ERROR_PATH_NOT_FOUND: no
  *          directory for system stores; ERROR_FILE_NOT_FOUND, ERROR_FILE_EXISTS, ERROR_ACCESS_DENIED,
  *          ERROR_OPEN_FAILED: the file; NTE_PROVIDER_DLL_FAIL: its lock; ERROR_NOT_ENOUGH_MEMORY */
@@ -114,16 +118,20 @@ CERTKERN_API HCERTSTORE CertDuplicateStore(HCERTSTORE hCertStore);
 /** What CertControlStore does. */
 #define CERT_STORE_CTRL_RESYNC 1        /**< takes over what changed in the file; system stores only */
 #define CERT_STORE_CTRL_NOTIFY_CHANGE 2 /**< not served */
-#define CERT_STORE_CTRL_COMMIT 3        /**< writes the file now */
+#define CERT_STORE_CTRL_COMMIT 3        /**< writes the changes now */
 #define CERT_STORE_CTRL_AUTO_RESYNC 4   /**< resynchronise before each new certificate search */
 
 /** Controls a store, or each member of a collection.
  *  @param dwFlags     0 for a commit, otherwise not looked at
  *  @param dwCtrlType  CERT_STORE_CTRL_...
  *  @param pvCtrlPara  NULL for a commit, otherwise not looked at
- *  @return TRUE or FALSE. A resynchronisation is TRUE when any member could be resynchronised, or there is none
+ *  @return TRUE or FALSE. A resynchronisation is TRUE when any member could be resynchronised, or there is none. A commit
+ *          that is FALSE has left the file as it was, and the changes can be committed later; once it is TRUE no crash
+ *          undoes it
  *  @errors ERROR_INVALID_PARAMETER: no store, arguments of a commit; ERROR_CALL_NOT_IMPLEMENTED: another control, or
- *          not for this kind of store; ERROR_LOCK_FAILED and the file codes of CertOpenStore */
+ *          not for this kind of store; ERROR_LOCK_FAILED and the file codes of CertOpenStore. Of a commit also
+ *          ERROR_FILE_NOT_FOUND: the file is gone, and the store was opened with CERT_STORE_OPEN_EXISTING_FLAG, or the
+ *          directory is gone; CRYPT_E_FILE_ERROR, ERROR_END_OF_MEDIA: what has come into the file is no store */
 CERTKERN_API BOOL CertControlStore(HCERTSTORE hCertStore, DWORD dwFlags, DWORD dwCtrlType,
                                    const void* pvCtrlPara);
 
@@ -132,7 +140,7 @@ CERTKERN_API BOOL CertControlStore(HCERTSTORE hCertStore, DWORD dwFlags, DWORD d
 #define CERT_STORE_SAVE_AS_PKCS7 2  /**< a signed message without signers; properties are lost */
 #define CERT_STORE_SAVE_TO_FILE 1   /**< pvSaveToPara is a FILE* */
 #define CERT_STORE_SAVE_TO_MEMORY 2 /**< pvSaveToPara is a CRYPT_DATA_BLOB; pbData NULL asks for the size */
-#define CERT_STORE_SAVE_TO_FILENAME_A 3 /**< pvSaveToPara is a path, UTF-8; the file is replaced */
+#define CERT_STORE_SAVE_TO_FILENAME_A 3 /**< pvSaveToPara is a path, UTF-8; the file is replaced at once */
 #define CERT_STORE_SAVE_TO_FILENAME_W 4 /**< the same, wide */
 #define CERT_STORE_SAVE_TO_FILENAME CERT_STORE_SAVE_TO_FILENAME_W
 

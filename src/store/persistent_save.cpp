@@ -10,6 +10,7 @@
 #include "ber/read_cursor.h"
 #include "platform/limits.h"
 #include "platform/text_conversion.h"
+#include "store/file_replacement.h"
 #include "store/message_store.h"
 #include "store/serialized_image.h"
 #include "store/store_file.h"
@@ -48,10 +49,18 @@ bool SaveToMemory(CertStore& store, WriteForm write, void* target) {
 bool SaveToPath(CertStore& store, WriteForm write, const char* path) {
   ImageBytes image(ImageBytes::Mode::Keep);
   if (!write(store, image)) return false;
-  FileStream stream = OpenStoreFile(path, kReadAccess | kWriteAccess, Creation::Always);
   StoreFileLock lock;
-  return stream && lock.take(store.fileMutex, ERROR_LOCK_FAILED) && RewriteFile(stream.get(), image.bytes)
-      && CloseFile(std::move(stream));
+  if (!lock.take(store.fileMutex, ERROR_LOCK_FAILED)) return false;
+  switch (ReplaceFile(path, image.bytes)) {
+    case Replaced::Yes:
+      return true;
+    case Replaced::No:
+      return false;
+    case Replaced::NotPossible:
+      break;
+  }
+  FileStream stream = OpenStoreFile(path, kReadAccess | kWriteAccess, Creation::Always);
+  return stream && RewriteFile(stream.get(), image.bytes) && CloseFile(std::move(stream));
 }
 
 bool SaveToNarrowPath(CertStore& store, WriteForm write, void* target) {

@@ -1,5 +1,5 @@
 // Stores in files: by a stream of the caller, by path, and system stores, whose path comes from their name. Their
-// contents are in memory as any store's; the whole file is read at the open and written at a commit.
+// contents are in memory as any store's; the whole file is read at the open, and what was changed is written at a commit.
 #ifndef CERTKERN_STORE_PERSISTENT_STORE_H
 #define CERTKERN_STORE_PERSISTENT_STORE_H
 
@@ -19,8 +19,8 @@ namespace certkern {
 [[nodiscard]] bool CommitFileStore(CertStore& store, CommitTime time);
 [[nodiscard]] bool CommitSystemStore(CertStore& store, CommitTime time);
 
-// Takes over what the file holds by now, and drops what was never committed. When nothing has changed that costs one
-// reading of the file and a comparison; no element is made.
+// Takes over what the file holds by now, and drops what was never committed. A file that is provably the one that was read
+// is left alone; another reading that finds the same costs a comparison, and no element is made.
 [[nodiscard]] bool ResyncSystemStore(CertStore& store);
 
 void ReleaseStoreFile(CertStore& store) noexcept;

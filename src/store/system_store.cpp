@@ -44,9 +44,8 @@ StoreHandle OpenFile(const OpenRequest& request, const StorePlacement& placement
   return OpenPlainStore(file);
 }
 
-// The machine's store behind the user's, to be read; none is no failure. Whoever may make the file does so, as for his
-// own: a file that comes later would stay out of sight, since an open store never looks for it again. It has a
-// reference of its own on a provider that the caller gave away.
+// The machine's store behind the user's, to be read; none is no failure. Where there is no file it stays empty for as long as
+// it is open. It has a reference of its own on a provider that the caller gave away.
 StoreHandle OpenMachineStore(const OpenRequest& request, DWORD settings) {
   const LastErrorKeeper keeper;
   OpenRequest machine = request;

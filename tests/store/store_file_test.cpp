@@ -116,6 +116,45 @@ TEST_F(StoreFile, OneCertificate) {
   }
 }
 
+std::string Pem(const std::string& label, const Bytes& der) {
+  DWORD size = 0;
+  const auto length = static_cast<DWORD>(der.size());
+  EXPECT_TRUE(CryptBinaryToStringA(der.data(), length, CRYPT_STRING_BASE64, nullptr, &size));
+  std::string text(size, 0);
+  EXPECT_TRUE(CryptBinaryToStringA(der.data(), length, CRYPT_STRING_BASE64, text.data(), &size));
+  text.resize(size);
+  return "-----BEGIN " + label + "-----\n" + text + "-----END " + label + "-----\n";
+}
+
+TEST_F(StoreFile, SeveralPemBlocks) {
+  const Bytes one = MakeCertificate({.serial = 1}), two = MakeCertificate({.serial = 2}), list = MakeCrl({});
+  const std::string key = Pem("PRIVATE KEY", Bytes(40, 0x5A));
+  const struct {
+    const char* name;
+    std::string text;
+    const char* certificates;  // or the failure
+    size_t lists;
+  } kCases[] = {
+      {"two certificates",            Pem("CERTIFICATE",           one) + Pem("CERTIFICATE",                           two),"2 1", 0},
+      {"a list, remarks and a key",
+       "subject=a\n" + Pem("CERTIFICATE",                                                       one) + "-- \n" + key + Pem("X509 CRL",                                                                               list),"1", 1},
+      {"an older name",                        key + Pem("X509 CERTIFICATE",                                                two),                   "2",0},
+      {"one that is none",Pem("CERTIFICATE",one) + Pem("CERTIFICATE",list),"error 2148081667", 0},
+      {"keys only",            key + key,                                             "error 2148081667",                                                                                                                      0},
+  };
+  for (const auto& [name, text, certificates, lists] : kCases) {
+    SCOPED_TRACE(name);
+    WriteAll(path, Bytes(text.begin(), text.end()));
+    EXPECT_EQ(content(), certificates);
+    const StoreHandle store = open(kCommit);
+    if (!store) continue;
+    EXPECT_EQ(CountOf(*store.get(), ElementType::Crl), lists);
+    add(store, 3);
+    EXPECT_TRUE(commit(store));
+    EXPECT_EQ(content(), std::string("3 ").append(certificates)) << "in the form of a store";
+  }
+}
+
 TEST_F(StoreFile, ReadOnlyWhereItCannotBeWritten) {
   fill(1);
   becomeOrdinary();
@@ -276,7 +315,7 @@ TEST_F(SystemStore, ResyncTakesOverWhatIsInTheFile) {
   const StoreHandle mine = open(L"shared");
   for (const DWORD serial : {1u, 2u, 3u, 3u}) add(mine, serial);
   ASSERT_TRUE(commit(mine));
-  EXPECT_TRUE(mine->dirty);
+  EXPECT_FALSE(mine->dirty);
   const StoreElement* const kept = mine->certificates.newest;
   ASSERT_TRUE(resync(mine));
   EXPECT_FALSE(mine->dirty);

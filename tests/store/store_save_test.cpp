@@ -3,7 +3,10 @@
 #include <certkern/text.h>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+
+#include <csignal>
 
 #include "platform/file.h"
 #include "store/store_file_fixture.h"
@@ -86,6 +89,43 @@ TEST_F(SaveToFile, Failures) {
   if (const FileStream full(std::fopen("/dev/full", "r+b")); full) {
     EXPECT_NE(save(store, CERT_STORE_SAVE_TO_FILE, full.get()), 0u);
   }
+}
+
+// What is saved takes the place of the old file, or is written into it where that must stay the one that it is.
+TEST_F(SaveToFile, ReplacesAnOrdinaryFileAtOnce) {
+  const StoreHandle store = OpenMemoryStore(0);
+  add(store, 1);
+  fill(2);
+  const Bytes before = ReadAll(path);
+  const std::string link = directory + "/link.sto", twin = directory + "/twin.sto";
+  const auto inode = [&] {
+    struct stat status {};
+    EXPECT_EQ(::stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0604u);
+    return status.st_ino;
+  };
+  ASSERT_EQ(::chmod(path.c_str(), 0604), 0);
+  const ino_t old = inode();
+  EXPECT_EQ(InChild([&] {
+              std::signal(SIGXFSZ, SIG_IGN);
+              const struct rlimit small = {before.size() / 4, before.size() / 4};
+              return ::setrlimit(RLIMIT_FSIZE, &small) == 0
+                  && save(store, CERT_STORE_SAVE_TO_FILENAME_A, path.c_str()) == ERROR_WRITE_FAULT;
+            }),
+            0);
+  EXPECT_EQ(ReadAll(path), before) << "a save that fails leaves the old file";
+  EXPECT_EQ(save(store, CERT_STORE_SAVE_TO_FILENAME_A, path.c_str()), 0u);
+  EXPECT_EQ(ReadAll(path), image(store));
+  const ino_t replaced = inode();
+  EXPECT_NE(replaced, old);
+  ASSERT_EQ(::symlink("a.sto", link.c_str()), 0);
+  EXPECT_EQ(save(store, CERT_STORE_SAVE_TO_FILENAME_A, link.c_str()), 0u);
+  EXPECT_EQ(inode(), replaced) << "through a link";
+  ASSERT_EQ(::link(path.c_str(), twin.c_str()), 0);
+  EXPECT_EQ(save(store, CERT_STORE_SAVE_TO_FILENAME_A, path.c_str()), 0u);
+  EXPECT_EQ(inode(), replaced) << "one of two names";
+  const auto files = std::filesystem::directory_iterator(directory);
+  EXPECT_EQ(std::distance(begin(files), end(files)), 3) << "nothing is left beside it";
 }
 
 // --- what has not changed for long is not read ---

@@ -292,15 +292,19 @@ DWORD AddTo(HCERTSTORE store, DWORD serial) {
       : GetLastError();
 }
 
-// A store is held open for long: what the machine's gets later is seen all the same.
-TEST_F(OpenedSystemStores, TheMachinesIsMadeAlong) {
+// The machine's store is only read, so it stays without a file, and another open finds the file that has come since.
+TEST_F(OpenedSystemStores, TheMachinesIsNotMadeAlong) {
   const HCERTSTORE user = CertOpenSystemStoreA(0, "later");
   ASSERT_EQ(Describe(user), "user+ machine-ro");
+  EXPECT_FALSE(std::filesystem::exists(directory->path("machine/later.sto")));
   const HCERTSTORE machine = CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, kMachine, L"later");
   EXPECT_EQ(AddTo(machine, 7), 0u);
   EXPECT_TRUE(CertCloseStore(machine, 0));
   EXPECT_TRUE(CertControlStore(user, 0, CERT_STORE_CTRL_RESYNC, nullptr));
-  EXPECT_EQ(Serials(StoreMembers(*AsStore(user))[1]), "7");
+  EXPECT_EQ(Serials(StoreMembers(*AsStore(user))[1]), "");
+  const HCERTSTORE again = CertOpenSystemStoreA(0, "later");
+  EXPECT_EQ(Serials(StoreMembers(*AsStore(again))[1]), "7");
+  EXPECT_TRUE(CertCloseStore(again, 0));
   EXPECT_TRUE(CertCloseStore(user, 0));
 }
 
