@@ -35,7 +35,13 @@ struct Timeouts {
   const uint64_t accumulative =
       TimeoutSetting(CHAIN_SETTING("ChainRevAccumulativeUrlRetrievalTimeoutMilliseconds"), 20000);
   const uint64_t single = TimeoutSetting(CHAIN_SETTING("ChainUrlRetrievalTimeoutMilliseconds"), 15000);
+  const uint64_t all = TimeoutSetting(CHAIN_SETTING("ChainTotalUrlRetrievalTimeoutMilliseconds"), 60000);
 };
+
+const Timeouts& ConfiguredTimeouts() {
+  static const Timeouts timeouts;
+  return timeouts;
+}
 
 #undef CHAIN_SETTING
 
@@ -118,9 +124,11 @@ StoreOwner OpenUserStoreByName(LPCWSTR name) {
 }
 
 uint64_t ConfiguredUrlTimeout(DWORD chainFlags) {
-  static const Timeouts timeouts;
+  const Timeouts& timeouts = ConfiguredTimeouts();
   return chainFlags & CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT ? timeouts.accumulative : timeouts.single;
 }
+
+uint64_t ConfiguredWireTimeout() { return ConfiguredTimeouts().all; }
 
 ChainEngine::ChainEngine(const CERT_CHAIN_ENGINE_CONFIG& config) {
   std::memcpy(&config_, &config, std::min<size_t>(config.cbSize, sizeof config_));

@@ -56,6 +56,8 @@ inline bool IsPseudoHandle(HCERTCHAINENGINE engine) {
 
 // Milliseconds, as configured: for one retrieval, or, in accumulative mode, for all of a build.
 uint64_t ConfiguredUrlTimeout(DWORD chainFlags);
+// Milliseconds that all retrievals of one call may take together, whatever its other time-outs say.
+uint64_t ConfiguredWireTimeout();
 
 }  // namespace certkern
 
