@@ -59,6 +59,12 @@ std::string JournalBase(const std::string& name) {
   return base.append(name, 0, NAME_MAX / 2).append(1, '-').append(std::to_string(sum));
 }
 
+// Who holds the store file for unchanged by its times must look again before a journal stands, even if its maker dies with
+// nothing else done. The maker may write the file, so this can't be refused.
+void MarkAsChanged(const std::string& storePath) {
+  static_cast<void>(::utimensat(AT_FDCWD, storePath.c_str(), nullptr, 0));
+}
+
 // A directory entry is safe once its directory is. Not every file system can, and then nobody can.
 void SyncDirectory(const std::string& directory) {
   const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -144,6 +150,7 @@ StoreJournal::Written StoreJournal::write(std::span<const BYTE> image) {
     return Written::Failed;
   }
   struct stat store;
+  MarkAsChanged(storePath_);
   const bool complete = ::stat(storePath_.c_str(), &store) == 0 && ShareLike(fileno(stream.get()), store)
       && WriteFile(stream.get(), HeaderOf(image)) && WriteFile(stream.get(), image) && FlushFile(stream.get())
       && ::fsync(fileno(stream.get())) == 0 && CloseFile(std::move(stream))

@@ -16,6 +16,7 @@
 #include "platform/limits.h"
 #include "platform/text_conversion.h"
 #include "store/file_lock.h"
+#include "store/file_witness.h"
 #include "store/journal.h"
 #include "store/persistent_content.h"
 #include "store/serialized_image.h"
@@ -80,27 +81,37 @@ int64_t ResyncPeriod() {
   return kPeriod;
 }
 
-bool Before(const timespec& a, const timespec& b) {
-  return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
-}
-
 timespec Later(const timespec& time, int64_t microseconds) {
   const int64_t nanoseconds = time.tv_nsec + microseconds % 1'000'000 * 1000;
   return {time.tv_sec + microseconds / 1'000'000 + nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
 }
 
-// A change within the period might have left the same time on the file.
-bool IsSurelyUnchanged(CertStore& store, const timespec& fileTime) {
+// A change within the period might have left the same time on the file. Before the site relies on it at all, the default
+// period keeps this answer out.
+bool IsUnchangedByPeriod(CertStore& store, const timespec& fileTime) {
   if (store.dirty || ResyncPeriod() >= kDefaultResyncPeriod) return false;
   const std::lock_guard guard(store.lock);
-  return !Before(fileTime, store.fileTime) && !Before(store.fileTime, fileTime)
-      && Before(Later(fileTime, ResyncPeriod()), store.lastSync);
+  return IsSameTime(fileTime, store.read.modified)
+      && IsEarlier(Later(fileTime, ResyncPeriod()), store.lastSync);
 }
 
-void NoteTimes(CertStore& store, const timespec& lastSync, const timespec& fileTime) {
+void NoteReading(CertStore& store, const timespec& lastSync, const FileWitness& read) {
   const std::lock_guard guard(store.lock);
   store.lastSync = lastSync;
-  store.fileTime = fileTime;
+  store.read = read;
+}
+
+// Nothing to take over, and nothing of the store's own to drop.
+bool IsProvenUnchanged(CertStore& store, const timespec& now) {
+  FileWitness read;
+  {
+    const std::lock_guard guard(store.lock);
+    read = store.read;
+  }
+  if (store.dirty || !IsSurelyUnchanged(store.path, read)) return false;
+  const std::lock_guard guard(store.lock);
+  if (store.read.isSameAs(read)) store.lastSync = now;
+  return true;
 }
 
 // --- loading ---
@@ -136,9 +147,11 @@ bool LoadFromPath(CertStore& store) {
   FileStream stream = OpenForFlags(store.path, store.flags);
   if (!stream) return false;
   fileLock.follow(store.path, stream.get());
-  timespec now, fileTime;
-  if (!Now(now) || !FileModificationTime(stream.get(), fileTime)) return false;
-  NoteTimes(store, now, fileTime);
+  timespec now;
+  if (!Now(now)) return false;
+  FileWitness read = WitnessOf(stream.get());
+  if (!recovered.empty()) read.settled = false;  // the file itself holds something else
+  NoteReading(store, now, read);
   if (!LoadOpened(store, stream.get(), std::move(recovered))) return false;
   store.file = stream.release();
   return true;
@@ -162,9 +175,9 @@ bool Commit(CertStore& store) {
   return CommitStoreFile(store.path, store.file, image.bytes);
 }
 
-// What the file of the store's path holds by now, and since when.
+// What the file of the store's path holds by now, and what it was when that was read.
 FileStream ReopenAndRead(CertStore& store, std::atomic<DWORD>& flags, std::vector<BYTE>& bytes,
-                         timespec& fileTime) {
+                         FileWitness& read) {
   StoreFileLock lock;
   if (!lock.take(store.fileMutex, NTE_PROVIDER_DLL_FAIL)) return {};
   FileLock fileLock;
@@ -173,8 +186,12 @@ FileStream ReopenAndRead(CertStore& store, std::atomic<DWORD>& flags, std::vecto
   FileStream stream = OpenForFlags(store.path, flags);
   if (!stream) return {};
   fileLock.follow(store.path, stream.get());
-  if (!FileModificationTime(stream.get(), fileTime)) return {};
-  if (bytes.empty() && !ReadWholeFile(stream.get(), bytes)) return {};
+  read = WitnessOf(stream.get());
+  if (!bytes.empty()) {
+    read.settled = false;  // the file itself holds something else
+  } else if (!ReadWholeFile(stream.get(), bytes)) {
+    return {};
+  }
   return stream;
 }
 
@@ -261,18 +278,21 @@ bool CommitSystemStore(CertStore& store, CommitTime time) {
 }
 
 bool ResyncSystemStore(CertStore& store) {
-  const std::lock_guard inTurn(store.writing);
-  if (!store.file) return Fault(ERROR_INTERNAL_ERROR);
   timespec now, fileTime;
-  if (!Now(now) || !FileModificationTime(store.file, fileTime)) return false;
-  if (IsSurelyUnchanged(store, fileTime) && LeadsTo(store.path, store.file)) return true;
+  if (!store.file) return Fault(ERROR_INTERNAL_ERROR);
+  if (!Now(now)) return false;
+  if (IsProvenUnchanged(store, now)) return true;  // whoever commits meanwhile is not waited for
+  const std::lock_guard inTurn(store.writing);
+  if (!FileModificationTime(store.file, fileTime)) return false;
+  if (IsUnchangedByPeriod(store, fileTime) && LeadsTo(store.path, store.file)) return true;
+  FileWitness read;
   std::atomic<DWORD> flags = store.flags & ~CERT_STORE_CREATE_NEW_FLAG;
   std::vector<BYTE> bytes;
-  FileStream stream = ReopenAndRead(store, flags, bytes, fileTime);
+  FileStream stream = ReopenAndRead(store, flags, bytes, read);
   StoreContent content;
   if (!stream || !content.take(std::move(bytes)) || !Reconcile(store, content.image())) return false;
   if (!IsSameFile(stream.get(), store.file)) GoOverTo(store, std::move(stream), flags);
-  NoteTimes(store, now, fileTime);
+  NoteReading(store, now, read);
   return true;
 }
 

@@ -25,6 +25,7 @@
 #include "oid/provider_search.h"
 #include "platform/owner.h"
 #include "platform/supkern.h"
+#include "store/file_witness.h"
 #include "store/store_element.h"
 
 namespace certkern {
@@ -93,7 +94,7 @@ struct CertStore {
   std::atomic<FILE*> file{nullptr};  // closed with the contents; exchanged under `writing`
   ubi_mutex* fileMutex = nullptr;
   timespec lastSync{};  // when it was last read or reconciled; under lock, as the one that follows
-  timespec fileTime{};  // of the file, at that time
+  FileWitness read;     // the file, at that time
   // From the making of an image until it is in the file: an older one is never written last. And while the store is
   // resynchronised.
   std::mutex writing;

@@ -23,8 +23,11 @@
 
 #include "platform/supkern.h"
 #include "platform/temporary_directory.h"
+#include "store/journal.h"
 #include "store/persistent_store.h"
 #include "store/sample_objects.h"
+#include "store/serialized_image.h"
+#include "store/store_kind.h"
 
 using namespace certkern;
 using namespace certkern::test;
@@ -287,6 +290,80 @@ TEST(StoreDurability, TheOlderImageIsNeverTheLast) {
   ubi_mutex_close(mutex);
   const StoreHandle written = OpenPath(path, CERT_STORE_OPEN_EXISTING_FLAG);
   EXPECT_EQ(Serials(*written.get()), "2 1");
+}
+
+// --- what is provably the file that was read is not read again ---
+
+// Two processes write the same file in turn, as fast as they can: many changes fall on one tick of the file system's clock,
+// and leave the file as large as it was.
+TEST(StoreResync, NoChangeOfAnotherProcessIsMissed) {
+  const Place directory;
+  ASSERT_EQ(setenv("XDG_DATA_HOME", directory.path("").c_str(), 1), 0);
+  const StoreHandle mine = OpenSystem();
+  ASSERT_TRUE(mine && Add(mine, 0) && Control(mine, CERT_STORE_CTRL_COMMIT));
+  int there[2], back[2];
+  ASSERT_EQ(pipe(there) | pipe(back), 0);
+  const DWORD rounds = Wish("CERTKERN_STORE_ROUNDS", 2000);
+  const pid_t child = fork();
+  if (!child) {
+    const int file = open(mine->path.c_str(), O_RDWR | O_CLOEXEC);
+    std::vector<Bytes> images(2);
+    for (DWORD i = 0; i < 2; ++i) {
+      const StoreHandle store(OpenMemoryStore(0));
+      REQUIRE(Add(store, 97 * i + 1));
+      ImageBytes image(ImageBytes::Mode::Keep);
+      REQUIRE(SerializeStore(*store.get(), ImageUse::Save, image));
+      images[i] = image.bytes;
+    }
+    char turn = 0;
+    for (DWORD i = 0; i < rounds; ++i) {
+      REQUIRE(pwrite(file, images[i % 2].data(), images[i % 2].size(), 0) > 0);
+      if (!i) REQUIRE(ftruncate(file, static_cast<off_t>(images[0].size())) == 0);
+      REQUIRE(write(there[1], "", 1) == 1 && read(back[0], &turn, 1) == 1);
+    }
+    _exit(0);
+  }
+  char turn = 0;
+  DWORD missed = 0;
+  for (DWORD i = 0; i < rounds && read(there[0], &turn, 1) == 1; ++i) {
+    EXPECT_TRUE(Control(mine, CERT_STORE_CTRL_RESYNC));
+    missed += Serials(*mine.get()) != std::to_string(97 * (i % 2) + 1);
+    ASSERT_EQ(write(back[1], "", 1), 1);
+  }
+  EXPECT_EQ(missed, 0u);
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
+// The proof needs a file that has rested; its own marks are put back by hand, so the test need not wait.
+TEST(StoreResync, AProvenFileIsNotRead) {
+  const Place directory;
+  ASSERT_EQ(setenv("XDG_DATA_HOME", directory.path("").c_str(), 1), 0);
+  const StoreHandle mine = OpenSystem();
+  ASSERT_TRUE(mine && Add(mine, 1) && Control(mine, CERT_STORE_CTRL_COMMIT));
+  ASSERT_TRUE(Control(mine, CERT_STORE_CTRL_RESYNC));
+  EXPECT_FALSE(mine->read.settled) << "it has only just been written";
+  mine->read.settled = true;
+  // Whoever has the file's lock is not waited for, and what is in the file is not looked at.
+  ubi_mutex* mutex = nullptr;
+  ASSERT_EQ(ubi_mutex_open(&mutex, StoreLockName(mine->path).c_str(), 8), 0);
+  ASSERT_EQ(ubi_mutex_lock(mutex), 0);
+  EXPECT_TRUE(Control(mine, CERT_STORE_CTRL_RESYNC));
+  EXPECT_TRUE(ResyncStore(*mine.get()));
+  EXPECT_EQ(ubi_mutex_unlock(mutex), 0);
+  ubi_mutex_close(mutex);
+  // What was never committed is dropped all the same, and a journal that has come to stand is finished.
+  ASSERT_TRUE(Add(mine, 2));
+  ASSERT_TRUE(Control(mine, CERT_STORE_CTRL_RESYNC));
+  EXPECT_EQ(Serials(*mine.get()), "1");
+  mine->read.settled = true;
+  const StoreHandle other = OpenMemoryStore(0);
+  ImageBytes image(ImageBytes::Mode::Keep);
+  ASSERT_TRUE(Add(other, 3) && SerializeStore(*other.get(), ImageUse::Commit, image));
+  ASSERT_EQ(StoreJournal(mine->path).write(image.bytes), StoreJournal::Written::Safe);
+  ASSERT_TRUE(Control(mine, CERT_STORE_CTRL_RESYNC));
+  EXPECT_EQ(Serials(*mine.get()), "3") << "a committer died over it";
 }
 
 }  // namespace
