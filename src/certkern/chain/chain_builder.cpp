@@ -20,11 +20,6 @@ bool IsInStore(HCERTSTORE store, PCCERT_CONTEXT certificate) {
       .get();
 }
 
-bool IsInUserRoots(PCCERT_CONTEXT certificate) {
-  const StoreOwner roots = OpenUserStoreByName(kRootStoreName);
-  return roots && IsInStore(roots.get(), certificate);
-}
-
 // Trust ends a path at a self-signed certificate, and exempts from revocation: where neither can come up, a file that
 // may hold all the roots of the world need not be read.
 bool CanTrustMatter(const ChainBuilder& builder, const CertRecord& end) {
@@ -125,10 +120,17 @@ void ChainBuilder::addStore(std::vector<StoreRef>& stores, HCERTSTORE store, boo
   stores.insert(behind, std::move(ref));
 }
 
+HCERTSTORE ChainBuilder::userStore(LPCWSTR name) {
+  std::optional<StoreOwner>& kept = name == kRootStoreName ? userRoots_ : userAuthorities_;
+  if (!kept) kept = UserStore(name);
+  return kept->get();
+}
+
 void ChainBuilder::build(PCCERT_CONTEXT end) {
   CertRecord& record = records->certificate(end, false);
   if (CanTrustMatter(*this, record)) {
-    record.trusted = exclusiveRoot ? IsInStore(exclusiveRoot, end) : IsInUserRoots(end);
+    const HCERTSTORE roots = exclusiveRoot ? exclusiveRoot : userStore(kRootStoreName);
+    record.trusted = roots && IsInStore(roots, end);
   }
   visited.insert(&record);
   if (!verifyCertificate(record) && bestError) {

@@ -20,11 +20,10 @@
 
 #include "certkern/chain/chain_records.h"
 #include "certkern/chain/chain_trace.h"
+#include "certkern/chain/user_stores.h"
 #include "platform/limits.h"
 
 namespace certkern {
-
-using StoreOwner = Owner<HCERTSTORE, CertCloseStore>;
 
 // A store that is searched.
 struct StoreRef {
@@ -111,6 +110,10 @@ class ChainBuilder {
   // False: the status is recorded at the node.
   bool checkRevocation(ChainNode& node, ChainNode& issuer);
 
+  // A store of the user's by its name, as it was when the build first asked for it; null: there is none. A build looks at
+  // each file once, so that all its searches see the same.
+  HCERTSTORE userStore(LPCWSTR name);
+
   bool isTimeValid(const CERT_INFO& certificate) const;  // at checkTime; bounds belong to it
   bool hasFlag(DWORD flag) const { return (flags & flag) != 0; }
 
@@ -145,6 +148,9 @@ class ChainBuilder {
   // What the stores answered, by store and question: a path that turns in circles asks the same again and again.
   std::map<std::pair<HCERTSTORE, std::string>, std::vector<CertRecord*>> storeSearches;
   ChainTrace trace;  // with tracePrefix; a clone's is two blanks longer
+
+ private:
+  std::optional<StoreOwner> userRoots_, userAuthorities_;
 };
 
 // What is known of a signature and a key. Only Good and Bad follow from the bytes and are remembered.
