@@ -627,6 +627,33 @@ cert EE2 | A | | | | ids
   EXPECT_EQ(unitsFor(other, 0), kEach);
 }
 
+// Each further chain passes over the roots of those before it: one budget of the call ends that.
+TEST(PathSearchBounds, FurtherChains) {
+  const StoreOwner roots = MakeMemoryStore();
+  for (int i = 0; i < 150; ++i) {
+    MadeCertificate root = Authority("CA", "CA", "k", "");
+    root.serial = {'\x01', static_cast<char>(i >> 8), static_cast<char>(i)};
+    AddTo(roots, root, true);
+  }
+  const CertificateOwner end =
+      MadeCertificate{.subject = "EE", .issuer = "CA", .authorityKeyId = "k"}.context();
+  SetSelfSigned(end.get(), false);
+  // all have one key, and it has signed
+  const CertFacts& facts = *CertFactsOf(end.get());
+  facts.signatures.keep(*facts.keyDigest.get(end.get()->pCertInfo->SubjectPublicKeyInfo), true);
+  CERT_CHAIN_ENGINE_CONFIG config{};
+  config.cbSize = sizeof config;
+  config.hExclusiveRoot = config.hRestrictedOther = roots.get();
+  EngineHandle engine;
+  ASSERT_TRUE(CertCreateCertificateChainEngine(&config, engine.out()));
+  const ChainHandle chain =
+      AskChain(engine.get(), end.get(), {.flags = CERT_CHAIN_RETURN_LOWER_QUALITY_CONTEXTS});
+  ASSERT_TRUE(chain);
+  EXPECT_EQ(chain->TrustStatus.dwErrorStatus, 0u);
+  EXPECT_GT(chain->cLowerQualityChainContext, 50u);
+  EXPECT_LT(chain->cLowerQualityChainContext, 100u) << "of steps 1 + 2 + 3 and so on";
+}
+
 // A server that makes a new authority for each question, in a bundle that has no end.
 TEST(PathSearchBounds, AuthoritiesByUrl) {
   const auto access = [](int number) {
