@@ -2,9 +2,11 @@
 //
 // Kept: contexts, stores, lists and the engine live on, as OpenSSL's objects do; the argument is the number of unrelated
 // certificates that lie in the store beside the intermediate. FromBytes: all is decoded anew. With lists, both sides ask
-// one for the leaf and one for the intermediate. "verifying" is the share of our time inside the provider's hashing and
+// one for the leaf and one for the intermediate. Installed: the user's own engine over system stores on disk, with the
+// distribution's roots and 200 intermediates, beside an X509_STORE that was filled once. "verifying" is the share of our time inside the provider's hashing and
 // verification, "keys" the share in which keys come there; "signatures" is how many a build verifies.
 #include <dlfcn.h>
+#include <openssl/pem.h>
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 
@@ -14,12 +16,16 @@
 #include <certkern/store.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "gost_plug_in.h"
@@ -167,6 +173,11 @@ class Ours {
     Require(CertCreateCertificateChainEngine(&config, engine_.out()), "no engine");
   }
 
+  // The user's engine.
+  explicit Ours(const Encoded& encoded)
+      : leaf_(CertCreateCertificateContext(X509_ASN_ENCODING, Data(encoded.leaf), Size(encoded.leaf))),
+        flags_(CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY | CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL) {}
+
   void verify() const {
     CERT_CHAIN_PARA para{};
     para.cbSize = sizeof para;
@@ -219,6 +230,10 @@ class Theirs {
     if (withLists) X509_STORE_set_flags(store_.get(), X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL);
   }
 
+  void add(const std::vector<std::string>& certificates) {
+    for (const std::string& each : certificates) add(each);
+  }
+
   void verify() const {
     const TheirVerifier verifier(X509_STORE_CTX_new());
     X509_STORE_CTX_init(verifier.get(), store_.get(), leaf_.get(), nullptr);
@@ -237,6 +252,67 @@ class Theirs {
   TheirStore store_;
   TheirCertificate leaf_;
 };
+
+// --- an installation ---
+
+// The configuration is read once, before any store is opened. Who else needs a user's directory may name another.
+const bool kConfigured = [] {
+  std::filesystem::create_directory(Directory().path("machine"));
+  std::filesystem::permissions(Directory().path("machine"), std::filesystem::perms::owner_all);
+  const std::string configuration =
+      Directory().write("config.toml", "[paths]\nglobal_stores = '" + Directory().path("machine") + "'\n");
+  return setenv("CERTKERN_CONFIG", configuration.c_str(), 1) == 0
+      && setenv("XDG_DATA_HOME", Directory().path("").c_str(), 1) == 0;
+}();
+
+std::vector<std::string> RootsOfTheDistribution() {
+  std::vector<std::string> roots;
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen("/etc/ssl/certs/ca-certificates.crt", "r"), fclose);
+  while (file) {
+    const TheirCertificate certificate(PEM_read_X509(file.get(), nullptr, nullptr, nullptr));
+    if (!certificate) break;
+    BYTE* bytes = nullptr;
+    const int size = i2d_X509(certificate.get(), &bytes);
+    Require(size > 0, "a root of the distribution is refused");
+    roots.emplace_back(reinterpret_cast<const char*>(bytes), static_cast<size_t>(size));
+    OPENSSL_free(bytes);
+  }
+  return roots;
+}
+
+void FillSystemStore(const wchar_t* name, DWORD location, const std::vector<std::string>& certificates) {
+  const Store store(CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, 0, 0, location, name));
+  Require(static_cast<bool>(store), "a system store can't be opened");
+  for (const std::string& each : certificates) {
+    Require(CertAddEncodedCertificateToStore(store.get(), X509_ASN_ENCODING, Data(each), Size(each),
+                                             CERT_STORE_ADD_ALWAYS, nullptr),
+            "a system store refuses a certificate");
+  }
+}
+
+struct Installation {
+  std::vector<std::string> roots = RootsOfTheDistribution();
+  std::vector<std::string> intermediates = Unrelated(200);
+
+  Installation() {
+    for (const char* kind : {"rsa", "p256", "gost256"}) {
+      const Encoded encoded(kind);
+      intermediates.push_back(encoded.authorities[0]);
+      roots.push_back(encoded.authorities[1]);
+    }
+    const auto half = intermediates.begin() + static_cast<ptrdiff_t>(intermediates.size() / 2);
+    FillSystemStore(L"Root", CERT_SYSTEM_STORE_LOCAL_MACHINE, roots);
+    FillSystemStore(L"Root", CERT_SYSTEM_STORE_CURRENT_USER, {});
+    FillSystemStore(L"CA", CERT_SYSTEM_STORE_CURRENT_USER, {intermediates.begin(), half});
+    FillSystemStore(L"CA", CERT_SYSTEM_STORE_LOCAL_MACHINE, {half, intermediates.end()});
+    std::this_thread::sleep_for(std::chrono::seconds(3));  // files that were just written are read each time
+  }
+};
+
+const Installation& TheInstallation() {
+  static const Installation installation;
+  return installation;
+}
 
 // --- the comparison ---
 
@@ -280,10 +356,34 @@ void FromBytes(benchmark::State& state, const char* kind, Lists lists) {
       [&] { Theirs(encoded, lists == Lists::Both, 0).verify(); });
 }
 
-#define CERTKERN_CHAINS(kind)                                                                                \
-  BENCHMARK_CAPTURE(Kept, kind, #kind, Lists::None)->Arg(0)->Arg(1000)->Arg(10000)->UseManualTime();         \
-  BENCHMARK_CAPTURE(Kept, kind##_lists, #kind, Lists::Both)->Arg(0)->Arg(1000)->Arg(10000)->UseManualTime(); \
-  BENCHMARK_CAPTURE(FromBytes, kind, #kind, Lists::None)->UseManualTime();                                   \
+void Installed(benchmark::State& state, const char* kind) {
+  const Encoded encoded = Objects(kind);
+  const Installation& installation = TheInstallation();
+  const Ours ours(encoded);
+  Theirs theirs(encoded, false, 0);
+  for (const auto* each : {&installation.roots, &installation.intermediates}) theirs.add(*each);
+  Compare(
+      state, [&] { ours.verify(); }, [&] { theirs.verify(); });
+}
+
+// So many batches: the library's own time asks for thousands, of which OpenSSL needs minutes.
+constexpr int kBatches = 100;
+
+#define CERTKERN_CHAINS(kind)                                                       \
+  BENCHMARK_CAPTURE(Kept, kind, #kind, Lists::None)                                 \
+      ->Arg(0)                                                                      \
+      ->Arg(1000)                                                                   \
+      ->Arg(10000)                                                                  \
+      ->Iterations(kBatches)                                                        \
+      ->UseManualTime();                                                            \
+  BENCHMARK_CAPTURE(Kept, kind##_lists, #kind, Lists::Both)                         \
+      ->Arg(0)                                                                      \
+      ->Arg(1000)                                                                   \
+      ->Arg(10000)                                                                  \
+      ->Iterations(kBatches)                                                        \
+      ->UseManualTime();                                                            \
+  BENCHMARK_CAPTURE(Installed, kind, #kind)->Iterations(kBatches)->UseManualTime(); \
+  BENCHMARK_CAPTURE(FromBytes, kind, #kind, Lists::None)->UseManualTime();          \
   BENCHMARK_CAPTURE(FromBytes, kind##_lists, #kind, Lists::Both)->UseManualTime()
 CERTKERN_CHAINS(rsa);
 CERTKERN_CHAINS(p256);

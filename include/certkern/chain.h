@@ -199,8 +199,9 @@ CERTKERN_FIELD_AT(CERT_CHAIN_PARA, dwUrlRetrievalTimeout, 56);
 #define CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT 0x40000000u
 #define CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY 0x80000000u /**< fetch no CRLs over the network */
 
-/** Builds and validates a chain. Fetches missing certificates and CRLs by URL unless a flag forbids it; fetched
- *  certificates are added to the user's store "CA". The call may block for the time-out per URL.
+/** Builds and validates a chain. Fetches missing certificates and CRLs by URL unless a flag forbids it; of the fetched
+ *  certificates those that stand as issuers on a path to a trusted root, with all signatures good, are added to the
+ *  user's store "CA". The call may block for the time-out per URL, and for one minute (as configured) in all.
  *  @param hChainEngine      NULL: HCCE_CURRENT_USER
  *  @param pTime             the moment to judge at; NULL: now
  *  @param hAdditionalStore  searched too, not trusted; may be NULL. The certificate's own store is searched as well

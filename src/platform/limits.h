@@ -88,8 +88,10 @@ inline constexpr size_t kMaxSystemStoreFileName = 512;
 
 // One chain build, clones included. Cross-certified CAs have as many paths as there are orders of them, and a server can
 // mint a new issuer for each question: work ends here, and what was found so far is the answer.
-inline constexpr size_t kMaxChainNodes = 512;  // of one path
-inline constexpr uint32_t kMaxChainCandidateSteps = 4096;
+inline constexpr size_t kMaxChainNodes = 512;                    // of one path
+inline constexpr uint32_t kMaxChainCandidateSteps = 4096;        // to issuers whose signature holds
+inline constexpr uint32_t kMaxChainCandidateLooks = 1u << 18;    // at issuers, whatever comes of it
+inline constexpr size_t kMaxChainCandidates = 1u << 14;          // of one certificate or CRL
 inline constexpr uint32_t kMaxChainRetrievals = 64;              // over the wire
 inline constexpr size_t kMaxChainIssuerUrls = 64;                // of one certificate
 inline constexpr size_t kMaxChainBundleCertificates = 256;       // taken from one retrieval
@@ -99,6 +101,14 @@ inline constexpr size_t kMaxChainCrlUrls = 64;                   // of all point
 inline constexpr size_t kMaxChainCrlPoints = 64;                 // of one certificate that are looked at
 inline constexpr uint32_t kMaxChainCrlSteps = 1u << 17;  // CRLs collected, and looked at for each point
 inline constexpr unsigned kMaxRevocationClones = 16;     // within each other
+
+// Signature verifications of one chain build, its clones and its further chains, and of all builds over one message. The
+// unit is a verification with an RSA key of 2048 bits, some 30 us: a call ends within seconds, whatever keys it meets,
+// and a message with a thousand signers of one authority is far from the bound.
+inline constexpr uint32_t kMaxChainVerificationUnits = 1u << 15;
+inline constexpr int64_t kMaxMessageVerificationUnits = 1 << 15;
+// Keys for which a certificate or CRL remembers whether they made its signature.
+inline constexpr size_t kMaxLinkVerdicts = 64;
 
 // Bytes of a URL that is fetched, or kept with an object in the URL cache.
 inline constexpr size_t kMaxUrl = 8192;

@@ -6,7 +6,6 @@
 #include <certkern/oids.h>
 
 #include <algorithm>
-#include <cwctype>
 #include <span>
 #include <vector>
 
@@ -147,7 +146,9 @@ std::optional<size_t> FindCommonName(std::wstring_view text) {
 
 std::wstring LowerCase(std::wstring_view text) {
   std::wstring lower(text);
-  for (wchar_t& unit : lower) unit = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(unit)));
+  for (wchar_t& unit : lower) {
+    if (unit >= L'A' && unit <= L'Z') unit += L'a' - L'A';
+  }
   return lower;
 }
 

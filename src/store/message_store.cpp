@@ -3,6 +3,7 @@
 #include <certkern/errors.h>
 
 #include "ber/read_cursor.h"
+#include "platform/limits.h"
 #include "platform/owner.h"
 
 namespace certkern {
@@ -128,6 +129,7 @@ StoreHandle OpenMessageStore(const OpenRequest& request) {
   forMemory.provider = StoreNumber(CERT_STORE_PROV_MEMORY);
   forMemory.flags &= ~CERT_STORE_READONLY_FLAG;
   StoreHandle store = OpenPlainStore(forMemory);
+  if (store) store->verificationUnits = kMaxMessageVerificationUnits;
   if (!store || AddMessageObjects(const_cast<HCRYPTMSG>(request.parameter), store.get())) return store;
   // nothing came of the open, so the caller's provider stays the caller's
   if (request.cryptProvider) store->ownsProvider = false;

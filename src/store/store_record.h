@@ -84,6 +84,8 @@ struct CertStore {
   ElementList certificates;
   ElementList crls;
   uint64_t nextSequence = 1;
+  // What chain builds may still spend on signatures by keys from here; limits.h has the unit.
+  std::atomic<int64_t> verificationUnits{INT64_MAX};
 
   // Collections only. Never changed in place: a change makes a new list, and a walk keeps the one that it began with.
   std::shared_ptr<const MemberList> members;

@@ -4,6 +4,8 @@
 
 #include <certkern/errors.h>
 
+#include <clocale>
+
 #include "platform/exceptions.h"
 #include "store/sample_objects.h"
 
@@ -55,6 +57,13 @@ TEST(ServerName, StarIsOneWholeFirstLabel) {
     EXPECT_EQ(MatchesServerName(row.server, row.pattern), row.matches)
         << LowerCase(row.server).size() << " " << std::string(row.pattern, row.pattern + wcslen(row.pattern));
   }
+}
+
+// Whatever the program's locale takes for the other case of a letter.
+TEST(ServerName, CaseIsThatOfAscii) {
+  ASSERT_TRUE(setlocale(LC_ALL, "C.UTF-8"));
+  EXPECT_EQ(LowerCase(L"K\u212A\u00C4\u0130.Example"), L"k\u212A\u00C4\u0130.example");
+  setlocale(LC_ALL, "C");
 }
 
 // Alternative names of a certificate: the content of its extension, one entry after the other.

@@ -15,6 +15,7 @@
 
 #include "certkern/chain/chain_records.h"
 #include "certkern/chain/decoded_extension.h"
+#include "certkern/chain/link_verdicts.h"
 #include "certkern/chain/normal_name.h"
 
 namespace certkern {
@@ -46,6 +47,9 @@ struct CertFacts {
   const std::optional<KeyPeriod> keyPeriod;
   // The one fact that costs a signature verification: found when it is asked for (IsSelfSigned).
   mutable std::atomic<TriState> selfSigned{TriState::Unknown};
+  // The same for other certificates' keys (SignatureBy), and what they know this one's key by.
+  mutable LinkVerdicts signatures;
+  mutable KeyDigestOnce keyDigest;
 
   // Of the authority key identifier; empty: none.
   std::span<const BYTE> authorityKeyIdBytes() const;

@@ -20,15 +20,10 @@ bool IsInStore(HCERTSTORE store, PCCERT_CONTEXT certificate) {
       .get();
 }
 
-bool IsInUserRoots(PCCERT_CONTEXT certificate) {
-  const StoreOwner roots = OpenUserStoreByName(kRootStoreName);
-  return roots && IsInStore(roots.get(), certificate);
-}
-
 // Trust ends a path at a self-signed certificate, and exempts from revocation: where neither can come up, a file that
 // may hold all the roots of the world need not be read.
 bool CanTrustMatter(const ChainBuilder& builder, const CertRecord& end) {
-  return builder.hasFlag(kRevocationFlags) || IsSelfSigned(end);
+  return builder.hasFlag(kRevocationFlags) || IsSelfSigned(end, *builder.budget);
 }
 
 // Every user of a set of stores holds them open himself.
@@ -75,10 +70,10 @@ void TraceResult(const ChainBuilder& builder) {
 
 }  // namespace
 
-ChainBuilder::ChainBuilder()
+ChainBuilder::ChainBuilder(std::shared_ptr<BuildBudget> shared)
     : records(std::make_shared<InternedRecords>()),
       goodVerdicts(std::make_shared<GoodVerdicts>(*records)),
-      budget(std::make_shared<BuildBudget>()) {
+      budget(std::move(shared)) {
   GetSystemTimeAsFileTime(&now);
   checkTime = now;
 }
@@ -111,18 +106,31 @@ ChainBuilder::ChainBuilder(const ChainBuilder& parent, CertRecord& underDecision
 ChainBuilder::~ChainBuilder() = default;
 
 void ChainBuilder::addStore(std::vector<StoreRef>& stores, HCERTSTORE store, bool trusted) {
+  // what is in already with at least this trust would only be searched again
+  if (std::ranges::any_of(stores, [&](const StoreRef& each) {
+        return each.store.get() == store && (each.trusted || !trusted);
+      })) {
+    return;
+  }
   StoreRef ref;
   ref.store.reset(CertDuplicateStore(store));
   ref.trusted = trusted;
   if (!ref.store) ThrowLastError();
-  const auto place = std::ranges::lower_bound(stores, ref, std::less<>());
-  if (place == stores.end() || ref < *place) stores.insert(place, std::move(ref));
+  const auto behind = trusted ? std::ranges::find(stores, false, &StoreRef::trusted) : stores.end();
+  stores.insert(behind, std::move(ref));
+}
+
+HCERTSTORE ChainBuilder::userStore(LPCWSTR name) {
+  std::optional<StoreOwner>& kept = name == kRootStoreName ? userRoots_ : userAuthorities_;
+  if (!kept) kept = UserStore(name);
+  return kept->get();
 }
 
 void ChainBuilder::build(PCCERT_CONTEXT end) {
   CertRecord& record = records->certificate(end, false);
   if (CanTrustMatter(*this, record)) {
-    record.trusted = exclusiveRoot ? IsInStore(exclusiveRoot, end) : IsInUserRoots(end);
+    const HCERTSTORE roots = exclusiveRoot ? exclusiveRoot : userStore(kRootStoreName);
+    record.trusted = roots && IsInStore(roots, end);
   }
   visited.insert(&record);
   if (!verifyCertificate(record) && bestError) {

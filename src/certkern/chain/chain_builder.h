@@ -20,21 +20,15 @@
 
 #include "certkern/chain/chain_records.h"
 #include "certkern/chain/chain_trace.h"
+#include "certkern/chain/user_stores.h"
 #include "platform/limits.h"
 
 namespace certkern {
 
-using StoreOwner = Owner<HCERTSTORE, CertCloseStore>;
-
-// A store that is searched. Trusted stores come first, and among equals the handle decides.
+// A store that is searched.
 struct StoreRef {
   StoreOwner store;
   bool trusted = false;
-
-  bool operator<(const StoreRef& other) const {
-    if (trusted != other.trusted) return trusted;
-    return store.get() < other.store.get();
-  }
 };
 
 struct ChainNode {
@@ -54,12 +48,15 @@ struct ChainSnapshot {
   DWORD chainRevReason = 0;
 };
 
-// Budgets that one core call shares with all its clones, so that hostile certificates can't multiply work.
+// Budgets that all builds and clones of one call share, so that hostile certificates can't multiply work.
 struct BuildBudget {
-  uint32_t candidateSteps = 0;  // taken, at most kMaxChainCandidateSteps
-  uint32_t wireRetrievals = 0;  // taken, at most kMaxChainRetrievals
-  uint32_t crlSteps = 0;        // taken, at most kMaxChainCrlSteps
-  uint64_t policyVisits = 0;    // to nodes of policy trees, at most kMaxPolicyVisits
+  uint32_t candidateSteps = 0;     // taken, at most kMaxChainCandidateSteps
+  uint32_t candidateLooks = 0;     // taken, at most kMaxChainCandidateLooks
+  uint32_t verificationUnits = 0;  // spent, at most kMaxChainVerificationUnits
+  uint32_t wireRetrievals = 0;     // taken, at most kMaxChainRetrievals
+  uint32_t crlSteps = 0;           // taken, at most kMaxChainCrlSteps
+  uint64_t policyVisits = 0;       // to nodes of policy trees, at most kMaxPolicyVisits
+  uint64_t wireMs = 0;             // spent on the network, at most what is configured
 };
 
 // Whose issuer is sought: the name, and what the authority key identifier adds.
@@ -74,7 +71,8 @@ class GoodVerdicts;      // good_verdicts.h
 
 class ChainBuilder {
  public:
-  ChainBuilder();
+  ChainBuilder() : ChainBuilder(std::make_shared<BuildBudget>()) {}
+  explicit ChainBuilder(std::shared_ptr<BuildBudget> shared);
   // A clone that validates the signer of a CRL of `record`: isCrlSubcheck, an empty chain, no best error, and one more
   // certificate in the cycle guard.
   ChainBuilder(const ChainBuilder& parent, CertRecord& underDecision);
@@ -95,10 +93,15 @@ class ChainBuilder {
   // Keeps a copy of the chain as the best failure so far if it is; `node` null: the chain as a whole.
   void recordPathError(DWORD status, const ChainNode* node, DWORD reason = 0);
   bool isWireAllowed() const;
-  // Milliseconds for the next retrieval; 0: none is left.
+  // Those of the path that came by URL go into the user's store if all signatures up to the trusted root hold: what
+  // merely lies at a URL must not stand in the way of later builds.
+  void keepWireIssuers();
+  // Milliseconds for the next look-up in the cache, and for the next retrieval by network; 0: none is left.
   uint64_t retrievalBudget() const;
-  // In accumulative mode, adds what a retrieval took.
+  uint64_t wireBudget() const;
+  // What a retrieval took, which counts in accumulative mode; by network it always counts.
   void addRetrievalTime(uint64_t milliseconds);
+  void addWireTime(uint64_t milliseconds);
 
   // --- Validation (path_validation.cpp) ---
   bool validatePath();
@@ -107,13 +110,19 @@ class ChainBuilder {
   // False: the status is recorded at the node.
   bool checkRevocation(ChainNode& node, ChainNode& issuer);
 
+  // A store of the user's by its name, as it was when the build first asked for it; null: there is none. A build looks at
+  // each file once, so that all its searches see the same.
+  HCERTSTORE userStore(LPCWSTR name);
+
   bool isTimeValid(const CERT_INFO& certificate) const;  // at checkTime; bounds belong to it
   bool hasFlag(DWORD flag) const { return (flags & flag) != 0; }
 
-  std::vector<StoreRef> certStores;  // kept sorted and free of doubles by addStore
+  // In the order of searching, kept and free of doubles by addStore.
+  std::vector<StoreRef> certStores;
   std::vector<StoreRef> crlStores;
-  static void addStore(std::vector<StoreRef>& stores, HCERTSTORE store,
-                       bool trusted);  // duplicates the handle
+  // Behind those that are there, trusted stores first: addresses would make verdicts depend on the allocator. Duplicates
+  // the handle.
+  static void addStore(std::vector<StoreRef>& stores, HCERTSTORE store, bool trusted);
 
   DWORD flags = CERT_CHAIN_REVOCATION_CHECK_CHAIN;
   HCERTSTORE usedStore = nullptr;      // certificates that may not end this chain; borrowed
@@ -139,12 +148,25 @@ class ChainBuilder {
   // What the stores answered, by store and question: a path that turns in circles asks the same again and again.
   std::map<std::pair<HCERTSTORE, std::string>, std::vector<CertRecord*>> storeSearches;
   ChainTrace trace;  // with tracePrefix; a clone's is two blanks longer
+
+ private:
+  std::optional<StoreOwner> userRoots_, userAuthorities_;
 };
 
-// Whether `subject` was signed with `issuer`'s key. Unequal key identifiers answer without cryptography.
-bool IsSignedBy(const CertRecord& subject, const CertRecord& issuer);
-bool IsCrlSignedBy(const CrlRecord& crl, const CertRecord& issuer);
-bool IsSelfSigned(const CertRecord& record);
+// What is known of a signature and a key. Only Good and Bad follow from the bytes and are remembered.
+enum class SignatureVerdict {
+  Good,
+  Bad,
+  OtherKey,      // by the key identifiers; no cryptography was asked
+  Failed,        // this time
+  NotAffordable  // the budget of the build, or of the message that the key came with, is spent
+};
+// Whether the subject was signed with the issuer's key. Unequal key identifiers answer without cryptography.
+SignatureVerdict SignatureBy(const CertRecord& issuer, const CertRecord& subject, BuildBudget& budget);
+SignatureVerdict SignatureBy(const CertRecord& issuer, const CrlRecord& crl, BuildBudget& budget);
+// The same whatever the identifiers say: an issuer that was certified again has the same key under another one.
+SignatureVerdict SignatureByKeyOf(const CertRecord& issuer, const CrlRecord& crl, BuildBudget& budget);
+bool IsSelfSigned(const CertRecord& record, BuildBudget& budget);
 bool IsSelfIssued(const CertRecord& record);
 // Whether a certificate made at `moment` falls into the issuer's key period; always true unless StrictPkupCheck is on.
 bool IsInKeyPeriod(const FILETIME& moment, const CertRecord& issuer);

@@ -26,7 +26,12 @@ bool EncodedLess::operator()(std::span<const BYTE> a, std::span<const BYTE> b) c
 CertRecord& InternedRecords::certificate(PCCERT_CONTEXT context, bool trusted) {
   if (const auto known = certificates_.find({context->pbCertEncoded, context->cbCertEncoded});
       known != certificates_.end()) {
-    return *known->second;
+    CertRecord& record = *known->second;
+    if (trusted && !record.trusted) {
+      record.trusted = true;
+      ++trustGained_;
+    }
+    return record;
   }
   auto record = std::make_unique<CertRecord>();
   record->context.reset(CertDuplicateCertificateContext(context));

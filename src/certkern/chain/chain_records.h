@@ -1,7 +1,7 @@
 // What a chain build knows of each certificate and CRL.
 //
-// Two layers. The *facts* of an object follow from its bytes alone: decoded extensions, normalised names, whether it is
-// self-signed. They are made once, never change, and are kept with the store element, so that the next build finds them.
+// Two layers. The *facts* of an object follow from its bytes alone: decoded extensions, normalised names, which keys made its
+// signature. They are made once, never change, and are kept with the store element, so that the next build finds them.
 // The *record* is what one build learns: trust, revocation, the CRLs used. A builder and its clones share records; a
 // record never dies before the last of them.
 #ifndef CERTKERN_CERTKERN_CHAIN_CHAIN_RECORDS_H
@@ -44,13 +44,14 @@ struct CrlPair {
 struct CertRecord {
   CertificateOwner context;
   std::shared_ptr<const CertFacts> facts;
-  uint64_t sequence = 0;  // of interning: orders sets of records
-  bool trusted = false;   // found in a trusted store
+  uint64_t sequence = 0;    // of interning: orders sets of records
+  bool trusted = false;     // found in a trusted store
+  bool isFromWire = false;  // came by URL and is not kept for the user yet
   bool crlChecked = false;
   std::vector<const CertRecord*> verifiedIssuers;
   std::vector<CrlPair> usedCrls;  // each pair once, in order of (base, delta) sequence
   CrlPair selected;
-  // By issuer, whether this certificate was signed with its key: each pair is verified once (IsSignedBy).
+  // By issuer, whether this certificate was signed with its key: each pair is verified once (SignatureBy).
   mutable std::map<const CertRecord*, bool> signatures;
 
   std::span<const BYTE> encoded() const { return {context->pbCertEncoded, context->cbCertEncoded}; }
@@ -62,7 +63,8 @@ struct CrlRecord {
   std::shared_ptr<const CrlFacts> facts;
   uint64_t sequence = 0;
   CertRecord* signer = nullptr;                          // whose key verified it
-  mutable std::map<const CertRecord*, bool> signatures;  // as above (IsCrlSignedBy)
+  mutable std::map<const CertRecord*, bool> signatures;  // as above
+  std::set<std::string> urls;                            // where it came from; the cache has it under these
 
   std::span<const BYTE> encoded() const { return {context->pbCrlEncoded, context->cbCrlEncoded}; }
   const CRL_INFO& info() const { return *context->pCrlInfo; }
@@ -83,8 +85,8 @@ struct EncodedLess {
   bool operator()(std::span<const BYTE> a, std::span<const BYTE> b) const;
 };
 
-// All records of one build, shared by the builder and its clones. An object that was interned before keeps its record,
-// with the trust that it came with first.
+// All records of one build, shared by the builder and its clones. An object that was interned before keeps its record; it
+// becomes trusted once it is found in a trusted store, wherever it came from at first.
 class InternedRecords {
  public:
   using CertMap = std::map<std::span<const BYTE>, std::unique_ptr<CertRecord>, EncodedLess>;
@@ -94,14 +96,20 @@ class InternedRecords {
   CertRecord& certificate(PCCERT_CONTEXT context, bool trusted);
   CrlRecord& crl(PCCRL_CONTEXT context);
 
+  // The lists that the network was asked for, by URL; null: nothing came. One call asks once: its data is fresh enough, and
+  // a server that does not answer is not waited for again.
+  std::map<std::string, CrlRecord*> wireLists;
+
   const CertMap& certificates() const { return certificates_; }
   const CrlMap& crls() const { return crls_; }
-  uint64_t interned() const { return next_; }  // of both kinds
+  // Grows with each object, and with each that becomes trusted.
+  uint64_t version() const { return next_ + trustGained_; }
 
  private:
   CertMap certificates_;
   CrlMap crls_;
   uint64_t next_ = 0;
+  uint64_t trustGained_ = 0;
 };
 
 }  // namespace certkern

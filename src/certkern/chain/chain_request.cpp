@@ -26,8 +26,9 @@ void ReadPara(const CERT_CHAIN_PARA& para, ChainBuilder& builder) {
 }
 
 // A chain that does not end at one of the used roots.
-ChainContextOwner BuildOne(const ChainRequest& request, HCERTSTORE usedRoots) {
-  ChainBuilder builder;
+ChainContextOwner BuildOne(const ChainRequest& request, HCERTSTORE usedRoots,
+                           const std::shared_ptr<BuildBudget>& budget) {
+  ChainBuilder builder(budget);
   builder.flags = request.flags;
   if (!EquipFromEngine(request.engine, builder)) return {};
   AddSearched(builder, request.end->hCertStore);
@@ -49,10 +50,11 @@ bool AddRoot(HCERTSTORE usedRoots, PCCERT_CHAIN_CONTEXT chain) {
 }
 
 // That there is no other chain ends the search; it is no failure.
-bool AddOtherChains(const ChainRequest& request, PCCERT_CHAIN_CONTEXT chain) {
+bool AddOtherChains(const ChainRequest& request, PCCERT_CHAIN_CONTEXT chain,
+                    const std::shared_ptr<BuildBudget>& budget) {
   const StoreOwner usedRoots(CertOpenStore(CERT_STORE_PROV_MEMORY, 0, 0, 0, nullptr));
   if (!usedRoots || !AddRoot(usedRoots.get(), chain)) return false;
-  while (ChainContextOwner other = BuildOne(request, usedRoots.get())) {
+  while (ChainContextOwner other = BuildOne(request, usedRoots.get(), budget)) {
     if (other->TrustStatus.dwErrorStatus) break;
     if (!AddRoot(usedRoots.get(), other.get())) return false;
     AddLowerQualityChain(chain, std::move(other));
@@ -63,9 +65,10 @@ bool AddOtherChains(const ChainRequest& request, PCCERT_CHAIN_CONTEXT chain) {
 }  // namespace
 
 ChainContextOwner GetChain(const ChainRequest& request) {
-  ChainContextOwner chain = BuildOne(request, nullptr);
+  const auto budget = std::make_shared<BuildBudget>();
+  ChainContextOwner chain = BuildOne(request, nullptr, budget);
   if (chain && (request.flags & CERT_CHAIN_RETURN_LOWER_QUALITY_CONTEXTS)
-      && !AddOtherChains(request, chain.get())) {
+      && !AddOtherChains(request, chain.get(), budget)) {
     chain.reset();
   }
   return chain;

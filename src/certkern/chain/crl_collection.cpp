@@ -29,51 +29,62 @@ ContextOwner CachedCrl(const std::string& url) {
   return found && IsValidNow(*found->context.get()) ? std::move(found->context) : ContextOwner();
 }
 
+CrlRecord& Intern(ChainBuilder& builder, PCCRL_CONTEXT context, const std::string& url) {
+  CrlRecord& record = builder.records->crl(context);
+  record.urls.insert(url);
+  return record;
+}
+
 CrlRecord* FindCached(ChainBuilder& builder, const std::vector<std::string>& urls) {
   if (!builder.retrievalBudget()) return nullptr;
   for (const std::string& url : urls) {
-    if (const ContextOwner found = CachedCrl(url)) return &builder.records->crl(found->asCrl());
+    if (const ContextOwner found = CachedCrl(url)) return &Intern(builder, found->asCrl(), url);
   }
   return nullptr;
 }
 
-CrlOwner Retrieve(const std::string& url, DWORD flags, uint64_t milliseconds) {
+CrlOwner Retrieve(const std::string& url, uint64_t milliseconds) {
   void* crl = nullptr;
   const auto timeout = static_cast<DWORD>(std::min<uint64_t>(milliseconds, kMaxInterfaceSize));
-  if (CryptRetrieveObjectByUrlA(url.c_str(), CONTEXT_OID_CRL, flags, timeout, &crl, nullptr, nullptr, nullptr,
-                                nullptr)) {
+  if (CryptRetrieveObjectByUrlA(url.c_str(), CONTEXT_OID_CRL, CRYPT_WIRE_ONLY_RETRIEVAL, timeout, &crl,
+                                nullptr, nullptr, nullptr, nullptr)) {
     return CrlOwner(static_cast<PCCRL_CONTEXT>(crl));
   }
   SetLastError(ERROR_SUCCESS);
   return {};
 }
 
-// The flags of a retrieval: whether the network may still be asked. What the cache serves is not charged.
-DWORD ChargeRetrieval(ChainBuilder& builder, const std::string& url) {
-  uint32_t& taken = builder.budget->wireRetrievals;
-  if (taken >= kMaxChainRetrievals) return CRYPT_CACHE_ONLY_RETRIEVAL;
-  if (!CachedCrl(url)) ++taken;
-  return 0;
+// Null where nothing comes, or the budgets of time and retrievals are spent.
+CrlRecord* FromWire(ChainBuilder& builder, const std::string& url) {
+  const auto known = builder.records->wireLists.find(url);
+  if (known != builder.records->wireLists.end()) return known->second;
+  const uint64_t milliseconds = builder.wireBudget();
+  if (!milliseconds || builder.budget->wireRetrievals >= kMaxChainRetrievals) return nullptr;
+  ++builder.budget->wireRetrievals;
+  const auto start = std::chrono::steady_clock::now();
+  const CrlOwner crl = Retrieve(url, milliseconds);
+  const auto elapsed = static_cast<uint64_t>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
+          .count());
+  builder.addRetrievalTime(elapsed);
+  builder.addWireTime(elapsed);
+  if (!crl) builder.trace.line("Can't load ", url);
+  CrlRecord* const record = crl ? &Intern(builder, crl.get(), url) : nullptr;
+  builder.records->wireLists.emplace(url, record);
+  return record;
 }
 
-// The last that came, if none will do as it is: it may still do with a delta.
+// From the network first, as what is cached may be over. The last that came, if none will do as it is: it may still do
+// with a delta. What can't be fetched stays as it is cached.
 CrlRecord* Download(ChainBuilder& builder, const std::vector<std::string>& urls) {
   CrlRecord* last = nullptr;
   for (const std::string& url : urls) {
-    const uint64_t milliseconds = builder.retrievalBudget();
-    if (!milliseconds) break;
-    const DWORD flags = ChargeRetrieval(builder, url);
-    const auto start = std::chrono::steady_clock::now();
-    const CrlOwner crl = Retrieve(url, flags, milliseconds);
-    const auto elapsed = std::chrono::steady_clock::now() - start;
-    builder.addRetrievalTime(
-        static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()));
-    if (!crl && flags) builder.trace.line("Can't load ", url);
+    CrlRecord* const crl = FromWire(builder, url);
     if (!crl) continue;
-    last = &builder.records->crl(crl.get());
+    last = crl;
     if (IsFinal(*last, builder.now)) break;
   }
-  return last;
+  return last ? last : FindCached(builder, urls);
 }
 
 CrlRecord* Fetch(ChainBuilder& builder, const std::vector<std::string>& urls, CrlSource source) {

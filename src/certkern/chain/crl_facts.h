@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "certkern/chain/decoded_extension.h"
+#include "certkern/chain/link_verdicts.h"
 #include "certkern/chain/normal_name.h"
 
 namespace certkern {
@@ -61,6 +62,8 @@ struct CrlFacts {
   // CRL numbers; -1: none, negative, or more than 4 bytes.
   const int number;
   const int baseNumber;  // what a delta adds to
+  // Whose key signed the list costs a verification; found when it is asked for (SignatureBy).
+  mutable LinkVerdicts signatures;
 };
 
 // Throws std::bad_alloc.

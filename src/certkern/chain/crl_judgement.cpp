@@ -11,20 +11,21 @@
 #include "certkern/chain/cert_facts.h"
 #include "certkern/chain/good_verdicts.h"
 #include "certkern/chain/issuer_search.h"
-#include "keys/certificate_signature.h"
 #include "platform/supkern.h"
 #include "store/certificate_primitives.h"
 #include "store/crl_entries.h"
+#include "url/url_cache.h"
 
 namespace certkern {
 namespace {
 
 constexpr BYTE kCrlSign = 0x02;  // in the first byte of the key usage
 
-// Each candidate costs a verification, so that all searches of a build draw on one budget.
-bool TakeStep(BuildBudget& budget) {
-  if (budget.candidateSteps >= kMaxChainCandidateSteps) return false;
-  ++budget.candidateSteps;
+// All searches of a build draw on one budget: a look at each candidate, and a step for each whose signature holds.
+bool TakeLook(BuildBudget& budget) {
+  if (budget.candidateSteps >= kMaxChainCandidateSteps || budget.candidateLooks >= kMaxChainCandidateLooks)
+    return false;
+  ++budget.candidateLooks;
   return true;
 }
 
@@ -37,14 +38,10 @@ bool IsKeyMatchForced() {
   return forced;
 }
 
-// Unlike IsCrlSignedBy, the key alone counts: an issuer that was certified again has the same key under another
-// identifier.
-bool IsSignedWithKey(const CrlRecord& crl, const CertRecord& issuer) {
-  if (IsCrlSignedBy(crl, issuer)) return true;
-  const std::span<const BYTE> keyId = AuthorityKeyIdBytes(*crl.facts);
-  const auto& own = issuer.facts->subjectKeyId;
-  if (keyId.empty() || !own || std::ranges::equal(*own, keyId)) return false;
-  return VerifySignedObject(0, crl.encoded(), &issuer.context->pCertInfo->SubjectPublicKeyInfo);
+// A list that nobody can use must not stay in the cache until its own next update.
+void DropFromCache(CrlRecord& crl) {
+  for (const std::string& url : crl.urls) DropFromUrlCache(ElementType::Crl, url, crl.encoded());
+  crl.urls.clear();
 }
 
 bool IsSameScope(const CrlFacts& delta, const CrlFacts& base) {
@@ -103,10 +100,11 @@ const CertRecord* CrlJudgement::findIssuer() {
   const IssuerKey key = IssuerKeyOf(cert_);
   const auto choose = [this](IssuerCandidates& candidates) -> const CertRecord* {
     for (const IssuerCandidate& each : candidates.take()) {
-      if (each.repeated) continue;
-      if (!TakeStep(*builder_.budget)) return nullptr;
+      if (each.repeated || !each.named) continue;
+      if (!TakeLook(*builder_.budget)) return nullptr;
       if (builder_.isTimeValid(each.record->info()) && IsInKeyPeriod(cert_.info().NotBefore, *each.record)
-          && IsSignedBy(cert_, *each.record)) {
+          && SignatureBy(*each.record, cert_, *builder_.budget) == SignatureVerdict::Good) {
+        ++builder_.budget->candidateSteps;
         return each.record;
       }
     }
@@ -114,7 +112,7 @@ const CertRecord* CrlJudgement::findIssuer() {
   };
   const std::vector<std::string> urls = IssuerUrls(cert_);
   std::vector<std::string> uncached;
-  IssuerCandidates candidates(key, builder_.chain);
+  IssuerCandidates candidates(key, builder_.chain, *builder_.budget);
   builder_.findIssuers(key, candidates);
   for (const std::string& url : urls) {
     if (!builder_.loadUrl(url, candidates, CRYPT_CACHE_ONLY_RETRIEVAL)) uncached.push_back(url);
@@ -124,7 +122,7 @@ const CertRecord* CrlJudgement::findIssuer() {
   if (!builder_.isWireAllowed()) return found;
   for (const std::string& url : uncached) {
     if (found) break;
-    IssuerCandidates loaded(key, builder_.chain);
+    IssuerCandidates loaded(key, builder_.chain, *builder_.budget);
     if (builder_.loadUrl(url, loaded, CRYPT_WIRE_ONLY_RETRIEVAL)) {
       found = choose(loaded);
     } else {
@@ -205,7 +203,7 @@ bool CrlJudgement::isSignedAsNeeded(const CrlRecord& crl) const {
   const CrlKeyMatch match = crl.facts->keyMatch;
   const bool needed =
       match == CrlKeyMatch::Needed || (match == CrlKeyMatch::AsConfigured && IsKeyMatchForced());
-  return !needed || IsSignedWithKey(crl, *issuer_);
+  return !needed || SignatureByKeyOf(*issuer_, crl, *builder_.budget) == SignatureVerdict::Good;
 }
 
 RevocationResult CrlJudgement::judgeInAllPoints(CrlRecord& crl, const NewestCrls& deltas) {
@@ -280,9 +278,12 @@ bool CrlJudgement::isInScope(const CrlRecord& crl, const CRL_DIST_POINT* point) 
 }
 
 const CrlRecord* CrlJudgement::chooseDelta(const CrlRecord& crl, const NewestCrls& deltas) const {
-  const auto found = std::ranges::find_if(deltas, [&](const CrlRecord* delta) {
-    return IsSameScope(*delta->facts, *crl.facts) && IsInKeyPeriod(delta->info().ThisUpdate, *crl.signer)
-        && IsCrlSignedBy(*delta, *crl.signer);
+  const auto found = std::ranges::find_if(deltas, [&](CrlRecord* delta) {
+    if (!IsSameScope(*delta->facts, *crl.facts) || !IsInKeyPeriod(delta->info().ThisUpdate, *crl.signer))
+      return false;
+    const SignatureVerdict verdict = SignatureBy(*crl.signer, *delta, *builder_.budget);
+    if (verdict == SignatureVerdict::Bad) DropFromCache(*delta);
+    return verdict == SignatureVerdict::Good;
   });
   return found != deltas.end() ? *found : nullptr;
 }
@@ -303,28 +304,37 @@ bool CrlJudgement::verifySigner(CrlRecord& crl) {
 }
 
 CertRecord* CrlJudgement::findSigner(CrlRecord& crl) {
-  if (!TakeStep(*builder_.budget)) return nullptr;  // a search for nobody costs, too
+  if (!TakeLook(*builder_.budget)) return nullptr;
+  ++builder_.budget->candidateSteps;  // a search that finds nobody costs as well
   const CERT_AUTHORITY_KEY_ID2_INFO* const authority = crl.facts->authorityKeyId.get();
   IssuerKey key{&crl.facts->issuer, AuthorityKeyIdBytes(*crl.facts), {}};
   if (authority)
     key.serial = {authority->AuthorityCertSerialNumber.pbData, authority->AuthorityCertSerialNumber.cbData};
   builder_.chain.clear();
-  IssuerCandidates candidates(key, builder_.chain);
+  IssuerCandidates candidates(key, builder_.chain, *builder_.budget);
   builder_.findIssuers(key, candidates);
+  bool isRefusedByAll = true;
   for (const IssuerCandidate& each : candidates.take()) {
-    if (each.repeated) continue;
-    if (!TakeStep(*builder_.budget)) break;
-    if (Attempt(builder_.trace, "verify_crl_prt", [&] { return isSigner(crl, *each.record); }))
+    // without this any certificate holder could sign the lists of any authority: the key identifier is his to choose
+    if (each.repeated || !each.named) continue;
+    if (!TakeLook(*builder_.budget)) return nullptr;
+    SignatureVerdict verdict = SignatureVerdict::OtherKey;
+    if (Attempt(builder_.trace, "verify_crl_prt", [&] { return isSigner(crl, *each.record, verdict); }))
       return each.record;
+    isRefusedByAll =
+        isRefusedByAll && (verdict == SignatureVerdict::Bad || verdict == SignatureVerdict::OtherKey);
   }
+  // The issuer's key is known to be his, as it made a certificate on a path to a trusted root; strangers may bear his name.
+  if (isRefusedByAll && SignatureBy(*issuer_, crl, *builder_.budget) == SignatureVerdict::Bad)
+    DropFromCache(crl);
   return nullptr;
 }
 
-bool CrlJudgement::isSigner(const CrlRecord& crl, CertRecord& candidate) {
-  if (!MaySignCrls(*candidate.facts) || !IsInKeyPeriod(crl.info().ThisUpdate, candidate)
-      || !IsCrlSignedBy(crl, candidate)) {
-    return false;
-  }
+bool CrlJudgement::isSigner(const CrlRecord& crl, CertRecord& candidate, SignatureVerdict& verdict) {
+  if (!MaySignCrls(*candidate.facts) || !IsInKeyPeriod(crl.info().ThisUpdate, candidate)) return false;
+  verdict = SignatureBy(candidate, crl, *builder_.budget);
+  if (verdict != SignatureVerdict::Good) return false;
+  ++builder_.budget->candidateSteps;
   builder_.chain.clear();
   return builder_.verifyCertificate(candidate);
 }

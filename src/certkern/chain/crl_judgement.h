@@ -31,7 +31,8 @@ class CrlJudgement {
   const CrlRecord* chooseDelta(const CrlRecord& crl, const NewestCrls& deltas) const;
   bool verifySigner(CrlRecord& crl);
   CertRecord* findSigner(CrlRecord& crl);
-  bool isSigner(const CrlRecord& crl, CertRecord& candidate);
+  // The verdict stays as it is where the signature is not looked at.
+  bool isSigner(const CrlRecord& crl, CertRecord& candidate, SignatureVerdict& verdict);
   const CRL_ENTRY* findEntry(const CrlRecord& crl) const;
   template <class... Parts>
   void trace(const Parts&... parts) const {

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstring>
-#include <mutex>
 
 #include "ber/read_cursor.h"
 #include "platform/supkern.h"
@@ -35,7 +34,13 @@ struct Timeouts {
   const uint64_t accumulative =
       TimeoutSetting(CHAIN_SETTING("ChainRevAccumulativeUrlRetrievalTimeoutMilliseconds"), 20000);
   const uint64_t single = TimeoutSetting(CHAIN_SETTING("ChainUrlRetrievalTimeoutMilliseconds"), 15000);
+  const uint64_t all = TimeoutSetting(CHAIN_SETTING("ChainTotalUrlRetrievalTimeoutMilliseconds"), 60000);
 };
+
+const Timeouts& ConfiguredTimeouts() {
+  static const Timeouts timeouts;
+  return timeouts;
+}
 
 #undef CHAIN_SETTING
 
@@ -73,54 +78,30 @@ void AddToBoth(ChainBuilder& builder, HCERTSTORE store, bool trusted) {
 
 // --- the user's engine ---
 
-std::unique_ptr<ChainEngine> MakeUserEngine() {
-  const StoreOwner root = OpenUserStoreByName(kRootStoreName);
-  const StoreOwner authorities = OpenUserStoreByName(kAuthorityStoreName);
-  if (!root || !authorities) return nullptr;
-  for (const StoreOwner* each : {&root, &authorities}) {
-    CertControlStore(each->get(), 0, CERT_STORE_CTRL_AUTO_RESYNC, nullptr);
+// What can't be had is passed over. Only the first build of a process fails for it, and a store may still come: `legacy`
+// builds never do.
+bool EquipAsUser(ChainBuilder& builder, bool legacy) {
+  static constinit std::atomic<bool> hasBegun{false};
+  const HCERTSTORE roots = builder.userStore(kRootStoreName);
+  const HCERTSTORE authorities = builder.userStore(kAuthorityStoreName);
+  if (!legacy) {
+    if ((!roots || !authorities) && !hasBegun) return Fault(ERROR_DLL_INIT_FAILED);
+    hasBegun = true;
   }
-  CERT_CHAIN_ENGINE_CONFIG config{};
-  config.cbSize = offsetof(CERT_CHAIN_ENGINE_CONFIG, hExclusiveRoot);
-  config.hRestrictedRoot = root.get();
-  config.hRestrictedOther = authorities.get();
-  return ChainEngine::create(config);
-}
-
-// Lives as long as the process. Only success is kept: a store that is not there yet may come.
-const ChainEngine* UserEngine() {
-  static constinit std::atomic<const ChainEngine*> engine{nullptr};
-  static constinit std::mutex making;
-  if (const ChainEngine* made = engine.load(std::memory_order_acquire)) return made;
-  const std::lock_guard lock(making);
-  if (!engine.load(std::memory_order_relaxed)) {
-    engine.store(MakeUserEngine().release(), std::memory_order_release);
-  }
-  return engine.load(std::memory_order_relaxed);
-}
-
-// Each call opens the stores anew.
-void EquipLegacy(ChainBuilder& builder) {
-  for (const LPCWSTR name : {kRootStoreName, kAuthorityStoreName}) {
-    if (const StoreOwner store = OpenUserStoreByName(name)) {
-      AddToBoth(builder, store.get(), name == kRootStoreName);
-    }
-  }
+  AddToBoth(builder, roots, true);
+  AddToBoth(builder, authorities, false);
   builder.urlTimeoutMs = ConfiguredUrlTimeout(builder.flags);
+  return true;
 }
 
 }  // namespace
 
-StoreOwner OpenUserStoreByName(LPCWSTR name) {
-  return StoreOwner(CertOpenStore(
-      CERT_STORE_PROV_SYSTEM_W, 0, 0,
-      CERT_SYSTEM_STORE_CURRENT_USER | CERT_STORE_READONLY_FLAG | CERT_STORE_OPEN_EXISTING_FLAG, name));
-}
-
 uint64_t ConfiguredUrlTimeout(DWORD chainFlags) {
-  static const Timeouts timeouts;
+  const Timeouts& timeouts = ConfiguredTimeouts();
   return chainFlags & CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT ? timeouts.accumulative : timeouts.single;
 }
+
+uint64_t ConfiguredWireTimeout() { return ConfiguredTimeouts().all; }
 
 ChainEngine::ChainEngine(const CERT_CHAIN_ENGINE_CONFIG& config) {
   std::memcpy(&config_, &config, std::min<size_t>(config.cbSize, sizeof config_));
@@ -160,14 +141,10 @@ void ChainEngine::equip(ChainBuilder& builder) const {
     builder.exclusiveRoot = exclusiveRoot_.get();
   } else if (root_) {
     AddToBoth(builder, root_.get(), true);
-  } else if (const StoreOwner store = OpenUserStoreByName(kRootStoreName)) {
-    ChainBuilder::addStore(builder.certStores, store.get(), true);
+  } else if (const HCERTSTORE store = builder.userStore(kRootStoreName)) {
+    ChainBuilder::addStore(builder.certStores, store, true);
   }
-  if (other_) {
-    AddToBoth(builder, other_.get(), false);
-  } else if (const StoreOwner store = OpenUserStoreByName(kAuthorityStoreName)) {
-    AddToBoth(builder, store.get(), false);
-  }
+  AddToBoth(builder, other_ ? other_.get() : builder.userStore(kAuthorityStoreName), false);
   AddToBoth(builder, trust_.get(), false);
   for (const StoreOwner& each : additional_) AddToBoth(builder, each.get(), false);
   const DWORD own = config_.dwUrlRetrievalTimeout;
@@ -175,7 +152,7 @@ void ChainEngine::equip(ChainBuilder& builder) const {
 }
 
 bool AreUserRoots(HCERTSTORE roots) {
-  const StoreOwner userRoots = OpenUserStoreByName(kRootStoreName);
+  const StoreOwner userRoots = UserStore(kRootStoreName);
   if (!userRoots) return Fault(ERROR_INTERNAL_ERROR);
   CertificateOwner root;
   while (root.reset(CertEnumCertificatesInStore(roots, root.release())), root) {
@@ -192,14 +169,7 @@ bool EquipFromEngine(HCERTCHAINENGINE engine, ChainBuilder& builder) {
     static_cast<const ChainEngine*>(engine)->equip(builder);
     return true;
   }
-  if (IsLegacyEngineWanted()) {
-    EquipLegacy(builder);
-    return true;
-  }
-  const ChainEngine* const own = UserEngine();
-  if (!own) return Fault(ERROR_DLL_INIT_FAILED);
-  own->equip(builder);
-  return true;
+  return EquipAsUser(builder, IsLegacyEngineWanted());
 }
 
 }  // namespace certkern

@@ -12,14 +12,8 @@
 
 namespace certkern {
 
-inline constexpr LPCWSTR kRootStoreName = L"Root";
-inline constexpr LPCWSTR kAuthorityStoreName = L"CA";
-
 inline constexpr DWORD kRevocationFlags = CERT_CHAIN_REVOCATION_CHECK_END_CERT
     | CERT_CHAIN_REVOCATION_CHECK_CHAIN | CERT_CHAIN_REVOCATION_CHECK_CHAIN_EXCLUDE_ROOT;
-
-// A system store of the user, to be read. Empty with a code when there is none.
-StoreOwner OpenUserStoreByName(LPCWSTR name);
 
 // What a chain engine handle points to.
 class ChainEngine {
@@ -51,11 +45,13 @@ inline bool IsPseudoHandle(HCERTCHAINENGINE engine) {
   return engine && reinterpret_cast<uintptr_t>(engine) < kLowestAddress;
 }
 
-// Equips a builder from an engine; null is the user's, which is made at its first use. False with a code.
+// Equips a builder from an engine; null is the user's, whose stores must be there at its first use. False with a code.
 [[nodiscard]] bool EquipFromEngine(HCERTCHAINENGINE engine, ChainBuilder& builder);
 
 // Milliseconds, as configured: for one retrieval, or, in accumulative mode, for all of a build.
 uint64_t ConfiguredUrlTimeout(DWORD chainFlags);
+// Milliseconds that all retrievals of one call may take together, whatever its other time-outs say.
+uint64_t ConfiguredWireTimeout();
 
 }  // namespace certkern
 

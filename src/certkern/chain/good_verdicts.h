@@ -2,7 +2,7 @@
 // the certificate that the list speaks of, and without a memory each level of a path doubles the work of the one above.
 //
 // A verdict is used only where deciding again would go the very same way: the build knows neither more certificates and
-// lists nor more that is checked for good, no certificate that the decision met is under decision now, and as many
+// lists nor more that is trusted or checked for good, no certificate that the decision met is under decision now, and as many
 // clones as it needed still fit.
 #ifndef CERTKERN_CERTKERN_CHAIN_GOOD_VERDICTS_H
 #define CERTKERN_CERTKERN_CHAIN_GOOD_VERDICTS_H
@@ -35,7 +35,7 @@ class GoodVerdicts {
   };
   struct Decision;
 
-  uint64_t state() const { return records_.interned() + checked_; }
+  uint64_t state() const { return records_.version() + checked_; }
   static void include(Decision& outer, const Verdict& inner);
 
   const InternedRecords& records_;

@@ -10,9 +10,11 @@
 #include <chrono>
 #include <cstring>
 #include <functional>
+#include <tuple>
 #include <utility>
 
 #include "certkern/chain/cert_facts.h"
+#include "certkern/chain/engine.h"
 #include "platform/text_conversion.h"
 #include "store/certificate_primitives.h"
 #include "store/subject_search.h"
@@ -27,10 +29,10 @@ constexpr int kTrustedRootScore = 10;
 constexpr int kCrlCheckedScore = 3;
 
 // Where the answer can't matter, nobody asks if the certificate is self-signed.
-int ScoreOf(const CertRecord& record) {
+int ScoreOf(const CertRecord& record, BuildBudget& budget) {
   if (!record.trusted && !record.crlChecked) return 0;
   const int decided = record.crlChecked ? kCrlCheckedScore : 0;
-  if (!IsSelfSigned(record)) return decided;
+  if (!IsSelfSigned(record, budget)) return decided;
   return record.trusted ? kTrustedRootScore + decided : 0;
 }
 
@@ -88,12 +90,13 @@ std::vector<CertificateOwner> CertificatesOf(const StoreOwner& bundle) {
 }
 
 // So that the next build finds them without the network; where the store can't be opened, it won't.
-void KeepForUser(const std::vector<CertificateOwner>& certificates) {
+void KeepForUser(const std::vector<CertRecord*>& issuers) {
   const StoreOwner store(
       CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, kEncoding, 0, CERT_SYSTEM_STORE_CURRENT_USER, L"CA"));
   if (!store) return;
-  for (const CertificateOwner& each : certificates) {
-    CertAddCertificateContextToStore(store.get(), each.get(), CERT_STORE_ADD_USE_EXISTING, nullptr);
+  for (CertRecord* const each : issuers) {
+    CertAddCertificateContextToStore(store.get(), each->context.get(), CERT_STORE_ADD_USE_EXISTING, nullptr);
+    each->isFromWire = false;
   }
 }
 
@@ -115,6 +118,10 @@ bool IsIssuerByKey(const IssuerKey& key, const CertRecord& issuer) {
   return facts.subjectKeyId && std::ranges::equal(*facts.subjectKeyId, key.keyId);
 }
 
+bool BearsIssuerName(const IssuerKey& key, const CertRecord& issuer) {
+  return issuer.facts->subject.equals(*key.issuer);
+}
+
 std::vector<std::string> IssuerUrls(const CertRecord& subject) {
   std::vector<std::string> urls;
   const CERT_AUTHORITY_INFO_ACCESS* const access = subject.facts->authorityInfoAccess.get();
@@ -127,21 +134,36 @@ std::vector<std::string> IssuerUrls(const CertRecord& subject) {
   return urls;
 }
 
-IssuerCandidates::IssuerCandidates(const IssuerKey& key, const Chain& path) : key_(key) {
+IssuerCandidates::IssuerCandidates(const IssuerKey& key, const Chain& path, BuildBudget& budget)
+    : key_(key), budget_(budget) {
   for (const ChainNode& node : path) known_.insert(node.record);
 }
 
 void IssuerCandidates::offer(CertRecord& record) {
+  const bool named = BearsIssuerName(key_, record);
   if (known_.insert(&record).second) {
-    found_.push_back({&record, ScoreOf(record), false});
+    found_.push_back({&record, 0, named, false});
   } else if (!record.trusted && record.facts->selfSigned != TriState::No) {
-    found_.push_back({&record, 0, true});
+    found_.push_back({&record, 0, named, true});
   }
 }
 
+bool IssuerCandidates::hasAskedSerial(const CertRecord& record) const {
+  if (key_.serial.empty()) return false;
+  const CRYPT_INTEGER_BLOB& serial = record.info().SerialNumber;
+  return std::ranges::equal(std::span(serial.pbData, serial.cbData), key_.serial);
+}
+
+// Scores are made here, as a record may have become trusted since it was offered.
 std::vector<IssuerCandidate> IssuerCandidates::take() {
-  std::ranges::stable_sort(found_, std::greater(), &IssuerCandidate::score);
-  if (found_.size() > kMaxChainCandidateSteps) found_.resize(kMaxChainCandidateSteps);
+  std::erase_if(found_, [](const IssuerCandidate& each) { return each.repeated && each.record->trusted; });
+  for (IssuerCandidate& each : found_) {
+    if (each.named && !each.repeated) each.score = ScoreOf(*each.record, budget_);
+  }
+  std::ranges::stable_sort(found_, std::greater(), [this](const IssuerCandidate& each) {
+    return std::tuple(each.named, each.score, hasAskedSerial(*each.record));
+  });
+  if (found_.size() > kMaxChainCandidates) found_.resize(kMaxChainCandidates);
   found_.shrink_to_fit();
   known_ = {};
   return std::move(found_);
@@ -175,33 +197,47 @@ const std::vector<CertRecord*>& ChainBuilder::issuersInStore(const StoreRef& sto
 }
 
 bool ChainBuilder::loadUrl(const std::string& url, IssuerCandidates& candidates, DWORD retrievalFlags) {
-  const bool cacheOnly = (retrievalFlags & CRYPT_CACHE_ONLY_RETRIEVAL) != 0;
-  const uint64_t milliseconds = retrievalBudget();
-  if (!milliseconds) return false;
   if (hasFlag(CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL)) retrievalFlags |= CRYPT_CACHE_ONLY_RETRIEVAL;
   const bool onWire = !(retrievalFlags & CRYPT_CACHE_ONLY_RETRIEVAL);
+  const uint64_t milliseconds = onWire ? wireBudget() : retrievalBudget();
+  if (!milliseconds) return false;
   if (onWire && budget->wireRetrievals++ >= kMaxChainRetrievals) return false;
   const auto start = std::chrono::steady_clock::now();
   const StoreOwner bundle = Retrieve(url, retrievalFlags, milliseconds);
-  const auto elapsed = std::chrono::steady_clock::now() - start;
-  addRetrievalTime(
-      static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()));
+  const auto elapsed = static_cast<uint64_t>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
+          .count());
+  addRetrievalTime(elapsed);
+  if (onWire) addWireTime(elapsed);
   if (!bundle) {
     SetLastError(ERROR_SUCCESS);
     return false;
   }
-  const std::vector<CertificateOwner> certificates = CertificatesOf(bundle);
-  for (const CertificateOwner& each : certificates) {
+  for (const CertificateOwner& each : CertificatesOf(bundle)) {
+    const uint64_t before = records->version();
     CertRecord& record = records->certificate(each.get(), false);
+    // what was known before lies in a store, or in the cache
+    if (onWire && records->version() != before) record.isFromWire = true;
     trace.line("Downloaded: ");
     trace.certificate(each.get());
-    if (IsIssuerByKey(candidates.key(), record)) candidates.offer(record);
-  }
-  if (!cacheOnly) {
-    KeepForUser(certificates);
-    storeSearches.clear();  // one of the stores may have them now
+    if (IsIssuerByKey(candidates.key(), record) && BearsIssuerName(candidates.key(), record))
+      candidates.offer(record);
   }
   return true;
+}
+
+void ChainBuilder::keepWireIssuers() {
+  std::vector<CertRecord*> issuers;
+  const CertRecord* issuer = nullptr;  // of the node that is looked at: the front is the root
+  for (const ChainNode& node : chain) {
+    if (issuer) {
+      const auto held = node.record->signatures.find(issuer);
+      if (held == node.record->signatures.end() || !held->second) return;
+    }
+    issuer = node.record;
+    if (&node != &chain.back() && node.record->isFromWire) issuers.push_back(node.record);
+  }
+  if (!issuers.empty()) KeepForUser(issuers);
 }
 
 bool ChainBuilder::isWireAllowed() const {
@@ -215,6 +251,13 @@ uint64_t ChainBuilder::retrievalBudget() const {
   if (!hasFlag(CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT)) return urlTimeoutMs;
   return usedUrlMs < urlTimeoutMs ? (urlTimeoutMs - usedUrlMs) >> 1 : 0;
 }
+
+uint64_t ChainBuilder::wireBudget() const {
+  const uint64_t all = ConfiguredWireTimeout();
+  return budget->wireMs < all ? std::min(retrievalBudget(), all - budget->wireMs) : 0;
+}
+
+void ChainBuilder::addWireTime(uint64_t milliseconds) { budget->wireMs += milliseconds; }
 
 void ChainBuilder::addRetrievalTime(uint64_t milliseconds) {
   if (hasFlag(CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT)) usedUrlMs += milliseconds;

@@ -15,6 +15,9 @@ IssuerKey IssuerKeyOf(const CertRecord& subject);
 
 // Whether the certificate is the one that the key speaks of: by key identifier, or by name where there is none.
 bool IsIssuerByKey(const IssuerKey& key, const CertRecord& issuer);
+// Whether it bears the issuer's name. A key identifier is what anybody writes into a certificate; who does not bear the
+// name has not issued, and nothing is verified with his key.
+bool BearsIssuerName(const IssuerKey& key, const CertRecord& issuer);
 
 // The URLs of issuers that the certificate itself names, at most kMaxChainIssuerUrls; what is no URL is passed over.
 std::vector<std::string> IssuerUrls(const CertRecord& subject);
@@ -22,25 +25,30 @@ std::vector<std::string> IssuerUrls(const CertRecord& subject);
 struct IssuerCandidate {
   CertRecord* record = nullptr;
   int score = 0;
+  bool named = false;  // BearsIssuerName
   // Found before, or in the path already. To be tried only if it is self-signed, which nobody has looked at yet, for it
   // costs a signature verification; whoever only wants a key may pass it over.
   bool repeated = false;
 };
 
 // What a search has found so far. Trusted roots are tried first, then certificates whose revocation is decided, then
-// the rest; of equals, the first found.
+// the rest; of equals, those with the serial number that is asked for, then the first found. Those without the name come
+// last.
 class IssuerCandidates {
  public:
   // The path is that from the subject to the end certificate; what is in it is no issuer.
-  IssuerCandidates(const IssuerKey& key, const Chain& path);
+  IssuerCandidates(const IssuerKey& key, const Chain& path, BuildBudget& budget);
 
   const IssuerKey& key() const { return key_; }
   void offer(CertRecord& record);
-  // In the order of trying; never more than a build may try. Leaves nothing behind.
+  // In the order of trying, at most kMaxChainCandidates. Leaves nothing behind.
   std::vector<IssuerCandidate> take();
 
  private:
+  bool hasAskedSerial(const CertRecord& record) const;
+
   IssuerKey key_;
+  BuildBudget& budget_;
   std::unordered_set<const CertRecord*> known_;  // in the path or offered
   std::vector<IssuerCandidate> found_;
 };

@@ -11,6 +11,8 @@
 #include "certkern/chain/crl_facts.h"
 #include "keys/certificate_signature.h"
 #include "platform/supkern.h"
+#include "store/certificate_digest.h"
+#include "store/store_record.h"
 
 constinit uint32_t _strictPkupCheck = 0;
 
@@ -37,25 +39,71 @@ bool IsOtherKey(std::span<const BYTE> authorityKeyId, const CertRecord& issuer) 
   return own && !authorityKeyId.empty() && !std::ranges::equal(*own, authorityKeyId);
 }
 
-struct SignatureAnswer {
-  bool good;
-  bool final;  // follows from the bytes; not from what failed on the way
-};
+// Failures that follow from the bytes: a verification of the same object with the same key can never end otherwise. What
+// else fails (memory, a provider that can't be had) says nothing about the object.
+bool IsAboutTheBytes(DWORD code) {
+  constexpr DWORD kVerdicts[] = {NTE_BAD_SIGNATURE, NTE_BAD_DATA,         NTE_BAD_ALGID,
+                                 NTE_BAD_KEY,       NTE_BAD_PUBLIC_KEY,   CRYPT_E_ASN1_ERROR,
+                                 CRYPT_E_ASN1_EOD,  CRYPT_E_ASN1_CORRUPT, CRYPT_E_ASN1_BADTAG};
+  return std::ranges::find(kVerdicts, code) != std::end(kVerdicts);
+}
 
-SignatureAnswer Verify(std::span<const BYTE> encoded, std::span<const BYTE> authorityKeyId,
-                       const CertRecord& issuer) {
-  if (IsOtherKey(authorityKeyId, issuer)) return {false, true};
-  if (VerifySignedObject(0, encoded, &issuer.context->pCertInfo->SubjectPublicKeyInfo)) return {true, true};
-  return {false, GetLastError() == NTE_BAD_SIGNATURE};
+// In units of an RSA verification with 2048 bits, which grows with the square of the bits. The size of the signature
+// tells, as a key of another size refuses it at once.
+uint32_t CostOf(std::span<const BYTE> encoded, const CERT_PUBLIC_KEY_INFO& key) {
+  constexpr uint32_t kUnitOctets = 256;
+  constexpr uint32_t kShortSignature = 80, kShortCost = 3, kLongCost = 12;  // curves of 256 bits; of more
+  const LastErrorKeeper keeper;
+  SignedObject object;
+  if (!ReadSignedObject(encoded, object)) return 1;  // so will the verification
+  const std::string_view oid(key.Algorithm.pszObjId ? key.Algorithm.pszObjId : "");
+  if (!oid.starts_with("1.2.840.113549.1.1."))
+    return object.signature.size() <= kShortSignature ? kShortCost : kLongCost;
+  const auto octets = static_cast<uint32_t>(std::min<size_t>(object.signature.size(), key.PublicKey.cbData));
+  return std::min(octets * octets / (kUnitOctets * kUnitOctets) + 1, kMaxChainVerificationUnits);
+}
+
+// What somebody put into a message is paid for by the message, so that its many signers don't multiply the work.
+bool DrawFromStore(const CertRecord& issuer, uint32_t cost) {
+  CertStore* const store = ElementOfBytes(issuer.context->pbCertEncoded).store;
+  if (!store) return true;
+  std::atomic<int64_t>& left = store->verificationUnits;
+  for (int64_t now = left.load(std::memory_order_relaxed); now >= cost;) {
+    if (left.compare_exchange_weak(now, now - cost, std::memory_order_relaxed)) return true;
+  }
+  return false;
+}
+
+bool Pay(std::span<const BYTE> encoded, const CertRecord& issuer, BuildBudget& budget) {
+  const uint32_t cost = CostOf(encoded, issuer.info().SubjectPublicKeyInfo);
+  if (cost > kMaxChainVerificationUnits - budget.verificationUnits || !DrawFromStore(issuer, cost))
+    return false;
+  budget.verificationUnits += cost;
+  return true;
+}
+
+SignatureVerdict Verify(std::span<const BYTE> encoded, const CertRecord& issuer, BuildBudget& budget) {
+  if (!Pay(encoded, issuer, budget)) return SignatureVerdict::NotAffordable;
+  if (VerifySignedObject(0, encoded, &issuer.context->pCertInfo->SubjectPublicKeyInfo))
+    return SignatureVerdict::Good;
+  return IsAboutTheBytes(GetLastError()) ? SignatureVerdict::Bad : SignatureVerdict::Failed;
 }
 
 template <class Record>
-bool VerifyOnce(const Record& subject, std::span<const BYTE> authorityKeyId, const CertRecord& issuer) {
+SignatureVerdict VerifyOnce(const Record& subject, const CertRecord& issuer, BuildBudget& budget) {
+  const auto verdict = [](bool good) { return good ? SignatureVerdict::Good : SignatureVerdict::Bad; };
   if (const auto known = subject.signatures.find(&issuer); known != subject.signatures.end())
-    return known->second;
-  const bool good = Verify(subject.encoded(), authorityKeyId, issuer).good;
-  subject.signatures.emplace(&issuer, good);
-  return good;
+    return verdict(known->second);
+  const std::optional<KeyDigest> key = issuer.facts->keyDigest.get(issuer.info().SubjectPublicKeyInfo);
+  std::optional<bool> good = key ? subject.facts->signatures.find(*key) : std::nullopt;
+  if (!good) {
+    const SignatureVerdict found = Verify(subject.encoded(), issuer, budget);
+    if (found != SignatureVerdict::Good && found != SignatureVerdict::Bad) return found;
+    good = found == SignatureVerdict::Good;
+    if (key) subject.facts->signatures.keep(*key, *good);
+  }
+  subject.signatures.emplace(&issuer, *good);
+  return verdict(*good);
 }
 
 }  // namespace
@@ -71,25 +119,33 @@ bool IsKeyPeriodTested() {
   return value == kOn;
 }
 
-bool IsSignedBy(const CertRecord& subject, const CertRecord& issuer) {
-  if (&subject == &issuer) return IsSelfSigned(subject);
-  return VerifyOnce(subject, subject.facts->authorityKeyIdBytes(), issuer);
+SignatureVerdict SignatureBy(const CertRecord& issuer, const CertRecord& subject, BuildBudget& budget) {
+  if (&subject == &issuer)
+    return IsSelfSigned(subject, budget) ? SignatureVerdict::Good : SignatureVerdict::Bad;
+  if (IsOtherKey(subject.facts->authorityKeyIdBytes(), issuer)) return SignatureVerdict::OtherKey;
+  return VerifyOnce(subject, issuer, budget);
 }
 
-bool IsCrlSignedBy(const CrlRecord& crl, const CertRecord& issuer) {
-  return VerifyOnce(crl, AuthorityKeyIdBytes(*crl.facts), issuer);
+SignatureVerdict SignatureBy(const CertRecord& issuer, const CrlRecord& crl, BuildBudget& budget) {
+  if (IsOtherKey(AuthorityKeyIdBytes(*crl.facts), issuer)) return SignatureVerdict::OtherKey;
+  return SignatureByKeyOf(issuer, crl, budget);
 }
 
-bool IsSelfSigned(const CertRecord& record) {
+SignatureVerdict SignatureByKeyOf(const CertRecord& issuer, const CrlRecord& crl, BuildBudget& budget) {
+  return VerifyOnce(crl, issuer, budget);
+}
+
+bool IsSelfSigned(const CertRecord& record, BuildBudget& budget) {
   std::atomic<TriState>& kept = record.facts->selfSigned;
   const TriState known = kept.load(std::memory_order_relaxed);
   if (known != TriState::Unknown) return known == TriState::Yes;
-  // a failure that may pass is remembered for this build only
-  if (const auto here = record.signatures.find(&record); here != record.signatures.end()) return here->second;
-  const SignatureAnswer answer = Verify(record.encoded(), record.facts->authorityKeyIdBytes(), record);
-  record.signatures.emplace(&record, answer.good);
-  if (answer.final) kept.store(answer.good ? TriState::Yes : TriState::No, std::memory_order_relaxed);
-  return answer.good;
+  const bool isOtherKey = IsOtherKey(record.facts->authorityKeyIdBytes(), record);
+  const SignatureVerdict verdict =
+      isOtherKey ? SignatureVerdict::Bad : Verify(record.encoded(), record, budget);
+  const bool good = verdict == SignatureVerdict::Good;
+  if (good || verdict == SignatureVerdict::Bad)
+    kept.store(good ? TriState::Yes : TriState::No, std::memory_order_relaxed);
+  return good;
 }
 
 bool IsSelfIssued(const CertRecord& record) { return record.facts->selfIssued; }

@@ -31,6 +31,7 @@ class PathSearch {
   bool tryWire(const IssuerKey& key, const std::vector<std::string>& urls);
   bool tryCandidates(const std::vector<IssuerCandidate>& candidates);
   bool tryCandidate(CertRecord& issuer);
+  bool passOver(CertRecord& stranger);
   bool isLinked(const CertRecord& subject, const CertRecord& issuer);
 
   ChainBuilder& builder_;
@@ -47,7 +48,9 @@ bool PathSearch::isUsedUp(const CertRecord& record) const {
 }
 
 bool PathSearch::isSpent() const {
-  return chain_.size() >= kMaxChainNodes || builder_.budget->candidateSteps >= kMaxChainCandidateSteps;
+  const BuildBudget& budget = *builder_.budget;
+  return chain_.size() >= kMaxChainNodes || budget.candidateSteps >= kMaxChainCandidateSteps
+      || budget.candidateLooks >= kMaxChainCandidateLooks;
 }
 
 bool PathSearch::endAtRoot(const CertRecord& root) {
@@ -60,6 +63,7 @@ bool PathSearch::endAtRoot(const CertRecord& root) {
     return false;
   }
   const bool valid = builder_.validatePath();
+  builder_.keepWireIssuers();
   builder_.trace.line(valid ? "Build chain is valid." : "Build chain is not valid.");
   return valid;
 }
@@ -68,7 +72,7 @@ bool PathSearch::findPath() {
   const CertRecord& record = *chain_.front().record;
   builder_.trace.line(chain_.size(), ".Find path for:");
   builder_.trace.certificate(record.context.get());
-  if (IsSelfSigned(record)) return endAtRoot(record);
+  if (IsSelfSigned(record, *builder_.budget)) return endAtRoot(record);
   if (tryIssuers(record)) return true;
   builder_.recordPathError(CERT_TRUST_IS_PARTIAL_CHAIN, nullptr);
   builder_.trace.line("There is no valid issuer.");
@@ -85,7 +89,7 @@ bool PathSearch::tryIssuers(const CertRecord& subject) {
 
 bool PathSearch::tryKnown(const IssuerKey& key, const std::vector<std::string>& urls,
                           std::vector<std::string>& uncached) {
-  IssuerCandidates candidates(key, chain_);
+  IssuerCandidates candidates(key, chain_, *builder_.budget);
   builder_.findIssuers(key, candidates);
   for (const std::string& url : urls) {
     if (!builder_.loadUrl(url, candidates, CRYPT_CACHE_ONLY_RETRIEVAL)) uncached.push_back(url);
@@ -99,7 +103,7 @@ bool PathSearch::tryKnown(const IssuerKey& key, const std::vector<std::string>& 
 bool PathSearch::tryWire(const IssuerKey& key, const std::vector<std::string>& urls) {
   for (const std::string& url : urls) {
     if (isSpent()) return false;
-    IssuerCandidates candidates(key, chain_);
+    IssuerCandidates candidates(key, chain_, *builder_.budget);
     if (!builder_.loadUrl(url, candidates, CRYPT_WIRE_ONLY_RETRIEVAL)) {
       builder_.trace.line("Can't load ", url);
     } else if (tryCandidates(candidates.take())) {
@@ -114,8 +118,10 @@ bool PathSearch::tryCandidates(const std::vector<IssuerCandidate>& candidates) {
   for (const IssuerCandidate& each : candidates) {
     if (isSpent()) return false;
     if (Attempt(builder_.trace, "verify_step_check", [&] {
-          if (each.repeated && !IsSelfSigned(*each.record)) return false;  // is none, and costs none
-          ++builder_.budget->candidateSteps;
+          ++builder_.budget->candidateLooks;
+          if (!each.named) return passOver(*each.record);
+          // a certificate seen before can't complete a path, unless it ends one
+          if (each.repeated && !IsSelfSigned(*each.record, *builder_.budget)) return false;
           return tryCandidate(*each.record);
         })) {
       return true;
@@ -130,7 +136,16 @@ bool PathSearch::tryCandidate(CertRecord& issuer) {
   chain_.push_front({&issuer, CERT_TRUST_NO_ERROR, {}, {}});
   const auto& verified = subject.verifiedIssuers;
   if (std::ranges::find(verified, &issuer) == verified.end() && !isLinked(subject, issuer)) return false;
+  ++builder_.budget->candidateSteps;
   return findPath();
+}
+
+// Whatever stood above it, the names would not chain; so nothing is verified with a key that anybody may have brought.
+bool PathSearch::passOver(CertRecord& stranger) {
+  chain_.push_front({&stranger, CERT_TRUST_NO_ERROR, {}, {}});
+  builder_.trace.line("  The certificate issuer name is not the working_issuer_name.");
+  builder_.recordPathError(CERT_TRUST_IS_PARTIAL_CHAIN, nullptr);
+  return false;
 }
 
 bool PathSearch::isLinked(const CertRecord& subject, const CertRecord& issuer) {
@@ -144,7 +159,9 @@ bool PathSearch::isLinked(const CertRecord& subject, const CertRecord& issuer) {
   }
   if (builder_.hasFlag(CERT_CHAIN_DISABLE_PASS1_QUALITY_FILTERING)) return true;
   if (!IsInKeyPeriod(subject.info().NotBefore, issuer)) return refuse(CERT_TRUST_IS_NOT_TIME_VALID);
-  return IsSignedBy(subject, issuer) || refuse(CERT_TRUST_IS_NOT_SIGNATURE_VALID);
+  const SignatureVerdict verdict = SignatureBy(issuer, subject, *builder_.budget);
+  if (verdict == SignatureVerdict::NotAffordable) return false;  // nobody knows, so nothing is recorded
+  return verdict == SignatureVerdict::Good || refuse(CERT_TRUST_IS_NOT_SIGNATURE_VALID);
 }
 
 }  // namespace

@@ -151,7 +151,9 @@ bool ValidationPass::checkLink(ChainNode& node, const ChainNode& issuer) {
 bool ValidationPass::checkDeferredSignature(ChainNode& node, const CertRecord& issuer) {
   if (!builder_.hasFlag(CERT_CHAIN_DISABLE_PASS1_QUALITY_FILTERING)) return true;
   if (!IsInKeyPeriod(node.record->info().NotBefore, issuer)) return fail(CERT_TRUST_IS_NOT_TIME_VALID, &node);
-  return IsSignedBy(*node.record, issuer) || fail(CERT_TRUST_IS_NOT_SIGNATURE_VALID, &node);
+  const SignatureVerdict verdict = SignatureBy(issuer, *node.record, *builder_.budget);
+  if (verdict == SignatureVerdict::NotAffordable) return false;  // nobody knows, so nothing is recorded
+  return verdict == SignatureVerdict::Good || fail(CERT_TRUST_IS_NOT_SIGNATURE_VALID, &node);
 }
 
 bool ValidationPass::checkPolicies(ChainNode& node) {

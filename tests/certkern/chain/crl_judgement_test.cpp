@@ -7,6 +7,7 @@
 #include "certkern/chain/good_verdicts.h"
 #include "certkern/chain/made_certificate.h"
 #include "support/raw_server.h"
+#include "url/url_cache.h"
 
 namespace certkern::test {
 namespace {
@@ -340,7 +341,8 @@ crl delta | root | | other:keyCompromise | authorityKeyIdentifier = keyid; !numb
   Build served(objects, "", kChain);
   served.builder.urlTimeoutMs = 5000;
   EXPECT_EQ(served.run("leaf"), CERT_TRUST_IS_REVOKED);
-  EXPECT_EQ(served.builder.budget->wireRetrievals, 1u) << "the URL that fails, not the one in the cache";
+  EXPECT_EQ(served.builder.budget->wireRetrievals, 2u)
+      << "what is cached says revoked, so that the network is asked";
 
   Build spent(objects, "", kChain);
   spent.builder.urlTimeoutMs = 5000;
@@ -348,6 +350,47 @@ crl delta | root | | other:keyCompromise | authorityKeyIdentifier = keyid; !numb
   const int before = server.requests();
   EXPECT_EQ(spent.run("other"), kUnknown);
   EXPECT_EQ(server.requests(), before);
+}
+
+bool IsCached(const std::string& url) {
+  const UrlCacheHandle cache = UrlCacheSingleton(ElementType::Crl);
+  return cache && cache->find(url);
+}
+
+// What the cache says is asked again of the network, and what is no list of the issuer's does not stay in it.
+TEST(CrlFetch, LiftedHoldsAndBadLists) {
+  CrlServer server;
+  const ChainObjects objects(WithServer(R"(
+section one | fullname = URI:SERVER/one
+cert root | | | | | ca
+cert absent | root | | /CN=root | | ca
+cert leaf | root | | | | ids; crlDistributionPoints = one
+crl holds | root | -3 hours..+1 day | leaf:certificateHold
+crl lifts | root | -2 hours..+1 day
+crl bad | root | -1 hour..+1 day | | authorityKeyIdentifier = keyid; !badsig
+crl unknown | absent | -1 hour..+1 day
+)",
+                                        server.url("")));
+  constexpr DWORD kUnknown = CERT_TRUST_REVOCATION_STATUS_UNKNOWN;
+  const struct {
+    const char* list;  // on the server
+    DWORD flags;
+    DWORD status;
+    bool isCached;
+  } steps[] = {
+      {"bad",     kChain,           kUnknown,              false},
+      {"unknown", kChain,           kUnknown,              true },
+      {"holds",   kChain | kNoWire, kUnknown,              true },
+      {"holds",   kChain,           CERT_TRUST_IS_REVOKED, true },
+      {"lifts",   kChain | kNoWire, CERT_TRUST_IS_REVOKED, true },
+      {"lifts",   kChain,           0,                     true },
+  };
+  for (const auto& each : steps) {
+    SCOPED_TRACE(each.list);
+    server.put("/one", objects.crl(each.list));
+    EXPECT_EQ(Ask(objects, "leaf", each.flags), each.status);
+    EXPECT_EQ(IsCached(server.url("/one")), each.isCached);
+  }
 }
 
 TEST(CrlFetch, ServersThatNeverAnswer) {

@@ -2,6 +2,13 @@
 #include "certkern/chain/engine.h"
 
 #include <certkern/keykern.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <thread>
 
 #include "certkern/chain/chain_fixture.h"
 
@@ -154,6 +161,107 @@ TEST_F(Engines, TheUsersOwn) {
   EXPECT_EQ(ask("leaf"), "leaf inter root");
   FillSystemStore(L"Root", objects(), "other");
   EXPECT_EQ(ask("leaf"), "leaf inter = 0x10000");
+}
+
+// In the machine's "CA", as another process writes it.
+void ReplaceAuthority(const ChainObjects& objects, const char* row) {
+  const MemoryStore store(
+      CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, 0, 0, CERT_SYSTEM_STORE_LOCAL_MACHINE, L"CA"));
+  while (const PCCERT_CONTEXT each = CertEnumCertificatesInStore(store.get(), nullptr))
+    CertDeleteCertificateFromStore(each);
+  CertAddCertificateContextToStore(store.get(), objects.certificate(row), CERT_STORE_ADD_ALWAYS, nullptr);
+}
+
+// A pipe of single bytes between two processes.
+struct Pipe {
+  int ends[2];
+  Pipe() { EXPECT_EQ(pipe(ends), 0); }
+  void send(char byte) const { EXPECT_EQ(write(ends[1], &byte, 1), 1); }
+  char receive() const {
+    char byte = 0;
+    return read(ends[0], &byte, 1) == 1 ? byte : '\0';
+  }
+};
+
+// Thousands of changes, many within one tick of the file system's clock, and one after the files had settled.
+TEST_F(Engines, BuildsSeeWhatAnotherProcessHasWritten) {
+  constexpr int kChanges = 2000;
+  const char* const rows[] = {"inter", "cross"};
+  const std::string verdicts[] = {"leaf inter root", "leaf cross other"};
+  const std::string path = Sandbox().path("machine/ca.sto");
+  std::string images[2];
+  for (int i : {0, 1}) {
+    ReplaceAuthority(objects(), rows[i]);
+    images[i] = Sandbox().read("machine/ca.sto");
+  }
+  const PCCERT_CONTEXT leaf = objects().certificate("leaf");
+  const Pipe toWriter, toReader;
+  const pid_t writer = fork();
+  if (!writer) {
+    // by turns into the file itself and into another that takes its place
+    for (int times = 0; const char row = toWriter.receive(); ++times) {
+      const std::string& image = images[row - '0'];
+      const std::string to = times % 3 ? path : Sandbox().path("machine/next");
+      std::ofstream(to, std::ios::binary | std::ios::trunc) << image;
+      if (to != path) std::filesystem::rename(to, path);
+      toReader.send('x');
+    }
+    _exit(0);
+  }
+  const auto change = [&](int row) {
+    toWriter.send(static_cast<char>('0' + row));
+    return toReader.receive();
+  };
+  CERT_CHAIN_ENGINE_CONFIG config{};
+  config.cbSize = sizeof config;
+  EngineHandle withoutStores;
+  ASSERT_TRUE(CertCreateCertificateChainEngine(&config, withoutStores.out()));
+  int wrong = 0;
+  const auto look = [&](int row) {
+    for (const HCERTCHAINENGINE engine : {HCERTCHAINENGINE{}, withoutStores.get()})
+      wrong += Verdict(objects(), AskChain(engine, leaf).get()) != verdicts[row];
+  };
+  for (int i = 0; i < kChanges; ++i) {
+    ASSERT_EQ(change(i % 2), 'x');
+    look(i % 2);
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(2200));
+  for (int i = 0; i < 3; ++i) look((kChanges - 1) % 2);
+  ASSERT_EQ(change(0), 'x');
+  look(0);
+  // the machine's file goes, and comes again
+  std::filesystem::remove(path);
+  EXPECT_EQ(Verdict(objects(), AskChain(nullptr, leaf).get()), "leaf = 0x10000");
+  ASSERT_EQ(change(1), 'x');
+  look(1);
+  EXPECT_EQ(wrong, 0);
+  toWriter.send('\0');
+  int status = 0;
+  EXPECT_EQ(waitpid(writer, &status, 0), writer);
+  EXPECT_EQ(status, 0);
+}
+
+// While the store changes under them, each sees what was there at one time or the other.
+TEST_F(Engines, ManyBuildsAtOnce) {
+  ReplaceAuthority(objects(), "inter");
+  const PCCERT_CONTEXT leaf = objects().certificate("leaf");
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] {
+      CERT_CHAIN_PARA para{};
+      para.cbSize = sizeof para;
+      for (int times = 0; times < 100; ++times) {
+        ChainHandle chain;
+        const bool built = CertGetCertificateChain(nullptr, leaf, nullptr, nullptr, &para,
+                                                   CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL, nullptr, chain.out());
+        if (!built || chain->TrustStatus.dwErrorStatus || chain->rgpChain[0]->cElement != 3) ++wrong;
+      }
+    });
+  }
+  for (int i = 0; i < 50; ++i) ReplaceAuthority(objects(), i % 2 ? "inter" : "cross");
+  for (std::thread& each : threads) each.join();
+  EXPECT_EQ(wrong, 0);
 }
 
 // In a process that has no engine yet: where there can be no store there is no engine, but does not spoil the next try.

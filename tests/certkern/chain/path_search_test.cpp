@@ -1,9 +1,12 @@
 #include <certkern/errors.h>
+#include <certkern/keykern.h>
+#include <certkern/msg.h>
 #include <certkern/oid.h>
 #include <certkern/oids.h>
 #include <certkern/policy.h>
 #include <certkern/sv.h>
 #include <certkern/url.h>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -15,6 +18,7 @@
 #include "certkern/chain/issuer_search.h"
 #include "certkern/chain/made_certificate.h"
 #include "oid/built_in_functions.h"
+#include "store/store_record.h"
 #include "support/hex.h"
 
 namespace certkern::test {
@@ -58,6 +62,21 @@ class Search {
     return told + (found ? "good" : std::to_string(builder.bestError->chainError));
   }
 };
+
+}  // namespace
+
+// Stands before the key level's own.
+static DWORD g_verifyCode = ERROR_SUCCESS;  // of a failure that is made up
+
+extern "C" BOOL CryptVerifySignatureA(HCRYPTHASH hash, const BYTE* signature, DWORD size, HCRYPTKEY key,
+                                      LPCSTR description, DWORD flags) {
+  static auto* const next = reinterpret_cast<decltype(&CryptVerifySignatureA)>(dlsym(RTLD_NEXT, __func__));
+  if (g_verifyCode == ERROR_SUCCESS) return next(hash, signature, size, key, description, flags);
+  SetLastError(g_verifyCode);
+  return FALSE;
+}
+
+namespace {
 
 // --- with signatures by openssl ---
 
@@ -166,6 +185,58 @@ cert EE | R | | | | ids
   EXPECT_EQ(std::next(decidedFirst.builder.chain.rbegin())->record, &last);
 }
 
+TEST(PathSearch, OfEqualIssuersThatWithTheSerialNumber) {
+  const ChainObjects objects(R"(
+cert R | | | | | ca
+cert A1 | R | p256:k | /CN=CA | | ca
+cert A2 | R | p256:k | /CN=CA | | ca
+cert EE | A1 | | | | authorityKeyIdentifier = keyid, issuer:always
+)");
+  for (const char* others : {"A1 A2", "A2 A1"})
+    EXPECT_EQ(Search(objects, "R", others).verdict(objects, "EE"), "EE A1 R good");
+}
+
+// Wherever the allocator has put the stores.
+TEST(PathSearch, StoresInTheOrderOfAdding) {
+  const ChainObjects objects(R"(
+cert R | | | | | ca
+cert A1 | R | p256:k | /CN=CA | | ca
+cert A2 | R | p256:k | /CN=CA | | ca
+cert EE | A1 | | | | ids
+)");
+  const MemoryStore roots = objects.store("R"), first = objects.store("A1"), second = objects.store("A2");
+  for (const bool turned : {false, true}) {
+    Search search;
+    ChainBuilder::addStore(search.builder.certStores, turned ? second.get() : first.get(), false);
+    ChainBuilder::addStore(search.builder.certStores, turned ? first.get() : second.get(), false);
+    ChainBuilder::addStore(search.builder.certStores, roots.get(), false);
+    ChainBuilder::addStore(search.builder.certStores, roots.get(), true);
+    EXPECT_EQ(search.verdict(objects, "EE"), turned ? "EE A2 R good" : "EE A1 R good");
+    EXPECT_EQ(search.builder.certStores.front().store.get(), roots.get());
+  }
+}
+
+// What a failure of the moment says must not outlive it.
+TEST(PathSearch, OnlyYesAndNoAreKept) {
+  const ChainObjects objects(R"(
+cert R | | | | | ca
+cert EE | R | | | | ids
+)");
+  Search search(objects, "R", "");
+  BuildBudget& budget = *search.builder.budget;
+  CertRecord& root = search.builder.records->certificate(objects.certificate("R"), true);
+  CertRecord& end = search.attach(objects.certificate("EE"));
+  g_verifyCode = NTE_FAIL;
+  EXPECT_FALSE(IsSelfSigned(root, budget));
+  EXPECT_EQ(SignatureBy(root, end, budget), SignatureVerdict::Failed);
+  g_verifyCode = ERROR_SUCCESS;
+  EXPECT_TRUE(IsSelfSigned(root, budget));
+  EXPECT_EQ(SignatureBy(root, end, budget), SignatureVerdict::Good);
+  g_verifyCode = NTE_BAD_SIGNATURE;
+  EXPECT_TRUE(search.run(objects.certificate("EE"))) << "both are known by now";
+  g_verifyCode = ERROR_SUCCESS;
+}
+
 TEST(PathSearch, Anchors) {
   const ChainObjects objects(R"(
 cert R | | | | | ca
@@ -179,7 +250,8 @@ cert EE | A | | | | ids
       << "rather than an untrusted root";
   Search before(objects, "R", "A S");
   before.builder.records->certificate(objects.certificate("R"), false);
-  EXPECT_EQ(before.verdict(objects, "EE"), "EE S! 32") << "trust is that of the first meeting";
+  EXPECT_EQ(before.verdict(objects, "EE"), "EE A R good")
+      << "trusted as soon as it is found in a trusted store";
 
   const MemoryStore used = objects.store("R");
   Search again(objects, "R", "A");
@@ -211,17 +283,21 @@ cert misled | R | | | | 2.5.29.35 = DER:30058003000000
   const auto record = [&](const char* name) -> CertRecord& {
     return records.certificate(objects.certificate(name), false);
   };
-  EXPECT_TRUE(IsSelfSigned(record("R")));
-  EXPECT_FALSE(IsSelfSigned(record("good")));
+  BuildBudget budget;
+  const auto verdict = [&](const char* issuer, const char* subject) {
+    return SignatureBy(record(issuer), record(subject), budget);
+  };
+  EXPECT_TRUE(IsSelfSigned(record("R"), budget));
+  EXPECT_FALSE(IsSelfSigned(record("good"), budget));
   EXPECT_EQ(record("good").facts->selfSigned, TriState::No) << "kept for the next build";
-  EXPECT_TRUE(IsSignedBy(record("good"), record("noids")));
-  EXPECT_FALSE(IsSignedBy(record("bad"), record("noids")));
-  EXPECT_TRUE(IsSignedBy(record("leaf"), record("R")));
-  EXPECT_FALSE(IsSignedBy(record("leaf"), record("twin")));
-  EXPECT_FALSE(IsSignedBy(record("misled"), record("R"))) << "the key identifiers differ";
+  EXPECT_EQ(verdict("noids", "good"), SignatureVerdict::Good);
+  EXPECT_EQ(verdict("noids", "bad"), SignatureVerdict::Bad);
+  EXPECT_EQ(verdict("R", "leaf"), SignatureVerdict::Good);
+  EXPECT_EQ(verdict("twin", "leaf"), SignatureVerdict::OtherKey);
+  EXPECT_EQ(verdict("R", "misled"), SignatureVerdict::OtherKey);
   EXPECT_TRUE(IsSelfIssued(record("twin")));
   record("bad").signatures[&record("noids")] = true;
-  EXPECT_TRUE(IsSignedBy(record("bad"), record("noids"))) << "the memo is asked first";
+  EXPECT_EQ(verdict("noids", "bad"), SignatureVerdict::Good) << "the memo is asked first";
   EXPECT_EQ(CertFactsOf(objects.certificate("R")).get(), record("R").facts.get());
 }
 
@@ -286,7 +362,12 @@ size_t CountUserAuthorities() {
 const ChainObjects& Linked() {
   const std::string access = IssuerAccess({"a:", "b:"});
   static const ChainObjects objects(
-      "cert R | | | | | ca\ncert A | R | | | | ca\ncert EE | A | | | | ids; "
+      "cert R | | | | | ca\ncert A | R | p256:a | | | basicConstraints = CA:TRUE; subjectKeyIdentifier = "
+      "6B6579\ncert fake | R | p256:f | /CN=A | | "
+      "basicConstraints = CA:TRUE; subjectKeyIdentifier = 6B6579\ncert other | R | p256:a | /CN=other | | "
+      "basicConstraints = CA:TRUE; subjectKeyIdentifier = 6B6579\ncert strange | | | | | ca\n"
+      "cert own | strange | p256:a | /CN=A | | basicConstraints = CA:TRUE; subjectKeyIdentifier = 6B6579; "
+      "authorityKeyIdentifier = keyid\ncert EE | A | | | | 2.5.29.35 = DER:300580036B6579; "
       "1.3.6.1.5.5.7.1.1 = DER:"
       + ToHex(std::span(reinterpret_cast<const BYTE*>(access.data()), access.size())));
   return objects;
@@ -294,24 +375,30 @@ const ChainObjects& Linked() {
 
 TEST(PathSearchUrls, TheCacheThenTheWire) {
   const ChainObjects& objects = Linked();
+  constexpr DWORD kLate = CERT_CHAIN_DISABLE_PASS1_QUALITY_FILTERING;
+  constexpr char kOnce[] = "a:?2 b:?2 ", kTwice[] = "a:?2 b:?2 a:?4 b:?4 ";
   const struct {
     const char* name;
     DWORD flags;
     const char* bundle;  // of b:, on the wire
     const char* asked;
     const char* verdict;
+    size_t kept;  // for the user
   } cases[] = {
-      {"the second URL has it",                 0,                                              "A",     "a:?2 b:?2 a:?4 b:?4 ", "EE A R good"},
-      {"nobody has it",                         0,                                              nullptr, "a:?2 b:?2 a:?4 b:?4 ", "EE 65536"   },
-      {"not allowed",                           kNoWire,                                        "A",     "a:?2 b:?2 ",           "EE 65536"   },
-      {"not allowed for CRLs",                  CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY,         "A",     "a:?2 b:?2 a:?4 b:?4 ",
-       "EE A R good"                                                                                                                          },
+      {"the second URL has it",                     0,                                              "A",            kTwice, "EE A R good",        1},
+      {"nobody has it",                             0,                                              nullptr,        kTwice, "EE 65536",           0},
+      {"not allowed",                               kNoWire,                                        "A",            kOnce,  "EE 65536",           0},
+      {"not allowed for CRLs",                      CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY,         "A",            kTwice, "EE A R good",        1},
       {"not allowed, as revocation asks",
-       CERT_CHAIN_REVOCATION_CHECK_CHAIN | CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY,              "A",     "a:?2 b:?2 ",
-       "EE 65536"                                                                                                                             },
-      {"tried without the network",             CERT_CHAIN_REVOCATION_CHECK_END_CERT | kNoWire, "A",
-       "a:?2 b:?2 a:?6 b:?6 ",                                                                                                   "EE 65536"   },
-      {"a root that came along is not trusted", 0,                                              "A R",   "a:?2 b:?2 a:?4 b:?4 ", "EE A R! 32" },
+       CERT_CHAIN_REVOCATION_CHECK_CHAIN | CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY,                  "A",            kOnce,  "EE 65536",           0},
+      {"tried without the network",                 CERT_CHAIN_REVOCATION_CHECK_END_CERT | kNoWire, "A",
+       "a:?2 b:?2 a:?6 b:?6 ",                                                                                              "EE 65536",           0},
+      {"a root that came along is the trusted one", 0,                                              "A R",          kTwice, "EE A R good",        2},
+      {"fakes are not kept",                        0,                                              "A fake other", kTwice, "EE A R good",        1},
+      {"nor where signatures are verified late",    kLate,                                          "A fake other", kTwice, "EE A R good",        1},
+      {"nor where nothing else comes",              0,                                              "fake",         kTwice, "EE fake! 8",         0},
+      {"nor under a root of their own",             0,                                              "own strange",  kTwice, "EE own strange! 32", 0},
+      {"another name is no issuer",                 0,                                              "other",        kTwice, "EE 65536",           0},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.name);
@@ -325,8 +412,7 @@ TEST(PathSearchUrls, TheCacheThenTheWire) {
     EXPECT_EQ(search.verdict(objects, "EE"), each.verdict);
     EXPECT_EQ(web.asked, each.asked);
     EXPECT_EQ(search.builder.budget->wireRetrievals, std::string_view(each.asked).ends_with("?4 ") ? 2u : 0u);
-    const bool loaded = std::string_view(each.verdict) != "EE 65536";
-    EXPECT_EQ(CountUserAuthorities(), loaded ? std::string_view(each.bundle).size() / 2 + 1 : 0);
+    EXPECT_EQ(CountUserAuthorities(), each.kept);
   }
 }
 
@@ -389,10 +475,21 @@ TEST(PathSearchUrls, TimeBudget) {
   EXPECT_EQ(builder.retrievalBudget(), 300u);
   builder.addRetrievalTime(600);
   EXPECT_EQ(builder.retrievalBudget(), 0u);
+  // all retrievals of a call share a minute, whatever each may take; the last gets what remains
+  builder.flags = 0;
+  builder.addWireTime(59'400);
+  EXPECT_EQ(builder.retrievalBudget(), 1000u);
+  EXPECT_EQ(builder.wireBudget(), 600u);
+  builder.addWireTime(600);
+  EXPECT_EQ(builder.wireBudget(), 0u);
   FakeWeb web([](const std::string&, DWORD) { return MakeMemoryStore(); });
-  IssuerCandidates candidates({}, {});
-  EXPECT_FALSE(builder.loadUrl("a:", candidates, CRYPT_CACHE_ONLY_RETRIEVAL));
+  IssuerCandidates candidates({}, {}, *builder.budget);
+  EXPECT_FALSE(builder.loadUrl("a:", candidates, CRYPT_WIRE_ONLY_RETRIEVAL));
   EXPECT_EQ(web.asked, "");
+  EXPECT_TRUE(builder.loadUrl("a:", candidates, CRYPT_CACHE_ONLY_RETRIEVAL)) << "the cache costs no time";
+  builder.flags = CERT_CHAIN_REVOCATION_ACCUMULATIVE_TIMEOUT;
+  EXPECT_FALSE(builder.loadUrl("b:", candidates, CRYPT_CACHE_ONLY_RETRIEVAL));
+  EXPECT_EQ(web.asked, "a:?2 ");
 }
 
 // --- bounds, with certificates that lead nowhere ---
@@ -461,6 +558,102 @@ TEST(PathSearchBounds, ThousandsOfOneNameAndKey) {
   ExpectPartial(search, {.subject = "EE", .issuer = "CA", .authorityKeyId = "k"});
 }
 
+// An earlier build may have left any number of them in a store, and the newest are tried first.
+TEST(PathSearchBounds, FakesBeforeTheHonestIssuer) {
+  const ChainObjects objects(R"(
+cert R | | | | | ca
+cert A | R | p256:k | /CN=CA | | ca
+cert EE | A | | | | ids
+)");
+  Search search(objects, "R", "A");
+  const std::vector<BYTE> keyId = *CertFactsOf(objects.certificate("A"))->subjectKeyId;
+  for (int i = 0; i < 5120; ++i) {
+    MadeCertificate fake = Authority("CA", "CA", {keyId.begin(), keyId.end()}, "");
+    fake.serial = {'\x01', static_cast<char>(i >> 8), static_cast<char>(i)};
+    AddTo(search.others, fake);
+  }
+  EXPECT_EQ(search.verdict(objects, "EE"), "EE A R good");
+}
+
+// Of one call, and of a message: what is spent, what costs nothing, and what is left when nothing is left.
+TEST(PathSearchBounds, Verifications) {
+  const ChainObjects objects(R"(
+cert R | | | | | ca
+cert A | R | | | | ca
+cert EE | A | | | | ids
+cert EE2 | A | | | | ids
+)");
+  const StoreOwner saved = StoreOwner(objects.store("A EE EE2").release());
+  CRYPT_DATA_BLOB blob{};
+  ASSERT_TRUE(CertSaveStore(saved.get(), X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, CERT_STORE_SAVE_AS_PKCS7,
+                            CERT_STORE_SAVE_TO_MEMORY, &blob, 0));
+  std::vector<BYTE> bytes(blob.cbData);
+  blob.pbData = bytes.data();
+  ASSERT_TRUE(CertSaveStore(saved.get(), X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, CERT_STORE_SAVE_AS_PKCS7,
+                            CERT_STORE_SAVE_TO_MEMORY, &blob, 0));
+  const Owner<HCRYPTMSG, CryptMsgClose> message(
+      CryptMsgOpenToDecode(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0, 0, 0, nullptr, nullptr));
+  ASSERT_TRUE(CryptMsgUpdate(message.get(), bytes.data(), static_cast<DWORD>(bytes.size()), TRUE));
+  const MemoryStore ofMessage(
+      CertOpenStore(CERT_STORE_PROV_MSG, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0, 0, message.get()));
+  ASSERT_TRUE(ofMessage);
+  const auto inMessage = [&](const char* row) {
+    return CertificateHandle(CertFindCertificateInStore(
+        ofMessage.get(), X509_ASN_ENCODING, 0, CERT_FIND_EXISTING, objects.certificate(row), nullptr));
+  };
+  const CertificateHandle end = inMessage("EE"), other = inMessage("EE2");
+  const MemoryStore roots = objects.store("R");
+  const auto unitsFor = [&](const CertificateHandle& which, uint32_t spent) -> int {
+    Search search;
+    ChainBuilder::addStore(search.builder.certStores, roots.get(), true);
+    ChainBuilder::addStore(search.builder.certStores, ofMessage.get(), false);
+    search.builder.budget->verificationUnits = spent;
+    const bool good = search.run(which.get());
+    return good ? static_cast<int>(search.builder.budget->verificationUnits - spent) : -1;
+  };
+  constexpr int kEach = 3;  // of a curve of 256 bits
+  std::atomic<int64_t>& left = AsStore(ofMessage.get())->verificationUnits;
+  const int64_t all = left;
+  EXPECT_EQ(all, kMaxMessageVerificationUnits);
+  EXPECT_EQ(unitsFor(end, kMaxChainVerificationUnits), -1) << "the call has nothing left";
+  EXPECT_EQ(left, all);
+  EXPECT_EQ(unitsFor(end, 0), 3 * kEach) << "two links and the root's own";
+  EXPECT_EQ(left, all - kEach) << "by a key of the message";
+  EXPECT_EQ(unitsFor(end, kMaxChainVerificationUnits), 0) << "known from before";
+  left = kEach - 1;
+  EXPECT_EQ(unitsFor(other, 0), -1) << "the message has nothing left";
+  EXPECT_EQ(unitsFor(end, 0), 0);
+  left = kEach;
+  EXPECT_EQ(unitsFor(other, 0), kEach);
+}
+
+// Each further chain passes over the roots of those before it: one budget of the call ends that.
+TEST(PathSearchBounds, FurtherChains) {
+  const StoreOwner roots = MakeMemoryStore();
+  for (int i = 0; i < 150; ++i) {
+    MadeCertificate root = Authority("CA", "CA", "k", "");
+    root.serial = {'\x01', static_cast<char>(i >> 8), static_cast<char>(i)};
+    AddTo(roots, root, true);
+  }
+  const CertificateOwner end =
+      MadeCertificate{.subject = "EE", .issuer = "CA", .authorityKeyId = "k"}.context();
+  SetSelfSigned(end.get(), false);
+  // all have one key, and it has signed
+  const CertFacts& facts = *CertFactsOf(end.get());
+  facts.signatures.keep(*facts.keyDigest.get(end.get()->pCertInfo->SubjectPublicKeyInfo), true);
+  CERT_CHAIN_ENGINE_CONFIG config{};
+  config.cbSize = sizeof config;
+  config.hExclusiveRoot = config.hRestrictedOther = roots.get();
+  EngineHandle engine;
+  ASSERT_TRUE(CertCreateCertificateChainEngine(&config, engine.out()));
+  const ChainHandle chain =
+      AskChain(engine.get(), end.get(), {.flags = CERT_CHAIN_RETURN_LOWER_QUALITY_CONTEXTS});
+  ASSERT_TRUE(chain);
+  EXPECT_EQ(chain->TrustStatus.dwErrorStatus, 0u);
+  EXPECT_GT(chain->cLowerQualityChainContext, 50u);
+  EXPECT_LT(chain->cLowerQualityChainContext, 100u) << "of steps 1 + 2 + 3 and so on";
+}
+
 // A server that makes a new authority for each question, in a bundle that has no end.
 TEST(PathSearchBounds, AuthoritiesByUrl) {
   const auto access = [](int number) {
@@ -487,14 +680,15 @@ TEST(PathSearchBounds, AuthoritiesByUrl) {
 
 TEST(IssuerCandidates, TakeNoMoreThanMayBeTried) {
   const NormalName name;
-  IssuerCandidates candidates({&name, {}, {}}, {});
-  std::vector<CertRecord> records(kMaxChainCandidateSteps + 1);
+  BuildBudget budget;
+  IssuerCandidates candidates({&name, {}, {}}, {}, budget);
+  std::vector<CertRecord> records(kMaxChainCandidates + 1);
   const auto facts = std::make_shared<const CertFacts>(CERT_INFO{});
   for (CertRecord& each : records) {
     each.facts = facts;
     candidates.offer(each);
   }
-  EXPECT_EQ(candidates.take().size(), kMaxChainCandidateSteps);
+  EXPECT_EQ(candidates.take().size(), kMaxChainCandidates);
 }
 
 // --- what is read of a certificate ---

@@ -34,6 +34,8 @@ cert leafless | inter | | | | ids
 cert signer | root | rsa | /CN=inter | | keyUsage = critical, keyCertSign, cRLSign; basicConstraints = critical, CA:TRUE; subjectKeyIdentifier = hash
 cert nosign | root | rsa | /CN=inter | | keyUsage = critical, keyCertSign; basicConstraints = critical, CA:TRUE; subjectKeyIdentifier = hash
 cert stranger | | | /CN=inter | | ca
+cert holder | root | rsa:holder | /CN=holder
+cert forger | root | rsa:holder | /CN=inter
 
 crl rootlist | root
 crl empty | inter
@@ -69,6 +71,7 @@ crl deltascoped | inter | | | authorityKeyIdentifier = keyid; !number:06; 2.5.29
 crl bysigner | signer
 crl bynosign | nosign
 crl bystranger | stranger
+crl byholder | forger
 crl mustmatch | signer | | | authorityKeyIdentifier = keyid; 1.2.643.2.2.49.1 = DER:0A0100
 crl ownmust | inter | | | authorityKeyIdentifier = keyid; 1.2.643.2.2.49.1 = DER:0A0100
 crl renewedmust | renewed | | | 2.5.29.35 = DER:300480020102; 1.2.643.2.2.49.1 = DER:0A0100
@@ -119,6 +122,7 @@ const RevocationCase kVerdicts[] = {
     {"another key of the issuer's name",        "plain",    "bysigner",              "plain inter root"               },
     {"a key that may not sign lists",           "plain",    "bynosign",              "plain:0x40 inter root = 0x40"   },
     {"a stranger of the issuer's name",         "plain",    "bystranger",            "plain:0x40 inter root = 0x40"   },
+    {"a holder of another name",                "plain",    "holder byholder",       "plain:0x40 inter root = 0x40"   },
     {"another key, and the issuer's is needed", "plain",    "mustmatch",             "plain:0x40 inter root = 0x40"   },
     {"the issuer's is needed, and it is that",  "plain",    "ownmust",               "plain inter root"               },
     {"it is, under another identifier",         "plain",    "renewed renewedmust",   "plain inter root"               },

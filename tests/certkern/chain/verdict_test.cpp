@@ -90,8 +90,8 @@ root | inter | leaf | leaf inter root | nothing is wrong
 root | | root | root | a trusted self-signed certificate is a path
 gostroot | edinter gostsub | mixed | mixed gostsub edinter gostroot | each link has an algorithm of its own
 root | foldlower | folded | folded foldlower root | case and runs of blanks don't count in PrintableString
-root | foldutf8 | folded | folded foldutf8 root = 0x10000 | in a UTF8String they do
-root | renamed | folded | folded renamed root = 0x10000 | found by its key identifier, but names must chain
+root | foldutf8 | folded | folded foldutf8 = 0x10000 | in a UTF8String they do
+root | renamed | folded | folded renamed = 0x10000 | found by its key identifier, but names must chain
 root | inter | critical | critical inter root | unknown critical extensions are not looked at
 root | limited | named | named limited root | neither are name constraints
 

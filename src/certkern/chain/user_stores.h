@@ -1,0 +1,23 @@
+// The user's stores "Root" and "CA" as chain builds read them: opened once in the process, and brought up to date for each
+// build. Files that are provably those that were read cost a build three system calls each; nothing is locked.
+#ifndef CERTKERN_CERTKERN_CHAIN_USER_STORES_H
+#define CERTKERN_CERTKERN_CHAIN_USER_STORES_H
+
+#include <certkern/store.h>
+
+#include "platform/owner.h"
+
+namespace certkern {
+
+using StoreOwner = Owner<HCERTSTORE, CertCloseStore>;
+
+inline constexpr LPCWSTR kRootStoreName = L"Root";
+inline constexpr LPCWSTR kAuthorityStoreName = L"CA";
+
+// One of the two, to be read, with what its files hold now: what another process has written is seen, and where a newly
+// opened store would fail this one does. Shared with all builds of the process. Empty with a code. Throws std::bad_alloc.
+StoreOwner UserStore(LPCWSTR name);
+
+}  // namespace certkern
+
+#endif
