@@ -147,16 +147,17 @@ bool GetBytes(HCRYPTMSG message, DWORD parameter, DWORD index, std::vector<BYTE>
 }
 
 // One that is no X.509 certificate, or that our decoders refuse, can't be the signer's, and must not keep the others
-// from being found.
+// from being found. Want of memory says nothing about it.
 bool AddMessageCertificates(HCRYPTMSG message, HCERTSTORE store) {
   DWORD count = 0;
   if (!GetDword(message, CMSG_CERT_COUNT_PARAM, count)) return false;
   std::vector<BYTE> encoded;
   for (DWORD i = 0; i < count; ++i) {
-    if (!GetBytes(message, CMSG_CERT_PARAM, i, encoded)) continue;
-    static_cast<void>(CertAddEncodedCertificateToStore(store, X509_ASN_ENCODING, encoded.data(),
-                                                       static_cast<DWORD>(encoded.size()),
-                                                       CERT_STORE_ADD_ALWAYS, nullptr));
+    const bool added = GetBytes(message, CMSG_CERT_PARAM, i, encoded)
+        && CertAddEncodedCertificateToStore(store, X509_ASN_ENCODING, encoded.data(),
+                                            static_cast<DWORD>(encoded.size()), CERT_STORE_ADD_ALWAYS,
+                                            nullptr);
+    if (!added && GetLastError() == ERROR_NOT_ENOUGH_MEMORY) return false;
   }
   return true;
 }

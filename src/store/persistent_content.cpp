@@ -90,7 +90,7 @@ bool StoreContent::take(std::vector<BYTE> bytes) {
 
 bool StoreContent::takeMessage() {
   MessageObjects objects;
-  if (!ReadMessageObjects(bytes_, objects)) return false;
+  if (!ReadMessageObjects(bytes_, Unreadable::Kept, objects)) return false;
   bytes_ = std::move(objects.bytes);  // which the content goes on pointing into
   image_ = std::move(objects.content);
   return true;
