@@ -74,10 +74,6 @@ void AnswerAttributes(const GetParamRequest& request, const ASN1ListOf<ASN1T_Att
   });
 }
 
-void AnswerEncodedSigner(const GetParamRequest& request, const SignerInfo& signer) {
-  AnswerBytes(request, EncodeSigner(signer));
-}
-
 bool IsSignedBy(const SignerInfo& signer, const CERT_INFO& info) {
   if (!HasIssuer(signer)) return false;
   const auto same = [](const CRYPT_DATA_BLOB& a, const CRYPT_DATA_BLOB& b) {
