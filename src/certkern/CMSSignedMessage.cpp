@@ -270,6 +270,7 @@ void SignedMessageDecodeContext::decodeMessage(std::span<const BYTE> message, bo
     });
   }
   messageAdded_ = true;
+  dropStore();
   try {
     startHashes();
     if (!detached_) hashContent();
@@ -426,6 +427,7 @@ void SignedMessageDecodeContext::fillNewSigner(const SignerInfo& signer) {
 }
 
 void SignedMessageDecodeContext::control(const ControlRequest& request) {
+  dropStoreFor(request);
   switch (request.dwCtrlType) {
     case CMSG_CTRL_VERIFY_SIGNATURE:
       return verifyByCertificate(ParameterOf<CERT_INFO>(request));

@@ -12,6 +12,7 @@
 #include "certkern/chain/chain_records.h"
 #include "certkern/cms_attributes.h"
 #include "certkern/gost_repair.h"
+#include "certkern/message_signer.h"
 #include "keys/signing_display.h"
 #include "oid/provider_search.h"
 #include "platform/owner.h"
@@ -153,11 +154,13 @@ bool AddMessageCertificates(HCRYPTMSG message, HCERTSTORE store) {
   if (!GetDword(message, CMSG_CERT_COUNT_PARAM, count)) return false;
   std::vector<BYTE> encoded;
   for (DWORD i = 0; i < count; ++i) {
-    const bool added = GetBytes(message, CMSG_CERT_PARAM, i, encoded)
-        && CertAddEncodedCertificateToStore(store, X509_ASN_ENCODING, encoded.data(),
-                                            static_cast<DWORD>(encoded.size()), CERT_STORE_ADD_ALWAYS,
-                                            nullptr);
-    if (!added && GetLastError() == ERROR_NOT_ENOUGH_MEMORY) return false;
+    if (!GetBytes(message, CMSG_CERT_PARAM, i, encoded)) continue;
+    const CertificateOwner certificate(
+        CertCreateCertificateContext(X509_ASN_ENCODING, encoded.data(), static_cast<DWORD>(encoded.size())));
+    if (!certificate && GetLastError() == ERROR_NOT_ENOUGH_MEMORY) return false;
+    if (certificate
+        && !CertAddCertificateContextToStore(store, certificate.get(), CERT_STORE_ADD_ALWAYS, nullptr))
+      return false;
   }
   return true;
 }
@@ -175,7 +178,7 @@ CertificateOwner GetSigner(HCRYPTMSG message, const CRYPT_VERIFY_MESSAGE_PARA& p
   std::vector<BYTE> id;
   DWORD size = 0;
   if (!CryptMsgGetParam(message, CMSG_SIGNER_CERT_INFO_PARAM, signerIndex, nullptr, &size)) {
-    SetLastError(CRYPT_E_NO_SIGNER);
+    if (SaysThereIsNoSigner(GetLastError())) SetLastError(CRYPT_E_NO_SIGNER);
     return {};
   }
   if (!GetBytes(message, CMSG_SIGNER_CERT_INFO_PARAM, signerIndex, id)) return {};
