@@ -191,12 +191,19 @@ void SignedMessageEncodeContext::addData(std::span<const BYTE> data, bool /*fina
   if (core_.data().digestAlgorithms.count) core_.hashContent(data);
 }
 
-void SignedMessageEncodeContext::finalize() {
+void SignedMessageEncodeContext::finalize() { takeContent(content_.bytes()); }
+
+void SignedMessageEncodeContext::addBorrowed(std::span<const BYTE> content) {
+  if (core_.data().digestAlgorithms.count) core_.hashContent(content);
+  takeContent(content);
+}
+
+void SignedMessageEncodeContext::takeContent(std::span<const BYTE> content) {
   finished_ = true;
   if (detached_) return;
   core_.dropEncoded();
   core_.data().encapContentInfo.m.eContentPresent = 1;
-  core_.data().encapContentInfo.eContent = {content_.size(), content_.data()};
+  core_.data().encapContentInfo.eContent = {CheckedDword(content.size()), content.data()};
 }
 
 DWORD SignedMessageEncodeContext::getEncodedSize(DWORD cbContent, bool fBare, const void* pvMsgEncodeInfo) {

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "certkern/CMSSignedMessage.h"
 #include "certkern/chain/chain_records.h"
 #include "certkern/cms_attributes.h"
 #include "certkern/gost_repair.h"
@@ -106,8 +107,14 @@ bool MakeMessage(const SigningRequest& request, DWORD flags, const ContentPieces
   const MessageHandle message(
       CryptMsgOpenToEncode(request.encoding(), flags, CMSG_SIGNED, &request.info(), nullptr, nullptr));
   if (!message) return false;
-  if (content.count != 0 && !CryptMsgUpdate(message.get(), content.bytes[0], content.sizes[0], TRUE))
+  if (content.count != 0 && !content.bytes[0] && content.sizes[0] != 0) {
+    SetLastError(ERROR_INVALID_PARAMETER);
     return false;
+  }
+  if (content.count != 0 && content.bytes[0]) {
+    auto* const context = static_cast<MessageContext*>(message.get());
+    static_cast<SignedMessageEncodeContext*>(context)->addBorrowed({content.bytes[0], content.sizes[0]});
+  }
   return CryptMsgGetParam(message.get(), CMSG_CONTENT_PARAM, 0, blob, blobSize) != FALSE;
 }
 
