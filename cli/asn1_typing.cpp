@@ -227,13 +227,14 @@ const Meaning* Typed::at(uint32_t offset) const {
   return found != meanings.end() && found->offset == offset ? &*found : nullptr;
 }
 
-Typed ReadTyped(std::span<const BYTE> block, size_t offset, const TypeInfo& type) {
+Typed ReadTyped(std::span<const BYTE> block, size_t offset, const TypeInfo& type, OpenValues values) {
   const ASN1ContextPtr context = ASN1ContextPtr::Create();
   if (!context) throw std::bad_alloc();
   Notes notes(block);
   context->setInput(block);
   context->setPosition(offset);
   context->setWatcher(&notes);
+  context->setOpenValues(values);
   context->budget().heap = std::min(context->budget().heap, kMaxAsn1CheckedHeap);
   context->budget().elements = std::min<uint64_t>(context->budget().elements, kMaxAsn1ShownElements);
   void* const value = context->allocate(type.size);

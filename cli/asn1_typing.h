@@ -4,6 +4,7 @@
 
 #include "asn1_elements.h"
 
+#include "asn1rt/context.h"
 #include "asn1rt/type_table.h"
 
 #include <span>
@@ -32,7 +33,8 @@ struct Typed {
 };
 
 // The library's decoder is the judge.
-Typed ReadTyped(std::span<const BYTE> block, size_t offset, const TypeInfo& type);
+Typed ReadTyped(std::span<const BYTE> block, size_t offset, const TypeInfo& type,
+                OpenValues values = OpenValues::Checked);
 
 }  // namespace certkern::cli
 

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace certkern::cli {
 namespace {
@@ -176,25 +177,49 @@ const char* NameOf(Wanted wanted) {
   }
 }
 
+std::vector<struct stat> filesRead;
+
+// 0 where it can't be told, and for what is too large to be read.
+size_t SizeOf(int file) {
+  struct stat status;
+  if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return 0;
+  const auto size = static_cast<size_t>(status.st_size);
+  return size > kLargestFile ? 0 : size;
+}
+
 }  // namespace
+
+void NoteRead(int file) {
+  struct stat status;
+  if (fstat(file, &status) == 0 && S_ISREG(status.st_mode)) filesRead.push_back(status);
+}
+
+bool WasRead(const struct stat& file) {
+  return std::ranges::any_of(filesRead, [&](const struct stat& each) {
+    return each.st_dev == file.st_dev && each.st_ino == file.st_ino;
+  });
+}
 
 FileContent ReadInput(const std::string& path) {
   constexpr size_t kChunk = size_t{1} << 16;
   FileContent content;
   const Descriptor file(path);
   if (file.get() < 0) return {{}, ErrorText(errno)};
-  while (true) {
-    const size_t used = content.bytes.size();
-    content.bytes.resize(used + std::max(kChunk, used / 2));
+  NoteRead(file.get());
+  // one octet more, in which the end shows: a buffer that grows would take more than twice the room
+  content.bytes.resize(SizeOf(file.get()) + 1);
+  for (size_t used = 0;;) {
+    if (used == content.bytes.size()) content.bytes.resize(used + std::max(kChunk, used / 2));
     const ssize_t count = read(file.get(), content.bytes.data() + used, content.bytes.size() - used);
-    const int code = errno;
-    content.bytes.resize(used + static_cast<size_t>(std::max<ssize_t>(count, 0)));
-    if (count < 0 && code == EINTR) continue;
-    if (count < 0) return {{}, ErrorText(code)};
-    if (count == 0) return content;
-    if (content.bytes.size() > kLargestFile) {
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return {{}, ErrorText(errno)};
+    used += static_cast<size_t>(count);
+    if (used > kLargestFile) {
       return {{}, fmt::format("larger than {} MiB, the most that is read", kLargestFile >> 20)};
     }
+    if (count > 0) continue;
+    content.bytes.resize(used);
+    return content;
   }
 }
 

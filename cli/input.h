@@ -4,6 +4,8 @@
 
 #include "field.h"
 
+#include <sys/stat.h>
+
 #include <functional>
 #include <span>
 #include <string>
@@ -19,6 +21,9 @@ struct FileContent {
   std::string error;  // empty when all went well
 };
 FileContent ReadInput(const std::string& path);
+// Whether a regular file was read as input in this process, under whatever name: what is written there would destroy it.
+void NoteRead(int file);
+bool WasRead(const struct stat& file);
 
 // Encoded bytes from a file, and how to speak of a place in them.
 struct Block {

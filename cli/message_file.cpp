@@ -154,8 +154,8 @@ bool HasContent(std::span<const BYTE> message) {
   return content.next() && content.next();
 }
 
-std::optional<Refusal> FindRefusal(std::span<const BYTE> message) {
-  const Typed typed = ReadTyped(message, 0, TypeByName("ContentInfo"));
+std::optional<Refusal> FindRefusal(std::span<const BYTE> message, OpenValues values) {
+  const Typed typed = ReadTyped(message, 0, TypeByName("ContentInfo"), values);
   if (!typed.fault) return std::nullopt;
   return Refusal{
       fmt::format("{}expected {}, found {}", typed.place.empty() ? "" : fmt::format("in {}: ", typed.place),

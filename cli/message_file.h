@@ -4,6 +4,8 @@
 
 #include "input.h"
 
+#include "asn1rt/context.h"
+
 #include <optional>
 #include <span>
 #include <string>
@@ -42,8 +44,8 @@ struct Refusal {
     return text + " at " + origin.place(start + offset);
   }
 };
-// Nothing when the decoder does not stumble.
-std::optional<Refusal> FindRefusal(std::span<const BYTE> message);
+// Nothing when the decoder does not stumble. Values of attributes are theirs who wrote them, but what is made here is checked.
+std::optional<Refusal> FindRefusal(std::span<const BYTE> message, OpenValues values = OpenValues::Kept);
 
 }  // namespace certkern::cli
 

@@ -2,14 +2,15 @@
 
 #include "failure.h"
 #include "handles.h"
+#include "output_file.h"
 #include "text.h"
 #include "writers.h"
 
 #include <certkern/text.h>
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -18,31 +19,39 @@
 namespace certkern::cli {
 namespace {
 
-constexpr mode_t kOwnerOnly = 0600;
-constexpr mode_t kEverybody = 0666;  // the umask takes its part away
-
-void WriteAll(int file, std::span<const BYTE> bytes, std::string_view name) {
-  while (!bytes.empty()) {
-    const ssize_t count = write(file, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) ThrowErrno(name);
-    bytes = bytes.subspan(static_cast<size_t>(count));
-  }
+std::span<const BYTE> AsBytes(std::string_view text) {
+  return {reinterpret_cast<const BYTE*>(text.data()), text.size()};
 }
 
-void AppendText(SecretBytes& out, std::string_view text) { out.insert(out.end(), text.begin(), text.end()); }
+SecretBytes Base64(std::span<const BYTE> bytes) {
+  DWORD size = 0;
+  const DWORD length = CheckedSize(bytes.size());
+  if (!CryptBinaryToStringA(bytes.data(), length, CRYPT_STRING_BASE64, nullptr, &size))
+    ThrowLastError("Base64");
+  SecretBytes text(size);
+  if (!CryptBinaryToStringA(bytes.data(), length, CRYPT_STRING_BASE64, reinterpret_cast<char*>(text.data()),
+                            &size))
+    ThrowLastError("Base64");
+  text.resize(size);
+  return text;
+}
 
-// A secret never lands in a file that was there before: others may have it open, or may have made it a link.
-FileDescriptor OpenNew(const std::string& path, Secrecy secrecy) {
-  const bool secret = secrecy == Secrecy::Secret;
-  FileDescriptor file(open(path.c_str(),
-                           O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | (secret ? O_EXCL : O_TRUNC),
-                           secret ? kOwnerOnly : kEverybody));
-  const std::string name = Escaped(Utf8Of(std::string_view(path)));
-  if (!file && errno == EEXIST)
-    throw Failure(name + ": a private key is only written to a new file, and this one exists already");
-  if (!file) ThrowErrno(name);
-  return file;
+// A large object is several times its size as one text, so it goes out line by line, a good many at a time.
+void WritePem(std::string_view label, std::span<const BYTE> der, const Sink& sink) {
+  constexpr size_t kPiece = size_t{48} << 14;  // of whole lines
+  sink(AsBytes(fmt::format("-----BEGIN {}-----\n", label)));
+  do {
+    const std::span<const BYTE> piece = der.first(std::min(der.size(), kPiece));
+    sink(Base64(piece));
+    der = der.subspan(piece.size());
+  } while (!der.empty());
+  sink(AsBytes(fmt::format("-----END {}-----\n", label)));
+}
+
+void WriteEncoded(const OutputOptions& options, std::string_view label, std::span<const BYTE> der,
+                  const Sink& sink) {
+  if (options.der) return sink(der);
+  WritePem(label, der, sink);
 }
 
 bool IsStandardOutput(const OutputOptions& options) { return options.file.empty() || options.file == "-"; }
@@ -50,19 +59,8 @@ bool IsStandardOutput(const OutputOptions& options) { return options.file.empty(
 }  // namespace
 
 SecretBytes PemText(std::string_view label, std::span<const BYTE> der) {
-  DWORD size = 0;
-  const DWORD length = CheckedSize(der.size());
-  if (!CryptBinaryToStringA(der.data(), length, CRYPT_STRING_BASE64, nullptr, &size))
-    ThrowLastError("Base64");
-  SecretBytes text(size);
-  if (!CryptBinaryToStringA(der.data(), length, CRYPT_STRING_BASE64, reinterpret_cast<char*>(text.data()),
-                            &size))
-    ThrowLastError("Base64");
-  text.resize(size);
   SecretBytes pem;
-  AppendText(pem, fmt::format("-----BEGIN {}-----\n", label));
-  Append(pem, text);
-  AppendText(pem, fmt::format("-----END {}-----\n", label));
+  WritePem(label, der, [&](std::span<const BYTE> piece) { Append(pem, piece); });
   return pem;
 }
 
@@ -84,18 +82,14 @@ void CheckDestination(const OutputOptions& options, Secrecy secrecy) {
 void WriteObject(const OutputOptions& options, std::string_view label, std::span<const BYTE> der,
                  Secrecy secrecy) {
   CheckDestination(options, secrecy);
-  const SecretBytes bytes = options.der ? ToSecret(der) : PemText(label, der);
-  if (IsStandardOutput(options)) return WriteRaw(bytes);
-  const FileDescriptor file = OpenNew(options.file, secrecy);
-  const std::string name = Escaped(Utf8Of(std::string_view(options.file)));
-  WriteAll(file.get(), bytes, name);
-  if (secrecy == Secrecy::Secret && fsync(file.get()) != 0 && errno != EINVAL) ThrowErrno(name);
+  const auto write = [&](const Sink& sink) { WriteEncoded(options, label, der, sink); };
+  if (IsStandardOutput(options)) return write(WriteRaw);
+  WriteFile(options.file, secrecy, write);
 }
 
 void WriteBytes(const OutputOptions& options, std::span<const BYTE> bytes) {
   if (IsStandardOutput(options)) return WriteRaw(bytes);
-  WriteAll(OpenNew(options.file, Secrecy::Public).get(), bytes,
-           Escaped(Utf8Of(std::string_view(options.file))));
+  WriteFile(options.file, Secrecy::Public, [&](const Sink& sink) { sink(bytes); });
 }
 
 void WriteRaw(std::span<const BYTE> bytes) { WriteAll(STDOUT_FILENO, bytes, "standard output"); }

@@ -5,6 +5,7 @@
 #include "failure.h"
 #include "grammar.h"
 #include "handles.h"
+#include "input.h"
 #include "text.h"
 
 #include <certkern/text.h>
@@ -43,6 +44,7 @@ SecretBytes ReadFile(const std::string& path, const std::string& name) {
   if (path == "-") return ReadAll(STDIN_FILENO, name);
   const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
   if (!file) ThrowErrno(name);
+  NoteRead(file.get());
   return ReadAll(file.get(), name);
 }
 

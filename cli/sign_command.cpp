@@ -137,12 +137,10 @@ Bytes Sign(CRYPT_SIGN_MESSAGE_PARA& para, const Bytes& content, bool detached) {
 // Attributes of the user's may be such that nobody can read or believe the message, and the configuration may forbid those
 // that he asks for.
 void CheckResult(const SignArguments& arguments, const MessageSigner& signer, std::span<const BYTE> encoded) {
+  if (const auto refusal = FindRefusal(encoded, OpenValues::Checked))
+    throw Failure("nobody could read this message: " + refusal->text);
   const MessageHandle message = OpenMessage(encoded, ContentPlace::Inside);
-  if (!message) {
-    const DWORD code = GetLastError();
-    const std::optional<Refusal> refusal = FindRefusal(encoded);
-    throw Failure("nobody could read this message: " + (refusal ? refusal->text : ReasonOf(code)));
-  }
+  if (!message) ThrowLastError("this message");
   const Bytes record = MessageBytes(message.get(), CMSG_CMS_SIGNER_INFO_PARAM);
   const BindingFinding binding =
       JudgeBinding(RecordIn<CMSG_CMS_SIGNER_INFO>(record), signer.certificate.get());
@@ -157,7 +155,7 @@ void CheckResult(const SignArguments& arguments, const MessageSigner& signer, st
 int RunSign(const SignArguments& arguments) {
   CheckDestination(arguments.output, Secrecy::Public);
   AttributeList attributes(arguments.attributes);  // before a PIN is typed for nothing
-  const FileContent content = ReadInput(arguments.file);
+  FileContent content = ReadInput(arguments.file);
   if (!content.error.empty()) throw Failure(fmt::format("{}: {}", Shown(arguments.file), content.error));
   const MessageSigner signer = OpenSigner(arguments.signer);
   std::string hash = HashOid(arguments, signer.key);
@@ -176,6 +174,7 @@ int RunSign(const SignArguments& arguments) {
   para.rgAuthAttr = attributes.records().data();
   para.dwFlags = CadesFlags(arguments, signer.key);
   const Bytes message = Sign(para, content.bytes, arguments.detached);
+  Bytes().swap(content.bytes);  // the message has it; a large one need not be there twice
   CheckResult(arguments, signer, message);
   WriteObject(arguments.output, "CMS", message);
   return 0;

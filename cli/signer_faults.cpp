@@ -125,22 +125,21 @@ std::optional<SignerFault> SignedAttributesFault(const CMSG_CMS_SIGNER_INFO& inf
   return std::nullopt;
 }
 
-std::optional<SignerFault> AttributesFault(const CMSG_CMS_SIGNER_INFO& info, std::span<const BYTE> content) {
-  if (info.AuthAttrs.cAttr || content.empty() || content[0] != kSetTag) return std::nullopt;
+bool AreSignedAttributes(std::span<const BYTE> content) {
+  if (content.empty() || content[0] != kSetTag) return false;
   Bytes list(content.begin(), content.end());
   list[0] = kSequenceTag;  // the list that the library decodes
   const auto elements = Decode<CRYPT_SEQUENCE_OF_ANY>(X509_SEQUENCE_OF_ANY, list);
-  if (!elements) return std::nullopt;
+  if (!elements) return false;
   bool hasType = false;
   bool hasDigest = false;
   for (const CRYPT_DER_BLOB& each : std::span(elements->rgValue, elements->cValue)) {
     const auto attribute = Decode<CRYPT_ATTRIBUTE>(PKCS_ATTRIBUTE, BytesOf(each));
-    if (!attribute) return std::nullopt;
+    if (!attribute) return false;
     hasType = hasType || IsPair(*attribute, szOID_RSA_contentType);
     hasDigest = hasDigest || IsPair(*attribute, szOID_RSA_messageDigest);
   }
-  if (!hasType || !hasDigest) return std::nullopt;
-  return SignerFault::AttributesAsContent;
+  return hasType && hasDigest;
 }
 
 std::optional<SignerFault> UsageFault(PCCERT_CONTEXT certificate) {

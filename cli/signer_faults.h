@@ -36,7 +36,7 @@ std::optional<SignerFault> SignedAttributesFault(const CMSG_CMS_SIGNER_INFO& inf
                                                  std::string_view contentType);
 // Signed attributes are hashed as a SET, and so is content without attributes as it is: such a SET, put in as the content, has a
 // signature that somebody made for something else.
-std::optional<SignerFault> AttributesFault(const CMSG_CMS_SIGNER_INFO& info, std::span<const BYTE> content);
+bool AreSignedAttributes(std::span<const BYTE> content);
 std::optional<SignerFault> UsageFault(PCCERT_CONTEXT certificate);
 
 // Whether the signer has signed which certificate is his. RFC 5035

@@ -13,6 +13,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <iterator>
+#include <map>
 #include <utility>
 
 namespace certkern::cli {
@@ -72,18 +74,17 @@ OpenedMessage OpenWithContent(const VerifyOptions& options) {
 
 // --- one signer ---
 
-ContentFinding JudgeContent(const CMSG_CMS_SIGNER_INFO& info, std::span<const BYTE> content) {
-  const auto value = AttributeValue(info.AuthAttrs, szOID_RSA_messageDigest);
-  const auto digest = value ? Decode<CRYPT_DATA_BLOB>(X509_OCTET_STRING, *value) : nullptr;
-  const std::optional<Bytes> hash = HashOf(info.HashAlgorithm.pszObjId, content);
-  if (!digest || !hash) return ContentFinding::Unknown;
-  return std::ranges::equal(*hash, BytesOf(*digest)) ? ContentFinding::Intact : ContentFinding::Changed;
-}
-
 struct Candidate {
   CertificateHandle certificate;
   CertificateFindings findings;
 };
+
+// Whether a failure speaks of the signature, and not of what it takes to look at one.
+bool IsVerdict(DWORD code) {
+  static constexpr DWORD kOthers[] = {NTE_BAD_ALGID, NTE_FAIL, NTE_NO_MEMORY, ERROR_NOT_ENOUGH_MEMORY,
+                                      ERROR_UNHANDLED_EXCEPTION};
+  return std::ranges::find(kOthers, code) == std::end(kOthers);
+}
 
 void JudgeSignature(HCRYPTMSG message, DWORD number, Candidate& candidate) {
   CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA para{};
@@ -97,8 +98,7 @@ void JudgeSignature(HCRYPTMSG message, DWORD number, Candidate& candidate) {
     return;
   }
   findings.code = GetLastError();
-  findings.signature =
-      findings.code == NTE_BAD_ALGID ? SignatureFinding::Unchecked : SignatureFinding::Invalid;
+  findings.signature = IsVerdict(findings.code) ? SignatureFinding::Invalid : SignatureFinding::Unchecked;
 }
 
 // How likely a certificate is the signer's.
@@ -162,16 +162,20 @@ class SignerJudge {
     signer.number = number;
     signer.record = MessageBytes(message_.handle.get(), CMSG_CMS_SIGNER_INFO_PARAM, number - 1);
     signer.signingTime = SigningTime(signer.info().AuthAttrs);
-    signer.content = JudgeContent(signer.info(), message_.content);
     signer.certificate = choose(signer);
     CertificateFindings& findings = signer.certificate;
-    if (findings.signature == SignatureFinding::Valid) signer.content = ContentFinding::Intact;
+    signer.content =
+        findings.signature == SignatureFinding::Valid ? ContentFinding::Intact : judgeContent(signer.info());
     if (std::ranges::any_of(findings.faults, IsAgainstSignature))
       findings.signature = SignatureFinding::Invalid;
     return signer;
   }
 
  private:
+  // Of a signature that does not verify: is it the content that has changed?
+  ContentFinding judgeContent(const CMSG_CMS_SIGNER_INFO& info);
+  bool contentIsAttributes();
+
   void spend(size_t& budget) const {
     if (!budget--) throw Failure(shown_ + ": too many certificates are called as the signers are");
   }
@@ -185,12 +189,31 @@ class SignerJudge {
   const VerifyOptions& options_;
   const std::string shown_;
   std::string contentType_;
+  // What is known of the content, which may be large, and signed by many.
+  std::map<std::string, std::optional<Bytes>> hashes_;
+  std::optional<bool> contentIsAttributes_;
   StoreHandle own_;  // the user's, beside those that he trusts
   StoreHandle carried_ = OpenMemoryStore();
   std::shared_ptr<const ChainSources> sources_;
   size_t tries_ = kMostTries;
   size_t chains_ = kMostChains;
 };
+
+ContentFinding SignerJudge::judgeContent(const CMSG_CMS_SIGNER_INFO& info) {
+  const auto value = AttributeValue(info.AuthAttrs, szOID_RSA_messageDigest);
+  const auto digest = value ? Decode<CRYPT_DATA_BLOB>(X509_OCTET_STRING, *value) : nullptr;
+  if (!digest) return ContentFinding::Unknown;
+  const auto [hash, isNew] = hashes_.try_emplace(info.HashAlgorithm.pszObjId);
+  if (isNew) hash->second = HashOf(info.HashAlgorithm.pszObjId, message_.content);
+  if (!hash->second) return ContentFinding::Unknown;
+  return std::ranges::equal(*hash->second, BytesOf(*digest)) ? ContentFinding::Intact
+                                                             : ContentFinding::Changed;
+}
+
+bool SignerJudge::contentIsAttributes() {
+  if (!contentIsAttributes_) contentIsAttributes_ = AreSignedAttributes(message_.content);
+  return *contentIsAttributes_;
+}
 
 // Anybody may add certificates to a message, with any names and key identifiers: what the user has comes first, and all of them
 // are tried.
@@ -224,7 +247,8 @@ void SignerJudge::judgeChain(const SignerFindings& signer, Candidate& candidate)
 CertificateFindings SignerJudge::choose(const SignerFindings& signer) {
   std::vector<SignerFault> faults;
   if (const auto fault = SignedAttributesFault(signer.info(), contentType_)) faults.push_back(*fault);
-  if (const auto fault = AttributesFault(signer.info(), message_.content)) faults.push_back(*fault);
+  if (!signer.info().AuthAttrs.cAttr && contentIsAttributes())
+    faults.push_back(SignerFault::AttributesAsContent);
   CertificateFindings best;
   best.faults = faults;
   std::vector<Candidate> all = candidates(signer);

@@ -526,8 +526,10 @@ CERTKERN_RECORD_SIZE(CRYPT_DECODE_PARA, 24);
  *  @param pvStructInfo        the record; only read
  *  @param pbEncoded           receives the encoding; NULL asks for the size
  *  @param pcbEncoded          in: bytes at pbEncoded; out: bytes written, or on failure the size that is needed
- *  @return TRUE or FALSE; success sets the last error to 0
+ *  @return TRUE or FALSE; success sets the last error to 0, but for the types of OCSP, signers and algorithms, which leave it
  *  @errors ERROR_MORE_DATA: too little room; CRYPT_E_BAD_ENCODE: an unknown type or a record that has no encoding;
+ *          of the types of OCSP and algorithms also CRYPT_E_ASN1_BADARGS: a choice or a response type that does not exist,
+ *          CRYPT_E_OID_FORMAT: no identifier, ERROR_NOT_ENOUGH_MEMORY, and ERROR_INVALID_PARAMETER: a null argument;
  *          E_INVALIDARG, CRYPT_E_NOT_CHAR_STRING, CRYPT_E_INVALID_IA5_STRING, CRYPT_E_INVALID_NUMERIC_STRING,
  *          CRYPT_E_INVALID_PRINTABLE_STRING, CRYPT_E_ASN1_CHOICE: a name value that its type cannot hold */
 CERTKERN_API BOOL CryptEncodeObject(DWORD dwCertEncodingType, LPCSTR lpszStructType, const void* pvStructInfo,
@@ -552,7 +554,9 @@ CERTKERN_API BOOL CryptEncodeObjectEx(DWORD dwCertEncodingType, LPCSTR lpszStruc
  *  @return TRUE or FALSE; too little room is FALSE without a code of its own (the generated types set ERROR_MORE_DATA)
  *  @errors ERROR_INVALID_PARAMETER: a null argument, no input, an unknown type or flag; CRYPT_E_ASN1_EOD,
  *          CRYPT_E_ASN1_BADTAG: malformed input; CRYPT_E_ASN1_ERROR: malformed in another way, when the last error
- *          was 0 before the call */
+ *          was 0 before the call. The generated types (OCSP, signers, attributes) do not look at flags, and have
+ *          CRYPT_E_BAD_ENCODE for all malformed input, ERROR_NOT_ENOUGH_MEMORY, and ERROR_MORE_DATA. In them values of
+ *          attributes and extensions need not be what their identifiers say: they come as bytes */
 CERTKERN_API BOOL CryptDecodeObject(DWORD dwCertEncodingType, LPCSTR lpszStructType, const BYTE* pbEncoded,
                                     DWORD cbEncoded, DWORD dwFlags, void* pvStructInfo, DWORD* pcbStructInfo);
 

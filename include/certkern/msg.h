@@ -88,8 +88,10 @@ typedef struct _CMSG_SIGNER_ENCODE_INFO {
   DWORD cUnauthAttr;
   PCRYPT_ATTRIBUTE rgUnauthAttr;
   CERT_ID SignerId; /**< dwIdChoice 0: issuer and serial number of pCertInfo */
-  CRYPT_ALGORITHM_IDENTIFIER HashEncryptionAlgorithm; /**< not looked at: the key's algorithm is used */
-  void* pvHashEncryptionAuxInfo;                      /**< not looked at */
+  /** Not looked at: the key's algorithm is used. A key of RSASSA-PSS without parameters signs HashAlgorithm with a mask by the
+   *  same hash and a salt of its size. */
+  CRYPT_ALGORITHM_IDENTIFIER HashEncryptionAlgorithm;
+  void* pvHashEncryptionAuxInfo; /**< not looked at */
 } CMSG_SIGNER_ENCODE_INFO, *PCMSG_SIGNER_ENCODE_INFO;
 CERTKERN_RECORD_SIZE(CMSG_SIGNER_ENCODE_INFO, 168);
 CERTKERN_FIELD_AT(CMSG_SIGNER_ENCODE_INFO, HashAlgorithm, 32);
@@ -278,7 +280,7 @@ CERTKERN_API BOOL CryptMsgGetParam(HCRYPTMSG hCryptMsg, DWORD dwParamType, DWORD
 #define CMSG_CTRL_VERIFY_SIGNATURE_EX 19u   /**< S: CMSG_CTRL_VERIFY_SIGNATURE_EX_PARA */
 #define CMSG_CTRL_ADD_CMS_SIGNER_INFO 20u   /**< S: CMSG_CMS_SIGNER_INFO, taken as it is */
 
-/** Adds an attribute that is not signed. */
+/** Adds an attribute that is not signed; the signature that it speaks of stays. All or nothing. */
 typedef struct _CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA {
   DWORD cbSize;
   DWORD dwSignerIndex;
@@ -329,7 +331,8 @@ CERTKERN_API BOOL CryptMsgControl(HCRYPTMSG hCryptMsg, DWORD dwFlags, DWORD dwCt
 #define CMSG_SIGNER_ONLY_FLAG 0x2u      /**< find, don't verify */
 #define CMSG_USE_SIGNER_INDEX_FLAG 0x4u /**< this signer only; else the first whose certificate is found */
 
-/** Finds the certificate of a signer, and verifies its signature with it.
+/** Finds the certificate of a signer, and verifies its signature with it. The store of the message's own certificates, which
+ *  those that are found here come from, stays with the message until they change.
  *  @param rghSignerStore  cSignerStore stores to look in
  *  @param ppSigner        receives a context to be freed; may be NULL
  *  @param pdwSignerIndex  in: with CMSG_USE_SIGNER_INDEX_FLAG, the index; out: that of the signer found; may be NULL

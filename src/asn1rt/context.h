@@ -21,6 +21,10 @@ class DecodeWatcher;
 // bytes that somebody else signed.
 enum class SetOrder { Der, AsGiven };
 
+// An open value whose type is known and that does not decode as it fails the whole, or stays as its bytes, without a type.
+// Foreign messages want the latter: anybody on the way can put any value among the attributes that nobody signed.
+enum class OpenValues { Checked, Kept };
+
 class ASN1Context {
  public:
   // With one reference, which is the caller's; null without memory. ASN1ContextPtr::Create() is easier to hold.
@@ -59,6 +63,8 @@ class ASN1Context {
   BackwardBuffer& output() { return output_; }
   SetOrder setOrder() const { return setOrder_; }
   void setSetOrder(SetOrder order) { setOrder_ = order; }
+  OpenValues openValues() const { return openValues_; }
+  void setOpenValues(OpenValues values) { openValues_ = values; }
 
   // What decoding this input may still take: bytes of the heap, and elements.
   struct Budget {
@@ -84,6 +90,7 @@ class ASN1Context {
   DecodeWatcher* watcher_ = nullptr;
   BackwardBuffer output_;
   SetOrder setOrder_ = SetOrder::Der;
+  OpenValues openValues_ = OpenValues::Checked;
   ASN1Heap heap_;
 };
 

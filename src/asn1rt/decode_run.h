@@ -23,6 +23,7 @@ class DecodeRun {
   int whole(const TypeInfo& type, void* slot, const uint8_t* limit);
   // A value whose outermost header was read.
   int inside(const TypeInfo& type, void* slot, const ElementHeader& header);
+  // Looks into an open value; one that is unknown stays as it is.
   int resolveOpen(const ObjectInfo* object, ASN1OpenValue& value, bool contained);
 
   const uint8_t* at() const { return at_; }
@@ -64,6 +65,8 @@ class DecodeRun {
   int member(const MemberInfo& member, uint8_t* base, const ElementHeader& header);
   int setMember(const TypeInfo& type, uint8_t* base, const ElementHeader& header, uint64_t& seen);
   int resolveMembers(const TypeInfo& type, uint8_t* base);
+  int resolveMember(const ObjectInfo* object, ASN1OpenValue& value, bool contained);
+  bool isSpent(int status) const;
 
   int boolean(bool& value, const ElementHeader& header);
   int int32(int32_t& value, const ElementHeader& header);

@@ -339,18 +339,34 @@ int DecodeRun::resolveMembers(const TypeInfo& type, uint8_t* base) {
     const ObjectInfo* const object = FindObject(*member.objects, id);
     if (!object || !object->type) continue;
     if (!IsList(member.type->kind)) {
-      if (const int status = resolveOpen(object, *static_cast<ASN1OpenValue*>(slot), member.contained);
+      if (const int status = resolveMember(object, *static_cast<ASN1OpenValue*>(slot), member.contained);
           status < 0)
         return status;
       continue;
     }
     const bool contained = member.type->members.front().contained;
     for (ASN1ListNode* node = static_cast<ASN1List*>(slot)->head; node; node = node->next) {
-      if (const int status = resolveOpen(object, *static_cast<ASN1OpenValue*>(node->data), contained);
+      if (const int status = resolveMember(object, *static_cast<ASN1OpenValue*>(node->data), contained);
           status < 0)
         return status;
     }
   }
+  return ASN1_OK;
+}
+
+// What says nothing about the value, only about what its decoding may take.
+bool DecodeRun::isSpent(int status) const {
+  return status == ASN1_E_NO_MEMORY || status == ASN1_E_TOO_DEEP || budget_.elements == 0;
+}
+
+int DecodeRun::resolveMember(const ObjectInfo* object, ASN1OpenValue& value, bool contained) {
+  const uint8_t* const place = at_;
+  const unsigned depth = depth_;
+  const int status = resolveOpen(object, value, contained);
+  if (status >= 0 || context_.openValues() == OpenValues::Checked || isSpent(status)) return status;
+  context_.clearStatus();
+  at_ = place;
+  depth_ = depth;
   return ASN1_OK;
 }
 

@@ -153,6 +153,7 @@ bool Decode(std::span<const BYTE> encoded, void* record, DWORD* size) {
   }
   return Caught([&] {
     ASN1BERDecodeBuffer buffer(encoded.data(), encoded.size());
+    buffer.context().setOpenValues(OpenValues::Kept);  // the records have bytes, whatever these hold
     typename Row::Control::ValueType value{};
     if (typename Row::Control(buffer, value).Decode() != ASN1_OK) return Fault(CRYPT_E_BAD_ENCODE);
     return Flatten<Row>(value, record, size);

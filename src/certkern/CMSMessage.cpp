@@ -12,6 +12,7 @@
 #include "certkern/CMSMessageProxy.h"
 #include "certkern/CMSSignedMessage.h"
 #include "platform/sizes.h"
+#include "store/store_record.h"
 
 namespace certkern {
 namespace {
@@ -74,6 +75,40 @@ void MessageDecodeContext::update(std::span<const BYTE> data, bool final) {
   if (!isMessageAdded()) return addMessage(data);
   addData(data, final);
   if (final) finalize();
+}
+
+// --- the store of a message ---
+
+namespace {
+
+size_t CountElements(HCERTSTORE handle) {
+  CertStore& store = *AsStore(handle);
+  const std::lock_guard guard(store.lock);
+  return store.certificates.size + store.crls.size;
+}
+
+}  // namespace
+
+// Who was given a certificate of it may have taken it out.
+bool MessageDecodeContext::isStoreWhole() const {
+  return store_ && CountElements(store_.get()) == storeSize_;
+}
+
+HCERTSTORE MessageDecodeContext::certificateStore() {
+  if (isStoreWhole()) return store_.get();
+  Owner<HCERTSTORE, CertCloseStore> made(
+      CertOpenStore(CERT_STORE_PROV_MEMORY, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0, 0, nullptr));
+  if (!made) ThrowLastError();
+  addCertificatesToStore(made.get());
+  addCRLsToStore(made.get());
+  store_ = std::move(made);
+  storeSize_ = CountElements(store_.get());
+  return store_.get();
+}
+
+void MessageDecodeContext::dropStoreFor(const ControlRequest& request) {
+  constexpr DWORD kChanges[] = {CMSG_CTRL_ADD_CERT, CMSG_CTRL_DEL_CERT, CMSG_CTRL_ADD_CRL, CMSG_CTRL_DEL_CRL};
+  if (std::ranges::find(kChanges, request.dwCtrlType) != std::end(kChanges)) dropStore();
 }
 
 // --- factories ---

@@ -7,6 +7,7 @@
 #define CERTKERN_CERTKERN_CMSMESSAGE_H
 
 #include <certkern/msg.h>
+#include <certkern/store.h>
 
 #include <cstdint>
 #include <new>
@@ -91,6 +92,21 @@ class MessageDecodeContext : public MessageContext {
   virtual bool isMessageAdded() = 0;
   virtual void addCertificatesToStore(HCERTSTORE hStore) = 0;
   virtual void addCRLsToStore(HCERTSTORE hStore) = 0;
+
+  // The message's certificates and lists, for searching: it stays with the message until they change, so that who asks for
+  // signer after signer does not pay for all of them each time. Borrowed. CryptException.
+  HCERTSTORE certificateStore();
+
+ protected:
+  void dropStore() { store_.reset(); }
+  // The same if the control changes what is in there.
+  void dropStoreFor(const ControlRequest& request);
+
+ private:
+  bool isStoreWhole() const;
+
+  Owner<HCERTSTORE, CertCloseStore> store_;
+  size_t storeSize_ = 0;
 };
 
 // --- factories: what they answer has one reference, the caller's ---

@@ -89,7 +89,10 @@ void MessageDecodeProxyContext::getParam(const GetParamRequest& request) {
   inner().getParam(request);
 }
 
-void MessageDecodeProxyContext::control(const ControlRequest& request) { inner().control(request); }
+void MessageDecodeProxyContext::control(const ControlRequest& request) {
+  dropStoreFor(request);
+  inner().control(request);
+}
 bool MessageDecodeProxyContext::isMessageAdded() { return inner().isMessageAdded(); }
 void MessageDecodeProxyContext::addCertificatesToStore(HCERTSTORE hStore) {
   inner().addCertificatesToStore(hStore);

@@ -11,6 +11,7 @@
 #include "certkern/ASN1Traits.h"
 #include "oid/algorithm_lookup.h"
 #include "platform/sizes.h"
+#include "store/context_record.h"
 
 namespace certkern {
 namespace {
@@ -92,12 +93,16 @@ void ForEachRawAttributes(std::span<const BYTE> message, ASN1Context& context, E
   }
 }
 
-template <class Added>
-void AddEncoded(HCERTSTORE store, std::span<const BYTE> encoded, Added add) {
-  if (!add(store, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, encoded.data(), CheckedDword(encoded.size()),
-           CERT_STORE_ADD_ALWAYS, nullptr)) {
-    ThrowLastError();
-  }
+// Anybody may put anything beside the signers' certificates, so what is none is left out: it must not keep the others from
+// being found. Want of memory says nothing about what is there.
+void AddIfReadable(HCERTSTORE store, ElementType type, std::span<const BYTE> encoded) {
+  const ContextOwner context(CreateContext(type, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, encoded));
+  if (!context && GetLastError() == ERROR_NOT_ENOUGH_MEMORY) ThrowLastError();
+  if (!context) return;
+  const BOOL added = type == ElementType::Certificate
+      ? CertAddCertificateContextToStore(store, context->asCertificate(), CERT_STORE_ADD_ALWAYS, nullptr)
+      : CertAddCRLContextToStore(store, context->asCrl(), CERT_STORE_ADD_ALWAYS, nullptr);
+  if (!added) ThrowLastError();
 }
 
 std::span<const BYTE> RawCertificate(const ASN1T_CertificateChoicesRaw& choice) {
@@ -134,7 +139,7 @@ bool AnswerSigner(const GetParamRequest& request, const SignedDataCore& core) {
       AnswerBytes(request, core.signerAt(request.dwIndex).signature.bytes());
       return true;
     case CMSG_ENCODED_SIGNER:
-      AnswerEncodedSigner(request, core.signerAt(request.dwIndex));
+      AnswerBytes(request, core.encodedSigner(core.signerAt(request.dwIndex)));
       return true;
     default:
       return false;
@@ -177,7 +182,7 @@ void SignedMessageEncodeContext::readEncodeInfo(const void* pvMsgEncodeInfo) {
 }
 
 void SignedMessageEncodeContext::setInnerContentType(const char* pszObjId) {
-  core_.data().encapContentInfo.eContentType = StrToOid(core_.context(), pszObjId);
+  core_.setContentType(StrToOid(core_.context(), pszObjId));
 }
 
 void SignedMessageEncodeContext::addData(std::span<const BYTE> data, bool /*final*/) {
@@ -186,29 +191,37 @@ void SignedMessageEncodeContext::addData(std::span<const BYTE> data, bool /*fina
   if (core_.data().digestAlgorithms.count) core_.hashContent(data);
 }
 
-void SignedMessageEncodeContext::finalize() {
+void SignedMessageEncodeContext::finalize() { takeContent(content_.bytes()); }
+
+void SignedMessageEncodeContext::addBorrowed(std::span<const BYTE> content) {
+  if (core_.data().digestAlgorithms.count) core_.hashContent(content);
+  takeContent(content);
+}
+
+void SignedMessageEncodeContext::takeContent(std::span<const BYTE> content) {
   finished_ = true;
   if (detached_) return;
   core_.dropEncoded();
   core_.data().encapContentInfo.m.eContentPresent = 1;
-  core_.data().encapContentInfo.eContent = {content_.size(), content_.data()};
+  core_.data().encapContentInfo.eContent = {CheckedDword(content.size()), content.data()};
 }
 
 DWORD SignedMessageEncodeContext::getEncodedSize(DWORD cbContent, bool fBare, const void* pvMsgEncodeInfo) {
   if (core_.cached(fBare).size()) return core_.cached(fBare).size();
   if (!pvMsgEncodeInfo) throw CAException("Invalid argument: pEncodeInfo must be not NULL");
-  return core_.encodedSizeBound(detached_ ? 0 : cbContent, fBare,
+  const auto content = detached_ ? std::nullopt : std::optional(cbContent);
+  return core_.encodedSizeBound(content, fBare,
                                 *static_cast<const CMSG_SIGNED_ENCODE_INFO*>(pvMsgEncodeInfo));
 }
 
 const ByteBuffer& SignedMessageEncodeContext::getEncoded(bool fBare) {
-  core_.signOnce();
+  core_.signAll();
   return core_.encoded(fBare);
 }
 
 // A large content goes straight to the caller: a copy of the message would be one more copy of the content.
 void SignedMessageEncodeContext::answerWhole(const GetParamRequest& request) {
-  core_.signOnce();
+  core_.signAll();
   if (core_.cached(false).size() || !core_.isLarge())
     return AnswerBytes(request, core_.encoded(false).bytes());
   const DWORD size = CheckedDword(core_.sizeOfLarge(false));
@@ -250,6 +263,7 @@ void SignedMessageDecodeContext::decodeMessage(std::span<const BYTE> message, bo
   if (messageAdded_) throw CAException("Message was added already.");
   input_.assign(message);
   ASN1BERDecodeBuffer buffer(ASN1ContextPtr::Share(&core_.context()), input_.data(), input_.size());
+  core_.context().setOpenValues(OpenValues::Kept);
   const bool decoded = ASN1C_SignedData(buffer, core_.data()).Decode() == ASN1_OK;
   const bool cutShort = !decoded && noContent && buffer.GetStatus() == ASN1_E_END_OF_INPUT;
   if (!decoded && !cutShort) throw Asn1Exception(core_.context().errorText());
@@ -263,6 +277,7 @@ void SignedMessageDecodeContext::decodeMessage(std::span<const BYTE> message, bo
     });
   }
   messageAdded_ = true;
+  dropStore();
   try {
     startHashes();
     if (!detached_) hashContent();
@@ -304,13 +319,15 @@ void SignedMessageDecodeContext::addData(std::span<const BYTE> data, bool /*fina
 
 void SignedMessageDecodeContext::addCertificatesToStore(HCERTSTORE hStore) {
   for (const auto& choice : core_.data().certificates) {
-    AddEncoded(hStore, RawCertificate(choice), CertAddEncodedCertificateToStore);
+    if (choice.t == ASN1T_CertificateChoicesRaw::t_certRaw)
+      AddIfReadable(hStore, ElementType::Certificate, RawCertificate(choice));
   }
 }
 
 void SignedMessageDecodeContext::addCRLsToStore(HCERTSTORE hStore) {
   for (const auto& choice : core_.data().crls) {
-    AddEncoded(hStore, RawCrl(choice), CertAddEncodedCRLToStore);
+    if (choice.t == ASN1T_RevocationChoiceRaw::t_crlRaw)
+      AddIfReadable(hStore, ElementType::Crl, RawCrl(choice));
   }
 }
 
@@ -417,6 +434,7 @@ void SignedMessageDecodeContext::fillNewSigner(const SignerInfo& signer) {
 }
 
 void SignedMessageDecodeContext::control(const ControlRequest& request) {
+  dropStoreFor(request);
   switch (request.dwCtrlType) {
     case CMSG_CTRL_VERIFY_SIGNATURE:
       return verifyByCertificate(ParameterOf<CERT_INFO>(request));

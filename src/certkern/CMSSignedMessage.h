@@ -24,8 +24,12 @@ class SignedMessageEncodeContext : public MessageEncodeContext {
   DWORD getEncodedSize(DWORD cbContent, bool fBare, const void* pvMsgEncodeInfo) override;
   const ByteBuffer& getEncoded(bool fBare) override;
 
+  // The whole content, which outlives the message: it is not copied.
+  void addBorrowed(std::span<const BYTE> content);
+
  protected:
   void answerWhole(const GetParamRequest& request);
+  void takeContent(std::span<const BYTE> content);
 
   SignedDataCore core_;
   ByteBuffer content_;

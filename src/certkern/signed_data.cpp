@@ -2,11 +2,13 @@
 
 #include <certkern/errors.h>
 #include <certkern/oid.h>
+#include <certkern/oids.h>
 
 #include <algorithm>
 #include <cstring>
 #include <utility>
 
+#include "asn1data/cms_algorithms.h"
 #include "asn1data/oids_pkcs.h"
 #include "asn1rt/message_buffer.h"
 #include "certkern/ASN1Traits.h"
@@ -20,8 +22,8 @@ namespace {
 using namespace asn1data;
 
 constexpr const char* kRsaPss = "1.2.840.113549.1.1.10";
-// What stands for the default parameters of RSASSA-PSS: an empty SEQUENCE, and an octet too many.
-constexpr BYTE kDefaultPssParameters[] = {0x30, 0x00, 0x00};
+// All of RSASSA-PSS by default, which is over SHA-1: an empty SEQUENCE.
+constexpr BYTE kDefaultPssParameters[] = {0x30, 0x00};
 constexpr BYTE kSetTag = 0x31;
 
 // What the caller's record holds, and zeros where it ends early.
@@ -36,15 +38,51 @@ void SetSignerId(ASN1Context& context, const CERT_ID& id, SignerInfo& signer) {
   if (!CertIdTraits::set(context, id, signer.sid)) throw CryptException(E_INVALIDARG);
 }
 
-// The identifier is the key's: that of the signature it makes is not asked for.
-void SetSignatureAlgorithm(ASN1Context& context, const CRYPT_ALGORITHM_IDENTIFIER& key, SignerInfo& signer) {
+bool IsPss(const CRYPT_ALGORITHM_IDENTIFIER& algorithm) {
+  return algorithm.pszObjId && std::strcmp(algorithm.pszObjId, kRsaPss) == 0;
+}
+bool IsBarePss(const CRYPT_ALGORITHM_IDENTIFIER& algorithm) {
+  return IsPss(algorithm) && !algorithm.Parameters.cbData;
+}
+
+DWORD SizeOfHash(ALG_ID algorithm, HCRYPTPROV provider) {
+  const ProviderHandle usual = FindProviderForAlgorithm(algorithm);
+  const HashHandle hash = CreateHash(usual ? usual.get() : provider, algorithm);
+  DWORD value = 0;
+  DWORD size = sizeof value;
+  if (!CryptGetHashParam(hash.get(), HP_HASHSIZE, reinterpret_cast<BYTE*>(&value), &size, 0))
+    ThrowLastError();
+  return value;
+}
+
+// What a key that may be used with any hash signs this one with: a mask by the same hash, a salt of its size. RFC 4055, 3.1.
+std::vector<BYTE> PssParametersFor(const CRYPT_ALGORITHM_IDENTIFIER& hash, HCRYPTPROV provider) {
+  const ALG_ID algorithm = AlgIdOfOid(hash.pszObjId);
+  if (!algorithm) throw CAException("Failed to get hash AlgID.");
+  if (algorithm == CALG_SHA1) return {std::begin(kDefaultPssParameters), std::end(kDefaultPssParameters)};
+  const ASN1ContextPtr context = ASN1ContextPtr::Create();
+  if (!context) throw CryptException(ERROR_NOT_ENOUGH_MEMORY);
+  ASN1T_RSASSA_PSS_params parameters{};
+  AlgorithmTraits::set(*context, {hash.pszObjId, {}}, parameters.hashAlgorithm);
+  std::vector<BYTE> inner = EncodeAsGiven(kInfo_AlgorithmIdentifier, &parameters.hashAlgorithm);
+  const CRYPT_DATA_BLOB innerBlob = {CheckedDword(inner.size()), inner.data()};
+  char mask[] = szOID_RSA_MGF1;
+  AlgorithmTraits::set(*context, {mask, innerBlob}, parameters.maskGenAlgorithm);
+  parameters.saltLength = static_cast<int32_t>(SizeOfHash(algorithm, provider));
+  parameters.trailerField = 1;
+  parameters.m.hashAlgorithmPresent = 1;
+  parameters.m.maskGenAlgorithmPresent = 1;
+  return EncodeAsGiven(kInfo_RSASSA_PSS_params, &parameters);
+}
+
+// The identifier is the key's: that of the signature it makes is not asked for. Only RSASSA-PSS has parameters with a
+// signature, those of other keys are about the key.
+void SetSignatureAlgorithm(ASN1Context& context, const CRYPT_ALGORITHM_IDENTIFIER& key,
+                           std::span<const BYTE> pssParameters, SignerInfo& signer) {
   CRYPT_ALGORITHM_IDENTIFIER algorithm = {key.pszObjId, {}};
-  if (algorithm.pszObjId && std::strcmp(algorithm.pszObjId, kRsaPss) == 0) {
-    algorithm.Parameters = key.Parameters;
-    if (!algorithm.Parameters.cbData) {
-      algorithm.Parameters = {sizeof kDefaultPssParameters, const_cast<BYTE*>(kDefaultPssParameters)};
-    }
-  }
+  if (IsPss(key)) algorithm.Parameters = key.Parameters;
+  if (IsBarePss(key))
+    algorithm.Parameters = {CheckedDword(pssParameters.size()), const_cast<BYTE*>(pssParameters.data())};
   AlgorithmTraits::set(context, algorithm, signer.signatureAlgorithm);
 }
 
@@ -171,7 +209,10 @@ SignerInfo& SignedDataCore::addSigner(const CMSG_SIGNER_ENCODE_INFO& given) {
     SetAttributes(*context_, info.cUnauthAttr, info.rgUnauthAttr, signer->unsignedAttrs);
     signer->m.unsignedAttrsPresent = 1;
   }
-  SetSignatureAlgorithm(*context_, info.pCertInfo->SubjectPublicKeyInfo.Algorithm, *signer);
+  const CRYPT_ALGORITHM_IDENTIFIER& key = info.pCertInfo->SubjectPublicKeyInfo.Algorithm;
+  std::vector<BYTE> pssParameters;
+  if (IsBarePss(key)) pssParameters = PssParametersFor(info.HashAlgorithm, info.hCryptProv);
+  SetSignatureAlgorithm(*context_, key, pssParameters, *signer);
   OwnSigner own = prepareOwnSigner(info, *signer);
   addDigestAlgorithm(signer->digestAlgorithm);
   own_.emplace(signer, std::move(own));
@@ -188,7 +229,8 @@ void SignedDataCore::addFinishedSigner(const CMSG_CMS_SIGNER_INFO& info) {
   signer.version = static_cast<int32_t>(info.dwVersion);
   SetSignerId(*context_, info.SignerId, signer);
   AlgorithmTraits::set(*context_, info.HashAlgorithm, signer.digestAlgorithm);
-  SetSignatureAlgorithm(*context_, info.HashEncryptionAlgorithm, signer);
+  // whoever made the signature and named no parameters made it with the defaults
+  SetSignatureAlgorithm(*context_, info.HashEncryptionAlgorithm, kDefaultPssParameters, signer);
   OctetsTraits::set(*context_, info.EncryptedHash, signer.signature);
   AttributesTraits::set(*context_, info.AuthAttrs, signer.signedAttrs);
   signer.m.signedAttrsPresent = info.AuthAttrs.cAttr != 0;
@@ -226,7 +268,16 @@ void SignedDataCore::removeAddedSigner(SignerInfo& signer, uint32_t digestAlgori
 }
 
 void SignedDataCore::hashContent(std::span<const BYTE> content) {
-  for (const auto& [signer, own] : own_) HashBytes(own.contentHash.get(), content);
+  for (auto& [signer, own] : own_) {
+    own.isSigned = false;
+    HashBytes(own.contentHash.get(), content);
+  }
+}
+
+void SignedDataCore::setContentType(const ASN1ObjectId& type) {
+  dropEncoded();
+  data_.encapContentInfo.eContentType = type;
+  for (auto& [signer, own] : own_) own.isSigned = false;
 }
 
 SignedDataCore::OwnSigner& SignedDataCore::ownOf(const SignerInfo& signer) {
@@ -238,6 +289,7 @@ SignedDataCore::OwnSigner& SignedDataCore::ownOf(const SignerInfo& signer) {
 void SignedDataCore::setContentHash(const SignerInfo& signer, std::span<const BYTE> value) {
   OwnSigner& own = ownOf(signer);
   own.contentHash = CreateHash(own.hashingProvider(), SchemeOf(signer).hash);
+  own.isSigned = false;
   if (!CryptSetHashParam(own.contentHash.get(), HP_HASHVAL, value.data(), 0)) ThrowLastError();
 }
 
@@ -249,9 +301,12 @@ std::pair<HCRYPTPROV, HCRYPTHASH> SignedDataCore::hashOf(const SignerInfo& signe
 
 void SignedDataCore::signAll() {
   for (SignerInfo& signer : data_.signerInfos) {
-    if (const auto own = own_.find(&signer); own != own_.end()) sign(signer, own->second);
+    const auto own = own_.find(&signer);
+    if (own == own_.end() || own->second.isSigned) continue;
+    dropEncoded();
+    sign(signer, own->second);
+    own->second.isSigned = true;
   }
-  signed_ = true;
 }
 
 HashHandle SignedDataCore::hashToSign(SignerInfo& signer) {

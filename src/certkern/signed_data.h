@@ -73,17 +73,15 @@ class SignedDataCore {
   HCRYPTHASH contentHash(const SignerInfo& signer) const { return hashOf(signer).second; }
   // The same with the provider that the key is on.
   std::pair<HCRYPTPROV, HCRYPTHASH> hashOf(const SignerInfo& signer) const;
+  // A signature that was made stays, with all that speaks of it, until something that it covers changes.
   void signAll();
-  // The same, unless it is done and nothing has changed.
-  void signOnce() {
-    if (!signed_) signAll();
-  }
   // The hash that a signer of this place signs, its attributes brought up to date.
   HashHandle hashToSign(SignerInfo& signer);
 
   // --- what a signature is made of ---
 
-  // The [0] of a decoded signer as its sender wrote it.
+  void setContentType(const ASN1ObjectId& type);
+  // The [0] of a decoded signer as its sender wrote it, which is how it is hashed and goes out again.
   void keepRawAttributes(const SignerInfo& signer, std::span<const BYTE> encoded);
   enum class DigestUse { Sign, Verify, Tell };
   // The hash that a signature is about, on `provider`. Who verifies gets none, and NTE_BAD_SIGNATURE, when the attribute
@@ -97,6 +95,7 @@ class SignedDataCore {
   // Nothing is removed past the end, which is E_INVALIDARG.
   void removeCertificate(DWORD index);
   void removeCrl(DWORD index);
+  // All or nothing: who tries again must not find it there.
   void addUnsignedAttribute(const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA& para);
   void removeUnsignedAttribute(const CMSG_CTRL_DEL_SIGNER_UNAUTH_ATTR_PARA& para);
 
@@ -104,16 +103,14 @@ class SignedDataCore {
 
   const ByteBuffer& encoded(bool bare);
   const ByteBuffer& cached(bool bare) const { return bare ? bareEncoded_ : encoded_; }
-  void dropEncoded() {
-    encoded_ = {};
-    signed_ = false;
-  }
+  void dropEncoded() { encoded_ = {}; }
+  std::vector<BYTE> encodedSigner(const SignerInfo& signer) const;
   // Content so large that an encoding is better written once, where it stays. Room is exactly what the size says.
   bool isLarge() const;
   uint64_t sizeOfLarge(bool bare);
   void encodeLarge(bool bare, std::span<BYTE> room);
-  // An upper bound, for so many bytes of content; 0: none will be inside.
-  DWORD encodedSizeBound(DWORD contentSize, bool bare, const CMSG_SIGNED_ENCODE_INFO& info);
+  // An upper bound, for so many bytes of content; nothing: none will be inside.
+  DWORD encodedSizeBound(std::optional<DWORD> contentSize, bool bare, const CMSG_SIGNED_ENCODE_INFO& info);
 
  private:
   // Hashes go before the providers that they live on.
@@ -123,6 +120,7 @@ class SignedDataCore {
     DWORD keySpec = 0;
     HashHandle contentHash;
     bool attributesSorted = false;
+    bool isSigned = false;
 
     HCRYPTPROV hashingProvider() const { return hashProvider ? hashProvider.get() : provider.get(); }
   };
@@ -138,15 +136,15 @@ class SignedDataCore {
   ASN1OctetString checkedCopy(const CRYPT_DATA_BLOB& encoded);
   void updateVersion();
   // To be written in the order of its lists, but for signed attributes. What it is made of stays shared.
-  asn1data::ASN1T_SignedData inOrder(ASN1Context& context) const;
+  asn1data::ASN1T_SignedDataRaw toWrite(ASN1Context& context) const;
   ByteBuffer encode(bool bare);
-  uint64_t formulaBound(uint64_t bareSize, DWORD contentSize, const CMSG_SIGNED_ENCODE_INFO& info) const;
+  uint64_t formulaBound(uint64_t bareSize, std::optional<DWORD> contentSize,
+                        const CMSG_SIGNED_ENCODE_INFO& info) const;
 
   ASN1ContextPtr context_;
   asn1data::ASN1T_SignedData data_{};
   mutable ListPlace signerPlace_;
   ByteBuffer bareEncoded_, encoded_;
-  bool signed_ = false;
   std::map<SignerInfo*, OwnSigner, std::less<>> own_;
   std::map<const SignerInfo*, std::vector<BYTE>> rawAttributes_;
 };
@@ -159,14 +157,14 @@ void AnswerCmsSignerInfo(const GetParamRequest& request, const SignerInfo& signe
 void AnswerSignerCertInfo(const GetParamRequest& request, const SignerInfo& signer);
 void AnswerSignerCertId(const GetParamRequest& request, const SignerInfo& signer);
 void AnswerAttributes(const GetParamRequest& request, const ASN1ListOf<asn1data::ASN1T_Attribute>& list);
-void AnswerEncodedSigner(const GetParamRequest& request, const SignerInfo& signer);
 // By issuer and serial number, byte by byte. A signer that is named by its key is nobody's.
 bool IsSignedBy(const SignerInfo& signer, const CERT_INFO& info);
 // One whole value by its type's tables, in the order of its lists.
 std::vector<BYTE> EncodeAsGiven(const TypeInfo& type, const void* value);
 
-// As it stands in a message: the signed attributes in DER's order.
+// As it stands in a message: the signed attributes in DER's order, or those that were written already.
 std::vector<BYTE> EncodeSigner(const SignerInfo& signer);
+std::vector<BYTE> EncodeSigner(const SignerInfo& signer, std::span<const BYTE> signedAttributes);
 // The list itself, and the values of each attribute: what is signed is then what is written, and what is looked at.
 void SortSignedAttributes(ASN1Context& context, SignerInfo& signer);
 

@@ -87,11 +87,12 @@ std::vector<BYTE> MessageOf(ASN1BEREncodeBuffer& buffer) {
   return {start, start + buffer.GetMsgLen()};
 }
 
-void EncodeSignedData(ASN1BEREncodeBuffer& buffer, ASN1T_SignedData data, bool bare) {
+// One whole ContentInfo, or the type alone.
+void EncodeSignedData(ASN1BEREncodeBuffer& buffer, const TypeInfo& type, void* data, bool bare) {
   ASN1Context& context = buffer.context();
   context.setSetOrder(SetOrder::AsGiven);
-  if (!bare) return WriteContentInfo(context, ASN1V_id_signedData, kInfo_SignedData, &data);
-  Require(EncodeValue(context, kInfo_SignedData, &data, Tagging::Explicit), context);
+  if (!bare) return WriteContentInfo(context, ASN1V_id_signedData, type, data);
+  Require(EncodeValue(context, type, data, Tagging::Explicit), context);
 }
 
 ASN1ContextPtr NewContext() {
@@ -100,17 +101,15 @@ ASN1ContextPtr NewContext() {
   return context;
 }
 
-ByteBuffer EncodeInto(const ASN1T_SignedData& data, bool bare) {
+ByteBuffer EncodeInto(const TypeInfo& type, void* data, bool bare) {
   ASN1BEREncodeBuffer buffer;
-  EncodeSignedData(buffer, data, bare);
+  EncodeSignedData(buffer, type, data, bare);
   return ByteBuffer({buffer.GetMsgPtr(), buffer.GetMsgLen()});
 }
 
-ASN1T_SignedData WithoutContent(const ASN1T_SignedData& data) {
-  ASN1T_SignedData bare = data;
-  bare.encapContentInfo.m.eContentPresent = 0;
-  bare.encapContentInfo.eContent = {};
-  return bare;
+void DropContent(ASN1T_EncapsulatedContentInfo& encapsulated) {
+  encapsulated.m.eContentPresent = 0;
+  encapsulated.eContent = {};
 }
 
 // What content adds is known without writing it: headers in front of it, and longer ones around it.
@@ -129,6 +128,7 @@ uint64_t SizeWithContent(uint64_t bareSizeWithout, uint64_t typeSize, uint64_t c
 template <class Control, class Value>
 void DecodeBlob(ASN1Context& context, const ASN1OctetString& octets, Value& value) {
   ASN1BERDecodeBuffer buffer(ASN1ContextPtr::Share(&context), octets.data, octets.numocts);
+  context.setOpenValues(OpenValues::Checked);  // what goes into a message here is what it says it is
   if (Control(buffer, value).Decode() != ASN1_OK) {
     const std::string text = context.errorText();
     context.clearStatus();
@@ -209,6 +209,19 @@ std::vector<BYTE> EncodeSigner(const SignerInfo& signer) {
   return EncodeAsGiven(kInfo_SignerInfo, &ordered);
 }
 
+std::vector<BYTE> EncodeSigner(const SignerInfo& signer, std::span<const BYTE> signedAttributes) {
+  ASN1T_SignerInfoRaw raw{};
+  raw.version = signer.version;
+  raw.sid = signer.sid;
+  raw.digestAlgorithm = signer.digestAlgorithm;
+  raw.signedAttrs.encoded = {CheckedDword(signedAttributes.size()), signedAttributes.data()};
+  raw.signatureAlgorithm = signer.signatureAlgorithm;
+  raw.signature = signer.signature;
+  raw.unsignedAttrs = signer.unsignedAttrs;
+  raw.m.unsignedAttrsPresent = signer.m.unsignedAttrsPresent;
+  return EncodeAsGiven(kInfo_SignerInfoRaw, &raw);
+}
+
 void SortSignedAttributes(ASN1Context& context, SignerInfo& signer) {
   for (ASN1T_Attribute& attribute : signer.signedAttrs) {
     if (attribute.values.count < 2) continue;
@@ -223,13 +236,26 @@ void SignedDataCore::updateVersion() {
   data_.version = data_.encapContentInfo.eContentType == ASN1V_id_data ? 1 : 3;
 }
 
-ASN1T_SignedData SignedDataCore::inOrder(ASN1Context& context) const {
-  ASN1T_SignedData copy = data_;
-  copy.signerInfos = {};
-  for (SignerInfo& signer : data_.signerInfos) {
-    const auto own = own_.find(&signer);
-    const bool sorted = own != own_.end() && own->second.attributesSorted;
-    CheckedMemory(AppendElement(context, copy.signerInfos, sorted ? signer : ForEncoding(context, signer)));
+std::vector<BYTE> SignedDataCore::encodedSigner(const SignerInfo& signer) const {
+  if (const auto raw = rawAttributes_.find(&signer); raw != rawAttributes_.end())
+    return EncodeSigner(signer, raw->second);
+  const auto own = own_.find(&signer);
+  const bool sorted = own != own_.end() && own->second.attributesSorted;
+  return sorted ? EncodeAsGiven(kInfo_SignerInfo, &signer) : EncodeSigner(signer);
+}
+
+ASN1T_SignedDataRaw SignedDataCore::toWrite(ASN1Context& context) const {
+  ASN1T_SignedDataRaw copy{};
+  copy.version = data_.version;
+  copy.digestAlgorithms = data_.digestAlgorithms;
+  copy.encapContentInfo = data_.encapContentInfo;
+  copy.certificates = data_.certificates;
+  copy.m.certificatesPresent = data_.m.certificatesPresent;
+  copy.crls = data_.crls;
+  copy.m.crlsPresent = data_.m.crlsPresent;
+  for (const SignerInfo& signer : data_.signerInfos) {
+    const ASN1OpenValue encoded = {CopyOctets(context, encodedSigner(signer)), nullptr, nullptr};
+    CheckedMemory(AppendElement(context, copy.signerInfos, encoded));
   }
   return copy;
 }
@@ -242,7 +268,8 @@ ByteBuffer SignedDataCore::encode(bool bare) {
     return whole;
   }
   const ASN1ContextPtr copies = NewContext();
-  return EncodeInto(inOrder(*copies), bare);
+  ASN1T_SignedDataRaw data = toWrite(*copies);
+  return EncodeInto(kInfo_SignedDataRaw, &data, bare);
 }
 
 bool SignedDataCore::isLarge() const {
@@ -252,15 +279,19 @@ bool SignedDataCore::isLarge() const {
 
 uint64_t SignedDataCore::sizeOfLarge(bool bare) {
   updateVersion();
-  const uint64_t without = EncodeInto(WithoutContent(data_), true).size();
+  const ASN1ContextPtr copies = NewContext();
+  ASN1T_SignedDataRaw data = toWrite(*copies);
+  DropContent(data.encapContentInfo);
+  const uint64_t without = EncodeInto(kInfo_SignedDataRaw, &data, true).size();
   const uint64_t typeSize = EncodeAsGiven(kInfo_ContentType, &data_.encapContentInfo.eContentType).size();
   return SizeWithContent(without, typeSize, data_.encapContentInfo.eContent.numocts, bare);
 }
 
 void SignedDataCore::encodeLarge(bool bare, std::span<BYTE> room) {
   const ASN1ContextPtr copies = NewContext();
+  ASN1T_SignedDataRaw data = toWrite(*copies);
   ASN1BEREncodeBuffer buffer(room);
-  EncodeSignedData(buffer, inOrder(*copies), bare);
+  EncodeSignedData(buffer, kInfo_SignedDataRaw, &data, bare);
   if (buffer.GetMsgLen() != room.size()) throw CryptException(ERROR_INTERNAL_ERROR);
 }
 
@@ -275,7 +306,7 @@ const ByteBuffer& SignedDataCore::encoded(bool bare) {
 
 // --- an upper bound of the size ---
 
-uint64_t SignedDataCore::formulaBound(uint64_t bareSize, DWORD contentSize,
+uint64_t SignedDataCore::formulaBound(uint64_t bareSize, std::optional<DWORD> contentSize,
                                       const CMSG_SIGNED_ENCODE_INFO& info) const {
   constexpr uint64_t kAttributeName = sizeof("1.2.840.113549.1.9.3") - 1 + 4;
   constexpr uint64_t kContentRoom = 62;
@@ -289,10 +320,11 @@ uint64_t SignedDataCore::formulaBound(uint64_t bareSize, DWORD contentSize,
     size += HashValue(own.contentHash.get()).size();
   }
   ForEachSigner(info, [&](const CMSG_SIGNER_ENCODE_INFO& signer) { size += FormulaRoom(KeyOf(signer)); });
-  return contentSize ? size + contentSize + kContentRoom : size;
+  return contentSize ? size + *contentSize + kContentRoom : size;
 }
 
-DWORD SignedDataCore::encodedSizeBound(DWORD contentSize, bool bare, const CMSG_SIGNED_ENCODE_INFO& info) {
+DWORD SignedDataCore::encodedSizeBound(std::optional<DWORD> contentSize, bool bare,
+                                       const CMSG_SIGNED_ENCODE_INFO& info) {
   updateVersion();
   std::vector<uint64_t> longest;
   ForEachSigner(info, [&](const CMSG_SIGNER_ENCODE_INFO& signer) {
@@ -301,7 +333,8 @@ DWORD SignedDataCore::encodedSizeBound(DWORD contentSize, bool bare, const CMSG_
   const std::vector<BYTE> room(longest.empty() ? 0 : std::ranges::max(longest));
   // the message without its content, and with signatures as long as these; a signer that has none here has none
   const auto withSignatures = [&](std::span<const uint64_t> sizes) {
-    ASN1T_SignedData data = WithoutContent(data_);
+    ASN1T_SignedData data = data_;
+    DropContent(data.encapContentInfo);
     data.signerInfos = {};
     for (const SignerInfo& signer : data_.signerInfos) {
       SignerInfo* const copy = AppendElement(*context_, data.signerInfos, signer);
@@ -311,13 +344,17 @@ DWORD SignedDataCore::encodedSizeBound(DWORD contentSize, bool bare, const CMSG_
     }
     return data;
   };
-  const uint64_t formula = formulaBound(EncodeInto(withSignatures({}), bare).size(), contentSize, info);
+  const auto sizeWith = [&](std::span<const uint64_t> sizes, bool asBare) -> uint64_t {
+    ASN1T_SignedData data = withSignatures(sizes);
+    return EncodeInto(kInfo_SignedData, &data, asBare).size();
+  };
+  const uint64_t formula = formulaBound(sizeWith({}, bare), contentSize, info);
   // the same with all that signing adds, which long content types and short points can make more than the formula
   for (auto& [signer, own] : own_) updateAttributes(*signer, own);
-  const uint64_t without = EncodeInto(withSignatures(longest), bare || contentSize).size();
+  const uint64_t without = sizeWith(longest, bare || contentSize);
   if (!contentSize) return CheckedDword(std::max(formula, without));
   const uint64_t typeSize = EncodeAsGiven(kInfo_ContentType, &data_.encapContentInfo.eContentType).size();
-  return CheckedDword(std::max(formula, SizeWithContent(without, typeSize, contentSize, bare)));
+  return CheckedDword(std::max(formula, SizeWithContent(without, typeSize, *contentSize, bare)));
 }
 
 // --- certificates, lists, attributes ---
@@ -359,17 +396,23 @@ void SignedDataCore::removeCrl(DWORD index) {
 }
 
 void SignedDataCore::addUnsignedAttribute(const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA& para) {
-  const bool wasEncoded = encoded_.size() != 0, wasSigned = signed_;
-  dropEncoded();
   const ASN1OctetString octets = CopyOctets(*context_, GivenBytes(para.blob));
   ASN1T_Attribute attribute{};
   DecodeBlob<ASN1C_Attribute>(*context_, octets, attribute);
   SignerInfo* const signer = findSigner(para.dwSignerIndex);
   if (!signer) throw Asn1Exception("No signer with such index.");
+  const bool hadAttributes = signer->m.unsignedAttrsPresent;
   CheckedMemory(AppendElement(*context_, signer->unsignedAttrs, attribute));
   signer->m.unsignedAttrsPresent = 1;
-  signed_ = wasSigned;  // this is what it is for: to speak of the signature that is there
-  if (wasEncoded) encoded(false);
+  if (!encoded_.size()) return;
+  try {
+    updateVersion();
+    encoded_ = encode(false);
+  } catch (...) {
+    Unlink(signer->unsignedAttrs, *signer->unsignedAttrs.tail);
+    signer->m.unsignedAttrsPresent = hadAttributes;
+    throw;
+  }
 }
 
 void SignedDataCore::removeUnsignedAttribute(const CMSG_CTRL_DEL_SIGNER_UNAUTH_ATTR_PARA& para) {

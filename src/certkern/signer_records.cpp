@@ -1,5 +1,6 @@
 // Signers as the records that callers read.
 #include <algorithm>
+#include <ranges>
 
 #include "certkern/ASN1Traits.h"
 #include "certkern/signed_data.h"
@@ -74,23 +75,23 @@ void AnswerAttributes(const GetParamRequest& request, const ASN1ListOf<ASN1T_Att
   });
 }
 
-void AnswerEncodedSigner(const GetParamRequest& request, const SignerInfo& signer) {
-  AnswerBytes(request, EncodeSigner(signer));
-}
-
 bool IsSignedBy(const SignerInfo& signer, const CERT_INFO& info) {
   if (!HasIssuer(signer)) return false;
   const auto same = [](const CRYPT_DATA_BLOB& a, const CRYPT_DATA_BLOB& b) {
     return std::ranges::equal(GivenBytes(a), GivenBytes(b));
   };
+  const ASN1T_IssuerAndSerialNumber& named = *signer.sid.u.issuerAndSerialNumber;
+  // a name is written anew to be compared, which most signers of a large message need not cost
+  const auto serial = GivenBytes(info.SerialNumber);
+  if (!std::ranges::equal(named.serialNumber.bytes(), std::views::reverse(serial))) return false;
   BerDecodeArena counting(sizeof(CERT_ISSUER_SERIAL_NUMBER));
   CERT_ISSUER_SERIAL_NUMBER id{};
-  IssuerSerialTraits::get(*signer.sid.u.issuerAndSerialNumber, id, counting);
+  IssuerSerialTraits::get(named, id, counting);
   ByteBuffer room;
   room.resize(counting.size());
   BerDecodeArena filling(room.data(), room.size(), sizeof id);
-  IssuerSerialTraits::get(*signer.sid.u.issuerAndSerialNumber, id, filling);
-  return same(id.Issuer, info.Issuer) && same(id.SerialNumber, info.SerialNumber);
+  IssuerSerialTraits::get(named, id, filling);
+  return same(id.Issuer, info.Issuer);
 }
 
 }  // namespace certkern

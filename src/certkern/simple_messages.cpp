@@ -9,9 +9,11 @@
 #include <utility>
 #include <vector>
 
+#include "certkern/CMSSignedMessage.h"
 #include "certkern/chain/chain_records.h"
 #include "certkern/cms_attributes.h"
 #include "certkern/gost_repair.h"
+#include "certkern/message_signer.h"
 #include "keys/signing_display.h"
 #include "oid/provider_search.h"
 #include "platform/owner.h"
@@ -105,8 +107,14 @@ bool MakeMessage(const SigningRequest& request, DWORD flags, const ContentPieces
   const MessageHandle message(
       CryptMsgOpenToEncode(request.encoding(), flags, CMSG_SIGNED, &request.info(), nullptr, nullptr));
   if (!message) return false;
-  if (content.count != 0 && !CryptMsgUpdate(message.get(), content.bytes[0], content.sizes[0], TRUE))
+  if (content.count != 0 && !content.bytes[0] && content.sizes[0] != 0) {
+    SetLastError(ERROR_INVALID_PARAMETER);
     return false;
+  }
+  if (content.count != 0 && content.bytes[0]) {
+    auto* const context = static_cast<MessageContext*>(message.get());
+    static_cast<SignedMessageEncodeContext*>(context)->addBorrowed({content.bytes[0], content.sizes[0]});
+  }
   return CryptMsgGetParam(message.get(), CMSG_CONTENT_PARAM, 0, blob, blobSize) != FALSE;
 }
 
@@ -147,16 +155,19 @@ bool GetBytes(HCRYPTMSG message, DWORD parameter, DWORD index, std::vector<BYTE>
 }
 
 // One that is no X.509 certificate, or that our decoders refuse, can't be the signer's, and must not keep the others
-// from being found.
+// from being found. Want of memory says nothing about it.
 bool AddMessageCertificates(HCRYPTMSG message, HCERTSTORE store) {
   DWORD count = 0;
   if (!GetDword(message, CMSG_CERT_COUNT_PARAM, count)) return false;
   std::vector<BYTE> encoded;
   for (DWORD i = 0; i < count; ++i) {
     if (!GetBytes(message, CMSG_CERT_PARAM, i, encoded)) continue;
-    static_cast<void>(CertAddEncodedCertificateToStore(store, X509_ASN_ENCODING, encoded.data(),
-                                                       static_cast<DWORD>(encoded.size()),
-                                                       CERT_STORE_ADD_ALWAYS, nullptr));
+    const CertificateOwner certificate(
+        CertCreateCertificateContext(X509_ASN_ENCODING, encoded.data(), static_cast<DWORD>(encoded.size())));
+    if (!certificate && GetLastError() == ERROR_NOT_ENOUGH_MEMORY) return false;
+    if (certificate
+        && !CertAddCertificateContextToStore(store, certificate.get(), CERT_STORE_ADD_ALWAYS, nullptr))
+      return false;
   }
   return true;
 }
@@ -174,7 +185,7 @@ CertificateOwner GetSigner(HCRYPTMSG message, const CRYPT_VERIFY_MESSAGE_PARA& p
   std::vector<BYTE> id;
   DWORD size = 0;
   if (!CryptMsgGetParam(message, CMSG_SIGNER_CERT_INFO_PARAM, signerIndex, nullptr, &size)) {
-    SetLastError(CRYPT_E_NO_SIGNER);
+    if (SaysThereIsNoSigner(GetLastError())) SetLastError(CRYPT_E_NO_SIGNER);
     return {};
   }
   if (!GetBytes(message, CMSG_SIGNER_CERT_INFO_PARAM, signerIndex, id)) return {};

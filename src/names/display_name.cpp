@@ -39,20 +39,22 @@ const CERT_NAME_BLOB& NameOf(const NameQuestion& question) {
 
 using AltNames = Owner<PCERT_ALT_NAME_INFO, LocalFree>;
 
-// The first extension that is there and can be decoded.
-AltNames DecodeAltNames(const NameQuestion& question) {
+// The first extension that is there and can be decoded, if there is one. False with a code for want of memory, which must not
+// look like a certificate that says less: another name would be taken for the one that was asked for.
+bool DecodeAltNames(const NameQuestion& question, AltNames& names) {
   const CERT_INFO& info = *question.certificate->pCertInfo;
-  AltNames names;
-  if (!info.cExtension || !info.rgExtension) return names;
+  if (!info.cExtension || !info.rgExtension) return true;
   for (const LPCSTR oid : OfIssuer(question) ? kIssuerAltNames : kSubjectAltNames) {
     const CERT_EXTENSION* extension = CertFindExtension(oid, info.cExtension, info.rgExtension);
     if (!extension) continue;
     DWORD size = 0;
+    SetLastError(ERROR_SUCCESS);
     if (CryptDecodeObjectEx(X509_ASN_ENCODING, X509_ALTERNATE_NAME, extension->Value.pbData,
                             extension->Value.cbData, CRYPT_DECODE_ALLOC_FLAG, nullptr, names.out(), &size))
       break;
+    if (GetLastError() == ERROR_NOT_ENOUGH_MEMORY) return false;
   }
-  return names;
+  return true;
 }
 
 // The choices that are text share their place in the entry.
@@ -61,7 +63,8 @@ LPCWSTR TextOf(const CERT_ALT_NAME_ENTRY& entry) { return entry.pwszDNSName; }
 template <DWORD kChoice>
 bool AltName(const NameQuestion& question, std::wstring& text) {
   if (question.bufferWithoutRoom) return true;
-  const AltNames names = DecodeAltNames(question);
+  AltNames names;
+  if (!DecodeAltNames(question, names)) return false;
   if (!names) return true;
   for (const CERT_ALT_NAME_ENTRY& entry : std::span(names->rgAltEntry, names->cAltEntry)) {
     if (entry.dwAltNameChoice != kChoice) continue;

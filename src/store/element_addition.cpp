@@ -217,15 +217,47 @@ Outcome Answer(const StoreMembers&, const Addition& addition, ContextOwner& exis
   return Outcome::Done;
 }
 
-// The new properties go onto the object that is there, and that one, with all it has now, takes its own place. All that
-// may be refused is asked before the first of them.
+// Properties that an object got, until what they came for has failed: then it has what it had.
+class AddedProperties {
+ public:
+  explicit AddedProperties(PropertyBlock& target) : target_(target) {}
+  ~AddedProperties() {
+    if (!added_) return;
+    const PropertyLock guard(target_.lock);
+    target_.items = std::move(before_);
+    NoteIndexedPropertyChange(CERT_SHA1_HASH_PROP_ID);
+  }
+  AddedProperties(const AddedProperties&) = delete;
+  AddedProperties& operator=(const AddedProperties&) = delete;
+
+  [[nodiscard]] bool add(PropertyBlock& source) {
+    {
+      const PropertyLock guard(target_.lock);
+      if (!target_.items.copyTo(before_)) return false;
+    }
+    added_ = CopyProperties(source, target_);
+    return added_;
+  }
+  void stay() { added_ = false; }
+
+ private:
+  PropertyBlock& target_;
+  PropertyList before_;
+  bool added_ = false;
+};
+
+// The new properties go onto the object that is there, and that one, with all it has now, takes its own place; or nothing
+// changes. What may be refused is asked before the first of them.
 Outcome Inherit(const StoreMembers& members, const Addition& addition, ContextOwner& existing) {
   StoreElement& element = existing->element();
   CertStore* const store = StoreOf(element);
   const Addition itself{*existing.get(), addition.form, addition.out, store};
   if (store && !(Confirm(*store, addition) && IsWritable(*store))) return Outcome::Failed;
-  if (!CopyProperties(*addition.source.element().properties, *element.properties)) return Outcome::Failed;
-  return ReplaceAnywhere(members, itself);
+  AddedProperties properties(*element.properties);
+  if (!properties.add(*addition.source.element().properties)) return Outcome::Failed;
+  const Outcome outcome = ReplaceAnywhere(members, itself);
+  if (outcome == Outcome::Done) properties.stay();
+  return outcome;
 }
 
 Outcome ReplaceOlder(const StoreMembers& members, const Addition& addition, ContextOwner& existing) {

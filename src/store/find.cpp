@@ -50,7 +50,10 @@ ContextOwner FindInMembers(CertStore& store, const ElementQuery& query, const Co
     while (at < members.size() && &members[at] != home) ++at;
   }
   for (; at < members.size(); ++at, from = nullptr) {
-    if (FindInStore(members[at], query, from, found) == Found::Yes) return found;
+    const Found outcome = FindInStore(members[at], query, from, found);
+    if (outcome == Found::Yes) return found;
+    if (outcome == Found::Failed && GetLastError() == ERROR_NOT_ENOUGH_MEMORY)
+      return {};  // which says nothing
   }
   SetLastError(CRYPT_E_NOT_FOUND);
   return {};

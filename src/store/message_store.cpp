@@ -47,13 +47,31 @@ bool AppendObject(HCRYPTMSG message, const ObjectKind& kind, DWORD index, std::v
   return true;
 }
 
-bool AppendObjects(HCRYPTMSG message, const ObjectKind& kind, std::vector<BYTE>& bytes,
+bool Decodes(ElementType type, std::span<const BYTE> encoded) {
+  const ContextOwner context(CreateContext(type, X509_ASN_ENCODING, encoded));
+  return static_cast<bool>(context);
+}
+
+// An object that is read and decodes, or is kept anyway. False with a code.
+bool AppendReadable(HCRYPTMSG message, const ObjectKind& kind, DWORD index, Unreadable unreadable,
+                    std::vector<BYTE>& bytes, std::vector<Place>& places) {
+  const size_t before = bytes.size();
+  const bool appended = AppendObject(message, kind, index, bytes, places);
+  if (unreadable == Unreadable::Kept) return appended;
+  if (appended && Decodes(kind.type, std::span(bytes).subspan(before))) return true;
+  if (GetLastError() == ERROR_NOT_ENOUGH_MEMORY) return false;
+  bytes.resize(before);
+  if (appended) places.pop_back();
+  return true;
+}
+
+bool AppendObjects(HCRYPTMSG message, const ObjectKind& kind, Unreadable unreadable, std::vector<BYTE>& bytes,
                    std::vector<Place>& places) {
   DWORD count = 0;
   DWORD size = sizeof(count);
   if (!CryptMsgGetParam(message, kind.countParameter, 0, &count, &size)) return false;
   for (DWORD index = 0; index < count; ++index) {
-    if (!AppendObject(message, kind, index, bytes, places)) return false;
+    if (!AppendReadable(message, kind, index, unreadable, bytes, places)) return false;
   }
   return true;
 }
@@ -105,13 +123,13 @@ bool WriteMessage(CertStore& store, ImageBytes& image) {
   return CryptMsgGetParam(message.get(), CMSG_CONTENT_PARAM, 0, image.bytes.data(), &size) != FALSE;
 }
 
-bool ReadMessageObjects(std::span<const BYTE> encoded, MessageObjects& objects) {
+bool ReadMessageObjects(std::span<const BYTE> encoded, Unreadable unreadable, MessageObjects& objects) {
   const MessageHandle message = OpenEncoded(encoded);
   if (!message) return false;
   objects = {};
   std::vector<Place> places;
   for (const ObjectKind& kind : kObjectKinds) {
-    if (!AppendObjects(message.get(), kind, objects.bytes, places)) return false;
+    if (!AppendObjects(message.get(), kind, unreadable, objects.bytes, places)) return false;
   }
   for (const Place& place : places) {
     const std::span<const BYTE> object = std::span(objects.bytes).subspan(place.offset, place.size);
@@ -140,7 +158,8 @@ bool LoadMessageBlob(CertStore& store, const void* parameter) {
   const auto& blob = *static_cast<const CRYPT_DATA_BLOB*>(parameter);
   if (!blob.pbData && blob.cbData) return Fault(ERROR_INVALID_PARAMETER);
   MessageObjects objects;
-  return ReadMessageObjects({blob.pbData, blob.cbData}, objects) && LinkImage(objects.content, store);
+  return ReadMessageObjects({blob.pbData, blob.cbData}, Unreadable::LeftOut, objects)
+      && LinkImage(objects.content, store);
 }
 
 }  // namespace certkern

@@ -65,7 +65,7 @@ bool ReadBlock(const Block& block, Content content, MessageObjects& objects) {
   if (!Decode(block.text, objects.bytes)) return false;
   if (content == Content::Message) {
     const std::vector<BYTE> encoded = std::exchange(objects.bytes, {});
-    return ReadMessageObjects(encoded, objects);
+    return ReadMessageObjects(encoded, Unreadable::Kept, objects);
   }
   const auto type = content == Content::Crl ? ElementType::Crl : ElementType::Certificate;
   const ContextOwner context(CreateContext(type, X509_ASN_ENCODING, objects.bytes));

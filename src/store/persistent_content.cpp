@@ -128,7 +128,7 @@ bool StoreContent::take(std::vector<BYTE> bytes) {
 
 bool StoreContent::takeMessage() {
   MessageObjects objects;
-  return ReadMessageObjects(bytes_, objects) && takeObjects(std::move(objects));
+  return ReadMessageObjects(bytes_, Unreadable::Kept, objects) && takeObjects(std::move(objects));
 }
 
 bool StoreContent::takeBundle() {

@@ -324,6 +324,44 @@ TEST(Asn1Decoder, OpenTypesAreKnownByTheirSelector) {
   for (const ASN1OpenValue& value : digest.values) EXPECT_EQ(value.type, &kInfoOctets);
 }
 
+// Only where they are asked for, and never for want of what decoding may take.
+TEST(Asn1Decoder, OpenValuesThatDoNotDecodeMayBeKept) {
+  struct Case {
+    const char* name;
+    const TypeInfo* type;
+    const char* ber;
+    uint64_t elements, heap;
+    int checked, kept;
+  };
+  constexpr char kParameters[] = "30 0E 06 09 60 86 48 01 65 03 04 02 01 02 01 05",
+                 kAttributes[] = "31 18 30 16 06 09 2A864886F70D010904 31 09 04 02 41 42 05 01 00 30 00";
+  const Case kCases[] = {
+      {"another type",  &kInfoAlgorithmIdentifier, kParameters,                              99, 4096, ASN1_E_WRONG_TAG, ASN1_OK         },
+      {"contained",     &kInfoExtension,           "30 0B 06 03 55 1D 0E 04 04 04 01 41 00", 99, 4096, ASN1_E_TRAILING,
+       ASN1_OK                                                                                                                           },
+      {"one of a list", &kInfoAttributes,          kAttributes,                              99, 4096, ASN1_E_WRONG_TAG, ASN1_OK         },
+      {"no elements",   &kInfoAlgorithmIdentifier, kParameters,                              3,  4096, ASN1_E_TOO_MANY,  ASN1_E_TOO_MANY },
+      {"no memory",     &kInfoAlgorithmIdentifier, kParameters,                              99, 36,   ASN1_E_NO_MEMORY, ASN1_E_NO_MEMORY},
+  };
+  for (const Case& each : kCases) {
+    const Bytes input = FromHex(each.ber);
+    for (const OpenValues values : {OpenValues::Checked, OpenValues::Kept}) {
+      ASN1BERDecodeBuffer buffer(input.data(), input.size());
+      buffer.context().setOpenValues(values);
+      buffer.context().budget() = {each.heap, each.elements};
+      void* const value = buffer.context().allocate(each.type->size);
+      const int status = DecodeValue(buffer.context(), *each.type, value, Tagging::Explicit, 0);
+      EXPECT_EQ(status, values == OpenValues::Kept ? each.kept : each.checked) << each.name;
+      EXPECT_EQ(buffer.context().status(), status) << each.name;
+      if (status != ASN1_OK) continue;
+      EXPECT_EQ(buffer.context().position(), input.size()) << each.name;
+      ASN1BEREncodeBuffer out;
+      EXPECT_GT(EncodeValue(out.context(), *each.type, value, Tagging::Explicit), 0) << each.name;
+      EXPECT_EQ(Bytes(out.GetMsgPtr(), out.GetMsgPtr() + out.GetMsgLen()), input) << each.name;
+    }
+  }
+}
+
 TEST(Asn1Decoder, NullInPlaceOfParametersIsNoError) {
   const ASN1ObjectId digest = AsField(*kContents.objects[1].id);
   const Bytes null = FromHex("05 00"), octets = FromHex("04 01 41"), bad = FromHex("04 02 41");

@@ -44,7 +44,8 @@ Bytes DigestOf(const OwnKey& key, const Bytes& bytes) {
 }
 
 // The content of SignedContent(), signed over attributes in one order and sent with them in another.
-Bytes Craft(const OwnKey& key, const std::vector<Bytes>& asSigned, const std::vector<Bytes>& asSent) {
+Bytes Craft(const OwnKey& key, const std::vector<Bytes>& asSigned, const std::vector<Bytes>& asSent,
+            const Bytes& unsignedAttributes = {}) {
   const auto joined = [](const std::vector<Bytes>& parts) {
     Bytes all;
     for (const Bytes& each : parts) all.insert(all.end(), each.begin(), each.end());
@@ -58,7 +59,7 @@ Bytes Craft(const OwnKey& key, const std::vector<Bytes>& asSigned, const std::ve
       Der(0x30,
           Concat({FromHex("020101"), Der(0x30, Concat({issuer, Der(0x02, serial)})), FromHex(kSha256),
                   Der(0xA0, joined(asSent)), FromHex("300906072a8648ce3d0201"),
-                  Der(0x04, SignatureOf(key, Der(0x31, joined(asSigned))))}));
+                  Der(0x04, SignatureOf(key, Der(0x31, joined(asSigned)))), unsignedAttributes}));
   const Bytes data = Der(0x30,
                          Concat({FromHex("020101"), Der(0x31, FromHex(kSha256)),
                                  Der(0x30, Concat({FromHex(kData), Der(0xA0, Der(0x04, SignedContent()))})),
@@ -91,6 +92,8 @@ void ExpectAnswers() {
     const Message message = OpenMessage(Craft(key, each.asSigned, each.asSent));
     ASSERT_TRUE(message) << each.name << std::hex << GetLastError();
     EXPECT_EQ(VerifyByIndex(message.get(), 0, key.certificate()), each.code) << each.name;
+    const Message again = OpenMessage(Parameter(message.get(), CMSG_ENCODED_MESSAGE));
+    EXPECT_EQ(VerifyByIndex(again.get(), 0, key.certificate()), each.code) << each.name << ", written again";
   }
 }
 
@@ -102,6 +105,38 @@ TEST(CraftedMessages, DISABLED_AttributesEncodedAnew) { ExpectAnswers(); }
 TEST(CraftedMessages, OldSettings) {
   RunWithSettings("CraftedMessages.DISABLED_AttributesEncodedAnew",
                   "[config.Parameters]\nLegacyEncodeSignedAttrsOnVerification = 1\n");
+}
+
+// Nobody vouches for what is unsigned, and anybody can put it there: no value makes a message unreadable.
+TEST(CraftedMessages, ValuesThatAreNotOfTheirTypes) {
+  const OwnKey key("p256");
+  const Bytes digest = Attribute(kMessageDigest, {Der(0x04, DigestOf(key, SignedContent()))});
+  const Bytes time = Attribute("06092a864886f70d010905", {FromHex("020105")}),          // an INTEGER
+      stamp = Attribute("060b2a864886f70d010910020e", {FromHex("3003020105")});         // no ContentInfo
+  const Bytes longHeader = Concat({FromHex("308109"), FromHex("06022a033103020105")});  // signed as it stands
+  const std::vector<Bytes> sent = {time, digest, longHeader};
+  const Bytes encoded = Craft(key, sent, sent, Der(0xA1, Concat({stamp, time})));
+  const Message message = OpenMessage(encoded);
+  ASSERT_TRUE(message) << std::hex << GetLastError();
+  EXPECT_EQ(VerifyByIndex(message.get(), 0, key.certificate()), 0u);
+  const Bytes again = Parameter(message.get(), CMSG_ENCODED_MESSAGE);
+  EXPECT_FALSE(std::ranges::search(again, Der(0xA0, Concat({time, digest, longHeader}))).empty());
+  EXPECT_EQ(VerifyByIndex(OpenMessage(again).get(), 0, key.certificate()), 0u) << "it goes out as it came";
+  const Bytes block = Parameter(message.get(), CMSG_SIGNER_UNAUTH_ATTR_PARAM);
+  const auto& attributes = *reinterpret_cast<const CRYPT_ATTRIBUTES*>(block.data());
+  ASSERT_EQ(attributes.cAttr, 2u);
+  EXPECT_EQ(attributes.rgAttr[0].rgValue[0].cbData, 5u);
+  Bytes wrong = stamp;
+  const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA add = {
+      sizeof add, 0, {static_cast<DWORD>(wrong.size()), wrong.data()}
+  };
+  EXPECT_FALSE(CryptMsgControl(message.get(), 0, CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR, &add)) << "ours are right";
+
+  BYTE record[256];
+  DWORD size = sizeof record;
+  EXPECT_TRUE(CryptDecodeObject(X509_ASN_ENCODING, PKCS_ATTRIBUTE, time.data(),
+                                static_cast<DWORD>(time.size()), 0, record, &size))
+      << std::hex << GetLastError();
 }
 
 // A key of RSASSA-PSS makes no other signatures, and none with less salt than it says.

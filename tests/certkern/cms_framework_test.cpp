@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <numeric>
 #include <set>
 
@@ -456,4 +457,66 @@ TEST(SignerSearch, TellsAForgedMessage) {
   EXPECT_EQ(found, nullptr);
   EXPECT_TRUE(CryptMsgGetAndVerifySigner(message.get(), 0, nullptr, CMSG_SIGNER_ONLY_FLAG, &found, nullptr));
   CertFreeCertificateContext(found);
+}
+
+// One store for all signers, as long as it has what the message has.
+TEST(SignerSearch, TheStoreStaysWithTheMessage) {
+  const Message message = OpenMessage(SignedBytes("p256-attached.cms"));
+  HCERTSTORE last = nullptr;
+  const auto search = [&] {
+    PCCERT_CONTEXT found = nullptr;
+    const BOOL done =
+        CryptMsgGetAndVerifySigner(message.get(), 0, nullptr, CMSG_SIGNER_ONLY_FLAG, &found, nullptr);
+    last = found ? found->hCertStore : nullptr;
+    EXPECT_EQ(found != nullptr, done != FALSE);
+    return Certificate(found);
+  };
+  EXPECT_TRUE(search());
+  const HCERTSTORE first = last;
+  const Certificate kept = search();
+  EXPECT_EQ(last, first);
+  EXPECT_TRUE(CertDeleteCertificateFromStore(CertDuplicateCertificateContext(kept.get())));
+  EXPECT_TRUE(search()) << "the message has it still";
+  DWORD index = 0;
+  EXPECT_TRUE(CryptMsgControl(message.get(), 0, CMSG_CTRL_DEL_CERT, &index));
+  EXPECT_FALSE(search());
+  EXPECT_EQ(GetLastError(), DWORD{CRYPT_E_NO_TRUSTED_SIGNER});
+  const CERT_BLOB again = {kept.get()->cbCertEncoded, kept.get()->pbCertEncoded};
+  EXPECT_TRUE(CryptMsgControl(message.get(), 0, CMSG_CTRL_ADD_CERT, &again));
+  EXPECT_TRUE(search());
+}
+
+// What fails on the way to a verdict is none: neither that the signature is bad, nor that there is no signer.
+TEST(SignerSearch, WantOfMemoryIsNoVerdict) {
+  const Bytes encoded = SignedBytes("p256-attached.cms");
+  const Certificate certificate = SignerCertificate("p256");
+  CRYPT_VERIFY_MESSAGE_PARA para{};
+  para.cbSize = sizeof para;
+  para.dwMsgAndCertEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+  const std::pair<const char*, std::function<bool(HCRYPTMSG)>> kWays[] = {
+      {"by index",       [&](HCRYPTMSG message) { return VerifyByIndex(message, 0, certificate.get()) == 0; }},
+      {"by certificate",
+       [&](HCRYPTMSG message) { return VerifyByCertificate(message, certificate.get()) == 0; }               },
+      {"with a search",
+       [&](HCRYPTMSG message) {
+         return CryptMsgGetAndVerifySigner(message, 0, nullptr, 0, nullptr, nullptr) != FALSE;
+       }                                                                                                     },
+      {"simply",
+       [&](HCRYPTMSG) {
+         return CryptVerifyMessageSignature(&para, 0, encoded.data(), static_cast<DWORD>(encoded.size()),
+                                            nullptr, nullptr, nullptr)
+             != FALSE;
+       }                                                                                                     },
+  };
+  for (const auto& [name, verify] : kWays) {
+    for (FaultPlan plan; plan.next();) {
+      const Message message = OpenMessage(encoded);
+      SetLastError(0);
+      if (plan.run([&] { return verify(message.get()); })) continue;
+      const DWORD code = GetLastError();
+      EXPECT_TRUE(code != NTE_BAD_SIGNATURE && code != CRYPT_E_NO_TRUSTED_SIGNER && code != CRYPT_E_NO_SIGNER
+                  && code != CRYPT_E_NOT_FOUND && code != 0)
+          << name << " " << plan.faults() << " " << std::hex << code;
+    }
+  }
 }

@@ -8,7 +8,10 @@
 
 #include "certkern/cms_objects.h"
 #include "certkern/cms_signers.h"
+#include "store/fault_plan.h"
+#include "support/hex.h"
 
+using namespace certkern;
 using namespace certkern::test;
 
 namespace {
@@ -98,17 +101,63 @@ TEST(SignedWrite, OthersVerifyWhatIsSignedHere) {
   }
 }
 
-TEST(SignedWrite, PssWithTheDefaultsOfItsKey) {
+// A key that says nothing about its signatures: the signer's hash decides, and the identifier tells.
+TEST(SignedWrite, PssWithoutParametersInTheKey) {
   const OwnKey key("rsa");
   CERT_INFO info = *key.certificate()->pCertInfo;
   info.SubjectPublicKeyInfo.Algorithm = {const_cast<char*>("1.2.840.113549.1.1.10"), {}};
-  CMSG_SIGNER_ENCODE_INFO signer = key.signer("1.3.14.3.2.26");
-  signer.pCertInfo = &info;
-  const Bytes encoded = SignMessage({signer}, SignedContent(), kNoMore);
-  ASSERT_FALSE(encoded.empty()) << std::hex << GetLastError();
-  const Message message = OpenMessage(encoded);
-  ASSERT_TRUE(message) << std::hex << GetLastError();
-  EXPECT_EQ(VerifyByIndex(message.get(), 0, key.certificate()), 0u);
+  const struct {
+    const char* hash;
+    const char* parameters;
+  } kCases[] = {
+      {"1.3.14.3.2.26",          "3000"},
+      {"2.16.840.1.101.3.4.2.1",
+       "3034a00f300d06096086480165030402010500a11c301a06092a864886f70d010108300d0609608648016503040201"
+       "0500a203020120"                },
+      {"2.16.840.1.101.3.4.2.3",
+       "3034a00f300d06096086480165030402030500a11c301a06092a864886f70d010108300d0609608648016503040203"
+       "0500a203020140"                },
+  };
+  for (const auto& [hash, parameters] : kCases) {
+    CMSG_SIGNER_ENCODE_INFO signer = key.signer(hash);
+    signer.pCertInfo = &info;
+    const Bytes encoded = SignMessage({signer}, SignedContent(), kNoMore);
+    ASSERT_FALSE(encoded.empty()) << hash << std::hex << GetLastError();
+    EXPECT_EQ(OpensslRefusal(encoded, key.pem()), "") << hash;
+    const Message message = OpenMessage(encoded);
+    EXPECT_EQ(VerifyByIndex(message.get(), 0, key.certificate()), 0u) << hash;
+    const Bytes block = Parameter(message.get(), CMSG_CMS_SIGNER_INFO_PARAM);
+    const auto& stated = reinterpret_cast<const CMSG_CMS_SIGNER_INFO*>(block.data())->HashEncryptionAlgorithm;
+    EXPECT_EQ(Bytes(stated.Parameters.pbData, stated.Parameters.pbData + stated.Parameters.cbData),
+              FromHex(parameters))
+        << hash;
+  }
+}
+
+// What speaks of a signature, as a time stamp does, stays true while others come.
+TEST(SignedWrite, ASignatureStaysWhileOthersCome) {
+  const OwnKey key("p256");
+  Bytes other = SignedBytes("rsa.crt");
+  const CERT_BLOB certificate = {static_cast<DWORD>(other.size()), other.data()};
+  const Message made = OpenToSign({key.signer()}, kNoMore);
+  const Bytes& content = SignedContent();
+  ASSERT_TRUE(CryptMsgUpdate(made.get(), content.data(), static_cast<DWORD>(content.size()), TRUE));
+  const Message first = OpenMessage(Parameter(made.get(), CMSG_CONTENT_PARAM));
+  const Bytes signature = Parameter(first.get(), CMSG_ENCRYPTED_DIGEST);
+  ASSERT_TRUE(CryptMsgControl(made.get(), 0, CMSG_CTRL_ADD_CERT, &certificate));
+  const Message more = OpenMessage(Parameter(made.get(), CMSG_CONTENT_PARAM));
+  EXPECT_EQ(Parameter(more.get(), CMSG_CERT_PARAM), other);
+  EXPECT_EQ(Parameter(more.get(), CMSG_ENCRYPTED_DIGEST), signature);
+
+  const CMSG_SIGNER_ENCODE_INFO another = key.signer();
+  const auto add = [&] {
+    EXPECT_TRUE(CryptMsgControl(more.get(), SVCMSG_CADES_DISABLE, CMSG_CTRL_ADD_SIGNER, &another));
+  };
+  add();
+  const Bytes second = Parameter(more.get(), CMSG_ENCRYPTED_DIGEST, 1);
+  add();
+  EXPECT_EQ(Parameter(more.get(), CMSG_ENCRYPTED_DIGEST, 1), second);
+  EXPECT_NE(Parameter(more.get(), CMSG_ENCRYPTED_DIGEST, 2), second);
 }
 
 TEST(SignedWrite, SeveralSignersAndHashes) {
@@ -226,6 +275,12 @@ TEST(SignedWrite, TheSizeIsNeverTooSmall) {
     }
   }
   const OwnKey key("p256");
+  // without content, or with an empty one, which takes four octets of its own
+  for (std::string type = "1.2"; type.size() < 200; type += ".2") {
+    const SignedShape shape = {.flags = SVCMSG_CADES_DISABLE, .innerType = type.c_str()};
+    const Bytes real = SignMessage({extra.with(key.signer())}, {}, shape);
+    EXPECT_GE(EncodedLength({extra.with(key.signer())}, 0, 0, type.c_str()), real.size()) << type;
+  }
   CMSG_SIGNER_ENCODE_INFO nobody = key.signer();
   nobody.pCertInfo = nullptr;
   EXPECT_EQ(EncodedLength({nobody}, 0, 3), 0u);
@@ -358,6 +413,23 @@ TEST(SignedWrite, UnsignedAttributesCertificatesAndLists) {
   DWORD count = 7, size = sizeof count;
   EXPECT_TRUE(CryptMsgGetParam(message.get(), CMSG_CERT_COUNT_PARAM, 0, &count, &size));
   EXPECT_EQ(count, 0u);
+}
+
+// Who tries again must not find his time stamp there twice.
+TEST(SignedWrite, AnUnsignedAttributeComesWholeOrNotAtAll) {
+  BYTE attribute[] = {0x30, 0x09, 0x06, 0x02, 0x2A, 0x03, 0x31, 0x03, 0x02, 0x01, 0x05};
+  const CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR_PARA add = {
+      sizeof add, 0, {sizeof attribute, attribute}
+  };
+  for (FaultPlan plan; plan.next();) {
+    const Message message = OpenMessage(SignedBytes("p256-attached.cms"));
+    const Bytes before = Parameter(message.get(), CMSG_ENCODED_MESSAGE);
+    const bool added = plan.run(
+        [&] { return CryptMsgControl(message.get(), 0, CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR, &add) != FALSE; });
+    EXPECT_EQ(Parameter(message.get(), CMSG_ENCODED_MESSAGE).size(), before.size() + (added ? 13 : 0))
+        << plan.faults();
+    EXPECT_TRUE(CryptMsgControl(message.get(), 0, CMSG_CTRL_ADD_SIGNER_UNAUTH_ATTR, &add));
+  }
 }
 
 TEST(SignedWrite, ASignerAsSomebodyElseMadeIt) {

@@ -52,6 +52,39 @@ TEST_F(SignedFiles, WhatTheOptionsPutIn) {
   EXPECT_EQ(verify("empty.cms").status, 0);
 }
 
+// A file that would be read and written at once, by whatever name, and a place that fails half way.
+TEST_F(SignedFiles, WhatIsReadIsNotOverwritten) {
+  home.out("cp text safe; ln -s text link; ln text hard; cp boris.crt own.crt; cp anna.crt anna2.crt");
+  for (const char* script :
+       {"certkern sign text -o text --detached", "certkern sign text -o text", "certkern sign text -o link",
+        "certkern sign hard -o ./text", "certkern sign link -o hard", "certkern sign - -o text <text",
+        "certkern sign safe --add-certificate own.crt -o own.crt", "certkern sign safe -o anna.crt"}) {
+    const ToolResult result = home.run(script + std::string(kByAnna));
+    EXPECT_EQ(result.status, 1) << script;
+    EXPECT_THAT(result.err, HasSubstr("this is the file that is read")) << script;
+    EXPECT_EQ(home.out("cmp text safe && cmp hard safe && cmp own.crt boris.crt && cmp anna.crt anna2.crt && "
+                       "echo same; ls -a | grep -c XXX || :; ls -a | grep certkern- || :"),
+              "same\n0\n")
+        << script;
+  }
+}
+
+TEST_F(SignedFiles, OutputTakesThePlaceOfAFile) {
+  const std::string sign = std::string("certkern sign text --detached --der") + kByAnna;
+  home.out(
+      "umask 027; printf old >old; chmod 604 old; ln -s old link; mkdir locked; printf old >locked/old; "
+      "mkfifo pipe");
+  home.out(sign + "-o link; " + sign + "-o new; " + sign + "-o /dev/null");
+  EXPECT_EQ(home.out("test -L link && stat -c %a old; stat -c %a new; umask; ls -a | grep certkern- || :"),
+            "604\n644\n0022\n");
+  EXPECT_EQ(verify("old --content text").status, 0);
+  home.out("cat pipe >read & " + sign + "-o pipe; wait");
+  EXPECT_EQ(verify("read --content text").status, 0) << "no file, so written as it is";
+  // no room for all of it: what was there stays
+  EXPECT_NE(home.run("printf old >old2; ulimit -f 0; trap '' XFSZ; " + sign + "-o old2").status, 0);
+  EXPECT_EQ(home.out("cat old2; ls -a | grep certkern- || :"), "old");
+}
+
 TEST_F(SignedFiles, WhereTheCertificateMayBe) {
   EXPECT_EQ(home.run("certkern sign text --key anna").status, 1) << "none anywhere";
   home.out("certkern certificate selfsign --key anna --subject CN=self --install");

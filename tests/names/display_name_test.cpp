@@ -9,6 +9,7 @@
 
 #include "names/der_name.h"
 #include "platform/owner.h"
+#include "store/fault_plan.h"
 
 using namespace certkern::test;  // NOLINT(google-build-using-namespace): the vocabulary of these tests
 using namespace std::string_literals;
@@ -281,3 +282,15 @@ TEST(CertIsRDNAttrsInCertificateName, Matches) {
 }
 
 }  // namespace
+
+// A certificate that can't be read for want of memory is not one without alternative names.
+TEST(CertGetNameString, WantOfMemoryIsNoOtherName) {
+  const Context context = Certificate({NameOf({Cn("common name")}), San(kDnsName)});
+  for (FaultPlan plan; plan.next();) {
+    wchar_t text[200] = {};
+    SetLastError(0);
+    const bool done = plan.run(
+        [&] { return CertGetNameStringW(context.get(), CERT_NAME_DNS_TYPE, 0, nullptr, text, 200) > 1; });
+    EXPECT_EQ(std::wstring(text), done ? L"name.example" : L"") << plan.faults();
+  }
+}

@@ -7,6 +7,7 @@
 
 #include "store/context_property.h"
 #include "store/element_addition.h"
+#include "store/fault_plan.h"
 #include "store/sample_objects.h"
 #include "store/store_kind.h"
 #include "support/hex.h"
@@ -286,6 +287,23 @@ TEST(StoreAddition, LinksShareTheirProperties) {
                                                CERT_STORE_ADD_REPLACE_EXISTING_INHERIT_PROPERTIES, nullptr));
   linked.reset();
   EXPECT_EQ(Properties(FindLiveContext(source)->element()), "3 20 11=7 ");
+}
+
+TEST(StoreAddition, PropertiesComeWithTheReplacementOrNotAtAll) {
+  for (FaultPlan plan; plan.next();) {
+    const StoreHandle store = OpenMemoryStore(0);
+    ASSERT_TRUE(
+        CertAddCertificateContextToStore(store.get(), Marked(1, 1).get(), CERT_STORE_ADD_NEW, nullptr));
+    const CertificateHandle again = Marked(1, 2);
+    PCCERT_CONTEXT out = nullptr;  // a context of the new element, which costs memory as well
+    const bool done = plan.run([&] {
+      return CertAddCertificateContextToStore(store.get(), again.get(),
+                                              CERT_STORE_ADD_REPLACE_EXISTING_INHERIT_PROPERTIES, &out);
+    });
+    const std::string properties = Properties(Newest(*store.get()));
+    EXPECT_NE(properties.find(done ? "11=2 " : "11=1 "), properties.npos) << plan.faults() << properties;
+    CertFreeCertificateContext(out);
+  }
 }
 
 TEST(StoreAddition, ReadOnlyStoresStayAsTheyAre) {
