@@ -29,9 +29,9 @@ class ChangeCount {
     }
     return *this;
   }
-  operator bool() const noexcept {
+  operator bool() const noexcept {  // NOLINT(google-explicit-constructor): as an atomic
     return changes_.load() != written_.load();
-  }  // NOLINT(google-explicit-constructor): as an atomic
+  }
   uint64_t now() const noexcept { return changes_.load(); }
   void writtenUpTo(uint64_t change) noexcept { written_ = change; }
 
