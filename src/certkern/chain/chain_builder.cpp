@@ -120,8 +120,8 @@ void ChainBuilder::addStore(std::vector<StoreRef>& stores, HCERTSTORE store, boo
   stores.insert(behind, std::move(ref));
 }
 
-HCERTSTORE ChainBuilder::userStore(LPCWSTR name) {
-  std::optional<StoreOwner>& kept = name == kRootStoreName ? userRoots_ : userAuthorities_;
+HCERTSTORE ChainBuilder::userStore(UserStoreName name) {
+  std::optional<StoreOwner>& kept = name == UserStoreName::Root ? userRoots_ : userAuthorities_;
   if (!kept) kept = UserStore(name);
   return kept->get();
 }
@@ -129,7 +129,7 @@ HCERTSTORE ChainBuilder::userStore(LPCWSTR name) {
 void ChainBuilder::build(PCCERT_CONTEXT end) {
   CertRecord& record = records->certificate(end, false);
   if (CanTrustMatter(*this, record)) {
-    const HCERTSTORE roots = exclusiveRoot ? exclusiveRoot : userStore(kRootStoreName);
+    const HCERTSTORE roots = exclusiveRoot ? exclusiveRoot : userStore(UserStoreName::Root);
     record.trusted = roots && IsInStore(roots, end);
   }
   visited.insert(&record);

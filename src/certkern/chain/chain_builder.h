@@ -112,7 +112,7 @@ class ChainBuilder {
 
   // A store of the user's by its name, as it was when the build first asked for it; null: there is none. A build looks at
   // each file once, so that all its searches see the same.
-  HCERTSTORE userStore(LPCWSTR name);
+  HCERTSTORE userStore(UserStoreName name);
 
   bool isTimeValid(const CERT_INFO& certificate) const;  // at checkTime; bounds belong to it
   bool hasFlag(DWORD flag) const { return (flags & flag) != 0; }

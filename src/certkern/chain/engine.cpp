@@ -82,8 +82,8 @@ void AddToBoth(ChainBuilder& builder, HCERTSTORE store, bool trusted) {
 // builds never do.
 bool EquipAsUser(ChainBuilder& builder, bool legacy) {
   static constinit std::atomic<bool> hasBegun{false};
-  const HCERTSTORE roots = builder.userStore(kRootStoreName);
-  const HCERTSTORE authorities = builder.userStore(kAuthorityStoreName);
+  const HCERTSTORE roots = builder.userStore(UserStoreName::Root);
+  const HCERTSTORE authorities = builder.userStore(UserStoreName::Authorities);
   if (!legacy) {
     if ((!roots || !authorities) && !hasBegun) return Fault(ERROR_DLL_INIT_FAILED);
     hasBegun = true;
@@ -141,10 +141,10 @@ void ChainEngine::equip(ChainBuilder& builder) const {
     builder.exclusiveRoot = exclusiveRoot_.get();
   } else if (root_) {
     AddToBoth(builder, root_.get(), true);
-  } else if (const HCERTSTORE store = builder.userStore(kRootStoreName)) {
+  } else if (const HCERTSTORE store = builder.userStore(UserStoreName::Root)) {
     ChainBuilder::addStore(builder.certStores, store, true);
   }
-  AddToBoth(builder, other_ ? other_.get() : builder.userStore(kAuthorityStoreName), false);
+  AddToBoth(builder, other_ ? other_.get() : builder.userStore(UserStoreName::Authorities), false);
   AddToBoth(builder, trust_.get(), false);
   for (const StoreOwner& each : additional_) AddToBoth(builder, each.get(), false);
   const DWORD own = config_.dwUrlRetrievalTimeout;
@@ -152,7 +152,7 @@ void ChainEngine::equip(ChainBuilder& builder) const {
 }
 
 bool AreUserRoots(HCERTSTORE roots) {
-  const StoreOwner userRoots = UserStore(kRootStoreName);
+  const StoreOwner userRoots = UserStore(UserStoreName::Root);
   if (!userRoots) return Fault(ERROR_INTERNAL_ERROR);
   CertificateOwner root;
   while (root.reset(CertEnumCertificatesInStore(roots, root.release())), root) {

@@ -82,10 +82,10 @@ constinit std::once_flag made;
 
 }  // namespace
 
-StoreOwner UserStore(LPCWSTR name) {
+StoreOwner UserStore(UserStoreName name) {
   std::call_once(made, [] { sharedStores.create(); });
   SharedStores& stores = *sharedStores.get();
-  return (name == kRootStoreName ? stores.roots : stores.authorities).get(name);
+  return name == UserStoreName::Root ? stores.roots.get(L"Root") : stores.authorities.get(L"CA");
 }
 
 }  // namespace certkern

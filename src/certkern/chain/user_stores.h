@@ -11,12 +11,11 @@ namespace certkern {
 
 using StoreOwner = Owner<HCERTSTORE, CertCloseStore>;
 
-inline constexpr LPCWSTR kRootStoreName = L"Root";
-inline constexpr LPCWSTR kAuthorityStoreName = L"CA";
+enum class UserStoreName { Root, Authorities };
 
 // One of the two, to be read, with what its files hold now: what another process has written is seen, and where a newly
 // opened store would fail this one does. Shared with all builds of the process. Empty with a code. Throws std::bad_alloc.
-StoreOwner UserStore(LPCWSTR name);
+StoreOwner UserStore(UserStoreName name);
 
 }  // namespace certkern
 
