@@ -21,8 +21,9 @@ struct FileContent {
   std::string error;  // empty when all went well
 };
 FileContent ReadInput(const std::string& path);
-// Whether a regular file was read as input in this process, under whatever name: what is written there would destroy it.
+// Keeps in mind that an open file is read as input; ReadInput does it itself.
 void NoteRead(int file);
+// Whether a regular file was, under whatever name: what is written there would destroy it.
 bool WasRead(const struct stat& file);
 
 // Encoded bytes from a file, and how to speak of a place in them.

@@ -62,13 +62,17 @@ std::optional<Bytes> MessageObject(HCRYPTMSG message, DWORD parameter, DWORD ind
 
 size_t TakeCertificates(HCRYPTMSG message, HCERTSTORE into) {
   size_t refused = 0;
+  const auto countRefused = [&refused] {
+    if (GetLastError() == ERROR_NOT_ENOUGH_MEMORY) ThrowLastError("the message");
+    ++refused;
+  };
   const DWORD certificates = MessageNumber(message, CMSG_CERT_COUNT_PARAM);
   for (DWORD i = 0; i < certificates; ++i) {
     const std::optional<Bytes> bytes = MessageObject(message, CMSG_CERT_PARAM, i);
     if (!bytes
         || !CertAddEncodedCertificateToStore(into, X509_ASN_ENCODING, bytes->data(),
                                              CheckedSize(bytes->size()), CERT_STORE_ADD_ALWAYS, nullptr))
-      ++refused;
+      countRefused();
   }
   const DWORD crls = MessageNumber(message, CMSG_CRL_COUNT_PARAM);
   for (DWORD i = 0; i < crls; ++i) {
@@ -76,7 +80,7 @@ size_t TakeCertificates(HCRYPTMSG message, HCERTSTORE into) {
     if (!bytes
         || !CertAddEncodedCRLToStore(into, X509_ASN_ENCODING, bytes->data(), CheckedSize(bytes->size()),
                                      CERT_STORE_ADD_ALWAYS, nullptr))
-      ++refused;
+      countRefused();
   }
   return refused;
 }
