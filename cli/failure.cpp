@@ -33,7 +33,9 @@ constexpr Reason kReasons[] = {
     {NTE_BAD_KEY,                      "this is no usable private key"                                            },
     {NTE_BAD_PUBLIC_KEY,               "this is no usable public key"                                             },
     {NTE_BAD_ALGID,                    "the algorithm or parameter set is not available"                          },
-    {NTE_BAD_LEN,                      "this length is not possible"                                              },
+    {NTE_BAD_LEN,
+     "this length is not possible; RSA keys above 8192 bits have to be allowed in the configuration "
+     "(MaxRsaKeyBits)"                                                                                            },
     {NTE_SILENT_CONTEXT,               "the private key is behind a PIN"                                          },
     {NTE_NO_MEMORY,                    "out of memory"                                                            },
     {ERROR_CALL_NOT_IMPLEMENTED,       "not possible with objects of this kind"                                   },

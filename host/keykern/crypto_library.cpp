@@ -28,8 +28,8 @@ bool InitialiseLibgcrypt() {
 }  // namespace
 
 OSSL_LIB_CTX* LibcryptoContext() {
-  static OSSL_LIB_CTX* const context = OpenLibcryptoContext();
-  return context;
+  static constinit MadeOnce<OSSL_LIB_CTX_free> context;
+  return context.get(OpenLibcryptoContext);
 }
 
 void StartLibgcrypt() { [[maybe_unused]] static const bool started = InitialiseLibgcrypt(); }
