@@ -109,6 +109,9 @@ inline constexpr long kMaxRedirects = 5;
 inline constexpr int64_t kDefaultDownloadSize = int64_t{256} << 20;
 inline constexpr int64_t kMaxDownloadSize = int64_t{1} << 30;
 
+// Bytes of a downloaded certificate, or of a bundle of them: no real one comes near.
+inline constexpr size_t kMaxDownloadedCertificate = size_t{1} << 20;
+
 // Bytes of all the header lines of one transfer, those of redirects and interim answers included.
 inline constexpr size_t kMaxDownloadHeaders = size_t{256} << 10;
 
