@@ -74,6 +74,9 @@ inline constexpr size_t kMaxElementProperties = size_t{1} << 16;
 // A file that holds a store, and so the image that is written into one.
 inline constexpr size_t kMaxStoreFile = size_t{1} << 30;
 
+// A journal beside one: a whole image with its header, or pieces of one with their table.
+inline constexpr size_t kMaxJournal = kMaxStoreFile + kMaxStoreFile / 4;
+
 // How often a store file may be replaced by another while somebody waits for its lock.
 inline constexpr unsigned kMaxStoreFileReplacements = 1000;
 

@@ -19,6 +19,16 @@ namespace {
 // Room for the hash that an issuer signed: 256 bits and no more. A longer one has no place in this property.
 constexpr size_t kSignatureHashRoom = 32;
 
+// --- what changes ---
+
+// The caller holds the block's lock, so a commit that sees the mark waits for the change itself. The element comes first: a
+// commit that still misses it leaves the store marked as changed.
+void NotePropertyChange(CertStore& store, StoreElement& element) {
+  element.propertiesChanged = true;
+  store.propertiesChanged = true;
+  store.dirty = true;
+}
+
 // --- what can be computed ---
 
 // The provider of the element's store, counted: the store may be closed, and let it go, while a hash is made. Empty
@@ -90,7 +100,8 @@ PropertyItemOwner CrlIssuerOf(StoreElement& element) {
   }
   const CERT_NAME_BLOB& issuer = context->crl.pCrlInfo->Issuer;
   PropertyItemOwner item = NewPropertyItem(SV_CRL_ISSUER_PROP_ID, {issuer.pbData, issuer.cbData});
-  if (CertStore* store = item ? StoreOf(element) : nullptr) store->dirty = true;  // this one is worth keeping
+  if (CertStore* store = item ? StoreOf(element) : nullptr)
+    NotePropertyChange(*store, element);  // worth keeping
   return item;
 }
 
@@ -172,7 +183,7 @@ bool MarkStoreChanged(StoreElement& element) {
   CertStore* const store = StoreOf(element);
   if (!store) return true;
   if (store->has(CERT_STORE_READONLY_FLAG)) return Fault(E_ACCESSDENIED);
-  store->dirty = true;
+  NotePropertyChange(*store, element);
   return true;
 }
 

@@ -58,7 +58,9 @@ void FileLock::take(const std::string& path) {
       kind = F_RDLCK;
       descriptor_ = Open(path, O_RDONLY);
     }
-    if (descriptor_ < 0 || !Lock(descriptor_, kind) || LeadsStillTo(path, descriptor_)) return;
+    if (descriptor_ < 0 || !Lock(descriptor_, kind)) return;
+    exclusive_ = kind == F_WRLCK;
+    if (LeadsStillTo(path, descriptor_)) return;
   }
 }
 
@@ -75,6 +77,7 @@ void FileLock::release() noexcept {
   static_cast<void>(::fcntl(descriptor_, F_OFD_SETLK, &none));
   ::close(descriptor_);
   descriptor_ = -1;
+  exclusive_ = false;
 }
 
 }  // namespace certkern

@@ -23,11 +23,14 @@ class FileLock {
   void take(const std::string& path);
   // The same where the stream is of another file than the one that is locked: it has come to be meanwhile.
   void follow(const std::string& path, std::FILE* stream);
+  // Nobody else has the file: the lock is there, and of the kind that is not shared.
+  bool isExclusive() const { return exclusive_; }
 
  private:
   void release() noexcept;
 
   int descriptor_ = -1;
+  bool exclusive_ = false;
 };
 
 }  // namespace certkern

@@ -24,25 +24,82 @@
 namespace certkern {
 namespace {
 
-constexpr std::array<BYTE, 8> kMagic = {'C', 'K', 'J', 'O', 'U', 'R', 'N', '1'};
-constexpr size_t kHeader = 24;  // magic, length of the image, checksum of the image
+constexpr std::array<BYTE, 8> kWholeMagic = {'C', 'K', 'J', 'O', 'U', 'R', 'N', '1'};
+constexpr std::array<BYTE, 8> kPiecesMagic = {'C', 'K', 'J', 'O', 'U', 'R', 'N', '2'};
+constexpr size_t kHeader = 24;
+constexpr size_t kWord = 8;
+constexpr size_t kPiecesHead = 4 * kWord;  // inode, old size, new size, number of pieces
+constexpr size_t kPieceHead = 2 * kWord;   // offset, length
 constexpr char kSuffix[] = ".journal";
 constexpr std::string_view kUnfinishedSuffix = ".journal-new-";
 constexpr std::string_view kUnfinishedEnd = "XXXXXX";  // what mkostemp replaces
 
 // FNV-1a: damage is what it finds, not malice.
-uint64_t Checksum(std::span<const BYTE> bytes) {
-  uint64_t sum = 0xCBF29CE484222325u;
+constexpr uint64_t kEmptyChecksum = 0xCBF29CE484222325u;
+uint64_t Checksum(std::span<const BYTE> bytes, uint64_t sum = kEmptyChecksum) {
   for (const BYTE byte : bytes) sum = (sum ^ byte) * 0x100000001B3u;
   return sum;
 }
 
-std::array<BYTE, kHeader> HeaderOf(std::span<const BYTE> image) {
-  std::array<BYTE, kHeader> header{};
-  std::copy(kMagic.begin(), kMagic.end(), header.begin());
-  const uint64_t words[] = {image.size(), Checksum(image)};
-  for (size_t i = 0; i < 16; ++i) header[8 + i] = static_cast<BYTE>(words[i / 8] >> (8 * (i % 8)));
+void PutWord(std::vector<BYTE>& out, uint64_t word) {
+  for (size_t i = 0; i < kWord; ++i) out.push_back(static_cast<BYTE>(word >> (8 * i)));
+}
+
+uint64_t WordAt(std::span<const BYTE> bytes, size_t at) {
+  uint64_t word = 0;
+  for (size_t i = kWord; i--;) word = word << 8 | bytes[at + i];
+  return word;
+}
+
+// What stands between the header and the bytes of the pieces; nothing for a whole image.
+std::vector<BYTE> TableOf(const FileChange& change) {
+  std::vector<BYTE> table;
+  if (change.isWhole()) return table;
+  for (const uint64_t word : {change.inode, change.oldSize, change.newSize, uint64_t{change.pieces.size()}}) {
+    PutWord(table, word);
+  }
+  for (const FilePiece& each : change.pieces) {
+    PutWord(table, each.offset);
+    PutWord(table, each.bytes.size());
+  }
+  return table;
+}
+
+std::vector<BYTE> HeaderOf(const FileChange& change, std::span<const BYTE> table) {
+  uint64_t sum = Checksum(table);
+  for (const FilePiece& each : change.pieces) sum = Checksum(each.bytes, sum);
+  const auto& magic = change.isWhole() ? kWholeMagic : kPiecesMagic;
+  std::vector<BYTE> header(magic.begin(), magic.end());
+  PutWord(header, table.size() + change.bytes());
+  PutWord(header, sum);
   return header;
+}
+
+bool WriteChange(std::FILE* stream, const FileChange& change) {
+  const std::vector<BYTE> table = TableOf(change);
+  return WriteFile(stream, HeaderOf(change, table)) && WriteFile(stream, table)
+      && std::ranges::all_of(change.pieces,
+                             [&](const FilePiece& each) { return WriteFile(stream, each.bytes); });
+}
+
+// The pieces of a change, one behind the other, and inside the file that they are for.
+bool ReadPieces(std::span<const BYTE> body, FileChange& change) {
+  if (body.size() < kPiecesHead) return false;
+  change.inode = WordAt(body, 0);
+  change.oldSize = WordAt(body, kWord);
+  change.newSize = WordAt(body, 2 * kWord);
+  const uint64_t count = WordAt(body, 3 * kWord);
+  if (!change.inode || change.newSize > kMaxStoreFile) return false;
+  std::span<const BYTE> table = body.subspan(kPiecesHead);
+  if (count > table.size() / kPieceHead) return false;
+  std::span<const BYTE> bytes = table.subspan(count * kPieceHead);
+  for (size_t i = 0; i < count; ++i) {
+    const uint64_t offset = WordAt(table, i * kPieceHead), length = WordAt(table, i * kPieceHead + kWord);
+    if (length > bytes.size() || length > change.newSize || offset > change.newSize - length) return false;
+    change.pieces.push_back({offset, bytes.first(length)});
+    bytes = bytes.subspan(length);
+  }
+  return bytes.empty();
 }
 
 std::string RealPath(const std::string& path) {
@@ -57,6 +114,12 @@ std::string JournalBase(const std::string& name) {
     return base.append(name);
   const uint64_t sum = Checksum({reinterpret_cast<const BYTE*>(name.data()), name.size()});
   return base.append(name, 0, NAME_MAX / 2).append(1, '-').append(std::to_string(sum));
+}
+
+// Who holds the store file for unchanged by its times must look again before a journal stands, even if its maker dies with
+// nothing else done. The maker may write the file, so this can't be refused.
+void MarkAsChanged(const std::string& storePath) {
+  static_cast<void>(::utimensat(AT_FDCWD, storePath.c_str(), nullptr, 0));
 }
 
 // A directory entry is safe once its directory is. Not every file system can, and then nobody can.
@@ -105,15 +168,25 @@ bool IsTrusted(const struct stat& journal, const struct stat& store, const struc
 
 using Kept = StoreJournal::Kept;
 
-Kept ReadImageOf(std::FILE* stream, const struct stat& status, std::vector<BYTE>& image) {
+Kept ReadChangeOf(std::FILE* stream, const struct stat& status, KeptChange& kept) {
   const auto size = static_cast<uint64_t>(status.st_size);
-  if (size < kHeader || size - kHeader > kMaxStoreFile) return Kept::None;
+  if (size < kHeader || size > kMaxJournal) return Kept::None;
   std::array<BYTE, kHeader> header;
   size_t count = 0;
   if (!ReadFile(stream, header, count)) return Kept::Unreadable;
-  image.resize(size - kHeader);
-  if (!ReadFile(stream, image, count)) return Kept::Unreadable;
-  return count == image.size() && header == HeaderOf(image) ? Kept::Whole : Kept::None;
+  kept.bytes.resize(size - kHeader);
+  if (!ReadFile(stream, kept.bytes, count)) return Kept::Unreadable;
+  const std::span<const BYTE> body = kept.bytes;
+  if (count != body.size() || WordAt(header, kWord) != body.size()
+      || WordAt(header, 2 * kWord) != Checksum(body)) {
+    return Kept::None;
+  }
+  if (std::ranges::equal(kWholeMagic, std::span(header).first<8>())) {
+    kept.change = FileChange::Whole(body);
+    return Kept::Whole;
+  }
+  const bool pieces = std::ranges::equal(kPiecesMagic, std::span(header).first<8>());
+  return pieces && ReadPieces(body, kept.change) ? Kept::Whole : Kept::None;
 }
 
 Kept Unreadable(int error) {
@@ -132,7 +205,7 @@ StoreJournal::StoreJournal(const std::string& storePath) : storePath_(RealPath(s
   unfinished_ = name.append(kUnfinishedSuffix);
 }
 
-StoreJournal::Written StoreJournal::write(std::span<const BYTE> image) {
+StoreJournal::Written StoreJournal::write(const FileChange& change) {
   const IdBracket ids;
   // a name that nobody else has: not even where there are no locks does one committer write into another's journal
   std::string unfinished = directory_ + unfinished_ + std::string(kUnfinishedEnd);
@@ -144,10 +217,10 @@ StoreJournal::Written StoreJournal::write(std::span<const BYTE> image) {
     return Written::Failed;
   }
   struct stat store;
+  MarkAsChanged(storePath_);
   const bool complete = ::stat(storePath_.c_str(), &store) == 0 && ShareLike(fileno(stream.get()), store)
-      && WriteFile(stream.get(), HeaderOf(image)) && WriteFile(stream.get(), image) && FlushFile(stream.get())
-      && ::fsync(fileno(stream.get())) == 0 && CloseFile(std::move(stream))
-      && ::rename(unfinished.c_str(), path_.c_str()) == 0;
+      && WriteChange(stream.get(), change) && FlushFile(stream.get()) && ::fsync(fileno(stream.get())) == 0
+      && CloseFile(std::move(stream)) && ::rename(unfinished.c_str(), path_.c_str()) == 0;
   if (!complete) {
     static_cast<void>(::unlink(unfinished.c_str()));
     SetLastError(ERROR_WRITE_FAULT);
@@ -157,8 +230,8 @@ StoreJournal::Written StoreJournal::write(std::span<const BYTE> image) {
   return Written::Safe;
 }
 
-StoreJournal::Kept StoreJournal::read(std::vector<BYTE>& image) {
-  image.clear();
+StoreJournal::Kept StoreJournal::read(KeptChange& kept) {
+  kept = {};
   const IdBracket ids;
   const FileStream stream = StreamOf(OpenJournal(path_, O_RDONLY), "rb");
   const int error = errno;
@@ -172,17 +245,20 @@ StoreJournal::Kept StoreJournal::read(std::vector<BYTE>& image) {
   }
   if (!IsTrusted(journal, store, directory)) return Kept::None;
   if (!stream) return Unreadable(error);
-  const Kept kept = ReadImageOf(stream.get(), journal, image);
-  if (kept == Kept::Whole) return kept;
-  image.clear();
-  if (kept == Kept::None) static_cast<void>(::unlink(path_.c_str()));
-  return kept;
+  Kept found = ReadChangeOf(stream.get(), journal, kept);
+  // pieces of another file would only damage this one
+  const bool isOfStore =
+      kept.change.isWhole() || (kept.change.isFor(store) && journal.st_dev == store.st_dev);
+  if (found == Kept::Whole && !isOfStore) found = Kept::None;
+  if (found == Kept::Whole) return found;
+  kept = {};
+  if (found == Kept::None) static_cast<void>(::unlink(path_.c_str()));
+  return found;
 }
 
 void StoreJournal::drop() noexcept {
   const IdBracket ids;
   if (::unlink(path_.c_str()) != 0 && errno != ENOENT) empty();
-  dropUnfinished();
 }
 
 // In a directory that is not ours a journal that is may still be taken for damaged from now on.
@@ -194,8 +270,8 @@ void StoreJournal::empty() noexcept {
   if (::ftruncate(fileno(stream.get()), 0) == 0) static_cast<void>(::fsync(fileno(stream.get())));
 }
 
-// Those of committers who died over them: nobody writes one beside us.
 void StoreJournal::dropUnfinished() noexcept {
+  const IdBracket ids;
   const Owner<DIR*, ::closedir> directory(::opendir(directory_.c_str()));
   if (!directory) return;
   while (const dirent* const entry = ::readdir(directory.get())) {

@@ -1,5 +1,11 @@
-// The journal of a store file: the whole new image, made safe beside the file before the file is rewritten in place. A
-// crash at any instant leaves the file whole, or a journal that is. Whoever opens the file next finishes the rewriting.
+// The journal of a store file: what is to be done to the file, made safe beside it before the file is changed in place. A
+// crash at any instant leaves the file whole, or a journal that is. Whoever opens the file next finishes the change.
+//
+//   header  "CKJOURN1" or "CKJOURN2"; the length of what follows and its checksum, 64 bits each, little-endian
+//   1       a whole image
+//   2       words of 64 bits: inode, old and new size of the store file, number of pieces, offset and length of each; then
+//           the bytes of all pieces. Good for that inode only, on the disk that the journal lies on itself, and only where
+//           inodes keep their numbers
 //
 // The name begins with a full stop, in the directory of the file itself where the path is a symbolic link. It appears
 // by a rename, so it is complete, and holds a checksum for disks that order their writes otherwise. Whoever may read the
@@ -13,7 +19,15 @@
 #include <string>
 #include <vector>
 
+#include "store/file_change.h"
+
 namespace certkern {
+
+// A change that was read, with its bytes.
+struct KeptChange {
+  std::vector<BYTE> bytes;
+  FileChange change;
+};
 
 class StoreJournal {
  public:
@@ -23,22 +37,25 @@ class StoreJournal {
   enum class Written { Safe, NotAllowed, Failed };
   // Replaces a journal that is there. NotAllowed: the directory takes no files of ours, and nothing was changed.
   // Failed, with ERROR_FILE_NOT_FOUND (no directory) or ERROR_WRITE_FAULT: the same.
-  [[nodiscard]] Written write(std::span<const BYTE> image);
+  [[nodiscard]] Written write(const FileChange& change);
+  [[nodiscard]] Written write(std::span<const BYTE> image) { return write(FileChange::Whole(image)); }
 
   enum class Kept { None, Whole, Unreadable };
-  // The image of a whole journal that somebody made who may write the store file anyway. A journal of anybody else is
-  // let lie; a damaged one, or one without its store file, is dropped. Unreadable, with ERROR_ACCESS_DENIED or one of
+  // The change of a whole journal that somebody made who may write the store file anyway. A journal of anybody else is
+  // let lie; a damaged one, or one whose store file is gone or another, is dropped. Unreadable, with ERROR_ACCESS_DENIED or one of
   // file.h: there is one that counts, so the store file itself may be half of anything.
-  [[nodiscard]] Kept read(std::vector<BYTE>& image);
+  [[nodiscard]] Kept read(KeptChange& kept);
 
-  // Takes the journal away, and what was left of others that were never finished.
+  // Takes the journal away.
   void drop() noexcept;
+  // Takes away what committers have left who died before their journals were finished. For whoever has the store file for
+  // himself: nobody is writing one then.
+  void dropUnfinished() noexcept;
 
   const std::string& path() const { return path_; }
 
  private:
   void empty() noexcept;
-  void dropUnfinished() noexcept;
 
   std::string storePath_;
   std::string directory_;

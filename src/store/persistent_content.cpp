@@ -8,7 +8,7 @@
 #include <unordered_map>
 
 #include "ber/read_cursor.h"
-#include "store/message_store.h"
+#include "store/pem_bundle.h"
 #include "text/text_forms.h"
 
 namespace certkern {
@@ -34,15 +34,32 @@ bool BinaryFromText(std::vector<BYTE>& bytes) {
 
 constexpr ElementType kTypes[] = {ElementType::Certificate, ElementType::Crl};
 
-bool SameObjects(CertStore& store, const ImageContent& content) {
+// The store's element for each of the image's; what is there has the newest of its equals.
+using Pairing = std::vector<StoreElement*>;
+
+bool PairSameObjects(CertStore& store, const ImageContent& content, Pairing& pairing) {
   StoreElement* certificate = store.certificates.oldest;
   StoreElement* crl = store.crls.oldest;
-  for (const ImageElement& each : content.elements) {
-    StoreElement*& element = each.type == ElementType::Certificate ? certificate : crl;
-    if (!element || !std::ranges::equal(element->encoded(), each.encoded)) return false;
+  for (size_t i = 0; i < content.elements.size(); ++i) {
+    StoreElement*& element = content.elements[i].type == ElementType::Certificate ? certificate : crl;
+    if (!element || !std::ranges::equal(element->encoded(), content.elements[i].encoded)) return false;
+    pairing[i] = element;
     element = element->prev;
   }
   return !certificate && !crl;
+}
+
+// The lists are what the file holds from here on.
+void NoteFiled(CertStore& store, const StoreContent& content, const Pairing& pairing,
+               const FileWitness& file) noexcept {
+  store.layout = LayoutOf(content, store.layout.number + 1);
+  store.layout.file = file;
+  store.layout.certain = file.settled;
+  for (size_t i = 0; i < pairing.size(); ++i) {
+    pairing[i]->isFiled = true;
+    pairing[i]->place = content.image().elements[i].place;
+    pairing[i]->place.layout = content.isSerialized() ? store.layout.number : 0;
+  }
 }
 
 // What comes of a comparison; nothing is changed by making it.
@@ -54,25 +71,26 @@ struct Difference {
 // Objects of the image by their bytes; of equal ones the newest is the last.
 using ObjectsByBytes = std::unordered_map<std::string_view, std::vector<size_t>>;
 
-bool Compare(CertStore& store, ElementType type, const ImageContent& content, Difference& difference) {
+bool Compare(CertStore& store, ElementType type, const ImageContent& content, Difference& difference,
+             Pairing& pairing) {
   ObjectsByBytes objects;
   for (size_t i = 0; i < content.elements.size(); ++i) {
     if (content.elements[i].type == type) objects[AsText(content.elements[i].encoded)].push_back(i);
   }
-  std::vector<bool> there(content.elements.size());
   for (StoreElement* each = store.list(type).newest; each; each = each->next) {
     const auto found = objects.find(AsText(each->encoded()));
     if (found == objects.end() || found->second.empty()) {
       difference.leaving.push_back(each);
       continue;
     }
-    there[found->second.back()] = true;
+    pairing[found->second.back()] = each;
     found->second.pop_back();
   }
   for (size_t i = 0; i < content.elements.size(); ++i) {
-    if (content.elements[i].type != type || there[i]) continue;
+    if (content.elements[i].type != type || pairing[i]) continue;
     ElementOwner element = MakeImageElement(content, content.elements[i], store);
     if (!element) return false;
+    pairing[i] = element.get();
     difference.coming.push_back(std::move(element));
   }
   return true;
@@ -80,17 +98,38 @@ bool Compare(CertStore& store, ElementType type, const ImageContent& content, Di
 
 }  // namespace
 
+FileLayout LayoutOf(const StoreContent& content, uint32_t number) {
+  FileLayout layout;
+  layout.number = number;
+  if (!content.isSerialized()) return layout;
+  const ImageContent& image = content.image();
+  layout.end = static_cast<DWORD>(image.end);
+  layout.dead = layout.end - static_cast<DWORD>(kImageMagic.size());
+  for (const ImageElement& each : image.elements) layout.dead -= each.place.end - each.place.start;
+  return layout;
+}
+
 bool StoreContent::take(std::vector<BYTE> bytes) {
   bytes_ = std::move(bytes);
   image_ = {};
+  serialized_ = HasImageMagic(bytes_);
   if (bytes_.empty()) return true;
-  if (HasImageMagic(bytes_)) return ReadImage(bytes_, image_);
+  if (serialized_) return ReadImage(bytes_, image_);
+  if (IsPemBundle(AsText(bytes_))) return takeBundle();
   return BinaryFromText(bytes_) && (takeMessage() || takeCertificate());
 }
 
 bool StoreContent::takeMessage() {
   MessageObjects objects;
-  if (!ReadMessageObjects(bytes_, objects)) return false;
+  return ReadMessageObjects(bytes_, objects) && takeObjects(std::move(objects));
+}
+
+bool StoreContent::takeBundle() {
+  MessageObjects objects;
+  return ReadPemBundle(AsText(bytes_), objects) && takeObjects(std::move(objects));
+}
+
+bool StoreContent::takeObjects(MessageObjects objects) {
   bytes_ = std::move(objects.bytes);  // which the content goes on pointing into
   image_ = std::move(objects.content);
   return true;
@@ -104,18 +143,33 @@ bool StoreContent::takeCertificate() {
   return true;
 }
 
-bool Reconcile(CertStore& store, const ImageContent& content) {
-  std::vector<ElementOwner> gone;  // freed without the lock
+bool LinkContent(CertStore& store, const StoreContent& content, const FileWitness& file) {
+  if (!LinkImage(content.image(), store)) return false;
+  Pairing pairing(content.image().elements.size());
   const std::lock_guard guard(store.lock);
-  if (!SameObjects(store, content)) {
+  if (!PairSameObjects(store, content.image(), pairing)) return Fault(ERROR_INTERNAL_ERROR);
+  NoteFiled(store, content, pairing, file);
+  return true;
+}
+
+bool Reconcile(CertStore& store, const StoreContent& content, const FileWitness& file) {
+  std::vector<ElementOwner> gone;  // freed without the lock, as those that had left before
+  RemovedElements removed;
+  const ImageContent& image = content.image();
+  const std::lock_guard guard(store.lock);
+  Pairing pairing(image.elements.size());
+  if (!PairSameObjects(store, image, pairing)) {
+    pairing.assign(image.elements.size(), nullptr);
     Difference difference;
     for (const ElementType type : kTypes) {
-      if (!Compare(store, type, content, difference)) return false;
+      if (!Compare(store, type, image, difference, pairing)) return false;
     }
     gone.reserve(difference.leaving.size());
     for (StoreElement* each : difference.leaving) gone.push_back(UnlinkElement(store, *each));
     for (ElementOwner& each : difference.coming) LinkElement(store, std::move(each));
   }
+  removed = std::exchange(store.removed, {});
+  NoteFiled(store, content, pairing, file);
   store.dirty = false;
   return true;
 }

@@ -16,7 +16,9 @@
 #include "platform/limits.h"
 #include "platform/text_conversion.h"
 #include "store/file_lock.h"
+#include "store/file_witness.h"
 #include "store/journal.h"
+#include "store/persistent_commit.h"
 #include "store/persistent_content.h"
 #include "store/serialized_image.h"
 #include "store/store_file.h"
@@ -37,15 +39,28 @@ bool IsRegularOrMissing(const std::string& path) {
   return ::stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode) || Fault(ERROR_OPEN_FAILED);
 }
 
+// Who only reads makes no file.
+FileStream OpenToRead(const std::string& path, DWORD flags) {
+  FileStream stream = OpenStoreFile(path.c_str(), kReadAccess, Creation::Existing);
+  if (!stream || !(flags & CERT_STORE_CREATE_NEW_FLAG)) return stream;
+  SetLastError(ERROR_FILE_EXISTS);
+  return {};
+}
+
 // A file that can't be written is opened read-only, and the flags say so.
 FileStream OpenForFlags(const std::string& path, std::atomic<DWORD>& flags) {
   if (!IsRegularOrMissing(path)) return {};
-  if (!(flags & CERT_STORE_READONLY_FLAG)) {
-    FileStream stream = OpenStoreFile(path.c_str(), kReadAccess | kWriteAccess, CreationOf(flags));
-    if (stream) return stream;
-    flags |= CERT_STORE_READONLY_FLAG;
-  }
+  if (flags & CERT_STORE_READONLY_FLAG) return OpenToRead(path, flags);
+  FileStream stream = OpenStoreFile(path.c_str(), kReadAccess | kWriteAccess, CreationOf(flags));
+  if (stream) return stream;
+  flags |= CERT_STORE_READONLY_FLAG;
   return OpenStoreFile(path.c_str(), kReadAccess, CreationOf(flags));
+}
+
+// After an open that failed: whether the store is empty then, and without a file.
+bool DoesWithoutFile(DWORD flags) {
+  return (flags & CERT_STORE_READONLY_FLAG) && !(flags & CERT_STORE_OPEN_EXISTING_FLAG)
+      && GetLastError() == ERROR_FILE_NOT_FOUND;
 }
 
 // The open of a store is its end here: it was asked for to be removed.
@@ -57,6 +72,7 @@ void RemoveStoreFile(const std::string& path) {
     removed = ::unlink(path.c_str()) == 0;
   }
   journal.drop();
+  journal.dropUnfinished();
   SetLastError(removed ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND);
 }
 
@@ -80,40 +96,46 @@ int64_t ResyncPeriod() {
   return kPeriod;
 }
 
-bool Before(const timespec& a, const timespec& b) {
-  return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
-}
-
 timespec Later(const timespec& time, int64_t microseconds) {
   const int64_t nanoseconds = time.tv_nsec + microseconds % 1'000'000 * 1000;
   return {time.tv_sec + microseconds / 1'000'000 + nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
 }
 
-// A change within the period might have left the same time on the file.
-bool IsSurelyUnchanged(CertStore& store, const timespec& fileTime) {
+// A change within the period might have left the same time on the file. Before the site relies on it at all, the default
+// period keeps this answer out.
+bool IsUnchangedByPeriod(CertStore& store, const timespec& fileTime) {
   if (store.dirty || ResyncPeriod() >= kDefaultResyncPeriod) return false;
   const std::lock_guard guard(store.lock);
-  return !Before(fileTime, store.fileTime) && !Before(store.fileTime, fileTime)
-      && Before(Later(fileTime, ResyncPeriod()), store.lastSync);
+  return IsSameTime(fileTime, store.read.modified)
+      && IsEarlier(Later(fileTime, ResyncPeriod()), store.lastSync);
 }
 
-void NoteTimes(CertStore& store, const timespec& lastSync, const timespec& fileTime) {
+void NoteReading(CertStore& store, const timespec& lastSync, const FileWitness& read) {
   const std::lock_guard guard(store.lock);
   store.lastSync = lastSync;
-  store.fileTime = fileTime;
+  store.read = read;
+}
+
+// Nothing to take over, and nothing of the store's own to drop.
+bool IsProvenUnchanged(CertStore& store, const timespec& now) {
+  FileWitness read;
+  {
+    const std::lock_guard guard(store.lock);
+    read = store.read;
+  }
+  if (store.dirty || !IsSurelyUnchanged(store.path, read)) return false;
+  const std::lock_guard guard(store.lock);
+  if (store.read.isSameAs(read)) store.lastSync = now;
+  return true;
 }
 
 // --- loading ---
 
-bool LoadBytes(CertStore& store, std::vector<BYTE> bytes) {
-  StoreContent content;
-  return content.take(std::move(bytes)) && LinkImage(content.image(), store);
-}
-
-bool LoadOpened(CertStore& store, std::FILE* stream, std::vector<BYTE> recovered) {
+bool LoadOpened(CertStore& store, std::FILE* stream, std::vector<BYTE> bytes, const FileWitness& read) {
   if (store.has(CERT_STORE_CREATE_NEW_FLAG)) return true;
-  if (recovered.empty() && !ReadWholeFile(stream, recovered)) return false;
-  return LoadBytes(store, std::move(recovered));
+  if (bytes.empty() && !ReadWholeFile(stream, bytes)) return false;
+  StoreContent content;
+  return content.take(std::move(bytes)) && LinkContent(store, content, read);
 }
 
 // The store's path is known. The named lock goes by the path as it was given, all else by where it leads from now on.
@@ -132,14 +154,22 @@ bool LoadFromPath(CertStore& store) {
     return true;
   }
   std::vector<BYTE> recovered;
-  if (!RecoverStoreFile(store.path, recovered)) return false;
+  if (!RecoverStoreFile(store.path, fileLock, recovered)) return false;
+  const DWORD asked = store.flags;
+  const DWORD lastError = GetLastError();
   FileStream stream = OpenForFlags(store.path, store.flags);
+  if (!stream && DoesWithoutFile(asked)) {
+    SetLastError(lastError);
+    return true;
+  }
   if (!stream) return false;
   fileLock.follow(store.path, stream.get());
-  timespec now, fileTime;
-  if (!Now(now) || !FileModificationTime(stream.get(), fileTime)) return false;
-  NoteTimes(store, now, fileTime);
-  if (!LoadOpened(store, stream.get(), std::move(recovered))) return false;
+  timespec now;
+  if (!Now(now)) return false;
+  FileWitness read = WitnessOf(stream.get());
+  if (!recovered.empty()) read.settled = false;  // the file itself holds something else
+  NoteReading(store, now, read);
+  if (!LoadOpened(store, stream.get(), std::move(recovered), read)) return false;
   store.file = stream.release();
   return true;
 }
@@ -148,40 +178,44 @@ bool FlagsContradict(const CertStore& store) {
   return store.has(CERT_STORE_READONLY_FLAG) && store.has(CERT_FILE_STORE_COMMIT_ENABLE_FLAG);
 }
 
-bool Commit(CertStore& store) {
-  if (store.has(CERT_STORE_READONLY_FLAG) || !store.dirty) return true;
-  const std::lock_guard inTurn(store.writing);
+// Without a path there is neither a lock nor anybody else.
+bool CommitToStream(CertStore& store) {
+  const uint64_t upTo = store.dirty.now();
   ImageBytes image(ImageBytes::Mode::Keep);
   if (!SerializeStore(store, ImageUse::Commit, image)) return false;
   if (image.size > kMaxStoreFile) return Fault(ERROR_NOT_ENOUGH_MEMORY);  // nobody could read it
-  StoreFileLock lock;
-  if (!lock.take(store.fileMutex, ERROR_LOCK_FAILED)) return false;
-  if (store.path.empty()) return RewriteFile(store.file, image.bytes);
-  FileLock fileLock;
-  fileLock.take(store.path);
-  return CommitStoreFile(store.path, store.file, image.bytes);
+  if (!RewriteFile(store.file, image.bytes)) return false;
+  store.dirty.writtenUpTo(upTo);
+  return true;
 }
 
-// What the file of the store's path holds by now, and since when.
-FileStream ReopenAndRead(CertStore& store, std::atomic<DWORD>& flags, std::vector<BYTE>& bytes,
-                         timespec& fileTime) {
-  StoreFileLock lock;
-  if (!lock.take(store.fileMutex, NTE_PROVIDER_DLL_FAIL)) return {};
-  FileLock fileLock;
-  fileLock.take(store.path);
-  if (!RecoverStoreFile(store.path, bytes)) return {};
-  FileStream stream = OpenForFlags(store.path, flags);
-  if (!stream) return {};
-  fileLock.follow(store.path, stream.get());
-  if (!FileModificationTime(stream.get(), fileTime)) return {};
-  if (bytes.empty() && !ReadWholeFile(stream.get(), bytes)) return {};
-  return stream;
+bool Commit(CertStore& store) {
+  if (store.has(CERT_STORE_READONLY_FLAG) || !store.dirty) return true;
+  const std::lock_guard inTurn(store.writing);
+  return store.path.empty() ? CommitToStream(store) : CommitToPath(store);
 }
 
-// Another file has come in the place of the store's: a commit to the old one would be lost.
-void GoOverTo(CertStore& store, FileStream stream, DWORD flags) {
-  store.flags |= flags & CERT_STORE_READONLY_FLAG;
-  const FileStream old(store.file.exchange(stream.release()));
+// What the file of the store's path holds by now, and what it was when that was read. Whoever only reads finds nothing where
+// the file has gone.
+struct Reading {
+  FileStream stream;  // empty: there is no file
+  std::vector<BYTE> bytes;
+  FileWitness file;
+};
+
+bool ReadAgain(const CertStore& store, std::atomic<DWORD>& flags, Reading& reading) {
+  StoreFileLock lock;
+  if (!lock.take(store.fileMutex, NTE_PROVIDER_DLL_FAIL)) return false;
+  FileLock fileLock;
+  fileLock.take(store.path);
+  if (!RecoverStoreFile(store.path, fileLock, reading.bytes)) return false;
+  reading.stream = OpenForFlags(store.path, flags);
+  if (!reading.stream) return DoesWithoutFile(flags);
+  fileLock.follow(store.path, reading.stream.get());
+  reading.file = WitnessOf(reading.stream.get());
+  if (reading.bytes.empty()) return ReadWholeFile(fileno(reading.stream.get()), reading.bytes);
+  reading.file.settled = false;  // the file itself holds something else
+  return true;
 }
 
 bool NothingToCommit(CommitTime time) {
@@ -229,7 +263,7 @@ bool LoadStreamStore(CertStore& store, const void* parameter) {
   if (FlagsContradict(store)) return Fault(E_INVALIDARG);
   if (store.has(CERT_STORE_DELETE_FLAG)) return true;  // there is no file that could be removed
   auto* const stream = static_cast<std::FILE*>(const_cast<void*>(parameter));
-  if (!LoadOpened(store, stream, {})) return false;
+  if (!LoadOpened(store, stream, {}, {})) return false;
   store.file = stream;
   return true;
 }
@@ -261,26 +295,37 @@ bool CommitSystemStore(CertStore& store, CommitTime time) {
 }
 
 bool ResyncSystemStore(CertStore& store) {
-  const std::lock_guard inTurn(store.writing);
-  if (!store.file) return Fault(ERROR_INTERNAL_ERROR);
   timespec now, fileTime;
-  if (!Now(now) || !FileModificationTime(store.file, fileTime)) return false;
-  if (IsSurelyUnchanged(store, fileTime) && LeadsTo(store.path, store.file)) return true;
+  if (!store.file) return Fault(ERROR_INTERNAL_ERROR);
+  if (!Now(now)) return false;
+  if (IsProvenUnchanged(store, now)) return true;  // whoever commits meanwhile is not waited for
+  const std::lock_guard inTurn(store.writing);
+  if (!FileModificationTime(store.file, fileTime)) return false;
+  if (IsUnchangedByPeriod(store, fileTime) && LeadsTo(store.path, store.file)) return true;
   std::atomic<DWORD> flags = store.flags & ~CERT_STORE_CREATE_NEW_FLAG;
-  std::vector<BYTE> bytes;
-  FileStream stream = ReopenAndRead(store, flags, bytes, fileTime);
+  Reading reading;
   StoreContent content;
-  if (!stream || !content.take(std::move(bytes)) || !Reconcile(store, content.image())) return false;
-  if (!IsSameFile(stream.get(), store.file)) GoOverTo(store, std::move(stream), flags);
-  NoteTimes(store, now, fileTime);
+  if (!ReadAgain(store, flags, reading) || !content.take(std::move(reading.bytes))
+      || !Reconcile(store, content, reading.file)) {
+    return false;
+  }
+  if (reading.stream && !IsSameFile(reading.stream.get(), store.file)) {
+    store.flags |= flags & CERT_STORE_READONLY_FLAG;
+    GoOverTo(store, std::move(reading.stream));
+  }
+  NoteReading(store, now, reading.file);
   return true;
 }
 
 void ReleaseStoreFile(CertStore& store) noexcept {
+  RemovedElements removed;
+  const std::lock_guard inTurn(store.writing);
   const FileStream stream(store.file.exchange(nullptr));
   if (ubi_mutex* const mutex = std::exchange(store.fileMutex, nullptr)) {
     static_cast<void>(ubi_mutex_close(mutex));
   }
+  const std::lock_guard guard(store.lock);
+  removed = std::exchange(store.removed, {});
 }
 
 StoreHandle OpenByNarrowText(const OpenRequest& request) {

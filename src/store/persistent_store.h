@@ -19,8 +19,8 @@ namespace certkern {
 [[nodiscard]] bool CommitFileStore(CertStore& store, CommitTime time);
 [[nodiscard]] bool CommitSystemStore(CertStore& store, CommitTime time);
 
-// Takes over what the file holds by now, and drops what was never committed. When nothing has changed that costs one
-// reading of the file and a comparison; no element is made.
+// Takes over what the file holds by now, and drops what was never committed. A file that is provably the one that was read
+// is left alone; another reading that finds the same costs a comparison, and no element is made.
 [[nodiscard]] bool ResyncSystemStore(CertStore& store);
 
 void ReleaseStoreFile(CertStore& store) noexcept;

@@ -14,7 +14,7 @@
 namespace certkern {
 namespace {
 
-constexpr size_t kRecordHeader = 12;
+constexpr size_t kRecordHeader = kImageEnd.size();
 constexpr DWORD kFirstObject = 32, kLastObject = 63;
 constexpr DWORD kPropertyAmongObjects = 35;
 
@@ -36,12 +36,6 @@ bool Grow(ImageBytes& image, uint64_t more) {
   return true;
 }
 
-bool PutBytes(ImageBytes& image, std::span<const BYTE> bytes) {
-  if (!Grow(image, bytes.size())) return false;
-  if (image.mode == ImageBytes::Mode::Keep) image.bytes.insert(image.bytes.end(), bytes.begin(), bytes.end());
-  return true;
-}
-
 bool PutRecord(ImageBytes& image, DWORD id, std::span<const BYTE> body) {
   if (!Grow(image, kRecordHeader)) return false;
   if (image.mode == ImageBytes::Mode::Keep) {
@@ -49,7 +43,7 @@ bool PutRecord(ImageBytes& image, DWORD id, std::span<const BYTE> body) {
     PutWord(image.bytes, X509_ASN_ENCODING);
     PutWord(image.bytes, static_cast<DWORD>(body.size()));
   }
-  return PutBytes(image, body);
+  return PutImageBytes(image, body);
 }
 
 bool IsLeftOut(const CertStore& store, StoreElement& element, ImageUse use) {
@@ -65,6 +59,11 @@ bool VisitList(CertStore& store, ElementType type, ImageUse use, const ElementVi
     if (!IsLeftOut(store, *each, use) && !visit(*each)) return false;
   }
   return true;
+}
+
+// Offsets in an image are those of the interface: Grow sees to it.
+FilePlace PlaceOf(uint64_t start, uint64_t object, uint64_t end) {
+  return {static_cast<DWORD>(start), static_cast<DWORD>(object), static_cast<DWORD>(end), 0};
 }
 
 // --- reading ---
@@ -99,12 +98,21 @@ Step Fail(DWORD code) {
   return Step::Failed;
 }
 
-Step TakeElement(std::span<const BYTE>& rest, ImageContent& content) {
+// Images are files of at most kMaxStoreFile, or blobs whose size is a DWORD.
+DWORD Offset(std::span<const BYTE> whole, std::span<const BYTE> rest) {
+  return static_cast<DWORD>(whole.size() - rest.size());
+}
+
+Step TakeElement(std::span<const BYTE> whole, std::span<const BYTE>& rest, ImageContent& content) {
   const size_t first = content.properties.size();
   Record record{};
-  while (TakeRecord(rest, record)) {
+  FilePlace place{Offset(whole, rest), 0, 0, 0};
+  while (place.object = Offset(whole, rest), TakeRecord(rest, record)) {
     const size_t pending = content.properties.size() - first;
-    if (record.id == 0) return pending ? Fail(CRYPT_E_FILE_ERROR) : Step::End;
+    if (record.id == 0) {
+      content.end = place.object;
+      return pending ? Fail(CRYPT_E_FILE_ERROR) : Step::End;
+    }
     if (!IsObject(record.id)) {
       if (pending == kMaxElementProperties) return Fail(CRYPT_E_FILE_ERROR);
       content.properties.push_back({record.id, record.body});
@@ -112,10 +120,12 @@ Step TakeElement(std::span<const BYTE>& rest, ImageContent& content) {
     }
     const auto type = static_cast<ElementType>(record.id);
     if (type == ElementType::Certificate || type == ElementType::Crl) {
-      content.elements.push_back({type, record.body, first, pending});
+      place.end = Offset(whole, rest);
+      content.elements.push_back({type, record.body, first, pending, place});
       return Step::Element;
     }
     content.properties.resize(first);  // an object of a kind that stores don't keep
+    place.start = Offset(whole, rest);
   }
   return Step::Failed;
 }
@@ -135,12 +145,39 @@ std::vector<const ImageProperty*> WithoutReplaced(std::span<const ImageProperty>
 
 }  // namespace
 
-bool SerializeElement(const StoreElement& element, ImageBytes& image) {
+bool PutImageBytes(ImageBytes& image, std::span<const BYTE> bytes) {
+  if (!Grow(image, bytes.size())) return false;
+  if (image.mode == ImageBytes::Mode::Keep) image.bytes.insert(image.bytes.end(), bytes.begin(), bytes.end());
+  return true;
+}
+
+bool SerializeProperties(const StoreElement& element, ImageBytes& image) {
   const PropertyLock guard(element.properties->lock);
   for (const PropertyItem* item = element.properties->items.first(); item; item = item->next) {
     if (IsWritable(item->id) && !PutRecord(image, item->id, item->bytes())) return false;
   }
-  return PutRecord(image, static_cast<DWORD>(element.type), element.encoded());
+  return true;
+}
+
+bool SerializeElement(const StoreElement& element, ImageBytes& image, FilePlace* place) {
+  const uint64_t start = image.size;
+  if (!SerializeProperties(element, image)) return false;
+  const uint64_t object = image.size;
+  if (!PutRecord(image, static_cast<DWORD>(element.type), element.encoded())) return false;
+  if (place) *place = PlaceOf(start, object, image.size);
+  return true;
+}
+
+bool PutImageElement(const ImageContent& content, const ImageElement& element, ImageBytes& image,
+                     FilePlace& place) {
+  const uint64_t start = image.size;
+  for (const ImageProperty* each : WithoutReplaced(content.propertiesOf(element))) {
+    if (IsWritable(each->id) && !PutRecord(image, each->id, each->value)) return false;
+  }
+  const uint64_t object = image.size;
+  if (!PutRecord(image, static_cast<DWORD>(element.type), element.encoded)) return false;
+  place = PlaceOf(start, object, image.size);
+  return true;
 }
 
 bool VisitElements(CertStore& store, ImageUse use, const ElementVisitor& visit) {
@@ -154,12 +191,11 @@ bool VisitElements(CertStore& store, ImageUse use, const ElementVisitor& visit) 
 }
 
 bool SerializeStore(CertStore& store, ImageUse use, ImageBytes& image) {
-  if (!PutBytes(image, kImageMagic)) return false;
+  if (!PutImageBytes(image, kImageMagic)) return false;
   if (!VisitElements(store, use, [&](const StoreElement& each) { return SerializeElement(each, image); })) {
     return false;
   }
-  constexpr std::array<BYTE, kRecordHeader> kEnd{};
-  return PutBytes(image, kEnd);
+  return PutImageBytes(image, kImageEnd);
 }
 
 bool HasImageMagic(std::span<const BYTE> bytes) {
@@ -172,14 +208,14 @@ bool ReadImage(std::span<const BYTE> bytes, ImageContent& content) {
   if (!HasImageMagic(bytes)) return Fault(CRYPT_E_FILE_ERROR);
   std::span<const BYTE> rest = bytes.subspan(kImageMagic.size());
   Step step;
-  do step = TakeElement(rest, content);
+  do step = TakeElement(bytes, rest, content);
   while (step == Step::Element);
   return step == Step::End;
 }
 
 bool ReadImageElement(std::span<const BYTE> bytes, ImageContent& content) {
   std::span<const BYTE> rest = bytes;
-  const Step step = TakeElement(rest, content);
+  const Step step = TakeElement(bytes, rest, content);
   if (step == Step::End) return Fault(CRYPT_E_FILE_ERROR);
   return step == Step::Element;
 }

@@ -21,6 +21,11 @@
 namespace certkern {
 
 inline constexpr std::array<BYTE, 8> kImageMagic = {0, 0, 0, 0, 'C', 'E', 'R', 'T'};
+// Twelve bytes of zero, as long as the head of a record.
+inline constexpr std::array<BYTE, 12> kImageEnd{};
+// Put in the place of an element's identifier it takes the element out, properties included: readers skip objects of a kind
+// that they don't keep.
+inline constexpr DWORD kDeadObject = 63;
 
 // --- writing ---
 
@@ -46,8 +51,12 @@ using ElementVisitor = std::function<bool(const StoreElement& element)>;
 // What is visited, with properties. False with ERROR_NOT_ENOUGH_MEMORY when the whole would be larger than the interface
 // can tell.
 [[nodiscard]] bool SerializeStore(CertStore& store, ImageUse use, ImageBytes& image);
-// One object with its properties. The same failure.
-[[nodiscard]] bool SerializeElement(const StoreElement& element, ImageBytes& image);
+// One object with its properties, and where it has come to stand. The same failure.
+[[nodiscard]] bool SerializeElement(const StoreElement& element, ImageBytes& image,
+                                    FilePlace* place = nullptr);
+// The properties alone.
+[[nodiscard]] bool SerializeProperties(const StoreElement& element, ImageBytes& image);
+[[nodiscard]] bool PutImageBytes(ImageBytes& image, std::span<const BYTE> bytes);
 
 // --- reading; all of it points into the bytes that were read ---
 
@@ -60,11 +69,13 @@ struct ImageElement {
   std::span<const BYTE> encoded;
   size_t firstProperty;
   size_t propertyCount;
+  FilePlace place{};  // in an image; its layout is left out
 };
 struct ImageContent {
   std::vector<ImageElement> elements;
   std::vector<ImageProperty>
       properties;  // in the order of the bytes; of two with one identifier the later counts
+  size_t end = 0;  // offset of an image's end marker
 
   std::span<const ImageProperty> propertiesOf(const ImageElement& element) const {
     return std::span(properties).subspan(element.firstProperty, element.propertyCount);
@@ -78,6 +89,10 @@ bool HasImageMagic(std::span<const BYTE> bytes);
 [[nodiscard]] bool ReadImage(std::span<const BYTE> bytes, ImageContent& content);
 // The first element of bytes without header. An end marker in its place is CRYPT_E_FILE_ERROR.
 [[nodiscard]] bool ReadImageElement(std::span<const BYTE> bytes, ImageContent& content);
+
+// Writes an element that was read once more, as a store would that has read it.
+[[nodiscard]] bool PutImageElement(const ImageContent& content, const ImageElement& element,
+                                   ImageBytes& image, FilePlace& place);
 
 // An element that was read, made for a store but not in its list. Empty with ERROR_NOT_ENOUGH_MEMORY.
 ElementOwner MakeImageElement(const ImageContent& content, const ImageElement& element, CertStore& store);

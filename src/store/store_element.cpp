@@ -25,6 +25,12 @@ void ReleaseElement(StoreElement* element) noexcept {
   std::free(element);
 }
 
+ElementOwner ShareElement(StoreElement& element) noexcept {
+  const std::lock_guard guard(element.lock);
+  ++element.refs;
+  return ElementOwner(&element);
+}
+
 ElementOwner NewElement(ElementType type, DWORD encoding, std::span<const BYTE> encoded, CertStore* store,
                         PropertyBlockOwner properties) {
   if (!properties) properties = NewPropertyBlock();

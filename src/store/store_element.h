@@ -33,6 +33,14 @@ enum class ElementType : DWORD { Certificate = 32, Crl = 33 };
 // What follows from an element's bytes alone and is dear to find out. Never changes, so it may outlive the element.
 using ElementFacts = std::shared_ptr<const void>;
 
+// Where an element stands in its store's file. Offsets are good for one layout of the file only.
+struct FilePlace {
+  DWORD start = 0;      // of its first record
+  DWORD object = 0;     // of the object's record, behind those of the properties
+  DWORD end = 0;        // behind that
+  uint32_t layout = 0;  // FileLayout.number; 0: the place isn't known
+};
+
 struct StoreElement {
   std::mutex lock;             // guards refs, context, detached
   CertStore* store = nullptr;  // set before the element can be seen, and never again; null: stands for itself
@@ -44,6 +52,10 @@ struct StoreElement {
   bool linked = false;                  // in its store's list
   bool detached = false;                // the store's contents are gone: the element has no store any more
   bool isLink = false;                  // the properties are another element's
+  bool isFiled = false;  // stood in the file when that was last read or written; under the store's lock
+  FilePlace place;       // under the store's lock
+  StoreElement* nextRemoved = nullptr;         // see RemovedElements
+  std::atomic<bool> propertiesChanged{false};  // since the file was last written
   const ElementType type;
   const DWORD encoding;  // what contexts report
   uint32_t refs = 1;
@@ -71,6 +83,9 @@ inline StoreElement& ElementOfBytes(const BYTE* encoded) {
 // Gives one reference back; the last frees the element.
 void ReleaseElement(StoreElement* element) noexcept;
 using ElementOwner = Owner<StoreElement*, ReleaseElement>;
+
+// One more reference.
+ElementOwner ShareElement(StoreElement& element) noexcept;
 
 // Makes an element with one reference, which its owner gives to a list or drops once a context holds the element.
 // The bytes are copied, not looked at; properties are handed over (empty: a block of its own without items). Empty with

@@ -29,10 +29,42 @@ class StreamLock {
   std::FILE* const stream_;
 };
 
-// Special files can't be synced, and need not be.
-bool SyncFile(std::FILE* stream) {
-  return ::fsync(fileno(stream)) == 0 || errno == EINVAL || Fault(ERROR_WRITE_FAULT);
+// Without a journal, where none may be made. One that stands there, from somebody who could, would undo it later.
+Committed ChangeUnsafely(StoreJournal& journal, std::FILE* stream, const FileChange& change) {
+  KeptChange standing;
+  if (journal.read(standing) != StoreJournal::Kept::None) {
+    SetLastError(ERROR_ACCESS_DENIED);
+    return Committed::No;
+  }
+  const int descriptor = fileno(stream);
+  // cut first: whoever reads it half written misses the end marker, and never takes a mixture for a store
+  if (change.isWhole() && ::ftruncate(descriptor, 0) != 0) {
+    SetLastError(ERROR_SEEK_ON_DEVICE);
+    return Committed::No;
+  }
+  return MakeDurably(descriptor, change) ? Committed::Yes : Committed::No;
 }
+
+// Room that was made sure of for nothing: a full disk needs it. To cut a file at its end frees what lies behind.
+void GiveBackReserved(int descriptor) {
+  const LastErrorKeeper keeper;
+  struct stat status;
+  if (::fstat(descriptor, &status) == 0) static_cast<void>(!::ftruncate(descriptor, status.st_size));
+}
+
+// What the file is to hold once a change is made that isn't ours to make.
+bool ReadChanged(const std::string& path, KeptChange& kept, std::vector<BYTE>& image) {
+  if (kept.change.isWhole()) {
+    image = std::move(kept.bytes);
+    return true;
+  }
+  const FileStream stream = OpenStoreFile(path.c_str(), kReadAccess, Creation::Existing);
+  if (!stream || !ReadWholeFile(fileno(stream.get()), image)) return false;
+  MakeInMemory(image, kept.change);
+  return true;
+}
+
+}  // namespace
 
 // One that merely can't be looked at, after the program has given up rights, is not gone.
 bool DirectoryIsGone(const std::string& path) {
@@ -41,15 +73,6 @@ bool DirectoryIsGone(const std::string& path) {
   return slash != std::string::npos && slash != 0 && ::stat(path.substr(0, slash).c_str(), &status) != 0
       && (errno == ENOENT || errno == ENOTDIR);
 }
-
-// Without a journal, where none may be made. One that stands there, from somebody who could, would undo it later.
-bool RewriteUnsafely(StoreJournal& journal, std::FILE* stream, std::span<const BYTE> image) {
-  std::vector<BYTE> standing;
-  if (journal.read(standing) != StoreJournal::Kept::None) return Fault(ERROR_ACCESS_DENIED);
-  return RewriteFile(stream, image);
-}
-
-}  // namespace
 
 bool LeadsTo(const std::string& path, std::FILE* stream) {
   struct stat byPath, byStream;
@@ -101,49 +124,70 @@ bool RewriteFile(std::FILE* stream, std::span<const BYTE> image) {
       && FlushFile(stream);
 }
 
-bool RewriteFileDurably(std::FILE* stream, std::span<const BYTE> image) {
-  return SeekFile(stream, 0, SEEK_SET) && WriteFile(stream, image) && FlushFile(stream)
-      && TruncateFile(stream) && SyncFile(stream);
+bool ReadWholeFile(int descriptor, std::vector<BYTE>& bytes) {
+  struct stat status;
+  if (::fstat(descriptor, &status) != 0) return Fault(ERROR_SEEK_ON_DEVICE);
+  if (static_cast<uint64_t>(status.st_size) > kMaxStoreFile) return Fault(CRYPT_E_FILE_ERROR);
+  bytes.resize(static_cast<size_t>(status.st_size));
+  size_t count = 0;
+  while (count < bytes.size()) {
+    const ssize_t read =
+        ::pread(descriptor, bytes.data() + count, bytes.size() - count, static_cast<off_t>(count));
+    if (read < 0 && errno == EINTR) continue;
+    if (read < 0) return Fault(ERROR_INTERNAL_ERROR);
+    if (read == 0) break;  // it was cut meanwhile
+    count += static_cast<size_t>(read);
+  }
+  bytes.resize(count);
+  return true;
 }
 
-bool ReserveFile(std::FILE* stream, size_t size) {
-  if (size == 0 || ::fallocate(fileno(stream), FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(size)) == 0) {
+bool ReserveFile(int descriptor, uint64_t size) {
+  if (size == 0 || ::fallocate(descriptor, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(size)) == 0) {
     return true;
   }
   // any other errno: a file system that can't tell in advance
   return (errno != ENOSPC && errno != EDQUOT && errno != EFBIG) || Fault(ERROR_WRITE_FAULT);
 }
 
-bool RecoverStoreFile(const std::string& path, std::vector<BYTE>& image) {
-  StoreJournal journal(path);
-  const StoreJournal::Kept kept = journal.read(image);
-  if (kept != StoreJournal::Kept::Whole) return kept == StoreJournal::Kept::None;
-  const LastErrorKeeper keeper;
-  const FileStream stream = OpenStoreFile(path.c_str(), kReadAccess | kWriteAccess, Creation::Existing);
-  if (!stream || !RewriteFileDurably(stream.get(), image)) return true;
-  journal.drop();
+bool RecoverStoreFile(const std::string& path, const FileLock& lock, std::vector<BYTE>& image) {
   image.clear();
-  return true;
+  StoreJournal journal(path);
+  if (lock.isExclusive()) journal.dropUnfinished();
+  KeptChange kept;
+  const StoreJournal::Kept found = journal.read(kept);
+  if (found != StoreJournal::Kept::Whole) return found == StoreJournal::Kept::None;
+  {
+    const LastErrorKeeper keeper;
+    const FileStream stream = OpenStoreFile(path.c_str(), kReadAccess | kWriteAccess, Creation::Existing);
+    if (stream && MakeDurably(fileno(stream.get()), kept.change)) {
+      journal.drop();
+      return true;
+    }
+  }
+  return ReadChanged(path, kept, image);
 }
 
-bool CommitStoreFile(const std::string& path, std::FILE* stream, std::span<const BYTE> image) {
-  if (DirectoryIsGone(path)) return Fault(ERROR_FILE_NOT_FOUND);
-  // a file that was replaced or removed under an open store is written where it is, and leaves the path alone
-  if (!LeadsTo(path, stream)) return RewriteFile(stream, image);
-  if (!ReserveFile(stream, image.size())) return false;
+Committed CommitStoreFile(const std::string& path, std::FILE* stream, const FileChange& change) {
+  const int descriptor = fileno(stream);
+  if (!ReserveFile(descriptor, change.newSize)) {
+    GiveBackReserved(descriptor);
+    return Committed::No;
+  }
   StoreJournal journal(path);
-  switch (journal.write(image)) {
+  switch (journal.write(change)) {
     case StoreJournal::Written::Safe:
       break;
     case StoreJournal::Written::NotAllowed:
-      return RewriteUnsafely(journal, stream, image);
+      return ChangeUnsafely(journal, stream, change);
     case StoreJournal::Written::Failed:
-      return false;
+      GiveBackReserved(descriptor);
+      return Committed::No;
   }
-  // on a failure from here on the journal stays, for the next open
-  if (!RewriteFileDurably(stream, image)) return false;
+  const LastErrorKeeper keeper;
+  if (!MakeDurably(descriptor, change)) return Committed::Standing;
   journal.drop();
-  return true;
+  return Committed::Yes;
 }
 
 }  // namespace certkern

@@ -11,6 +11,8 @@
 
 #include "platform/file.h"
 #include "platform/supkern.h"
+#include "store/file_change.h"
+#include "store/file_lock.h"
 
 namespace certkern {
 
@@ -36,27 +38,32 @@ class StoreFileLock {
 // never takes a mixture for a store.
 [[nodiscard]] bool RewriteFile(std::FILE* stream, std::span<const BYTE> image);
 
-// The same for a file whose journal stands: all of it is on the disk in the end. Blocks that ReserveFile has made sure
-// of are not given up on the way.
-[[nodiscard]] bool RewriteFileDurably(std::FILE* stream, std::span<const BYTE> image);
-// Makes sure of room for so many bytes, without a change to the file. Else ERROR_WRITE_FAULT.
-[[nodiscard]] bool ReserveFile(std::FILE* stream, size_t size);
+// The same past the stream's buffer, which may hold what others have changed since; the stream's position stays.
+[[nodiscard]] bool ReadWholeFile(int descriptor, std::vector<BYTE>& bytes);
+
+// Makes sure of room for so many bytes, without a change to the content. Else ERROR_WRITE_FAULT.
+[[nodiscard]] bool ReserveFile(int descriptor, uint64_t size);
 
 // The path from the root on, as long as that is not too long to be opened: a program may change its directory.
 std::string AbsolutePath(const std::string& path);
 bool LeadsTo(const std::string& path, std::FILE* stream);
 bool IsSameFile(std::FILE* a, std::FILE* b);
 
-// Finishes what a crash has left half done. Where that is not ours to write, `image` is what the file is to hold, and
-// is read in its place; else it is empty. Under the locks of the file. False with the code of StoreJournal::read: what
-// the file is to hold can't be told.
-[[nodiscard]] bool RecoverStoreFile(const std::string& path, std::vector<BYTE>& image);
+bool DirectoryIsGone(const std::string& path);
 
-// Puts an image into a file that is open as `stream` and was opened by that path, through the journal. Where no journal
-// is allowed beside the file, or the path leads elsewhere by now, it is rewritten without. False with ERROR_WRITE_FAULT,
-// ERROR_FILE_NOT_FOUND (the directory is gone), ERROR_ACCESS_DENIED (a journal stands that is not ours to replace), or
-// those of file.h; the old image or the journal is whole then. Under the locks of the file.
-[[nodiscard]] bool CommitStoreFile(const std::string& path, std::FILE* stream, std::span<const BYTE> image);
+// Finishes what a crash has left half done. Where that is not ours to write, `image` is what the file is to hold, and
+// is read in its place; else it is empty. Whoever has the file for himself also takes away what dead committers have
+// left. Under the locks of the file. False with the code of StoreJournal::read: what
+// the file is to hold can't be told.
+[[nodiscard]] bool RecoverStoreFile(const std::string& path, const FileLock& lock, std::vector<BYTE>& image);
+
+// Changes the file that is open as `stream` and that the path leads to, through the journal. Where no journal is allowed
+// beside the file, it is changed without. False with ERROR_WRITE_FAULT, ERROR_FILE_NOT_FOUND (the directory is gone) or
+// ERROR_ACCESS_DENIED (a journal stands that is not ours to replace): the file holds what it held then, unless there was no
+// journal. Once that is safe the commit is done, and Standing if it is left to the next open to finish. Under the locks
+// of the file.
+enum class Committed { No, Standing, Yes };
+[[nodiscard]] Committed CommitStoreFile(const std::string& path, std::FILE* stream, const FileChange& change);
 
 }  // namespace certkern
 

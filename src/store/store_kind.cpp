@@ -74,14 +74,6 @@ bool Resynchronise(CertStore& store) {
   return store.kind->resync ? store.kind->resync(store) : Fault(ERROR_CALL_NOT_IMPLEMENTED);
 }
 
-// One member that could be resynchronised is enough.
-bool ResynchroniseAny(CertStore& store) {
-  const StoreMembers members(store);
-  bool any = members.size() == 0;
-  for (size_t i = 0; i < members.size(); ++i) any = Resynchronise(members[i]) || any;
-  return any;
-}
-
 bool CommitAll(CertStore& store) {
   const StoreMembers members(store);
   bool all = true;
@@ -132,10 +124,18 @@ StoreHandle OpenPlainStore(const OpenRequest& request) {
 
 StoreHandle OpenMemoryStore(DWORD flags) { return OpenPlainStore({kMemory, 0, 0, flags, nullptr}); }
 
+// One member that could be resynchronised is enough.
+bool ResyncStore(CertStore& store) {
+  const StoreMembers members(store);
+  bool any = members.size() == 0;
+  for (size_t i = 0; i < members.size(); ++i) any = Resynchronise(members[i]) || any;
+  return any;
+}
+
 bool ControlStore(CertStore& store, DWORD flags, DWORD control, const void* parameter) {
   switch (control) {
     case CERT_STORE_CTRL_RESYNC:
-      return ResynchroniseAny(store);
+      return ResyncStore(store);
     case CERT_STORE_CTRL_COMMIT:
       if (flags || parameter) return Fault(ERROR_INVALID_PARAMETER);
       return CommitAll(store);

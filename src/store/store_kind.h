@@ -68,6 +68,11 @@ StoreHandle OpenPlainStore(const OpenRequest& request);
 // An empty memory store, for work inside the library.
 StoreHandle OpenMemoryStore(DWORD flags);
 
+// What CERT_STORE_CTRL_RESYNC does: the store, or each member of a collection, takes over what its file holds by now. True
+// when any could, or there is no member; else false with a code, ERROR_CALL_NOT_IMPLEMENTED for kinds without a file of
+// their own. A file that is provably unchanged costs three system calls, and is neither locked nor read.
+bool ResyncStore(CertStore& store);
+
 // CertControlStore, on each member.
 bool ControlStore(CertStore& store, DWORD flags, DWORD control, const void* parameter);
 

@@ -190,6 +190,7 @@ ElementOwner UnlinkElement(CertStore& store, StoreElement& element) noexcept {
   element.next = nullptr;
   element.linked = false;
   --list.size;
+  if (element.isFiled && store.file) store.removed.push(element);
   return ElementOwner(&element);
 }
 

@@ -25,6 +25,7 @@
 #include "oid/provider_search.h"
 #include "platform/owner.h"
 #include "platform/supkern.h"
+#include "store/store_changes.h"
 #include "store/store_element.h"
 
 namespace certkern {
@@ -69,7 +70,9 @@ struct CertStore {
   std::atomic<DWORD> flags{
       0};  // those of the open; a file that can't be written adds CERT_STORE_READONLY_FLAG
   DWORD encoding = 0;
-  std::atomic<bool> dirty{false};
+  ChangeCount dirty;  // whether anything was changed that is not in the file
+  std::atomic<bool> propertiesChanged{
+      false};  // of some element; set behind the element's own and before `dirty`
   std::atomic<bool> autoResync{false};
   std::atomic<uint32_t> handles{1};
   std::atomic<uint32_t> records{1};
@@ -90,8 +93,10 @@ struct CertStore {
   std::string path;                  // of a store that was opened by path or name
   std::atomic<FILE*> file{nullptr};  // closed with the contents; exchanged under `writing`
   ubi_mutex* fileMutex = nullptr;
-  timespec lastSync{};  // when it was last read or reconciled; under lock, as the one that follows
-  timespec fileTime{};  // of the file, at that time
+  timespec lastSync{};      // when it was last read or reconciled; under lock, as the one that follows
+  FileWitness read;         // the file, at that time
+  FileLayout layout;        // as of the last reading or writing; under lock
+  RemovedElements removed;  // those that the file still holds; under lock
   // From the making of an image until it is in the file: an older one is never written last. And while the store is
   // resynchronised.
   std::mutex writing;

@@ -276,7 +276,7 @@ TEST_F(SystemStore, ResyncTakesOverWhatIsInTheFile) {
   const StoreHandle mine = open(L"shared");
   for (const DWORD serial : {1u, 2u, 3u, 3u}) add(mine, serial);
   ASSERT_TRUE(commit(mine));
-  EXPECT_TRUE(mine->dirty);
+  EXPECT_FALSE(mine->dirty);
   const StoreElement* const kept = mine->certificates.newest;
   ASSERT_TRUE(resync(mine));
   EXPECT_FALSE(mine->dirty);

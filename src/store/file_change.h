@@ -1,0 +1,44 @@
+// What a commit does to a store file: a whole new content, or pieces of one. Either can be done again after a crash, as
+// often as it takes, with the same result.
+#ifndef CERTKERN_STORE_FILE_CHANGE_H
+#define CERTKERN_STORE_FILE_CHANGE_H
+
+#include <certkern/types.h>
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace certkern {
+
+struct FilePiece {
+  uint64_t offset;
+  std::span<const BYTE> bytes;
+};
+
+// Borrows the bytes.
+struct FileChange {
+  std::vector<FilePiece> pieces;  // none reaches beyond newSize
+  uint64_t newSize = 0;
+  // What pieces are for: a file of this number, and between these two sizes while the change is half done. 0: any file, the
+  // pieces are all of it.
+  uint64_t inode = 0;
+  uint64_t oldSize = 0;
+
+  static FileChange Whole(std::span<const BYTE> image);
+  bool isWhole() const { return inode == 0; }
+  bool isFor(const struct stat& file) const;
+  uint64_t bytes() const;
+};
+
+// All of it is on the disk in the end. Blocks that ReserveFile has made sure of are not given up on the way. Else
+// ERROR_WRITE_FAULT.
+[[nodiscard]] bool MakeDurably(int descriptor, const FileChange& change);
+// The same with what was read of the file.
+void MakeInMemory(std::vector<BYTE>& content, const FileChange& change);
+
+}  // namespace certkern
+
+#endif
