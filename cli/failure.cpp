@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 
@@ -58,6 +59,12 @@ std::string ReasonOf(DWORD code) {
 
 void ThrowCode(std::string_view what, DWORD code) {
   throw Failure(fmt::format("{}: {}", what, ReasonOf(code)));
+}
+
+void Complain(std::string_view text) noexcept {
+  static_cast<void>(std::fputs("certkern: ", stderr));
+  static_cast<void>(std::fwrite(text.data(), 1, text.size(), stderr));
+  static_cast<void>(std::fputc('\n', stderr));
 }
 
 void ThrowLastError(std::string_view what) { ThrowCode(what, GetLastError()); }

@@ -25,6 +25,11 @@ bool InitialiseLibgcrypt() {
   return true;
 }
 
+// Starts libgcrypt while this library is loaded. The start reads whether the kernel is in FIPS mode, and when there is no
+// descriptor left for that, libgcrypt ends the process. Here there is one, since the loader has just used it. The host can
+// still set up libgcrypt as it likes.
+[[maybe_unused]] const char* const startedAtLoad = gcry_check_version(nullptr);
+
 }  // namespace
 
 OSSL_LIB_CTX* LibcryptoContext() {

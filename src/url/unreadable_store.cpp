@@ -26,9 +26,9 @@ struct CloseMutex {
 };
 
 // What could not be read for want of something else is not damaged.
-bool IsDamaged(const std::string& path) {
+bool IsDamaged(const std::string& path, FileLock& lock) {
   std::vector<BYTE> bytes;
-  if (!RecoverStoreFile(path, bytes)) return false;
+  if (!RecoverStoreFile(path, lock, bytes)) return false;
   const FileStream stream = OpenStoreFile(path.c_str(), kReadAccess, Creation::Existing);
   if (!stream) return false;
   if (bytes.empty() && !ReadWholeFile(stream.get(), bytes)) return GetLastError() == CRYPT_E_FILE_ERROR;
@@ -58,7 +58,7 @@ bool SetUnreadableStoreAside(const std::wstring& name) {
   if (!lock.take(mutex.get(), ERROR_LOCK_FAILED)) return false;
   FileLock fileLock;
   fileLock.take(path);
-  if (!IsDamaged(path) || !Rename(path)) return false;
+  if (!IsDamaged(path, fileLock) || !Rename(path)) return false;
   TraceAs("SetUnreadableStoreAside", TRACE_ERROR, "(): the store does not read and is now %s.damaged",
           path.c_str());
   return true;

@@ -43,12 +43,6 @@ char Lower(char character) {
   return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
 }
 
-ElementOwner Hold(StoreElement& element) {
-  const std::lock_guard guard(element.lock);
-  ++element.refs;
-  return ElementOwner(&element);
-}
-
 ContextOwner Duplicate(ContextRecord& context) {
   AddContextReference(context);
   return ContextOwner(&context);
@@ -139,7 +133,8 @@ std::vector<ElementOwner> UrlCache::elements() const {
   const std::lock_guard guard(store_->lock);
   std::vector<ElementOwner> all;
   all.reserve(store_->list(type_).size);
-  for (StoreElement* each = store_->list(type_).newest; each; each = each->next) all.push_back(Hold(*each));
+  for (StoreElement* each = store_->list(type_).newest; each; each = each->next)
+    all.push_back(ShareElement(*each));
   return all;
 }
 
@@ -241,7 +236,7 @@ DWORD UrlCache::makeItem(const std::string& url, const FILETIME& lastModified, C
         DeleteFromStore(*store_.get(), owned->element()));  // without its URL nobody would ever find it again
     return code;
   }
-  ElementOwner element = Hold(owned->element());
+  ElementOwner element = ShareElement(owned->element());
   item = {false, lastModified, now, std::move(element), std::move(owned)};
   return ERROR_SUCCESS;
 }

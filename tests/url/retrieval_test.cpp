@@ -272,6 +272,22 @@ TEST_F(Retrieval, BundlesComeAsAStore) {
   }
 }
 
+// The limit of what it may be, not of what any download may be.
+TEST_F(Retrieval, AnEndlessCertificateIsGivenUpEarly) {
+  std::atomic<size_t> sent{0};
+  const RawServer endless([&](RawConnection& connection) {
+    if (connection.readHead().empty()) return;
+    const std::string block(size_t{64} << 10, 'A');
+    bool open = connection.send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n");
+    while (open && sent < size_t{64} << 20) {
+      open = connection.send(block);
+      if (open) sent += block.size();
+    }
+  });
+  EXPECT_EQ(CodeOf(endless.url("/endless"), CONTEXT_OID_CERTIFICATE, 0), DWORD{CRYPT_E_NOT_FOUND});
+  EXPECT_LT(sent, size_t{16} << 20) << "what the sockets hold comes on top of the limit";
+}
+
 TEST_F(Retrieval, TellsWhatWasAskedAndWhatCame) {
   const std::string url = serve("traced", Text(certificate));
   const auto told = [&](DWORD flags, LPCSTR type = CONTEXT_OID_CERTIFICATE) {
@@ -309,22 +325,6 @@ TEST_F(Retrieval, XAnInstalledFunctionIsAsked) {  // the last: nothing is ever u
   ASSERT_TRUE(CryptInstallOIDFunctionAddress(nullptr, 0, SV_OID_RETRIEVE_OBJECT_BY_URL_A_FUNC, 1, &entry,
                                              CRYPT_INSTALL_OID_FUNC_BEFORE_FLAG));
   EXPECT_EQ(CodeOf("x", CONTEXT_OID_CRL, 0), 4711u);
-}
-
-// The limit of what it may be, not of what any download may be.
-TEST_F(Retrieval, AnEndlessCertificateIsGivenUpEarly) {
-  std::atomic<size_t> sent{0};
-  RawServer server([&](RawConnection& connection) {
-    if (connection.readHead().empty()) return;
-    const std::string block(size_t{64} << 10, 'A');
-    bool open = connection.send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n");
-    while (open && sent < size_t{64} << 20) {
-      open = connection.send(block);
-      if (open) sent += block.size();
-    }
-  });
-  EXPECT_EQ(CodeOf(server.url("/endless"), CONTEXT_OID_CERTIFICATE, 0), DWORD{CRYPT_E_NOT_FOUND});
-  EXPECT_LT(sent, size_t{16} << 20) << "what the sockets hold comes on top of the limit";
 }
 
 }  // namespace
