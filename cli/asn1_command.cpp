@@ -46,7 +46,7 @@ class Asn1Show {
  private:
   void complain(const std::string& text) {
     sound_ = false;
-    fmt::print(stderr, "certkern: {}: {}\n", Escaped(name_), text);
+    Complain("{}: {}", Escaped(name_), text);
   }
   void complain(const std::string& what, const Fault& fault, const Block& block) {
     complain(fmt::format("{}expected {}, found {} at {}", what, fault.expected, fault.found,

@@ -23,11 +23,18 @@ struct CacheArguments {
 
 constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 
-// Nothing when there is no cache yet; asking must not make one.
+constexpr wchar_t kStoreName[] = L"cache";
+
+// Empty with the last error; asking must not make a cache.
+StoreHandle TryOpenCache(DWORD flags) {
+  return StoreHandle(CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, kEncoding, 0,
+                                   CERT_SYSTEM_STORE_CURRENT_USER | CERT_STORE_OPEN_EXISTING_FLAG | flags,
+                                   kStoreName));
+}
+
+// Nothing when there is no cache yet.
 StoreHandle OpenCache(DWORD flags) {
-  StoreHandle store(CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, kEncoding, 0,
-                                  CERT_SYSTEM_STORE_CURRENT_USER | CERT_STORE_OPEN_EXISTING_FLAG | flags,
-                                  L"cache"));
+  StoreHandle store = TryOpenCache(flags);
   if (!store && GetLastError() != ERROR_FILE_NOT_FOUND) ThrowLastError("the cache");
   return store;
 }
@@ -71,8 +78,17 @@ bool Delete(const CERT_CONTEXT& context) {
 }
 bool Delete(const CRL_CONTEXT& context) { return CertDeleteCRLFromStore(CertDuplicateCRLContext(&context)); }
 
+// What can't be read can still go.
+void RemoveCache() {
+  const DWORD code = GetLastError();
+  static_cast<void>(CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, kEncoding, 0,
+                                  CERT_SYSTEM_STORE_CURRENT_USER | CERT_STORE_DELETE_FLAG, kStoreName));
+  if (GetLastError() != ERROR_SUCCESS) ThrowCode("the cache", code);
+}
+
 int RunClear(const CacheArguments& arguments) {
-  const StoreHandle store = OpenCache(0);
+  const StoreHandle store = TryOpenCache(0);
+  if (!store && GetLastError() != ERROR_FILE_NOT_FOUND) RemoveCache();
   int64_t removed = 0;
   if (store) {
     ForEachObject(store.get(), [&](const auto& context) {

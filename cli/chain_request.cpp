@@ -1,6 +1,7 @@
 #include "chain_request.h"
 
 #include "extension_options.h"
+#include "failure.h"
 #include "input.h"
 #include "shape.h"
 #include "text.h"
@@ -194,8 +195,7 @@ void AddChainOptions(CLI::App& command, ChainOptions& options) {
 
 void WarnOfTrustOptions(const ChainOptions& options) {
   if (options.revocation == "end")
-    fmt::print(stderr,
-               "certkern: --revocation end looks up no certificate at all; chain and exclude-root do\n");
+    Complain("--revocation end looks up no certificate at all; chain and exclude-root do");
 }
 
 void LoadSource(const std::string& name, HCERTSTORE into) {
@@ -225,7 +225,7 @@ std::shared_ptr<ChainSources> LoadChainSources(const ChainOptions& options, With
   if (options.trusted.empty()) {
     if (!HasRoots()) {
       if (without == WithoutRoots::Refuse) throw Failure(kNoRoots);
-      fmt::print(stderr, "certkern: {}\n", kNoRoots);
+      Complain("{}", kNoRoots);
     }
   } else {
     sources->trusted = OpenMemoryStore();

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 
@@ -33,7 +34,9 @@ constexpr Reason kReasons[] = {
     {NTE_BAD_KEY,                      "this is no usable private key"                                            },
     {NTE_BAD_PUBLIC_KEY,               "this is no usable public key"                                             },
     {NTE_BAD_ALGID,                    "the algorithm or parameter set is not available"                          },
-    {NTE_BAD_LEN,                      "this length is not possible"                                              },
+    {NTE_BAD_LEN,
+     "this length is not possible; RSA keys above 8192 bits have to be allowed in the configuration "
+     "(MaxRsaKeyBits)"                                                                                            },
     {NTE_SILENT_CONTEXT,               "the private key is behind a PIN"                                          },
     {NTE_NO_MEMORY,                    "out of memory"                                                            },
     {ERROR_CALL_NOT_IMPLEMENTED,       "not possible with objects of this kind"                                   },
@@ -56,6 +59,12 @@ std::string ReasonOf(DWORD code) {
 
 void ThrowCode(std::string_view what, DWORD code) {
   throw Failure(fmt::format("{}: {}", what, ReasonOf(code)));
+}
+
+void Complain(std::string_view text) noexcept {
+  static_cast<void>(std::fputs("certkern: ", stderr));
+  static_cast<void>(std::fwrite(text.data(), 1, text.size(), stderr));
+  static_cast<void>(std::fputc('\n', stderr));
 }
 
 void ThrowLastError(std::string_view what) { ThrowCode(what, GetLastError()); }

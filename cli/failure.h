@@ -4,9 +4,12 @@
 
 #include <certkern/types.h>
 
+#include <fmt/format.h>
+
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace certkern::cli {
 
@@ -35,6 +38,14 @@ std::string ReasonOf(DWORD code);
 [[noreturn]] void ThrowLastError(std::string_view what);
 // The same of a system call.
 [[noreturn]] void ThrowErrno(std::string_view what);
+
+// Writes "certkern: " and the text to standard error, as far as that can be written: where it can't, there is nobody to be
+// told, and the exit status stays what it is.
+void Complain(std::string_view text) noexcept;
+template <class... Arguments>
+void Complain(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+  Complain(std::string_view(fmt::format(format, std::forward<Arguments>(arguments)...)));
+}
 
 }  // namespace certkern::cli
 

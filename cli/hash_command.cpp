@@ -82,7 +82,7 @@ int RunHash(const HashArguments& arguments) {
         fmt::print("{}  {}\n", HexText(value), path == "-" ? "-" : ShownFile(path));
       }
     } catch (const Failure& failure) {
-      fmt::print(stderr, "certkern: {}\n", failure.what());
+      Complain("{}", failure.what());
       sound = false;
     }
   }

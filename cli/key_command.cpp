@@ -2,6 +2,7 @@
 #include "command.h"
 #include "container.h"
 #include "container_fields.h"
+#include "failure.h"
 #include "output.h"
 #include "terminal.h"
 #include "text.h"
@@ -110,7 +111,7 @@ int RunList(const ShowArguments& arguments) {
     try {
       containers.push_back(ContainerField({name, arguments.place.machine}, Detail::Short));
     } catch (const Failure& failure) {
-      fmt::print(stderr, "certkern: {}\n", failure.what());
+      Complain("{}", failure.what());
       sound = false;
     }
   }

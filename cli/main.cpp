@@ -2,10 +2,11 @@
 #include "command.h"
 #include "failure.h"
 
-#include <fmt/format.h>
+#include <fcntl.h>
+#include <unistd.h>
 
-#include <cstdio>
 #include <exception>
+#include <iostream>
 #include <new>
 #include <string>
 #include <string_view>
@@ -43,6 +44,15 @@ std::vector<std::string> Arguments(int argc, char** argv) {
   return arguments;
 }
 
+// A file that is opened later must not become a standard stream that the caller has closed: what goes to one would land in
+// it. What stands there instead can't be used in the direction of the stream, so that using it still fails.
+void OccupyStandardStreams() {
+  for (const int file : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(file, F_GETFD) == -1)
+      static_cast<void>(open("/dev/null", file == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+  }
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("Looks into certificates, CRLs, requests and messages, and makes keys and what they sign.",
                "certkern");
@@ -52,7 +62,8 @@ int Run(int argc, char** argv) {
   try {
     app.parse(Arguments(argc, argv));
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) ? kWrongUsage : 0;  // help and version are "errors" of status 0
+    if (app.exit(error)) return kWrongUsage;
+    return std::cout.flush() ? 0 : kFailed;  // help and version are "errors" of status 0
   }
   return run();
 }
@@ -62,14 +73,15 @@ int Run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   try {
+    certkern::cli::OccupyStandardStreams();
     return certkern::cli::Run(argc, argv);
   } catch (const certkern::cli::Failure& failure) {
-    fmt::print(stderr, "certkern: {}\n", failure.what());
+    certkern::cli::Complain("{}", failure.what());
     return failure.status();
   } catch (const std::bad_alloc&) {
-    std::fputs("certkern: out of memory\n", stderr);
+    certkern::cli::Complain(std::string_view("out of memory"));
   } catch (const std::exception& error) {
-    fmt::print(stderr, "certkern: {}\n", error.what());
+    certkern::cli::Complain("{}", error.what());
   }
   return certkern::cli::kFailed;
 }

@@ -134,7 +134,7 @@ int ForEachName(const NameArguments& arguments, const Convert& convert) {
     try {
       convert(argument, objects);
     } catch (const Failure& failure) {
-      fmt::print(stderr, "certkern: {}\n", failure.what());
+      Complain("{}", failure.what());
       sound = false;
     }
   }

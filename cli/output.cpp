@@ -111,8 +111,8 @@ void PrintObjects(std::span<const Field> objects, bool json) {
 
 bool FlushOutput() {
   if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return true;
-  fmt::print(stderr, "certkern: standard output: {}\n",
-             std::strerror(errno));  // NOLINT(concurrency-mt-unsafe): one thread
+  Complain("standard output: {}",
+           std::strerror(errno));  // NOLINT(concurrency-mt-unsafe): one thread
   return false;
 }
 

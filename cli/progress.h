@@ -2,10 +2,10 @@
 #ifndef CERTKERN_CLI_PROGRESS_H
 #define CERTKERN_CLI_PROGRESS_H
 
-#include <fmt/format.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cinttypes>
 #include <cstdint>
 #include <cstdio>
 
@@ -23,7 +23,7 @@ class Progress {
     const Clock::time_point now = Clock::now();
     if (now - last_ < kPause) return;
     last_ = now;
-    fmt::print(stderr, "\r{} {}", count, verb_);
+    static_cast<void>(std::fprintf(stderr, "\r%" PRId64 " %s", count, verb_));
     std::fflush(stderr);
     dirty_ = true;
   }

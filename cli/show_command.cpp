@@ -47,7 +47,7 @@ class FileShow {
     sound_ = false;
     note(text);
   }
-  void note(const std::string& text) const { fmt::print(stderr, "certkern: {}: {}\n", Escaped(name_), text); }
+  void note(const std::string& text) const { Complain("{}: {}", Escaped(name_), text); }
   void showBlock(const Block& block);
   bool showObject(const Block& block, size_t offset, std::span<const BYTE> bytes);
   void showMessage(const Block& block, size_t offset, std::span<const BYTE> bytes);

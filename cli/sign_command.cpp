@@ -2,6 +2,7 @@
 #include "chain_request.h"
 #include "command.h"
 #include "encoded.h"
+#include "failure.h"
 #include "hashes.h"
 #include "input.h"
 #include "message_file.h"
@@ -85,8 +86,7 @@ std::string HashOid(const SignArguments& arguments, const ContainerKey& key) {
   if (!SVCryptGetSignatureOIDInfo(keyOid.c_str(), oid.c_str()))
     throw WrongUsage(fmt::format("--hash {}: keys of {} do not sign it", arguments.hash, key.family->name));
   if (IsWeakHash(oid.c_str()))
-    fmt::print(stderr, "certkern: --hash {}: weak: other content can be made that the signature fits\n",
-               arguments.hash);
+    Complain("--hash {}: weak: other content can be made that the signature fits", arguments.hash);
   return oid;
 }
 

@@ -1,5 +1,6 @@
 // certkern store: what is in certificate stores, and what leaves them.
 #include "command.h"
+#include "failure.h"
 #include "object_fields.h"
 #include "output.h"
 #include "store_fields.h"
@@ -41,7 +42,7 @@ bool AddStores(bool machine, std::vector<Field>& stores) {
     try {
       stores.push_back(StoreField({name, machine}));
     } catch (const Failure& failure) {
-      fmt::print(stderr, "certkern: {}\n", failure.what());
+      Complain("{}", failure.what());
       sound = false;
     }
   }
@@ -52,8 +53,7 @@ int RunList(const ListArguments& arguments) {
   std::vector<Field> stores;
   bool sound = arguments.place.machine || AddStores(false, stores);
   sound = AddStores(true, stores) && sound;
-  if (stores.empty() && sound)
-    fmt::print(stderr, "certkern: there is no store yet; \"certkern store add MY FILE\" makes one\n");
+  if (stores.empty() && sound) Complain("there is no store yet; \"certkern store add MY FILE\" makes one");
   PrintObjects(stores, arguments.json);
   return FlushOutput() && sound ? 0 : kFailed;
 }
@@ -103,7 +103,7 @@ int RunShow(const ShowArguments& arguments) {
   const Selected selected = SelectFrom(store.get(), arguments.selection);
   PrintObjects(FieldsOf(selected, arguments.full), arguments.json);
   const bool missing = !selected.size() && !arguments.selection.empty();
-  if (missing) fmt::print(stderr, "certkern: {}: nothing fits\n", arguments.place.shown());
+  if (missing) Complain("{}: nothing fits", arguments.place.shown());
   return FlushOutput() && !missing ? 0 : kFailed;
 }
 

@@ -1,5 +1,6 @@
 // certkern store add, import, export, copy: objects on their way between stores and files.
 #include "command.h"
+#include "failure.h"
 #include "input.h"
 #include "message.h"
 #include "message_file.h"
@@ -70,7 +71,7 @@ class Adder {
     ++tally_.refused;
     complain(text);
   }
-  void complain(const std::string& text) const { fmt::print(stderr, "certkern: {}\n", text); }
+  void complain(const std::string& text) const { Complain("{}", text); }
 
   int finish(bool json) {
     if (tally_.certificates + tally_.crls) CommitStore(store_, place_);

@@ -151,8 +151,7 @@ class SignerJudge {
     contentType_ = reinterpret_cast<const char*>(type.data());
     const std::shared_ptr<ChainSources> sources = LoadChainSources(options.chain, WithoutRoots::GoOn);
     if (const size_t refused = TakeCertificates(message.handle.get(), carried_.get()))
-      fmt::print(stderr, "certkern: {}: {} of the certificates and CRLs in the message can't be read\n",
-                 shown_, refused);
+      Complain("{}: {} of the certificates and CRLs in the message can't be read", shown_, refused);
     own_ = std::exchange(sources->additional, Joined(sources->additional, carried_));
     sources_ = sources;
   }

@@ -42,7 +42,8 @@ void DirectoryAnswer(std::span<const BYTE> bytes) {
 // An object, or an exception with a code.
 void Body(const ObjectKind& kind, bool multiple, std::span<const BYTE> bytes) {
   try {
-    const RetrievedObject object = ProcessNetworkData(kind, multiple, DecodeBody(bytes));
+    std::vector<BYTE> decoded;
+    const RetrievedObject object = ProcessNetworkData(kind, multiple, DecodeBody(bytes, decoded));
     Require(object.context || object.store || object.raw);
     Require(!object.raw || object.raw->rgBlob->cbData <= bytes.size());
   } catch (const RetrieveObjectException& exception) {

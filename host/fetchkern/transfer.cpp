@@ -4,6 +4,7 @@
 
 #include <strings.h>
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <memory>
 #include <new>
@@ -59,7 +60,7 @@ CURLcode CheckRequest(const Request& request) {
 
 // What arrives, and how much of it may.
 struct Sink {
-  std::vector<BYTE> body;
+  Body body;
   size_t limit = 0;
   size_t headerBytes = 0;
   CURLcode fault = CURLE_OK;  // why we stopped the transfer ourselves
@@ -74,12 +75,7 @@ size_t Stop(Sink& sink, CURLcode why) {
 size_t OnBody(char* data, size_t, size_t size, void* context) {
   auto& sink = *static_cast<Sink*>(context);
   if (size > sink.limit - sink.body.size()) return Stop(sink, CURLE_FILESIZE_EXCEEDED);
-  try {  // libcurl is C: nothing may unwind through it
-    sink.body.insert(sink.body.end(), data, data + size);
-  } catch (const std::bad_alloc&) {
-    return Stop(sink, CURLE_OUT_OF_MEMORY);
-  }
-  return size;
+  return sink.body.append({data, size}) ? size : Stop(sink, CURLE_OUT_OF_MEMORY);
 }
 
 size_t OnHeader(char*, size_t, size_t size, void* context) {
@@ -195,7 +191,9 @@ Answer Outcome(const Session& session, Sink& sink, CURLcode code) {
     answer.body = std::move(sink.body);
   } else if (auto value =
                  FirstLdapValue({reinterpret_cast<const char*>(sink.body.data()), sink.body.size()})) {
-    answer.body = *std::move(value);
+    answer.body = {};
+    if (!answer.body.append({reinterpret_cast<const char*>(value->data()), value->size()}))
+      answer.code = CURLE_OUT_OF_MEMORY;
   } else {
     answer.code = CURLE_REMOTE_FILE_NOT_FOUND;
   }
@@ -210,12 +208,29 @@ Answer Refused(CURLcode code) {
 
 }  // namespace
 
+bool Body::append(std::span<const char> data) {
+  constexpr size_t kLeastGrowth = size_t{64} << 10;
+  if (data.size() > room_ - size_) {
+    const size_t room = room_ + std::max({data.size(), room_ / 8, kLeastGrowth});
+    // of large memory the pages move, not the bytes
+    void* const larger = std::realloc(bytes_.get(), room);
+    if (!larger) return false;
+    static_cast<void>(bytes_.release());
+    bytes_.reset(static_cast<BYTE*>(larger));
+    room_ = room;
+  }
+  if (!data.empty()) std::memcpy(bytes_.get() + size_, data.data(), data.size());
+  size_ += data.size();
+  return true;
+}
+
 Answer Perform(const Request& request) {
   if (const CURLcode fault = CheckRequest(request); fault != CURLE_OK) return Refused(fault);
   const CurlLibrary* const curl = LoadCurl();
   if (!curl) return Refused(CURLE_FAILED_INIT);
   Sink sink;
   sink.limit = static_cast<size_t>(SizeLimit());
+  if (request.sizeLimit) sink.limit = std::min(sink.limit, request.sizeLimit);
   Session session(*curl);
   SetLimits(session, request, sink);
   SetProxy(session, request);

@@ -54,6 +54,10 @@ void UrlRetriever::set_postmessage(const BYTE* bytes, size_t length) {
   if (bytes || length == 0) state_->request.post.emplace(bytes, bytes + length);
 }
 
+void UrlRetrieverSetSizeLimit(UrlRetriever* retriever, size_t bytes) {
+  retriever->state_->request.sizeLimit = bytes;
+}
+
 int UrlRetriever::retrieve_url(const char* url) {
   state_->answer = {};
   state_->answer.code = CURLE_URL_MALFORMAT;

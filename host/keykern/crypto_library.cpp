@@ -25,11 +25,16 @@ bool InitialiseLibgcrypt() {
   return true;
 }
 
+// Starts libgcrypt while this library is loaded. The start reads whether the kernel is in FIPS mode, and when there is no
+// descriptor left for that, libgcrypt ends the process. Here there is one, since the loader has just used it. The host can
+// still set up libgcrypt as it likes.
+[[maybe_unused]] const char* const startedAtLoad = gcry_check_version(nullptr);
+
 }  // namespace
 
 OSSL_LIB_CTX* LibcryptoContext() {
-  static OSSL_LIB_CTX* const context = OpenLibcryptoContext();
-  return context;
+  static constinit MadeOnce<OSSL_LIB_CTX_free> context;
+  return context.get(OpenLibcryptoContext);
 }
 
 void StartLibgcrypt() { [[maybe_unused]] static const bool started = InitialiseLibgcrypt(); }

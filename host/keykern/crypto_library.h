@@ -9,11 +9,34 @@
 
 #include <openssl/types.h>
 
+#include <atomic>
 #include <span>
 
 namespace keykern {
 
-// Null when the library has no such provider, which no working installation does.
+// Something of libcrypto's that is made on first need and stays for good. A failure is not kept: memory that was short
+// then may be there at the next call.
+template <auto kFree>
+class MadeOnce;
+template <class Object, void (*kFree)(Object*)>
+class MadeOnce<kFree> {
+ public:
+  // Null when make() answers that.
+  template <class Make>
+  Object* get(const Make& make) {
+    if (Object* const made = made_.load(std::memory_order_acquire)) return made;
+    Object* const own = make();
+    Object* others = nullptr;
+    if (!own || made_.compare_exchange_strong(others, own, std::memory_order_acq_rel)) return own;
+    kFree(own);
+    return others;
+  }
+
+ private:
+  std::atomic<Object*> made_{nullptr};
+};
+
+// Null when memory is short, or the library has no such provider, which no working installation does.
 OSSL_LIB_CTX* LibcryptoContext();
 
 // Starts libgcrypt unless the host has done so. Ask before the first use of it.

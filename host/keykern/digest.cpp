@@ -1,11 +1,13 @@
 #include "keykern/digest.h"
 
 #include "keykern/crypto_library.h"
+#include "keykern/error_mark.h"
 
 #include <gcrypt.h>
 #include <openssl/evp.h>
 
 #include <cstring>
+#include <new>
 
 namespace keykern {
 namespace {
@@ -32,7 +34,7 @@ class LibcryptoDigest final : public Digest {
   bool restart() override { return EVP_DigestInit_ex2(context_.get(), algorithm_, nullptr) == 1; }
   std::unique_ptr<Digest> copy() const override {
     MdContext context(EVP_MD_CTX_new());
-    if (!context || !EVP_MD_CTX_copy_ex(context.get(), context_.get())) return nullptr;
+    if (!context || !EVP_MD_CTX_copy_ex(context.get(), context_.get())) throw std::bad_alloc();
     return std::make_unique<LibcryptoDigest>(std::move(context), algorithm_);
   }
 
@@ -42,16 +44,22 @@ class LibcryptoDigest final : public Digest {
 };
 
 std::unique_ptr<Digest> NewLibcryptoDigest(const EVP_MD* algorithm) {
+  if (!algorithm) return nullptr;
   MdContext context(EVP_MD_CTX_new());
-  if (!algorithm || !context) return nullptr;
+  if (!context) throw std::bad_alloc();
   auto digest = std::make_unique<LibcryptoDigest>(std::move(context), algorithm);
-  if (!digest->restart()) return nullptr;
+  if (!digest->restart())
+    throw std::bad_alloc();  // nothing else is missing to start a hash that the host has
   return digest;
 }
 
-const EVP_MD* Fetch(const char* name) {
+// Null where the host lacks it.
+EVP_MD* Fetch(const char* name) {
+  const ErrorMark mark;
   OSSL_LIB_CTX* context = LibcryptoContext();
-  return context ? EVP_MD_fetch(context, name, nullptr) : nullptr;
+  EVP_MD* digest = context ? EVP_MD_fetch(context, name, nullptr) : nullptr;
+  if (!digest && mark.failure() == NTE_NO_MEMORY) throw std::bad_alloc();
+  return digest;
 }
 
 // --- libgcrypt ---
@@ -82,7 +90,7 @@ class LibgcryptDigest final : public Digest {
   }
   std::unique_ptr<Digest> copy() const override {
     gcry_md_hd_t handle = nullptr;
-    if (gcry_md_copy(&handle, handle_.get())) return nullptr;
+    if (gcry_md_copy(&handle, handle_.get())) throw std::bad_alloc();
     return std::make_unique<LibgcryptDigest>(MdHandle(handle));
   }
 
@@ -93,15 +101,17 @@ class LibgcryptDigest final : public Digest {
 std::unique_ptr<Digest> NewLibgcryptDigest(int algorithm) {
   StartLibgcrypt();
   gcry_md_hd_t handle = nullptr;
-  if (gcry_md_open(&handle, algorithm, 0)) return nullptr;
+  const gcry_error_t error = gcry_md_open(&handle, algorithm, 0);
+  if (gcry_err_code(error) == GPG_ERR_ENOMEM) throw std::bad_alloc();
+  if (error) return nullptr;
   return std::make_unique<LibgcryptDigest>(MdHandle(handle));
 }
 
 // Fetched once and kept: a fetch costs a quarter of a small hash.
 template <const char* const& kName>
 std::unique_ptr<Digest> NewLibcrypto() {
-  static const EVP_MD* const algorithm = Fetch(kName);
-  return NewLibcryptoDigest(algorithm);
+  static constinit MadeOnce<EVP_MD_free> algorithm;
+  return NewLibcryptoDigest(algorithm.get([] { return Fetch(kName); }));
 }
 
 constexpr const char* kMd5 = "MD5";

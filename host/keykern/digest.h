@@ -24,11 +24,12 @@ class Digest {
   // Writes the value, as long as value is. Nothing but restart() may follow.
   [[nodiscard]] virtual bool finish(std::span<BYTE> value) = 0;
   [[nodiscard]] virtual bool restart() = 0;
-  // Another one that goes on from here; null when the library fails.
+  // Another one that goes on from here.
   virtual std::unique_ptr<Digest> copy() const = 0;
 };
 
-// Makes a digest, or null when the library refuses: on a host in FIPS mode libgcrypt has few of them.
+// Makes a digest, or null when the library refuses: on a host in FIPS mode libgcrypt has few of them. Throws
+// std::bad_alloc like copy().
 using DigestMaker = std::unique_ptr<Digest> (*)();
 
 // Takes over an open handle of libgcrypt, a keyed one too.

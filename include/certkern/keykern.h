@@ -515,7 +515,8 @@ CERTKERN_API BOOL CryptSignHashW(HCRYPTHASH hHash, DWORD dwKeySpec, LPCWSTR szDe
  *  @param szDescription  takes part in nothing
  *  @param dwFlags        0 or CRYPT_PSS: then the salt has exactly the length of HP_PSS_SALT
  *  @return TRUE or FALSE
- *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER: no signature; NTE_BAD_SIGNATURE: every mismatch, a wrong length too;
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER: no signature; NTE_BAD_SIGNATURE: every mismatch, a wrong length or encoding
+ *          too, and nothing else; NTE_NO_MEMORY, NTE_FAIL: it was not found out;
  *          NTE_BAD_HASH, NTE_BAD_ALGID, NTE_BAD_FLAGS as CryptSignHashA; NTE_BAD_KEY: not such a key */
 CERTKERN_API BOOL CryptVerifySignatureA(HCRYPTHASH hHash, const BYTE* pbSignature, DWORD dwSigLen,
                                         HCRYPTKEY hPubKey, LPCSTR szDescription, DWORD dwFlags);
@@ -541,7 +542,8 @@ CERTKERN_API BOOL CryptDeriveKey(HCRYPTPROV hProv, ALG_ID Algid, HCRYPTHASH hBas
  *  @param dwFlags  CRYPT_EXPORTABLE, CRYPT_PREGEN (pairs); the upper half: bits of the key (RSA, RC2, RC4), 0 the usual
  *  @param phKey    receives the key, for CryptDestroyKey
  *  @return TRUE or FALSE
- *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER; NTE_BAD_ALGID; NTE_BAD_FLAGS; NTE_BAD_LEN; NTE_PERM: the process's own
+ *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER; NTE_BAD_ALGID; NTE_BAD_FLAGS; NTE_BAD_LEN: not a length of the
+ *          family, or an RSA key above the configured length (8192 bits); NTE_NO_MEMORY; NTE_PERM: the process's own
  *          provider, or a container that cannot be written; NTE_FAIL; NTE_TOKEN_KEYSET_STORAGE_FULL */
 CERTKERN_API BOOL CryptGenKey(HCRYPTPROV hProv, ALG_ID Algid, DWORD dwFlags, HCRYPTKEY* phKey);
 /** Opens a key of the provider's container. The PIN is wanted only when the private half is used.
@@ -558,7 +560,7 @@ CERTKERN_API BOOL CryptGetUserKey(HCRYPTPROV hProv, DWORD dwKeySpec, HCRYPTKEY* 
  *  @param phKey     receives the key, for CryptDestroyKey
  *  @return TRUE or FALSE
  *  @errors ERROR_INVALID_HANDLE; ERROR_INVALID_PARAMETER; NTE_BAD_DATA: malformed, or wrapped under another key; NTE_BAD_VER;
- *          NTE_BAD_TYPE: no such blob; NTE_BAD_ALGID; NTE_BAD_LEN; NTE_BAD_KEY: not a key, or no way to wrap; NTE_BAD_PUBLIC_KEY: not
+ *          NTE_BAD_TYPE: no such blob; NTE_BAD_ALGID; NTE_BAD_LEN: as CryptGenKey; NTE_BAD_KEY: not a key, or no way to wrap; NTE_BAD_PUBLIC_KEY: not
  *          a public key, a point off its curve; NTE_BAD_KEY_STATE: wrapped another way than KP_ALGID says; NTE_BAD_FLAGS; those of
  *          CryptGenKey. With RSAES-PKCS1-v1_5 a wrong padding gives a random key and no error (RFC 3218) */
 CERTKERN_API BOOL CryptImportKey(HCRYPTPROV hProv, const BYTE* pbData, DWORD dwDataLen, HCRYPTKEY hPubKey,

@@ -77,7 +77,7 @@ CERTKERN_API BOOL CryptHashPublicKeyInfo(HCRYPTPROV_LEGACY hCryptProv, ALG_ID Al
  *  @return TRUE or FALSE
  *  @errors ERROR_INVALID_PARAMETER: no bytes, no algorithm, no size; NTE_FAIL: an unknown algorithm; CRYPT_E_ASN1_ERROR:
  *          malformed parameters; NTE_BAD_ALGID: parameters that ask for what there is not, such as two different
- *          hashes; ERROR_MORE_DATA; those of the key level */
+ *          hashes; NTE_BAD_FLAGS: RSA-PSS with a key of another family; ERROR_MORE_DATA; those of CryptSignHash */
 CERTKERN_API BOOL CryptSignCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE hCryptProv, DWORD dwKeySpec,
                                        DWORD dwCertEncodingType, const BYTE* pbEncodedToBeSigned,
                                        DWORD cbEncodedToBeSigned,
@@ -104,8 +104,9 @@ CERTKERN_API BOOL CryptSignAndEncodeCertificate(HCRYPTPROV_OR_NCRYPT_KEY_HANDLE 
  *  @param pPublicKey  the issuer's key
  *  @return TRUE or FALSE
  *  @errors CRYPT_E_ASN1_ERROR: no bytes, not a signed object, or malformed RSA-PSS parameters; ERROR_INVALID_PARAMETER: no
- *          key; NTE_BAD_DATA: no signature, or key and signature disagree on RSA-PSS (RFC 4055, 3); NTE_BAD_SIGNATURE;
- *          NTE_BAD_ALGID; those of the extension library and the key level. An unknown signature algorithm leaves the
+ *          key; NTE_BAD_DATA: no signature, or key and signature disagree on RSA-PSS (RFC 4055, 3); NTE_BAD_SIGNATURE: the
+ *          object was not signed with this key; every other code leaves that open: NTE_NO_MEMORY; NTE_BAD_ALGID;
+ *          NTE_BAD_FLAGS: RSA-PSS with a key of another family; NTE_BAD_LEN: an RSA key above the configured length; those of the extension library and the key level. An unknown signature algorithm leaves the
  *          last error as it was */
 CERTKERN_API BOOL CryptVerifyCertificateSignature(HCRYPTPROV_LEGACY hCryptProv, DWORD dwCertEncodingType,
                                                   const BYTE* pbEncoded, DWORD cbEncoded,

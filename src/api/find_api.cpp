@@ -65,11 +65,29 @@ bool TakeCertificate(PCCERT_CONTEXT context, const ContextRecord*& record) {
   return !context || record || Fault(ERROR_INVALID_PARAMETER);
 }
 
+// The same where only the published fields are read.
+bool TakeReadable(PCCERT_CONTEXT context, const CERT_CONTEXT*& certificate) {
+  certificate = certkern::ReadableCertificate(context);
+  return !context || certificate || Fault(ERROR_INVALID_PARAMETER);
+}
+
 // What a caller put together himself: nothing that it counts may be missing.
 bool IsWholeList(const CRL_INFO* list) {
   if (!list || (list->cCRLEntry && !list->rgCRLEntry)) return false;
   return std::ranges::all_of(certkern::AsSpan(list->rgCRLEntry, list->cCRLEntry),
                              [](const CRL_ENTRY& entry) { return certkern::IsWhole(&entry.SerialNumber); });
+}
+
+// By the index that one of ours has; false for a list that lacks what it counts.
+bool EntryOf(const CRL_CONTEXT& crl, const CRYPT_INTEGER_BLOB& serialNumber, PCRL_ENTRY& entry) {
+  if (!certkern::IsWhole(&serialNumber)) return false;
+  if (const ContextRecord* const record = FindLiveContext(&crl)) {
+    entry = certkern::FindEntry(*record, serialNumber);
+    return true;
+  }
+  if (!IsWholeList(crl.pCrlInfo)) return false;
+  entry = certkern::FindEntry(*crl.pCrlInfo, serialNumber);
+  return true;
 }
 
 bool AreGoodChecks(const DWORD* flags) { return flags && !(*flags & ~certkern::kSubjectChecks); }
@@ -147,10 +165,10 @@ PCCERT_CONTEXT CertGetIssuerCertificateFromStore(HCERTSTORE hCertStore, PCCERT_C
 BOOL CertVerifySubjectCertificateContext(PCCERT_CONTEXT pSubject, PCCERT_CONTEXT pIssuer, DWORD* pdwFlags) {
   return Plain([&](Frame& frame) -> BOOL {
     frame.entry("(pSubject = %p, pIssuer = %p, pdwFlags = %p)", pSubject, pIssuer, pdwFlags);
-    const ContextRecord* subject;
-    const ContextRecord* issuer;
+    const CERT_CONTEXT* subject;
+    const CERT_CONTEXT* issuer;
     if (!AreGoodChecks(pdwFlags)) return frame.failed(E_INVALIDARG);
-    if (!TakeCertificate(pSubject, subject) || !TakeCertificate(pIssuer, issuer)) return frame.failed();
+    if (!TakeReadable(pSubject, subject) || !TakeReadable(pIssuer, issuer)) return frame.failed();
     certkern::CheckSubject(subject, issuer, *pdwFlags);
     return frame.result(TRUE);
   });
@@ -162,12 +180,16 @@ BOOL CertFindCertificateInCRL(PCCERT_CONTEXT pCert, PCCRL_CONTEXT pCrlContext, D
     frame.entry("(pCert = %p, pCrlContext = %p, dwFlags = 0x%.8X, pvReserved = %p, ppCrlEntry = %p)", pCert,
                 pCrlContext, dwFlags, pvReserved, ppCrlEntry);
     if (!pCrlContext || !ppCrlEntry || dwFlags || pvReserved) return frame.failed(E_INVALIDARG);
-    const ContextRecord* const crl = FindLiveContext(pCrlContext, ElementType::Crl);
-    const ContextRecord* certificate;
+    const CRL_CONTEXT* const crl = certkern::ReadableCrl(pCrlContext);
+    const CERT_CONTEXT* certificate;
     if (!crl) return frame.failed(ERROR_INVALID_PARAMETER);
-    if (!TakeCertificate(pCert, certificate)) return frame.failed();
-    *ppCrlEntry =
-        certificate ? certkern::FindEntry(*crl, certificate->certificate.pCertInfo->SerialNumber) : nullptr;
+    if (!TakeReadable(pCert, certificate)) return frame.failed();
+    if (!certificate) {
+      *ppCrlEntry = nullptr;
+      return frame.result(TRUE);
+    }
+    if (!EntryOf(*crl, certificate->pCertInfo->SerialNumber, *ppCrlEntry))
+      return frame.failed(ERROR_INVALID_PARAMETER);
     return frame.result(TRUE);
   });
 }

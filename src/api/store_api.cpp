@@ -79,8 +79,9 @@ extern "C" {
 HCERTSTORE CertOpenStore(LPCSTR lpszStoreProvider, DWORD dwEncodingType, HCRYPTPROV_LEGACY hCryptProv,
                          DWORD dwFlags, const void* pvPara) {
   return Plain([&](Frame& frame) -> HCERTSTORE {
-    frame.entry("(Provider = %p, dwEncodingType = 0x%X, hCryptProv = 0x%lx, Flags = 0x%.8X, pvPara = %p)",
-                static_cast<const void*>(lpszStoreProvider), dwEncodingType, hCryptProv, dwFlags, pvPara);
+    frame.entry("(Provider = %p, dwEncodingType = 0x%X, hCryptProv = %p, Flags = 0x%.8X, pvPara = %p)",
+                static_cast<const void*>(lpszStoreProvider), dwEncodingType,
+                reinterpret_cast<const void*>(hCryptProv), dwFlags, pvPara);
     StoreHandle store = certkern::OpenStore(
         {certkern::StoreNumber(lpszStoreProvider), dwEncodingType, hCryptProv, dwFlags, pvPara});
     if (!store) return frame.failed();

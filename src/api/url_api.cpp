@@ -7,12 +7,11 @@
 #include "oid/built_in_functions.h"
 #include "oid/function_sets.h"
 #include "platform/text_conversion.h"
-#include "store/context_record.h"
+#include "store/certificate_primitives.h"
 #include "url/object_url.h"
 #include "url/pki_request.h"
 #include "url/retrieval.h"
 
-using certkern::ContextRecord;
 using certkern::Frame;
 using certkern::FunctionSets;
 using certkern::Guarded;
@@ -108,11 +107,11 @@ BOOL CryptGetObjectUrl(LPCSTR pszUrlOid, LPVOID pvPara, DWORD dwFlags, PCRYPT_UR
         static_cast<const void*>(pszUrlOid), pvPara, dwFlags, static_cast<void*>(pUrlArray),
         static_cast<void*>(pcbUrlArray), static_cast<void*>(pUrlInfo), static_cast<void*>(pcbUrlInfo),
         pvReserved);
-    ContextRecord* const certificate = certkern::FindLiveContext(pvPara, certkern::ElementType::Certificate);
+    const CERT_CONTEXT* const certificate = certkern::ReadableCertificate(pvPara);
     if (pszUrlOid != URL_OID_CERTIFICATE_CRL_DIST_POINT || !certificate || !pcbUrlArray) {
       return frame.failed(ERROR_INVALID_PARAMETER);
     }
-    if (!certkern::GetCrlUrls(*certificate->asCertificate(), pUrlArray, pcbUrlArray)) return frame.failed();
+    if (!certkern::GetCrlUrls(*certificate, pUrlArray, pcbUrlArray)) return frame.failed();
     return frame.result(TRUE);
   });
 }

@@ -19,7 +19,7 @@
 #include "oid/algorithm_lookup.h"
 #include "platform/sizes.h"
 #include "store/certificate_digest.h"
-#include "store/context_record.h"
+#include "store/certificate_primitives.h"
 
 namespace certkern {
 namespace {
@@ -84,18 +84,20 @@ std::optional<std::span<const BYTE>> SubjectBytes(DWORD type, const void* subjec
     const auto* blob = static_cast<const CRYPT_DATA_BLOB*>(subject);
     return std::span<const BYTE>(blob->pbData, blob->cbData);
   }
-  const bool isCrl = type == CRYPT_VERIFY_CERT_SIGN_SUBJECT_CRL;
-  const ContextRecord* record = FindLiveContext(subject, isCrl ? ElementType::Crl : ElementType::Certificate);
-  if (!record) return std::nullopt;
-  return record->element().encoded();
+  if (type == CRYPT_VERIFY_CERT_SIGN_SUBJECT_CRL) {
+    const CRL_CONTEXT* const crl = ReadableCrl(subject);
+    return crl ? std::optional(EncodedBytes(*crl)) : std::nullopt;
+  }
+  const CERT_CONTEXT* const certificate = ReadableCertificate(subject);
+  return certificate ? std::optional(EncodedBytes(*certificate)) : std::nullopt;
 }
 
 // Null with a code.
 PCERT_PUBLIC_KEY_INFO IssuerKey(DWORD type, void* issuer) {
   if (type == CRYPT_VERIFY_CERT_SIGN_ISSUER_PUBKEY) return static_cast<PCERT_PUBLIC_KEY_INFO>(issuer);
   const bool isCertificate = type == CRYPT_VERIFY_CERT_SIGN_ISSUER_CERT;
-  const ContextRecord* record = isCertificate ? FindLiveContext(issuer, ElementType::Certificate) : nullptr;
-  if (record) return &record->certificate.pCertInfo->SubjectPublicKeyInfo;
+  const CERT_CONTEXT* const certificate = isCertificate ? ReadableCertificate(issuer) : nullptr;
+  if (certificate) return &certificate->pCertInfo->SubjectPublicKeyInfo;
   SetLastError(isCertificate ? ERROR_INVALID_PARAMETER : E_INVALIDARG);
   return nullptr;
 }

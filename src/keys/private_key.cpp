@@ -115,7 +115,7 @@ bool PassOnPin(HCRYPTPROV provider) {
   Pin pin;
   if (!AskForPin(pin.text, Pin::kSize)) return Failed(NTE_FAIL, "() could not get pin code!");
   if (!pin.text[0]) return true;
-  if (!CryptSetProvParam(provider, PP_KEYEXCHANGE_PIN, reinterpret_cast<const BYTE*>(pin.text), 0)) {
+  if (!CryptSetProvParam(provider, PP_SIGNATURE_PIN, reinterpret_cast<const BYTE*>(pin.text), 0)) {
     return Failed("() could not set pin code!");
   }
   return true;

@@ -12,6 +12,13 @@
 #include <list>
 #include <string>
 
+class UrlRetriever;
+
+// The most bytes that the object may have, headers aside; the library's own limit holds as well. 0: that alone. A transfer
+// that passes it fails. A library that was made before this function lacks it, and its address is then null.
+extern "C" CERTKERN_API void UrlRetrieverSetSizeLimit(UrlRetriever* retriever, size_t bytes)
+    __attribute__((weak));
+
 // One transfer after the other, by one thread at a time. Settings hold until they are set anew; a null text unsets one.
 class CERTKERN_API UrlRetriever {
  public:
@@ -51,6 +58,8 @@ class CERTKERN_API UrlRetriever {
   FILETIME last_modified() const;
 
  private:
+  friend void UrlRetrieverSetSizeLimit(UrlRetriever* retriever, size_t bytes);
+
   struct State;
   State* const state_;
 };

@@ -46,6 +46,8 @@ inline constexpr size_t kMaxSignedMessage = size_t{1} << 30;
 
 // Bits of an RSA key: those above only serve to keep a verifier busy.
 inline constexpr uint32_t kMaxRsaBits = 16384;
+// The bound unless the configuration raises it, up to the one above: a verification takes four times as long there.
+inline constexpr uint32_t kDefaultMaxRsaBits = 8192;
 
 // Octets of the exponent of an RSA key; for the same reason.
 inline constexpr size_t kMaxRsaExponentOctets = 8;
@@ -119,6 +121,9 @@ inline constexpr long kMaxRedirects = 5;
 // Bytes of one downloaded object unless the configuration says otherwise, and whatever it says.
 inline constexpr int64_t kDefaultDownloadSize = int64_t{256} << 20;
 inline constexpr int64_t kMaxDownloadSize = int64_t{1} << 30;
+
+// Bytes of a downloaded certificate, or of a bundle of them: no real one comes near.
+inline constexpr size_t kMaxDownloadedCertificate = size_t{1} << 20;
 
 // Bytes of all the header lines of one transfer, those of redirects and interim answers included.
 inline constexpr size_t kMaxDownloadHeaders = size_t{256} << 10;

@@ -6,6 +6,7 @@
 
 #include "ber/object_codec.h"
 #include "ber/read_cursor.h"
+#include "store/context_record.h"
 
 namespace certkern {
 namespace {
@@ -18,7 +19,32 @@ struct KeyUsageRecord {
 
 std::span<const BYTE> Bytes(const CRYPT_DATA_BLOB& blob) { return {blob.pbData, blob.cbData}; }
 
+// Null for a live context of the other kind.
+template <class Context, ElementType type>
+const Context* OfKind(const void* context) {
+  const ContextRecord* const record = FindLiveContext(context);
+  return record && record->element().type != type ? nullptr : static_cast<const Context*>(context);
+}
+
 }  // namespace
+
+const CERT_CONTEXT* ReadableCertificate(const void* context) {
+  const auto* const certificate = OfKind<CERT_CONTEXT, ElementType::Certificate>(context);
+  return certificate && certificate->pCertInfo ? certificate : nullptr;
+}
+
+const CRL_CONTEXT* ReadableCrl(const void* context) {
+  const auto* const crl = OfKind<CRL_CONTEXT, ElementType::Crl>(context);
+  return crl && crl->pCrlInfo ? crl : nullptr;
+}
+
+std::span<const BYTE> EncodedBytes(const CERT_CONTEXT& certificate) {
+  return AsSpan<const BYTE>(certificate.pbCertEncoded, certificate.cbCertEncoded);
+}
+
+std::span<const BYTE> EncodedBytes(const CRL_CONTEXT& crl) {
+  return AsSpan<const BYTE>(crl.pbCrlEncoded, crl.cbCrlEncoded);
+}
 
 LONG CompareWithValidity(const FILETIME& moment, const CERT_INFO& certificate) {
   if (CompareFileTime(&moment, &certificate.NotBefore) < 0) return -1;

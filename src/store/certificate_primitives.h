@@ -4,6 +4,7 @@
 #define CERTKERN_STORE_CERTIFICATE_PRIMITIVES_H
 
 #include <certkern/encode.h>
+#include <certkern/properties.h>
 
 #include <algorithm>
 #include <cstring>
@@ -29,6 +30,14 @@ Record* FindByOid(LPCSTR oid, std::span<Record> records) {
 inline const CERT_EXTENSION* FindExtension(LPCSTR oid, const CERT_INFO& info) {
   return FindByOid(oid, AsSpan<const CERT_EXTENSION>(info.rgExtension, info.cExtension));
 }
+
+// A context of which only the published fields are read: one of ours, or one that the caller put together. Null for a live
+// one of the other kind, and for one without decoded fields. Whether memory that is neither is a context can't be told.
+const CERT_CONTEXT* ReadableCertificate(const void* context);
+const CRL_CONTEXT* ReadableCrl(const void* context);
+// Empty where there are none.
+std::span<const BYTE> EncodedBytes(const CERT_CONTEXT& certificate);
+std::span<const BYTE> EncodedBytes(const CRL_CONTEXT& crl);
 
 // -1 before the validity, 1 behind it, 0 inside; both bounds are inside.
 LONG CompareWithValidity(const FILETIME& moment, const CERT_INFO& certificate);

@@ -33,11 +33,7 @@ Found FindFirst(CertStore& store, const ElementQuery& query, const StoreElement*
 Found FindInStore(CertStore& store, const ElementQuery& query, const StoreElement* previous,
                   ContextOwner& found) {
   const std::lock_guard guard(store.lock);
-  Found answer = Found::No;
-  for (const ElementQuery* each = &query; each && answer == Found::No; each = each->otherwise()) {
-    answer = FindFirst(store, *each, previous, found);
-  }
-  return answer;
+  return FindFirst(store, query, previous, found);
 }
 
 ContextOwner FindInMembers(CertStore& store, const ElementQuery& query, const ContextRecord* previous) {

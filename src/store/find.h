@@ -27,8 +27,6 @@ class ElementQuery {
   virtual bool seesArchived() const { return false; }
   // Where the store's index has the elements that can match; empty: all are looked at.
   virtual std::optional<IndexQuestion> question() const { return {}; }
-  // What is looked for in a store where this finds nothing.
-  virtual const ElementQuery* otherwise() const { return nullptr; }
 };
 
 // The newest match behind `previous`, an element of this store (null: of all). Failed with a code.

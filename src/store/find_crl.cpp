@@ -32,9 +32,7 @@ class AnyCrl final : public CrlQuery {
 
 class CrlOfIssuer final : public CrlQuery {
  public:
-  explicit CrlOfIssuer(const CERT_NAME_BLOB& issuer, const ElementQuery* otherwise = nullptr)
-      : issuer_(issuer), otherwise_(otherwise) {}
-  const ElementQuery* otherwise() const override { return otherwise_; }
+  explicit CrlOfIssuer(const CERT_NAME_BLOB& issuer) : issuer_(issuer) {}
 
  private:
   bool mayMatch(StoreElement& element) const override {
@@ -45,7 +43,6 @@ class CrlOfIssuer final : public CrlQuery {
   bool matchesInfo(const CRL_INFO& info) const override { return AreSameBytes(info.Issuer, issuer_); }
 
   const CERT_NAME_BLOB& issuer_;
-  const ElementQuery* const otherwise_;
 };
 
 class CrlOfLine final : public CrlQuery {
@@ -63,20 +60,26 @@ ContextOwner BadParameter() {
   return {};
 }
 
-const CERT_INFO* LiveInfo(const void* context) {
-  const ContextRecord* const record = FindLiveContext(context, ElementType::Certificate);
-  return record ? record->certificate.pCertInfo : nullptr;
+const CERT_INFO* InfoOf(const void* context) {
+  const CERT_CONTEXT* const certificate = ReadableCertificate(context);
+  return certificate ? certificate->pCertInfo : nullptr;
 }
 
+// The lists of the issuer that the subject names. The given issuer's own name counts only where there is none of them in
+// the whole store, be it behind the previous one or in front of it.
 ContextOwner FindIssuedFor(CertStore& store, const CRL_FIND_ISSUED_FOR_PARA* whose,
                            const ContextRecord* previous) {
-  const CERT_INFO* const subject = whose ? LiveInfo(whose->pSubjectCert) : nullptr;
-  if (!subject) return BadParameter();
-  if (!whose->pIssuerCert) return FindInMembers(store, CrlOfIssuer(subject->Issuer), previous);
-  const CERT_INFO* const issuer = LiveInfo(whose->pIssuerCert);
-  if (!issuer) return BadParameter();
-  const CrlOfIssuer byIssuer(issuer->Subject);
-  return FindInMembers(store, CrlOfIssuer(subject->Issuer, &byIssuer), previous);
+  const CERT_INFO* const subject = whose ? InfoOf(whose->pSubjectCert) : nullptr;
+  const CERT_INFO* const issuer = subject && whose->pIssuerCert ? InfoOf(whose->pIssuerCert) : nullptr;
+  if (!subject || (whose->pIssuerCert && !issuer)) return BadParameter();
+  const CrlOfIssuer named(subject->Issuer);
+  ContextOwner found = FindInMembers(store, named, previous);
+  if (found || !issuer) return found;
+  if (previous && FindInMembers(store, named, nullptr)) {
+    SetLastError(CRYPT_E_NOT_FOUND);
+    return {};
+  }
+  return FindInMembers(store, CrlOfIssuer(issuer->Subject), previous);
 }
 
 }  // namespace
@@ -86,12 +89,12 @@ ContextOwner FindCrl(CertStore& store, DWORD type, const void* parameter, const 
     case CRL_FIND_ANY:
       return FindInMembers(store, AnyCrl(), previous);
     case CRL_FIND_ISSUED_BY: {
-      const CERT_INFO* const issuer = LiveInfo(parameter);
+      const CERT_INFO* const issuer = InfoOf(parameter);
       return issuer ? FindInMembers(store, CrlOfIssuer(issuer->Subject), previous) : BadParameter();
     }
     case CRL_FIND_EXISTING: {
-      const ContextRecord* const wanted = FindLiveContext(parameter, ElementType::Crl);
-      return wanted ? FindInMembers(store, CrlOfLine(*wanted->crl.pCrlInfo), previous) : BadParameter();
+      const CRL_CONTEXT* const wanted = ReadableCrl(parameter);
+      return wanted ? FindInMembers(store, CrlOfLine(*wanted->pCrlInfo), previous) : BadParameter();
     }
     case CRL_FIND_ISSUED_FOR:
       return FindIssuedFor(store, static_cast<const CRL_FIND_ISSUED_FOR_PARA*>(parameter), previous);

@@ -19,14 +19,15 @@ namespace {
 
 const CERT_INFO& InfoOf(const ContextRecord& certificate) { return *certificate.certificate.pCertInfo; }
 
-bool IsSignedBy(const ContextRecord& subject, const ContextRecord& issuer) {
-  return VerifySubject(0, CRYPT_VERIFY_CERT_SIGN_SUBJECT_CERT, subject.published(),
-                       CRYPT_VERIFY_CERT_SIGN_ISSUER_CERT, const_cast<void*>(issuer.published()));
+bool IsSignedBy(const CERT_CONTEXT& subject, const CERT_CONTEXT& issuer) {
+  return VerifySubject(0, CRYPT_VERIFY_CERT_SIGN_SUBJECT_CERT, &subject, CRYPT_VERIFY_CERT_SIGN_ISSUER_CERT,
+                       const_cast<CERT_CONTEXT*>(&issuer));
 }
 
 bool IsSelfSigned(const ContextRecord& certificate) {
   const CERT_INFO& info = InfoOf(certificate);
-  return AreSameBytes(info.Subject, info.Issuer) && IsSignedBy(certificate, certificate);
+  return AreSameBytes(info.Subject, info.Issuer)
+      && IsSignedBy(certificate.certificate, certificate.certificate);
 }
 
 using AuthorityKey = Owner<CERT_AUTHORITY_KEY_ID2_INFO*, LocalFree>;
@@ -62,7 +63,8 @@ ContextOwner FindSigner(CertStore& store, const ContextRecord& subject, ContextO
   const AuthorityKey authority = AuthorityKeyOf(InfoOf(subject));
   const CertificateRequest request{X509_ASN_ENCODING, 0, CERT_FIND_SUBJECT_NAME, &InfoOf(subject).Issuer};
   while ((candidate = FindCertificate(store, request, candidate.get()))) {
-    if (IsNamedBy(authority, *candidate.get()) && IsSignedBy(subject, *candidate.get())) break;
+    if (IsNamedBy(authority, *candidate.get()) && IsSignedBy(subject.certificate, candidate->certificate))
+      break;
   }
   return candidate;
 }
@@ -74,11 +76,11 @@ ContextOwner SelfSigned() {
 
 }  // namespace
 
-void CheckSubject(const ContextRecord* subject, const ContextRecord* issuer, DWORD& flags) {
+void CheckSubject(const CERT_CONTEXT* subject, const CERT_CONTEXT* issuer, DWORD& flags) {
   if ((flags & CERT_STORE_TIME_VALIDITY_FLAG) && subject) {
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
-    if (CompareWithValidity(now, InfoOf(*subject)) == 0) flags &= ~CERT_STORE_TIME_VALIDITY_FLAG;
+    if (CompareWithValidity(now, *subject->pCertInfo) == 0) flags &= ~CERT_STORE_TIME_VALIDITY_FLAG;
   }
   if ((flags & CERT_STORE_SIGNATURE_FLAG) && subject && issuer && IsSignedBy(*subject, *issuer))
     flags &= ~CERT_STORE_SIGNATURE_FLAG;
@@ -86,7 +88,7 @@ void CheckSubject(const ContextRecord* subject, const ContextRecord* issuer, DWO
 
 ContextOwner FindIssuer(CertStore* store, const ContextRecord& subject, ContextOwner previous, DWORD& flags) {
   if (IsSelfSigned(subject)) {
-    CheckSubject(&subject, &subject, flags);
+    CheckSubject(&subject.certificate, &subject.certificate, flags);
     return SelfSigned();
   }
   if (!store) {
@@ -95,7 +97,7 @@ ContextOwner FindIssuer(CertStore* store, const ContextRecord& subject, ContextO
   }
   ContextOwner found = FindSigner(*store, subject, std::move(previous));
   if (!found) return {};
-  CheckSubject(&subject, found.get(), flags);
+  CheckSubject(&subject.certificate, found->asCertificate(), flags);
   return SameCertificate(subject.element(), found->element()) ? SelfSigned() : std::move(found);
 }
 

@@ -14,7 +14,7 @@ inline constexpr DWORD kSubjectChecks = CERT_STORE_SIGNATURE_FLAG | CERT_STORE_T
 
 // CertVerifySubjectCertificateContext: clears the flag of each check that succeeds. A null context: its checks are not
 // made, and their flags stay.
-void CheckSubject(const ContextRecord* subject, const ContextRecord* issuer, DWORD& flags);
+void CheckSubject(const CERT_CONTEXT* subject, const CERT_CONTEXT* issuer, DWORD& flags);
 
 // CertGetIssuerCertificateFromStore. Empty with a code.
 ContextOwner FindIssuer(CertStore* store, const ContextRecord& subject, ContextOwner previous, DWORD& flags);

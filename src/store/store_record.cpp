@@ -184,6 +184,8 @@ ElementOwner UnlinkElement(CertStore& store, StoreElement& element) noexcept {
   assert(element.store == &store && element.linked);
   ElementList& list = store.list(element.type);
   if (list.index) list.index->unlinked(element);
+  list.gap = element.sequence;
+  list.behindGap = element.next;
   (element.prev ? element.prev->next : list.newest) = element.next;
   (element.next ? element.next->prev : list.oldest) = element.prev;
   element.prev = nullptr;
@@ -194,12 +196,17 @@ ElementOwner UnlinkElement(CertStore& store, StoreElement& element) noexcept {
   return ElementOwner(&element);
 }
 
+// A walk that deletes what it meets goes on from elements that have left. Their place is looked for from that of the last
+// one that did, which is where such a walk is: from the newest on it would take the square of the list's length.
 StoreElement* NextElement(CertStore& store, ElementType type, const StoreElement* previous) {
-  StoreElement* const newest = store.list(type).newest;
-  if (!previous) return newest;
+  const ElementList& list = store.list(type);
+  if (!previous) return list.newest;
   if (previous->linked) return previous->next;
-  StoreElement* element = newest;
-  while (element && element->sequence >= previous->sequence) element = element->next;
+  const uint64_t sought = previous->sequence;
+  StoreElement* element = list.gap ? list.behindGap : list.newest;
+  while (element && element->sequence >= sought) element = element->next;
+  StoreElement* newer = element ? element->prev : list.oldest;
+  while (newer && newer->sequence < sought) newer = (element = newer)->prev;
   return element;
 }
 

@@ -49,6 +49,8 @@ struct ElementList {
   StoreElement* oldest = nullptr;
   size_t size = 0;
   size_t walked = 0;                    // elements that additions have compared one by one
+  uint64_t gap = 0;                     // sequence of the element that left last; 0: none has
+  StoreElement* behindGap = nullptr;    // what is behind it by now; null: the end
   std::unique_ptr<ElementIndex> index;  // null for a store that was hardly searched
 };
 

@@ -22,34 +22,43 @@ constexpr char kFailed[] = "DownloadFromNetwork failed";
   throw RetrieveObjectException(kFailed, ERROR_INTERNAL_ERROR);
 }
 
-}  // namespace
-
-std::vector<BYTE> DecodeBody(std::span<const BYTE> body) {
-  const DWORD form = !body.empty() && body[0] == kSequence ? CRYPT_STRING_BINARY : CRYPT_STRING_ANY;
-  const std::string_view text(reinterpret_cast<const char*>(body.data()), body.size());
-  DWORD count = 0;
-  if (!StringToBinary(text, form, {nullptr, &count, nullptr, nullptr})) ThrowUndecoded();
-  std::vector<BYTE> bytes(count);
-  if (!StringToBinary(text, form, {bytes.data(), &count, nullptr, nullptr})) ThrowUndecoded();
-  bytes.resize(count);
-  return bytes;
-}
-
-Download DownloadFromNetwork(const DownloadRequest& request) {
-  UrlRetriever retriever;
+void Fetch(UrlRetriever& retriever, const DownloadRequest& request) {
   retriever.set_flags(request.flags);
   retriever.set_timeout(request.timeout);
   retriever.set_last_modified(request.lastModified);
   // the object is signed itself, and may be what is needed to verify that very server
   retriever.set_verify_server(0);
   retriever.set_verify_host(0);
-  if (!retriever.retrieve_url(request.url.c_str())) {
-    Trace(TRACE_ERROR, "() UrlRetriever failed (CURLcode: %d URL: %s).", retriever.get_error(),
-          request.url.c_str());
-    throw RetrieveObjectException(kFailed, CRYPT_E_NOT_FOUND);
-  }
-  if (!retriever.is_modified()) return {{}, retriever.last_modified()};
-  return {DecodeBody({retriever.get_data(), retriever.get_data_len()}), retriever.last_modified()};
+  if (UrlRetrieverSetSizeLimit) UrlRetrieverSetSizeLimit(&retriever, request.sizeLimit);
+  const bool came = retriever.retrieve_url(request.url.c_str()) != 0;
+  const bool fits = !request.sizeLimit || retriever.get_data_len() <= request.sizeLimit;
+  if (came && fits) return;
+  TraceAs("DownloadFromNetwork", TRACE_ERROR, "() UrlRetriever failed (CURLcode: %d URL: %s).",
+          retriever.get_error(), request.url.c_str());
+  throw RetrieveObjectException(kFailed, CRYPT_E_NOT_FOUND);
 }
+
+}  // namespace
+
+std::span<const BYTE> DecodeBody(std::span<const BYTE> body, std::vector<BYTE>& decoded) {
+  if (!body.empty() && body[0] == kSequence) return body;
+  const std::string_view text(reinterpret_cast<const char*>(body.data()), body.size());
+  DWORD count = 0;
+  if (!StringToBinary(text, CRYPT_STRING_ANY, {nullptr, &count, nullptr, nullptr})) ThrowUndecoded();
+  decoded.resize(count);
+  if (!StringToBinary(text, CRYPT_STRING_ANY, {decoded.data(), &count, nullptr, nullptr})) ThrowUndecoded();
+  decoded.resize(count);
+  return decoded;
+}
+
+Download::Download(const DownloadRequest& request) : retriever_(std::make_unique<UrlRetriever>()) {
+  Fetch(*retriever_, request);
+  lastModified_ = retriever_->last_modified();
+  if (!retriever_->is_modified()) return;
+  bytes_ = DecodeBody({retriever_->get_data(), retriever_->get_data_len()}, decoded_);
+  if (bytes_.data() == decoded_.data()) retriever_.reset();
+}
+
+Download::~Download() = default;
 
 }  // namespace certkern

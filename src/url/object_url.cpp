@@ -13,16 +13,15 @@
 #include "ber/read_cursor.h"
 #include "platform/owner.h"
 #include "platform/sizes.h"
+#include "store/certificate_primitives.h"
 
 namespace certkern {
 namespace {
 
 const CERT_EXTENSION* FindPoints(const CERT_INFO& info) {
-  for (const CERT_EXTENSION& each : std::span(info.rgExtension, info.cExtension)) {
-    if (std::strcmp(each.pszObjId, szOID_CRL_DIST_POINTS) == 0) return &each;
-  }
-  SetLastError(ERROR_NOT_FOUND);
-  return nullptr;
+  const CERT_EXTENSION* const points = FindExtension(szOID_CRL_DIST_POINTS, info);
+  if (!points) SetLastError(ERROR_NOT_FOUND);
+  return points;
 }
 
 // Null with a code.

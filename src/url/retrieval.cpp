@@ -4,6 +4,7 @@
 #include <certkern/find.h>
 #include <certkern/keykern.h>
 
+#include <memory>
 #include <string>
 
 #include "platform/exceptions.h"
@@ -100,9 +101,12 @@ void* Retrieve(const Plan& plan, UrlCache* cache) {
     SetLastError(CRYPT_E_NOT_FOUND);
     return nullptr;
   }
-  const Download download = DownloadFromNetwork({plan.url, plan.flags, plan.timeout, cached.lastModified});
-  RetrievedObject object = ProcessNetworkData(plan.kind, plan.multiple, download.bytes);
-  if (plan.writeCache && cache) CacheResult(plan, *cache, object, download.lastModified);
+  auto download = std::make_unique<const Download>(
+      DownloadRequest{plan.url, plan.flags, plan.timeout, cached.lastModified, plan.kind.sizeLimit});
+  RetrievedObject object = ProcessNetworkData(plan.kind, plan.multiple, download->bytes());
+  const FILETIME lastModified = download->lastModified();
+  download.reset();  // what is kept needs the memory
+  if (plan.writeCache && cache) CacheResult(plan, *cache, object, lastModified);
   return object.release();
 }
 

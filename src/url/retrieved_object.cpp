@@ -9,6 +9,7 @@
 #include <new>
 
 #include "platform/exceptions.h"
+#include "platform/limits.h"
 #include "platform/sizes.h"
 #include "store/element_addition.h"
 #include "store/store_kind.h"
@@ -19,10 +20,10 @@ namespace {
 constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 
 constexpr ObjectKind kKinds[] = {
-    {0, std::nullopt,             false, false},
-    {1, ElementType::Certificate, true,  false},
-    {2, ElementType::Crl,         true,  false},
-    {4, std::nullopt,             true,  true },
+    {0, std::nullopt,             false, false, 0                        },
+    {1, ElementType::Certificate, true,  false, kMaxDownloadedCertificate},
+    {2, ElementType::Crl,         true,  false, 0                        },
+    {4, std::nullopt,             true,  true,  0                        },
 };
 
 DWORD LastErrorOrInternal() {

@@ -19,6 +19,7 @@ struct ObjectKind {
   std::optional<ElementType> context;  // a single certificate or CRL; nothing: raw bytes or a signed message
   bool cacheable;
   bool isMessage;
+  size_t sizeLimit;  // bytes of a download; 0: the configured limit alone
 };
 // Null for what is not served.
 const ObjectKind* FindObjectKind(LPCSTR objectType);

@@ -1,7 +1,6 @@
 #include "url/url_cache.h"
 
 #include <certkern/errors.h>
-#include <certkern/find.h>
 #include <certkern/keykern.h>
 
 #include <algorithm>
@@ -15,9 +14,10 @@
 #include "platform/trace.h"
 #include "store/context_property.h"
 #include "store/element_addition.h"
-#include "store/find.h"
+#include "store/property_block.h"
 #include "store/store_kind.h"
 #include "url/cached_url.h"
+#include "url/unreadable_store.h"
 
 namespace certkern {
 namespace {
@@ -43,23 +43,15 @@ char Lower(char character) {
   return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
 }
 
-ContextOwner NextInStore(CertStore& store, ElementType type, const ContextRecord* previous) {
-  return type == ElementType::Certificate
-      ? FindCertificate(store, {kEncoding, 0, CERT_FIND_ANY, nullptr}, previous)
-      : FindCrl(store, CRL_FIND_ANY, nullptr, previous);
-}
-
 ContextOwner Duplicate(ContextRecord& context) {
   AddContextReference(context);
   return ContextOwner(&context);
 }
 
-std::optional<CachedUrl> ReadUrl(ContextRecord& context) {
-  DWORD size = 0;
-  if (!GetContextProperty(context, SV_URL_CACHE_PROP_ID, nullptr, &size)) return std::nullopt;
-  std::vector<BYTE> bytes(size);
-  if (!GetContextProperty(context, SV_URL_CACHE_PROP_ID, bytes.data(), &size)) return std::nullopt;
-  return DecodeCachedUrl(std::span(bytes).first(std::min<size_t>(size, bytes.size())));
+std::optional<CachedUrl> ReadUrl(const StoreElement& element) {
+  const PropertyLock guard(element.properties->lock);
+  const PropertyItem* const item = element.properties->items.find(SV_URL_CACHE_PROP_ID);
+  return item ? DecodeCachedUrl(item->bytes()) : std::nullopt;
 }
 
 bool WriteUrl(ContextRecord& context, const CachedUrl& value) {
@@ -68,11 +60,18 @@ bool WriteUrl(ContextRecord& context, const CachedUrl& value) {
   return SetContextProperty(context, SV_URL_CACHE_PROP_ID, &blob);
 }
 
-// 0 or a code. The reference that a deletion takes is one of its own: the caller's stays good.
-DWORD DeleteFromStore(ContextRecord& context) {
+// 0 or a code. One that does not decode can't be deleted as others are, but must not stay for ever.
+DWORD DeleteFromStore(CertStore& store, StoreElement& element) {
   SetLastError(ERROR_SUCCESS);
-  ContextOwner passed = Duplicate(context);
-  if (DeleteContext(passed.release())) return ERROR_SUCCESS;
+  ContextOwner passed(AcquireContext(element));
+  if (!passed && GetLastError() != ERROR_NOT_ENOUGH_MEMORY && !store.has(CERT_STORE_READONLY_FLAG)) {
+    ElementOwner gone;
+    const std::lock_guard guard(store.lock);
+    if (element.linked) gone = UnlinkElement(store, element);
+    store.dirty = true;
+    return ERROR_SUCCESS;
+  }
+  if (passed && DeleteContext(passed.release())) return ERROR_SUCCESS;
   const DWORD code = LastErrorOr(NTE_FAIL);
   TraceCache("(): can't remove certificate from cache store, error %x", code);
   return code;
@@ -118,22 +117,65 @@ UrlCache::UrlCache(std::mutex& lock, StoreHandle store, ElementType type, int64_
   }
 }
 
+ContextRecord* UrlCache::Item::decoded() {
+  if (!context) context.reset(AcquireContext(*element.get()));
+  return context.get();
+}
+
+UrlCache::ListState UrlCache::listState() const {
+  const std::lock_guard guard(store_->lock);
+  const ElementList& list = store_->list(type_);
+  return {list.newest ? list.newest->sequence : 0, list.size};
+}
+
+// Newest first.
+std::vector<ElementOwner> UrlCache::elements() const {
+  const std::lock_guard guard(store_->lock);
+  std::vector<ElementOwner> all;
+  all.reserve(store_->list(type_).size);
+  for (StoreElement* each = store_->list(type_).newest; each; each = each->next)
+    all.push_back(ShareElement(*each));
+  return all;
+}
+
 void UrlCache::load() {
-  std::vector<ContextOwner> beyond;
-  ContextOwner context = NextInStore(*store_.get(), type_, nullptr);
-  while (context) {
-    ContextOwner next = NextInStore(*store_.get(), type_, context.get());
-    if (static_cast<int64_t>(items_.size()) >= maxElements_) {
-      beyond.push_back(std::move(context));
-    } else if (const std::optional<CachedUrl> url = ReadUrl(*context.get())) {
+  const ListState now = listState();
+  Items items;
+  std::vector<ElementOwner> beyond;
+  for (ElementOwner& element : elements()) {
+    if (static_cast<int64_t>(items.size()) >= maxElements_) {
+      beyond.push_back(std::move(element));
+    } else if (const std::optional<CachedUrl> url = ReadUrl(*element.get())) {
       // the newest comes first; an older one of the same URL is left where it is
-      items_.try_emplace(url->url, Item{false, url->lastModified, url->lastUsed, std::move(context)});
+      Item item{false, url->lastModified, url->lastUsed, std::move(element), {}};
+      const auto known = items_.find(url->url);
+      if (known != items_.end() && known->second.element.get() == item.element.get()) {
+        item.changed = known->second.changed;
+        item.lastUsed = known->second.lastUsed;
+        item.context = std::move(known->second.context);
+      }
+      items.try_emplace(url->url, std::move(item));
     }
-    context = std::move(next);
   }
-  for (const ContextOwner& each : beyond) {
-    if (DeleteFromStore(*each.get()) == ERROR_SUCCESS) dirty_ = true;
+  items_ = std::move(items);
+  loaded_ = now;
+  for (const ElementOwner& each : beyond) {
+    if (DeleteFromStore(*store_.get(), *each.get()) == ERROR_SUCCESS) dirty_ = true;
   }
+  if (!beyond.empty()) loaded_ = listState();
+}
+
+// With changes of our own that could not be written yet the store stays as it is: to read it again would drop them.
+void UrlCache::takeOverOthers() {
+  const LastErrorKeeper keeper;
+  if (!store_->dirty) static_cast<void>(ControlStore(*store_.get(), 0, CERT_STORE_CTRL_RESYNC, nullptr));
+  if (listState() != loaded_) load();
+}
+
+void UrlCache::refresh() {
+  if (!store_) return;
+  const std::lock_guard guard(lock_);
+  takeOverOthers();
 }
 
 std::optional<CachedObject> UrlCache::find(const std::string& url) {
@@ -142,6 +184,7 @@ std::optional<CachedObject> UrlCache::find(const std::string& url) {
   const auto found = items_.find(url);
   if (found == items_.end()) return std::nullopt;
   Item& item = found->second;
+  if (!item.decoded()) return std::nullopt;
   item.changed = true;
   item.lastUsed = Now();
   return CachedObject{Duplicate(*item.context.get()), item.lastModified};
@@ -154,7 +197,10 @@ DWORD UrlCache::add(const std::string& url, const FILETIME& lastModified, Contex
     if (url.empty() || url.size() > kMaxUrl) return ERROR_INVALID_PARAMETER;
     if (!IsValidNow(context)) return SEC_E_CONTEXT_EXPIRED;
     const std::lock_guard guard(lock_);
-    if (const DWORD code = addItem(url, lastModified, context)) return code;
+    takeOverOthers();  // a download takes its time
+    const DWORD code = addItem(url, lastModified, context);
+    loaded_ = listState();
+    if (code) return code;
     if (kept) *kept = Duplicate(*items_.find(url)->second.context.get());
     return ERROR_SUCCESS;
   };
@@ -186,18 +232,20 @@ DWORD UrlCache::makeItem(const std::string& url, const FILETIME& lastModified, C
   const FILETIME now = Now();
   if (!WriteUrl(*owned.get(), {lastModified, now, url})) {
     const DWORD code = LastErrorOr(NTE_FAIL);
-    static_cast<void>(DeleteFromStore(*owned.get()));  // without its URL nobody would ever find it again
+    static_cast<void>(
+        DeleteFromStore(*store_.get(), owned->element()));  // without its URL nobody would ever find it again
     return code;
   }
-  item = {true, lastModified, now, std::move(owned)};
+  ElementOwner element = ShareElement(owned->element());
+  item = {false, lastModified, now, std::move(element), std::move(owned)};
   return ERROR_SUCCESS;
 }
 
 DWORD UrlCache::replaceItem(Items::iterator at, const FILETIME& lastModified, ContextRecord& context) {
   Item fresh;
   if (const DWORD code = makeItem(at->first, lastModified, context, fresh)) return code;
-  if (const DWORD code = DeleteFromStore(*at->second.context.get())) {
-    static_cast<void>(DeleteFromStore(*fresh.context.get()));
+  if (const DWORD code = remove(at->second)) {
+    static_cast<void>(remove(fresh));
     return code;
   }
   at->second = std::move(fresh);
@@ -208,10 +256,15 @@ DWORD UrlCache::removeLeastRecentlyUsed() {
   const auto oldest = std::min_element(items_.begin(), items_.end(), [](const auto& a, const auto& b) {
     return Before(a.second.lastUsed, b.second.lastUsed);
   });
-  if (const DWORD code = DeleteFromStore(*oldest->second.context.get())) return code;
+  if (const DWORD code = remove(oldest->second)) return code;
   items_.erase(oldest);
-  dirty_ = true;
   return ERROR_SUCCESS;
+}
+
+DWORD UrlCache::remove(Item& item) {
+  const DWORD code = DeleteFromStore(*store_.get(), *item.element.get());
+  if (code == ERROR_SUCCESS) dirty_ = true;
+  return code;
 }
 
 void UrlCache::drop(const std::string& url, std::span<const BYTE> encoded) {
@@ -219,18 +272,17 @@ void UrlCache::drop(const std::string& url, std::span<const BYTE> encoded) {
   const std::lock_guard guard(lock_);
   const auto found = items_.find(url);
   if (found == items_.end()) return;
-  ContextRecord& context = *found->second.context.get();
-  if (!std::ranges::equal(context.element().encoded(), encoded)) return;
-  if (DeleteFromStore(context) != ERROR_SUCCESS) return;
+  if (!std::ranges::equal(found->second.element->encoded(), encoded)) return;
+  if (remove(found->second) != ERROR_SUCCESS) return;
   items_.erase(found);
-  dirty_ = true;
+  loaded_ = listState();
 }
 
 void UrlCache::flush() {
   const std::lock_guard guard(lock_);
   if (!store_ || !dirty_) return;
   for (auto& [url, item] : items_) {
-    if (!item.changed) continue;
+    if (!item.changed || !item.context) continue;
     static_cast<void>(WriteUrl(*item.context.get(), {item.lastModified, item.lastUsed, url}));
     item.changed = false;
   }
@@ -257,14 +309,21 @@ class UrlCaches {
       return nullptr;
     }
     std::optional<UrlCache>& cache = type == ElementType::Crl ? crls_ : certificates_;
-    if (!cache && !make(cache, type)) return nullptr;
+    if (cache) {
+      cache->refresh();
+    } else if (!make(cache, type)) {
+      return nullptr;
+    }
     return &*cache;
   }
 
  private:
   static StoreHandle OpenCacheStore() {
-    const auto provider = StoreNumber(CERT_STORE_PROV_SYSTEM_REGISTRY_W);
-    return OpenStore({provider, kEncoding, 0, CERT_SYSTEM_STORE_CURRENT_USER, kStoreName});
+    const OpenRequest request{StoreNumber(CERT_STORE_PROV_SYSTEM_REGISTRY_W), kEncoding, 0,
+                              CERT_SYSTEM_STORE_CURRENT_USER, kStoreName};
+    StoreHandle store = OpenStore(request);
+    if (!store && SetUnreadableStoreAside(kStoreName)) store = OpenStore(request);
+    return store;
   }
   // What can't be had now is tried again by the next, and nobody goes without his object for it.
   bool make(std::optional<UrlCache>& cache, ElementType type) {

@@ -3,6 +3,9 @@
 //
 // One cache for certificates, one for CRLs, over one store; one mutex guards both. What is found is a reference of the
 // caller's own, so that nobody minds when the entry goes meanwhile.
+//
+// Other processes have the same store. Whoever takes a cache, or adds to it, first takes over what they have done: what was
+// cleared elsewhere is neither found nor written back.
 #ifndef CERTKERN_URL_URL_CACHE_H
 #define CERTKERN_URL_URL_CACHE_H
 
@@ -15,6 +18,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/owner.h"
 #include "store/context_record.h"
@@ -35,9 +39,12 @@ struct UrlOrder {
 
 class UrlCache {
  public:
-  // `store` may be empty, and maxElements may be zero or less: nothing is then found or kept. Loads what the store holds.
+  // `store` may be empty, and maxElements may be zero or less: nothing is then found or kept. Loads what the store holds,
+  // decoding none of it: a large list costs nothing until somebody asks for it.
   UrlCache(std::mutex& lock, StoreHandle store, ElementType type, int64_t maxElements);
 
+  // Takes over what other processes have done with the store. Never disturbs the last error.
+  void refresh();
   // A hit counts as a use. Throws std::bad_alloc only.
   std::optional<CachedObject> find(const std::string& url);
   // Adds or replaces; 0 or a code: SEC_E_INTERNAL_ERROR: no store; SEC_E_CONTEXT_EXPIRED: not valid now. `kept` is then
@@ -56,11 +63,25 @@ class UrlCache {
     bool changed = false;
     FILETIME lastModified{};
     FILETIME lastUsed{};
-    ContextOwner context;  // of the store's own element
+    ElementOwner element;  // the store's own
+    ContextOwner context;  // of the element, from the first use on
+
+    // Null with a code when the element does not decode.
+    ContextRecord* decoded();
   };
   using Items = std::map<std::string, Item, UrlOrder>;
+  // What the store's list is like: every addition and every removal changes it.
+  struct ListState {
+    uint64_t newest = 0;
+    size_t size = 0;
+    bool operator==(const ListState&) const = default;
+  };
 
+  ListState listState() const;
+  std::vector<ElementOwner> elements() const;
+  void takeOverOthers();
   void load();
+  DWORD remove(Item& item);
   DWORD addItem(const std::string& url, const FILETIME& lastModified, ContextRecord& context);
   DWORD makeItem(const std::string& url, const FILETIME& lastModified, ContextRecord& context, Item& item);
   DWORD replaceItem(Items::iterator at, const FILETIME& lastModified, ContextRecord& context);
@@ -71,6 +92,7 @@ class UrlCache {
   const ElementType type_;
   const int64_t maxElements_;
   Items items_;
+  ListState loaded_;  // when items_ was last the same as the list
   bool dirty_ = false;
 };
 

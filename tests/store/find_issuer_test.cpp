@@ -215,6 +215,55 @@ TEST(FindCrl, EveryType) {
   EXPECT_EQ(Dates(store.get(), CRL_FIND_ISSUED_BY, authority.get()), "5 4 2 1");
 }
 
+// Lists under the issuer's own name count only where the whole walk has none that the subject names.
+TEST(FindCrl, IssuedForNeverMixesTheNames) {
+  const CertificateHandle leaf = CreateCertificate(MakeCertificate({.subject = "leaf"}));
+  const CertificateHandle lost = CreateCertificate(MakeCertificate({.subject = "leaf", .issuer = "nobody"}));
+  const CertificateHandle root = CreateCertificate(MakeCertificate({.subject = "root"}));
+  const CRL_FIND_ISSUED_FOR_PARA named{leaf.get(), root.get()}, unnamed{lost.get(), root.get()};
+  const auto listOf = [](const char* issuer, const char* day) {
+    return CreateCrl(MakeCrl({.issuer = issuer, .thisUpdate = std::string("2401") + day + "000000Z"}));
+  };
+  const StoreHandle first = OpenMemoryStore(0), second = OpenMemoryStore(0);
+  const auto add = [](const StoreHandle& store, const CrlHandle& list) {
+    ASSERT_TRUE(CertAddCRLContextToStore(store.get(), list.get(), CERT_STORE_ADD_ALWAYS, nullptr));
+  };
+  add(first, listOf("root", "01"));
+  add(first, listOf("ca", "02"));
+  add(second, listOf("root", "03"));
+  add(second, listOf("ca", "04"));
+  const StoreHandle both = OpenStore({StoreNumber(CERT_STORE_PROV_COLLECTION), 0, 0, 0, nullptr});
+  ASSERT_TRUE(CertAddStoreToCollection(both.get(), first.get(), 0, 2));
+  ASSERT_TRUE(CertAddStoreToCollection(both.get(), second.get(), 0, 1));
+  EXPECT_EQ(Dates(first.get(), CRL_FIND_ISSUED_FOR, &named), "2");
+  EXPECT_EQ(Dates(both.get(), CRL_FIND_ISSUED_FOR, &named), "2 4");
+  EXPECT_EQ(Dates(both.get(), CRL_FIND_ISSUED_FOR, &unnamed), "1 3");
+}
+
+// What only reads published fields takes a context that the caller put together.
+TEST(FindCrl, ContextsOfTheCallersMaking) {
+  const CertificateHandle ours = CreateCertificate(MakeCertificate({.serial = 5}));
+  const CrlHandle list = CreateCrl(MakeCrl({}));
+  const CERT_CONTEXT certificate{ours->dwCertEncodingType, ours->pbCertEncoded, ours->cbCertEncoded,
+                                 ours->pCertInfo, nullptr};
+  CRL_ENTRY listed{};
+  listed.SerialNumber = ours->pCertInfo->SerialNumber;
+  CRL_INFO info = *list->pCrlInfo;
+  info.cCRLEntry = 1;
+  info.rgCRLEntry = &listed;
+  const CRL_CONTEXT crl{X509_ASN_ENCODING, nullptr, 0, &info, nullptr};
+  PCRL_ENTRY entry = nullptr;
+  EXPECT_TRUE(CertFindCertificateInCRL(&certificate, &crl, 0, nullptr, &entry));
+  EXPECT_EQ(entry, &listed);
+  info.rgCRLEntry = nullptr;
+  EXPECT_FALSE(CertFindCertificateInCRL(&certificate, &crl, 0, nullptr, &entry));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+
+  DWORD checks = CERT_STORE_TIME_VALIDITY_FLAG;
+  EXPECT_TRUE(CertVerifySubjectCertificateContext(&certificate, nullptr, &checks));
+  EXPECT_EQ(checks, 0u);
+}
+
 TEST(FindCrl, CertificateInAList) {
   const CrlHandle crl = CreateCrl(MakeCrl({}));
   const CertificateHandle certificate = CreateCertificate(MakeCertificate({}));

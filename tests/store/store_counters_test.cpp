@@ -1,5 +1,6 @@
 // What a store and its contents live for: handles, contexts, closing by each flag, deleting.
 #include <certkern/errors.h>
+#include <certkern/find.h>
 #include <certkern/keykern.h>
 #include <gtest/gtest.h>
 
@@ -248,6 +249,36 @@ TEST(StoreControl, ByKind) {
   EXPECT_TRUE(AsStore(collection)->autoResync);
   CertCloseStore(memory, 0);
   CertCloseStore(collection, 0);
+}
+
+// Two walks that delete what they meet: each goes on where it was, wherever the other is.
+TEST(StoreWalk, GoesOnFromWhatHasLeft) {
+  constexpr DWORD kCount = 60;
+  for (const DWORD step : {1u, 2u, 3u}) {
+    SCOPED_TRACE(step);
+    const StoreHandle store = OpenMemoryStore(0);
+    for (DWORD serial = 1; serial <= kCount; ++serial) {
+      const CertificateHandle each = CreateCertificate(MakeCertificate({.serial = serial}));
+      ASSERT_TRUE(CertAddCertificateContextToStore(store.get(), each.get(), CERT_STORE_ADD_ALWAYS, nullptr));
+    }
+    // how far each is; they take turns, one three certificates at a time
+    PCCERT_CONTEXT at[2] = {};
+    DWORD left[2] = {kCount + 1, kCount + 1};
+    bool gone[kCount + 1] = {};
+    for (DWORD turn = 0; turn < kCount; ++turn) {
+      const size_t who = turn % 4 == 0;
+      at[who] = CertEnumCertificatesInStore(store.get(), at[who]);
+      do --left[who];
+      while (left[who] && gone[left[who]]);
+      ASSERT_EQ(at[who] != nullptr, left[who] != 0);
+      if (!at[who]) break;
+      EXPECT_EQ(at[who]->pCertInfo->SerialNumber.pbData[0], left[who]);
+      if (turn % step) continue;
+      gone[left[who]] = true;
+      ASSERT_TRUE(CertDeleteCertificateFromStore(CertDuplicateCertificateContext(at[who])));
+    }
+    for (const PCCERT_CONTEXT each : at) CertFreeCertificateContext(each);
+  }
 }
 
 }  // namespace

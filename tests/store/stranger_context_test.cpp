@@ -1,5 +1,6 @@
 // Every exported function that takes a context, and whatever is not one: freed, never made, of the other kind. It is told
-// by its address alone, so nothing is read through it; the sanitizer watches that.
+// by its address alone, so nothing is read through it; the sanitizer watches that. Calls that only read published fields
+// take a context of the caller's making as well.
 #include <certkern/cert.h>
 #include <certkern/chain.h>
 #include <certkern/errors.h>
@@ -11,9 +12,12 @@
 #include <certkern/url.h>
 #include <gtest/gtest.h>
 
-#include <utility>
-
+#include <algorithm>
+#include <iterator>
 #include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
 
 #include "store/sample_objects.h"
 #include "store/store_kind.h"
@@ -201,6 +205,22 @@ const Call<CRL_CONTEXT> kCrlCalls[] = {
     {"signature of",           [](PCCRL_CONTEXT c) { return Verifies(3, c, 2, GoodCertificate().get()); }                       },
 };
 
+// Memory that is no context can't be told from a context of the caller's making.
+bool ReadsOnly(std::string_view name) {
+  constexpr std::string_view kNames[] = {"find the same",
+                                         "check of a subject",
+                                         "check by an issuer",
+                                         "signature of",
+                                         "signature by",
+                                         "entry of a list",
+                                         "list by an issuer",
+                                         "list for a subject",
+                                         "list for an issuer",
+                                         "addresses",
+                                         "entry"};
+  return std::ranges::find(kNames, name) != std::end(kNames);
+}
+
 template <class Context, size_t count>
 void ExpectRefused(const Call<Context> (&calls)[count], const Context* freed, const void* ofTheOtherKind) {
   const Context neverMade{};
@@ -216,6 +236,7 @@ void ExpectRefused(const Call<Context> (&calls)[count], const Context* freed, co
   for (const auto& [name, takes, ofEitherKind] : calls) {
     for (const auto& [kind, stranger] : kStrangers) {
       if (ofEitherKind && stranger == ofTheOtherKind) continue;
+      if (ReadsOnly(name) && (name != std::string_view("find the same") || std::is_same_v<Context, CRL_CONTEXT>) && stranger != &neverMade && stranger != ofTheOtherKind) continue;
       SetLastError(0);
       EXPECT_FALSE(takes(stranger)) << name << ", " << kind;
       EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER}) << name << ", " << kind;

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -269,6 +270,22 @@ TEST_F(Retrieval, BundlesComeAsAStore) {
     EXPECT_EQ(Bytes(only->pbCertEncoded, only->pbCertEncoded + only->cbCertEncoded), expected);
     EXPECT_FALSE(CertEnumCertificatesInStore(object, only));
   }
+}
+
+// The limit of what it may be, not of what any download may be.
+TEST_F(Retrieval, AnEndlessCertificateIsGivenUpEarly) {
+  std::atomic<size_t> sent{0};
+  const RawServer endless([&](RawConnection& connection) {
+    if (connection.readHead().empty()) return;
+    const std::string block(size_t{64} << 10, 'A');
+    bool open = connection.send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n");
+    while (open && sent < size_t{64} << 20) {
+      open = connection.send(block);
+      if (open) sent += block.size();
+    }
+  });
+  EXPECT_EQ(CodeOf(endless.url("/endless"), CONTEXT_OID_CERTIFICATE, 0), DWORD{CRYPT_E_NOT_FOUND});
+  EXPECT_LT(sent, size_t{16} << 20) << "what the sockets hold comes on top of the limit";
 }
 
 TEST_F(Retrieval, TellsWhatWasAskedAndWhatCame) {

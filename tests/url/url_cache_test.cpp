@@ -2,12 +2,16 @@
 #include "url/url_cache.h"
 
 #include <certkern/errors.h>
+#include <certkern/find.h>
 #include <certkern/keykern.h>
+#include <certkern/store.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,9 +20,12 @@
 #include "platform/temporary_directory.h"
 #include "store/context_property.h"
 #include "store/element_addition.h"
+#include "store/persistent_store.h"
+#include "store/property_block.h"
 #include "store/sample_objects.h"
 #include "store/store_kind.h"
 #include "url/cached_url.h"
+#include "url/unreadable_store.h"
 
 using namespace certkern;
 using namespace certkern::test;
@@ -201,6 +208,102 @@ TEST(UrlCacheOverFile, SurvivesAndIsWrittenOnlyWhenSomethingChanged) {
   first.add("http://a/2", kNever, *Certificate(2).get());
   first.flush();
   EXPECT_NE(directory.read("cache.sto"), written);
+}
+
+// The user's own store under this name, as each process has it.
+class UrlCacheOverSystemStore : public testing::Test {
+ protected:
+  UrlCacheOverSystemStore() : file_(SystemStorePath(L"shared", CERT_SYSTEM_STORE_CURRENT_USER)) {
+    std::filesystem::remove(file_);
+  }
+  StoreHandle open() const {
+    return OpenStore({StoreNumber(CERT_STORE_PROV_SYSTEM_REGISTRY_W), X509_ASN_ENCODING, 0,
+                      CERT_SYSTEM_STORE_CURRENT_USER, L"shared"});
+  }
+  static void clear(const StoreHandle& other) {
+    while (PCCERT_CONTEXT each = CertEnumCertificatesInStore(other.get(), nullptr)) {
+      ASSERT_TRUE(CertDeleteCertificateFromStore(each));
+    }
+    ASSERT_TRUE(ControlStore(*other.get(), 0, CERT_STORE_CTRL_COMMIT, nullptr));
+  }
+
+  const std::string file_;
+  std::mutex lock_;
+};
+
+TEST_F(UrlCacheOverSystemStore, WhatAnotherProcessClearedStaysAway) {
+  const StoreHandle held = open();
+  ASSERT_TRUE(held);
+  UrlCache cache(lock_, Share(held), ElementType::Certificate, 10);
+  cache.add("u1", kNever, *Certificate(1).get());
+  cache.add("u2", kNever, *Certificate(2).get());
+  cache.flush();
+  const StoreHandle other = open();
+  clear(other);
+  cache.refresh();
+  EXPECT_EQ(SerialAt(cache, "u1"), "none");
+  cache.add("u3", kNever, *Certificate(3).get());
+  cache.flush();
+  EXPECT_EQ(Serials(*open().get()), "3");
+
+  ASSERT_TRUE(ControlStore(*other.get(), 0, CERT_STORE_CTRL_RESYNC, nullptr));
+  clear(other);
+  cache.add("u4", kNever,
+            *Certificate(4).get());  // without a refresh of its own: the handle was taken before
+  cache.flush();
+  EXPECT_EQ(Serials(*open().get()), "4");
+}
+
+TEST_F(UrlCacheOverSystemStore, WhatAnotherProcessAddedIsFound) {
+  UrlCache cache(lock_, open(), ElementType::Certificate, 10);
+  UrlCache other(lock_, open(), ElementType::Certificate, 10);
+  other.add("u1", kNever, *Certificate(1).get());
+  other.flush();
+  cache.refresh();
+  EXPECT_EQ(SerialAt(cache, "u1"), "1");
+}
+
+TEST_F(UrlCacheOverSystemStore, AnUnreadableFileIsSetAside) {
+  { UrlCache(lock_, open(), ElementType::Certificate, 10).add("u1", kNever, *Certificate(1).get()); }
+  std::string whole;
+  {
+    std::ifstream in(file_, std::ios::binary);
+    whole.assign(std::istreambuf_iterator<char>(in), {});
+  }
+  EXPECT_FALSE(SetUnreadableStoreAside(L"shared")) << "this one reads";
+  ASSERT_EQ(Serials(*open().get()), "1");
+  for (const std::string& bytes :
+       {whole.substr(0, whole.size() / 2), std::string("no store"), whole + "more"}) {
+    SCOPED_TRACE(bytes.size());
+    std::ofstream(file_, std::ios::binary) << bytes;
+    if (open()) continue;  // what follows the end marker is not looked at
+    EXPECT_TRUE(SetUnreadableStoreAside(L"shared"));
+    const StoreHandle anew = open();
+    ASSERT_TRUE(anew);
+    EXPECT_EQ(CountOf(*anew.get(), ElementType::Certificate), 0u);
+    EXPECT_EQ(std::filesystem::file_size(file_ + ".damaged"), bytes.size());
+  }
+}
+
+TEST_F(UrlCacheOverMemory, WhatDoesNotDecodeGivesWay) {
+  const CRYPT_DATA_BLOB named = [] {
+    static std::vector<BYTE> url = EncodeCachedUrl({{}, {}, "u"});
+    return CRYPT_DATA_BLOB{static_cast<DWORD>(url.size()), url.data()};
+  }();
+  const Bytes junk = {0x30, 0x03, 0x02, 0x01, 0x05};
+  PropertyList items;
+  items.set(NewPropertyItem(SV_URL_CACHE_PROP_ID, {named.pbData, named.cbData}));
+  {
+    const std::lock_guard guard(store->lock);
+    LinkElement(*store.get(),
+                NewElement(ElementType::Certificate, X509_ASN_ENCODING, junk, store.get(),
+                           NewPropertyBlock(std::move(items))));
+  }
+  UrlCache cache = make(10);
+  EXPECT_EQ(SerialAt(cache, "u"), "none");
+  EXPECT_EQ(cache.add("u", kNever, *Certificate(2).get()), 0u);
+  EXPECT_EQ(SerialAt(cache, "u"), "2");
+  EXPECT_EQ(stored(), 1u);
 }
 
 }  // namespace

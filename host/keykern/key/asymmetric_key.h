@@ -113,7 +113,7 @@ DWORD ParseRsaPublicKey(const std::string& oid, std::span<const BYTE> parameters
                         PublicKeyPtr& key);
 DWORD ParseRsaPrivateKey(const std::string& oid, std::span<const BYTE> parameters,
                          std::span<const BYTE> octets, PrivateKeyPtr& key);
-// bits: 1024 to 16384 in steps of 8; 0: 2048. NTE_BAD_LEN
+// bits: 1024 to 8192 in steps of 8, or to the configured bound; 0: 2048. NTE_BAD_LEN
 DWORD GenerateRsaKey(DWORD bits, PrivateKeyPtr& key);
 
 DWORD ParseEcPublicKey(const std::string& oid, std::span<const BYTE> parameters, std::span<const BYTE> bits,

@@ -2,9 +2,12 @@
 #include "common/der.h"
 #include "keykern/key/asymmetric_key.h"
 #include "keykern/key/libcrypto_key.h"
-#include "platform/limits.h"
 
 #include <openssl/core_names.h>
+#include <openssl/dsa.h>
+
+#include <algorithm>
+#include <iterator>
 
 namespace keykern {
 namespace {
@@ -12,9 +15,12 @@ namespace {
 namespace der = certkern::der;
 
 constexpr char kDsa[] = "1.2.840.10040.4.1";
-// A prime of the same size costs a verifier the same with RSA.
-constexpr size_t kMaxPrimeBytes = certkern::kMaxRsaBits / 8;
-constexpr size_t kMaxOrderBytes = 32;  // FIPS 186-4, 4.2
+// What libcrypto computes with.
+constexpr int kMaxPrimeBits = OPENSSL_DSA_MAX_MODULUS_BITS;
+constexpr int kOrderBits[] = {160, 224, 256};  // FIPS 186-4, 4.2
+
+constexpr size_t kMaxPrimeBytes = kMaxPrimeBits / 8;
+constexpr size_t kMaxOrderBytes = 32;
 
 struct DsaNumbers {
   BnPtr p, q, g, y;
@@ -22,7 +28,7 @@ struct DsaNumbers {
 
 class DsaPublicKey final : public PublicKey {
  public:
-  explicit DsaPublicKey(PkeyPtr key) : key_(std::move(key)) {}
+  explicit DsaPublicKey(PkeyPtr key) : key_(WithSizes(std::move(key))) {}
 
   Family family() const override { return Family::Dsa; }
   DWORD bits() const override { return static_cast<DWORD>(EVP_PKEY_get_bits(key_.get())); }
@@ -36,7 +42,7 @@ class DsaPublicKey final : public PublicKey {
   }
 
   DWORD verify(const SignatureInput& input, std::span<const BYTE> signature) const override {
-    return input.pss ? NTE_BAD_FLAGS : VerifyHash(key_, verifying_, input, signature);
+    return input.pss ? NTE_BAD_FLAGS : VerifyPair(key_, verifying_, input, signature);
   }
 
  private:
@@ -60,6 +66,11 @@ bool TakeNumbers(std::span<const BYTE> parameters, std::span<const BYTE> bits, D
       && body.empty() && TakeNumber(key, kMaxPrimeBytes, numbers.y) && key.empty();
 }
 
+bool HasUsualSizes(const DsaNumbers& numbers) {
+  return std::ranges::find(kOrderBits, BN_num_bits(numbers.q.get())) != std::end(kOrderBits)
+      && BN_num_bits(numbers.p.get()) <= kMaxPrimeBits;
+}
+
 // 1 < number < p
 bool IsInGroup(const BnPtr& number, const BnPtr& p) {
   return BN_cmp(number.get(), BN_value_one()) > 0 && BN_cmp(number.get(), p.get()) < 0;
@@ -71,9 +82,9 @@ DWORD ParseDsaPublicKey(const std::string& oid, std::span<const BYTE> parameters
                         PublicKeyPtr& key) {
   const ErrorMark mark;
   DsaNumbers numbers;
-  if (oid != kDsa || !TakeNumbers(parameters, bits, numbers) || !BN_is_odd(numbers.p.get())
-      || BN_cmp(numbers.q.get(), numbers.p.get()) >= 0 || !IsInGroup(numbers.g, numbers.p)
-      || !IsInGroup(numbers.y, numbers.p)) {
+  if (oid != kDsa || !TakeNumbers(parameters, bits, numbers) || !HasUsualSizes(numbers)
+      || !BN_is_odd(numbers.p.get()) || BN_cmp(numbers.q.get(), numbers.p.get()) >= 0
+      || !IsInGroup(numbers.g, numbers.p) || !IsInGroup(numbers.y, numbers.p)) {
     return NTE_BAD_PUBLIC_KEY;
   }
   PkeyPtr made = KeyPieces()
@@ -82,7 +93,7 @@ DWORD ParseDsaPublicKey(const std::string& oid, std::span<const BYTE> parameters
                      .number(OSSL_PKEY_PARAM_FFC_G, numbers.g)
                      .number(OSSL_PKEY_PARAM_PUB_KEY, numbers.y)
                      .build("DSA", EVP_PKEY_PUBLIC_KEY);
-  if (!made) return NTE_BAD_PUBLIC_KEY;
+  if (!made) return mark.failure();
   key = std::make_shared<DsaPublicKey>(std::move(made));
   return ERROR_SUCCESS;
 }

@@ -6,10 +6,11 @@
 
 #include <openssl/core_names.h>
 #include <openssl/ec.h>
+#include <openssl/ecerr.h>
 
 #include <algorithm>
-#include <array>
-#include <mutex>
+#include <iterator>
+#include <new>
 
 namespace keykern {
 namespace {
@@ -66,41 +67,48 @@ GroupPtr NewGroup(const Curve& curve) {
 
 EVP_PKEY* MakeParameters(const Curve& curve) {
   const ErrorMark mark;
-  return KeyPieces()
-      .text(OSSL_PKEY_PARAM_GROUP_NAME, curve.name)
-      .build("EC", EVP_PKEY_KEY_PARAMETERS)
-      .release();
+  PkeyPtr made =
+      KeyPieces().text(OSSL_PKEY_PARAM_GROUP_NAME, curve.name).build("EC", EVP_PKEY_KEY_PARAMETERS);
+  if (!made && mark.failure() == NTE_NO_MEMORY) throw std::bad_alloc();
+  return made.release();
 }
 
 // A key without numbers, kept for good; null where the host lacks the curve. Copying it is four times faster than
 // looking the curve up by name, and each certificate brings a key.
 const EVP_PKEY* ParametersOf(const Curve& curve) {
-  struct Slot {
-    std::once_flag once;
-    const EVP_PKEY* parameters = nullptr;
-  };
-  static std::array<Slot, std::size(kCurves)> slots;
-  Slot& slot = slots[static_cast<size_t>(&curve - kCurves)];
-  std::call_once(slot.once, [&] { slot.parameters = MakeParameters(curve); });
-  return slot.parameters;
+  static constinit MadeOnce<EVP_PKEY_free> parameters[std::size(kCurves)];
+  return parameters[&curve - kCurves].get([&] { return MakeParameters(curve); });
 }
 
-// A point as SEC 1, 2.3.3 has it, but for infinity and the hybrid form. Null: not on the curve.
-PkeyPtr MakePublic(const Curve& curve, std::span<const BYTE> point) {
+bool IsAboutPoint(unsigned long error) {
+  constexpr int kReasons[] = {EC_R_POINT_IS_NOT_ON_CURVE, EC_R_INVALID_COMPRESSED_POINT,
+                              EC_R_INVALID_ENCODING, EC_R_INVALID_COMPRESSION_BIT,
+                              EC_R_COORDINATES_OUT_OF_RANGE};
+  return ERR_GET_LIB(error) == ERR_LIB_EC
+      && std::ranges::find(kReasons, ERR_GET_REASON(error)) != std::end(kReasons);
+}
+
+// A point as SEC 1, 2.3.3 has it, but for infinity and the hybrid form.
+DWORD MakePublic(const Curve& curve, std::span<const BYTE> point, PkeyPtr& made) {
   const size_t field = FieldSize(curve);
   const bool whole = point.size() == 1 + 2 * field && point[0] == kUncompressed;
   const bool compressed = point.size() == 1 + field && (point[0] == 2 || point[0] == 3);
-  if (!whole && !compressed) return nullptr;
+  if (!whole && !compressed) return NTE_BAD_PUBLIC_KEY;
   PkeyPtr key(EVP_PKEY_dup(const_cast<EVP_PKEY*>(ParametersOf(curve))));
-  return key && EVP_PKEY_set1_encoded_public_key(key.get(), point.data(), point.size()) == 1 ? std::move(key)
-                                                                                             : nullptr;
+  if (!key) return NTE_NO_MEMORY;
+  const ErrorMark mark;
+  if (EVP_PKEY_set1_encoded_public_key(key.get(), point.data(), point.size()) != 1)
+    return mark.refusal(NTE_BAD_PUBLIC_KEY, IsAboutPoint);
+  made = std::move(key);
+  return ERROR_SUCCESS;
 }
 
 SecretBytes Uncompressed(const GroupPtr& group, const PointPtr& point, const Curve& curve) {
   SecretBytes bytes(1 + 2 * FieldSize(curve));
   const size_t size = EC_POINT_point2oct(group.get(), point.get(), POINT_CONVERSION_UNCOMPRESSED,
                                          bytes.data(), bytes.size(), nullptr);
-  return size == bytes.size() ? bytes : SecretBytes();
+  if (size != bytes.size()) throw std::bad_alloc();  // a point that was just computed has its bytes
+  return bytes;
 }
 
 SecretBytes Compressed(std::span<const BYTE> point) {
@@ -114,11 +122,10 @@ SecretBytes PointOf(const Curve& curve, const BnPtr& number) {
   const GroupPtr group = NewGroup(curve);
   const PointPtr point(group ? EC_POINT_new(group.get()) : nullptr);
   const BnContextPtr context(BN_CTX_secure_new_ex(LibcryptoContext()));
-  if (!point || !context || BN_is_zero(number.get())
-      || BN_cmp(number.get(), EC_GROUP_get0_order(group.get())) >= 0
-      || !EC_POINT_mul(group.get(), point.get(), number.get(), nullptr, nullptr, context.get())) {
-    return {};
-  }
+  if (!point || !context) throw std::bad_alloc();
+  if (BN_is_zero(number.get()) || BN_cmp(number.get(), EC_GROUP_get0_order(group.get())) >= 0) return {};
+  if (!EC_POINT_mul(group.get(), point.get(), number.get(), nullptr, nullptr, context.get()))
+    throw std::bad_alloc();
   return Uncompressed(group, point, curve);
 }
 
@@ -128,7 +135,7 @@ DWORD Judge(const SignatureInput& input) { return input.pss ? NTE_BAD_FLAGS : ER
 
 class EcPublicKey final : public PublicKey {
  public:
-  EcPublicKey(PkeyPtr key, const Curve& curve) : key_(std::move(key)), curve_(curve) {}
+  EcPublicKey(PkeyPtr key, const Curve& curve) : key_(WithSizes(std::move(key))), curve_(curve) {}
 
   Family family() const override { return Family::Ec; }
   DWORD bits() const override { return curve_.bits; }
@@ -152,10 +159,9 @@ class EcPublicKey final : public PublicKey {
         {der::AlgorithmIdentifier(kEcPublicKey, der::Oid(curve_.oid)), der::BitString(point())});
   }
 
-  // Foreign bytes after the DER of a signature, and DER that is no DER, are refused by libcrypto.
   DWORD verify(const SignatureInput& input, std::span<const BYTE> signature) const override {
     if (const DWORD code = Judge(input)) return code;
-    return VerifyHash(key_, verifying_, input, signature);
+    return VerifyPair(key_, verifying_, input, signature);
   }
 
  private:
@@ -167,7 +173,7 @@ class EcPublicKey final : public PublicKey {
 class EcPrivateKey final : public PrivateKey {
  public:
   EcPrivateKey(PkeyPtr key, const Curve& curve)
-      : key_(std::move(key)), public_(std::make_shared<EcPublicKey>(Share(key_), curve)) {}
+      : key_(WithSizes(std::move(key))), public_(std::make_shared<EcPublicKey>(Share(key_), curve)) {}
 
   PublicKeyPtr publicKey() const override { return public_; }
   DWORD signatureSize() const override { return static_cast<DWORD>(EVP_PKEY_get_size(key_.get())); }
@@ -200,7 +206,7 @@ class EcPrivateKey final : public PrivateKey {
     if (!context || EVP_PKEY_derive_init(context.get()) != 1
         || EVP_PKEY_derive_set_peer(context.get(), peer->key().get()) != 1
         || EVP_PKEY_derive(context.get(), x.data(), &size) != 1 || size != x.size()) {
-      return NTE_FAIL;
+      return mark.failure();
     }
     shared = std::move(x);
     return ERROR_SUCCESS;
@@ -231,8 +237,8 @@ DWORD ParseEcPublicKey(const std::string& oid, std::span<const BYTE> parameters,
   const ErrorMark mark;
   const Curve* curve = ReadCurve(oid, parameters);
   if (!curve || !ParametersOf(*curve)) return NTE_BAD_ALGID;
-  PkeyPtr made = MakePublic(*curve, bits);
-  if (!made) return NTE_BAD_PUBLIC_KEY;
+  PkeyPtr made;
+  if (const DWORD code = MakePublic(*curve, bits, made)) return code;
   key = std::make_shared<EcPublicKey>(std::move(made), *curve);
   return ERROR_SUCCESS;
 }
@@ -258,7 +264,7 @@ DWORD ParseEcPrivateKey(const std::string& oid, std::span<const BYTE> parameters
                      .number(OSSL_PKEY_PARAM_PRIV_KEY, number)
                      .octets(OSSL_PKEY_PARAM_PUB_KEY, point)
                      .build("EC", EVP_PKEY_KEYPAIR);
-  if (!made) return NTE_BAD_KEY;
+  if (!made) return mark.failure();
   key = std::make_shared<EcPrivateKey>(std::move(made), *curve);
   return ERROR_SUCCESS;
 }
@@ -272,7 +278,7 @@ DWORD GenerateEcKey(const std::string& parameterSet, PrivateKeyPtr& key) {
   if (!context || EVP_PKEY_keygen_init(context.get()) != 1
       || EVP_PKEY_CTX_set_group_name(context.get(), curve->name) != 1
       || EVP_PKEY_generate(context.get(), &made) != 1) {
-    return NTE_FAIL;
+    return mark.failure();
   }
   key = std::make_shared<EcPrivateKey>(PkeyPtr(made), *curve);
   return ERROR_SUCCESS;

@@ -6,6 +6,8 @@
 
 #include <openssl/core_names.h>
 
+#include <new>
+
 namespace keykern {
 namespace {
 
@@ -14,12 +16,13 @@ namespace der = certkern::der;
 struct EdwardsCurve {
   const char* oid;
   const char* name;      // libcrypto's
+  const char* hash;      // that a verification starts with, libcrypto's name
   size_t keySize;        // bytes, of either half
   size_t signatureSize;  // bytes
 };
 constexpr EdwardsCurve kCurves[] = {
-    {"1.3.101.112", "ED25519", 32, 64 },
-    {"1.3.101.113", "ED448",   57, 114},
+    {"1.3.101.112", "ED25519", "SHA512",   32, 64 },
+    {"1.3.101.113", "ED448",   "SHAKE256", 57, 114},
 };
 
 const EdwardsCurve* FindCurve(const std::string& oid) {
@@ -32,6 +35,24 @@ const EdwardsCurve* FindCurve(const std::string& oid) {
 // RFC 8410, 3: the parameters must be absent.
 const EdwardsCurve* ReadCurve(const std::string& oid, std::span<const BYTE> parameters) {
   return parameters.empty() ? FindCurve(oid) : nullptr;
+}
+
+// libcrypto's status: 1 for a signature that verifies, 0 otherwise.
+int VerifyOnce(const PkeyPtr& key, std::span<const BYTE> message, std::span<const BYTE> signature) {
+  const MdContextPtr context(EVP_MD_CTX_new());
+  if (!context
+      || EVP_DigestVerifyInit_ex(context.get(), nullptr, nullptr, LibcryptoContext(), nullptr, key.get(),
+                                 nullptr)
+          != 1)
+    throw std::bad_alloc();
+  return EVP_DigestVerify(context.get(), signature.data(), signature.size(), message.data(), message.size());
+}
+
+bool CanHash(const EdwardsCurve& curve) {
+  const MdContextPtr context(EVP_MD_CTX_new());
+  const std::unique_ptr<EVP_MD, LibcryptoFree<EVP_MD_free>> hash(
+      EVP_MD_fetch(LibcryptoContext(), curve.hash, nullptr));
+  return context && hash && EVP_DigestInit_ex2(context.get(), hash.get(), nullptr) == 1;
 }
 
 DWORD Judge(const SignatureInput& input) {
@@ -51,24 +72,19 @@ class EdDsaPublicKey final : public PublicKey {
   SecretBytes publicKeyInfo() const override {
     SecretBytes raw(curve_.keySize);
     size_t size = raw.size();
-    if (EVP_PKEY_get_raw_public_key(key_.get(), raw.data(), &size) != 1) return {};
+    if (EVP_PKEY_get_raw_public_key(key_.get(), raw.data(), &size) != 1) throw std::bad_alloc();
     return der::Sequence({der::AlgorithmIdentifier(curve_.oid, {}), der::BitString(raw)});
   }
 
   DWORD verify(const SignatureInput& input, std::span<const BYTE> signature) const override {
     if (const DWORD code = Judge(input)) return code;
+    if (signature.size() != curve_.signatureSize) return NTE_BAD_SIGNATURE;
     const ErrorMark mark;
-    const MdContextPtr context(EVP_MD_CTX_new());
     const SecretBytes standard = Reversed(signature);
-    return context
-            && EVP_DigestVerifyInit_ex(context.get(), nullptr, nullptr, LibcryptoContext(), nullptr,
-                                       key_.get(), nullptr)
-                == 1
-            && EVP_DigestVerify(context.get(), standard.data(), standard.size(), input.value.data(),
-                                input.value.size())
-                == 1
-        ? ERROR_SUCCESS
-        : NTE_BAD_SIGNATURE;
+    if (VerifyOnce(key_, input.value, standard) == 1) return ERROR_SUCCESS;
+    // Without a word libcrypto answers the same when its hash could not be had. So that is tried, and it is asked again.
+    if (!CanHash(curve_)) return NTE_NO_MEMORY;
+    return VerifyOnce(key_, input.value, standard) == 1 ? ERROR_SUCCESS : NTE_BAD_SIGNATURE;
   }
 
  private:
@@ -108,7 +124,7 @@ class EdDsaPrivateKey final : public PrivateKey {
                                  nullptr)
             != 1
         || EVP_DigestSign(context.get(), made.data(), &size, input.value.data(), input.value.size()) != 1) {
-      return NTE_FAIL;
+      return mark.failure();
     }
     signature = Reversed(std::span(made).first(size));
     return ERROR_SUCCESS;
@@ -128,7 +144,7 @@ DWORD ParseEdDsaPublicKey(const std::string& oid, std::span<const BYTE> paramete
   if (!curve || bits.size() != curve->keySize) return NTE_BAD_PUBLIC_KEY;
   PkeyPtr made(
       EVP_PKEY_new_raw_public_key_ex(LibcryptoContext(), curve->name, nullptr, bits.data(), bits.size()));
-  if (!made) return NTE_BAD_PUBLIC_KEY;
+  if (!made) return mark.failure();
   key = std::make_shared<EdDsaPublicKey>(std::move(made), *curve);
   return ERROR_SUCCESS;
 }
@@ -144,7 +160,7 @@ DWORD ParseEdDsaPrivateKey(const std::string& oid, std::span<const BYTE> paramet
   }
   PkeyPtr made(
       EVP_PKEY_new_raw_private_key_ex(LibcryptoContext(), curve->name, nullptr, raw.data(), raw.size()));
-  if (!made) return NTE_BAD_KEY;
+  if (!made) return mark.failure();
   key = std::make_shared<EdDsaPrivateKey>(std::move(made), *curve);
   return ERROR_SUCCESS;
 }
@@ -156,7 +172,7 @@ DWORD GenerateEdDsaKey(const std::string& parameterSet, PrivateKeyPtr& key) {
   const PkeyContextPtr context(EVP_PKEY_CTX_new_from_name(LibcryptoContext(), curve->name, nullptr));
   EVP_PKEY* made = nullptr;
   if (!context || EVP_PKEY_keygen_init(context.get()) != 1 || EVP_PKEY_generate(context.get(), &made) != 1) {
-    return NTE_FAIL;
+    return mark.failure();
   }
   key = std::make_shared<EdDsaPrivateKey>(PkeyPtr(made), *curve);
   return ERROR_SUCCESS;

@@ -3,6 +3,7 @@
 #include "common/der.h"
 #include "keykern/key/libcrypto_key.h"
 
+#include <new>
 #include <string_view>
 
 namespace keykern {
@@ -109,10 +110,9 @@ SecretBytes Fingerprint(const PublicKey& key) {
   const ErrorMark mark;
   SecretBytes fingerprint(32);
   const EVP_MD* sha256 = FindDigest(CALG_SHA_256);
-  if (!sha256
-      || EVP_Digest(hashed.data(), hashed.size(), fingerprint.data(), nullptr, sha256, nullptr) != 1) {
-    return {};
-  }
+  if (!sha256) return {};
+  if (EVP_Digest(hashed.data(), hashed.size(), fingerprint.data(), nullptr, sha256, nullptr) != 1)
+    throw std::bad_alloc();
   return fingerprint;
 }
 

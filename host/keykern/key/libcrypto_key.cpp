@@ -1,42 +1,50 @@
 #include "keykern/key/libcrypto_key.h"
 
+#include "common/der.h"
 #include "keykern/crypto_library.h"
 
-#include <array>
+#include <algorithm>
 #include <new>
 #include <utility>
 
 namespace keykern {
 namespace {
 
+namespace der = certkern::der;
+
 struct DigestRow {
   ALG_ID hash;
   const char* name;
+  const char* oid;
 };
 constexpr DigestRow kDigests[] = {
-    {CALG_SHA_256, "SHA256"},
-    {CALG_SHA_384, "SHA384"},
-    {CALG_SHA_512, "SHA512"},
-    {CALG_SHA1,    "SHA1"  },
-    {CALG_MD5,     "MD5"   },
+    {CALG_SHA_256, "SHA256", "2.16.840.1.101.3.4.2.1"},
+    {CALG_SHA_384, "SHA384", "2.16.840.1.101.3.4.2.2"},
+    {CALG_SHA_512, "SHA512", "2.16.840.1.101.3.4.2.3"},
+    {CALG_SHA1,    "SHA1",   "1.3.14.3.2.26"         },
+    {CALG_MD5,     "MD5",    "1.2.840.113549.2.5"    },
 };
-using Digests = std::array<const EVP_MD*, std::size(kDigests)>;
 
-// A host may lack one of them; its row is null then.
-Digests FetchDigests() {
-  const ErrorMark mark;
-  Digests digests{};
-  OSSL_LIB_CTX* context = LibcryptoContext();
-  for (size_t i = 0; context && i < digests.size(); ++i) {
-    digests[i] = EVP_MD_fetch(context, kDigests[i].name, nullptr);
-  }
-  return digests;
+const DigestRow* FindRow(ALG_ID hash) {
+  const auto* row = std::ranges::find(kDigests, hash, &DigestRow::hash);
+  return row == std::end(kDigests) ? nullptr : row;
 }
 
-// The digest of an input whose value has its length; null otherwise.
-const EVP_MD* DigestOf(const SignatureInput& input) {
-  const EVP_MD* digest = FindDigest(input.hash);
-  return digest && input.value.size() == static_cast<size_t>(EVP_MD_get_size(digest)) ? digest : nullptr;
+// Null where the host lacks it.
+EVP_MD* Fetch(const DigestRow& row) {
+  const ErrorMark mark;
+  OSSL_LIB_CTX* context = LibcryptoContext();
+  EVP_MD* digest = context ? EVP_MD_fetch(context, row.name, nullptr) : nullptr;
+  if (!digest && mark.failure() == NTE_NO_MEMORY) throw std::bad_alloc();
+  return digest;
+}
+
+// libcrypto answers the same to a signature that is no DER and to a lack of memory, so the former is found out here.
+bool IsPairOfNumbers(std::span<const BYTE> signature) {
+  der::Reader in(signature), body;
+  std::span<const BYTE> r, s;
+  if (!in.take(der::kSequence, body) || !body.takeUnsigned(r) || !body.takeUnsigned(s)) return false;
+  return std::ranges::equal(der::Sequence({der::Unsigned(r), der::Unsigned(s)}), signature);
 }
 
 template <class T>
@@ -68,6 +76,11 @@ PreparedPtr PrepareContext(const PkeyPtr& key, SpareContext& spare, int (*init)(
 }
 
 }  // namespace
+
+PkeyPtr WithSizes(PkeyPtr key) {
+  if (EVP_PKEY_get_bits(key.get()) <= 0 || EVP_PKEY_get_size(key.get()) <= 0) throw std::bad_alloc();
+  return key;
+}
 
 PkeyPtr Share(const PkeyPtr& key) {
   if (!EVP_PKEY_up_ref(key.get())) throw std::bad_alloc();
@@ -132,26 +145,36 @@ PkeyPtr KeyPieces::build(const char* type, int selection) {
 }
 
 const EVP_MD* FindDigest(ALG_ID hash) {
-  static const Digests digests = FetchDigests();
-  for (size_t i = 0; i < digests.size(); ++i) {
-    if (kDigests[i].hash == hash) return digests[i];
-  }
-  return nullptr;
+  static constinit MadeOnce<EVP_MD_free> digests[std::size(kDigests)];
+  const DigestRow* row = FindRow(hash);
+  return row ? digests[row - kDigests].get([row] { return Fetch(*row); }) : nullptr;
 }
 
-DWORD VerifyHash(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input,
-                 std::span<const BYTE> signature, Prepare prepare) {
+const char* DigestOid(ALG_ID hash) {
+  const DigestRow* row = FindRow(hash);
+  return row ? row->oid : nullptr;
+}
+
+const EVP_MD* DigestOf(const SignatureInput& input) {
+  const EVP_MD* digest = FindDigest(input.hash);
+  return digest && input.value.size() == static_cast<size_t>(EVP_MD_get_size(digest)) ? digest : nullptr;
+}
+
+DWORD VerifyPair(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input,
+                 std::span<const BYTE> signature) {
   const EVP_MD* digest = DigestOf(input);
   if (!digest) return NTE_BAD_HASH;
-  const ErrorMark mark;
-  auto prepared = PrepareContext(key, spare, EVP_PKEY_verify_init, input, digest, prepare);
-  if (!prepared) return NTE_BAD_SIGNATURE;
   const SecretBytes standard = Reversed(signature);
-  const bool valid = EVP_PKEY_verify(prepared->context.get(), standard.data(), standard.size(),
-                                     input.value.data(), input.value.size())
-      == 1;
+  if (!IsPairOfNumbers(standard)) return NTE_BAD_SIGNATURE;
+  const ErrorMark mark;
+  auto prepared = PrepareContext(key, spare, EVP_PKEY_verify_init, input, digest, nullptr);
+  if (!prepared) return mark.failure();
+  const int status = EVP_PKEY_verify(prepared->context.get(), standard.data(), standard.size(),
+                                     input.value.data(), input.value.size());
   spare.giveBack(std::move(prepared));
-  return valid ? ERROR_SUCCESS : NTE_BAD_SIGNATURE;
+  if (status == 1) return ERROR_SUCCESS;
+  // 0 is a mismatch; what kept libcrypto from finding out is negative
+  return status == 0 ? DWORD{NTE_BAD_SIGNATURE} : mark.failure();
 }
 
 DWORD SignHash(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input, SecretBytes& signature,
@@ -160,13 +183,13 @@ DWORD SignHash(const PkeyPtr& key, SpareContext& spare, const SignatureInput& in
   if (!digest) return NTE_BAD_HASH;
   const ErrorMark mark;
   auto prepared = PrepareContext(key, spare, EVP_PKEY_sign_init, input, digest, prepare);
-  if (!prepared) return NTE_FAIL;
+  if (!prepared) return mark.failure();
   SecretBytes made(static_cast<size_t>(EVP_PKEY_get_size(key.get())));
   size_t size = made.size();
   const int status =
       EVP_PKEY_sign(prepared->context.get(), made.data(), &size, input.value.data(), input.value.size());
   // without memory libcrypto may call a signature made whose size it could not tell
-  if (status != 1 || size > made.size()) return NTE_FAIL;
+  if (status != 1 || size > made.size()) return mark.failure();
   spare.giveBack(std::move(prepared));
   signature = Reversed(std::span(made).first(size));
   return ERROR_SUCCESS;

@@ -32,6 +32,8 @@ using MdContextPtr = std::unique_ptr<EVP_MD_CTX, LibcryptoFree<EVP_MD_CTX_free>>
 using BnPtr = std::unique_ptr<BIGNUM, LibcryptoFree<BN_clear_free>>;
 using BnContextPtr = std::unique_ptr<BN_CTX, LibcryptoFree<BN_CTX_free>>;
 
+// The key, unless memory was short when libcrypto computed its sizes, which it tells nobody: std::bad_alloc.
+PkeyPtr WithSizes(PkeyPtr key);
 // Another reference to the same key.
 PkeyPtr Share(const PkeyPtr& key);
 PkeyContextPtr NewContext(const PkeyPtr& key);
@@ -59,8 +61,12 @@ class KeyPieces {
   bool ok_ = true;
 };
 
-// The hash functions that signatures and paddings over libcrypto know; null for every other.
+// The hash functions that signatures and paddings over libcrypto know; null for every other. Throws std::bad_alloc.
 const EVP_MD* FindDigest(ALG_ID hash);
+// Dotted; null like FindDigest.
+const char* DigestOid(ALG_ID hash);
+// The hash function of an input whose value has its length; null otherwise.
+const EVP_MD* DigestOf(const SignatureInput& input);
 
 // Prepares a context beyond its hash. False when libcrypto refuses.
 using Prepare = bool (*)(EVP_PKEY_CTX* context, const SignatureInput& input, const EVP_MD* digest);
@@ -99,8 +105,9 @@ class SpareContext {
 };
 
 // Signatures of a hash value, in the reversed order of the key level; codes as PublicKey::verify and PrivateKey::sign.
-DWORD VerifyHash(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input,
-                 std::span<const BYTE> signature, Prepare prepare = nullptr);
+// VerifyPair: those that are SEQUENCE { r INTEGER, s INTEGER }, of ECDSA and DSA.
+DWORD VerifyPair(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input,
+                 std::span<const BYTE> signature);
 DWORD SignHash(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input, SecretBytes& signature,
                Prepare prepare = nullptr);
 

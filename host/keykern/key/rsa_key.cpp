@@ -4,17 +4,22 @@
 #include "keykern/key/asymmetric_key.h"
 #include "keykern/key/libcrypto_key.h"
 #include "keykern/key/rsa_pss_rule.h"
+#include "keykern/key/rsa_verification.h"
 #include "platform/limits.h"
+#include "platform/supkern.h"
 
 #include <openssl/core_names.h>
 #include <openssl/rsa.h>
 
 #include <array>
+#include <bit>
+#include <new>
 
 namespace keykern {
 namespace {
 
 namespace der = certkern::der;
+using certkern::kDefaultMaxRsaBits;
 using certkern::kMaxRsaBits;
 using certkern::ToSecret;
 
@@ -43,8 +48,20 @@ bool ReadPurpose(const std::string& oid, std::span<const BYTE> parameters, Purpo
 
 // --- numbers ---
 
-bool IsModulus(std::span<const BYTE> n) {
-  return n.size() >= kMinRsaBits / 8 && n.size() <= kMaxRsaBits / 8 && (n.back() & 1);
+// Asked for at each key that needs it, which are few.
+size_t ConfiguredMaxBits() {
+  int64_t bits = 0;
+  const bool given = support_registry_get_long("\\config\\Parameters\\MaxRsaKeyBits", &bits) == 0;
+  return given && bits >= kDefaultMaxRsaBits && bits <= kMaxRsaBits ? static_cast<size_t>(bits)
+                                                                    : kDefaultMaxRsaBits;
+}
+
+bool IsTooLong(size_t bits) { return bits > kDefaultMaxRsaBits && bits > ConfiguredMaxBits(); }
+
+bool IsModulus(std::span<const BYTE> n) { return n.size() >= kMinRsaBits / 8 && (n.back() & 1); }
+
+size_t BitsOf(std::span<const BYTE> n) {
+  return n.empty() ? 0 : 8 * (n.size() - 1) + static_cast<size_t>(std::bit_width(n[0]));
 }
 
 bool IsExponent(std::span<const BYTE> e) {
@@ -62,27 +79,43 @@ constexpr const char* kPartNames[kParts] = {
 };
 using Parts = std::array<BnPtr, kParts>;
 
+// Arithmetic on numbers that were looked at before lacks nothing but memory.
+void Compute(int status) {
+  if (status != 1) throw std::bad_alloc();
+}
+
 // e times its inverse leaves 1 modulo prime - 1, and the shortened exponent is that inverse.
 bool FitsPrime(const Parts& parts, Part prime, Part exponent, BN_CTX* context) {
   const BnPtr order = NewNumber(), rest = NewNumber();
-  return BN_sub(order.get(), parts[prime].get(), BN_value_one())
-      && BN_mod_mul(rest.get(), parts[kE].get(), parts[kD].get(), order.get(), context)
-      && BN_is_one(rest.get()) && BN_nnmod(rest.get(), parts[kD].get(), order.get(), context)
-      && BN_cmp(rest.get(), parts[exponent].get()) == 0;
+  Compute(BN_sub(order.get(), parts[prime].get(), BN_value_one()));
+  Compute(BN_mod_mul(rest.get(), parts[kE].get(), parts[kD].get(), order.get(), context));
+  // modulo 1, where the prime is 2, everything is 0
+  if (!BN_is_one(rest.get())) return false;
+  Compute(BN_nnmod(rest.get(), parts[kD].get(), order.get(), context));
+  return BN_cmp(rest.get(), parts[exponent].get()) == 0;
+}
+
+bool IsProduct(const Parts& parts, BN_CTX* context) {
+  const BnPtr product = NewNumber();
+  Compute(BN_mul(product.get(), parts[kP].get(), parts[kQ].get(), context));
+  return BN_cmp(product.get(), parts[kN].get()) == 0;
+}
+
+bool IsInverse(const Parts& parts, BN_CTX* context) {
+  const BnPtr product = NewNumber();
+  Compute(BN_mod_mul(product.get(), parts[kQinv].get(), parts[kQ].get(), parts[kP].get(), context));
+  return BN_is_one(product.get());
 }
 
 // The parts make one key. Whether the primes are prime is not asked: that takes longer than a signature, and nobody
 // but the owner is hurt. What a damaged file changes shows here.
 bool BelongTogether(const Parts& parts) {
   const BnContextPtr context(BN_CTX_secure_new_ex(LibcryptoContext()));
-  const BnPtr product = NewNumber();
-  return context && BN_cmp(parts[kP].get(), BN_value_one()) > 0 && BN_cmp(parts[kQ].get(), BN_value_one()) > 0
-      && BN_mul(product.get(), parts[kP].get(), parts[kQ].get(), context.get())
-      && BN_cmp(product.get(), parts[kN].get()) == 0 && FitsPrime(parts, kP, kDp, context.get())
-      && FitsPrime(parts, kQ, kDq, context.get())
-      && BN_mod_mul(product.get(), parts[kQinv].get(), parts[kQ].get(), parts[kP].get(), context.get())
-      && BN_is_one(product.get()) && BN_cmp(parts[kD].get(), parts[kN].get()) < 0
-      && BN_cmp(parts[kQinv].get(), parts[kP].get()) < 0;
+  if (!context) throw std::bad_alloc();
+  return BN_cmp(parts[kP].get(), BN_value_one()) > 0 && BN_cmp(parts[kQ].get(), BN_value_one()) > 0
+      && IsProduct(parts, context.get()) && FitsPrime(parts, kP, kDp, context.get())
+      && FitsPrime(parts, kQ, kDq, context.get()) && IsInverse(parts, context.get())
+      && BN_cmp(parts[kD].get(), parts[kN].get()) < 0 && BN_cmp(parts[kQinv].get(), parts[kP].get()) < 0;
 }
 
 // --- paddings ---
@@ -128,7 +161,10 @@ size_t LongestMessage(const RsaPadding& padding, size_t modulus) {
 
 class RsaPublicKey final : public PublicKey {
  public:
-  RsaPublicKey(PkeyPtr key, Purpose purpose) : key_(std::move(key)), purpose_(std::move(purpose)) {}
+  RsaPublicKey(PkeyPtr key, Purpose purpose)
+      : key_(WithSizes(std::move(key))),
+        modulus_(NumberOf(key_, OSSL_PKEY_PARAM_RSA_N)),
+        purpose_(std::move(purpose)) {}
 
   Family family() const override { return Family::Rsa; }
   DWORD bits() const override { return static_cast<DWORD>(EVP_PKEY_get_bits(key_.get())); }
@@ -136,28 +172,28 @@ class RsaPublicKey final : public PublicKey {
   const Purpose& purpose() const { return purpose_; }
 
   SecretBytes publicKeyInfo() const override {
-    const SecretBytes body = der::Sequence({der::Unsigned(NumberOf(key_, OSSL_PKEY_PARAM_RSA_N)),
-                                            der::Unsigned(NumberOf(key_, OSSL_PKEY_PARAM_RSA_E))});
+    const SecretBytes body =
+        der::Sequence({der::Unsigned(modulus_), der::Unsigned(NumberOf(key_, OSSL_PKEY_PARAM_RSA_E))});
     return der::Sequence({der::AlgorithmIdentifier(purpose_.oid, purpose_.parameters), der::BitString(body)});
   }
 
   DWORD verify(const SignatureInput& input, std::span<const BYTE> signature) const override {
     if (const DWORD code = judge(input)) return code;
     if (!saltFits(input)) return NTE_BAD_SIGNATURE;
-    return VerifyHash(key_, verifying_, input, signature, &PreparePadding);
+    return VerifyRsa(key_, modulus_, verifying_, input, signature);
   }
 
   DWORD encrypt(const RsaPadding& padding, std::span<const BYTE> plain, SecretBytes& sealed) const override {
     if (purpose_.pssAlone()) return NTE_BAD_KEY;
     const ErrorMark mark;
     const PkeyContextPtr context = NewContext(key_);
-    if (!context || EVP_PKEY_encrypt_init(context.get()) != 1) return NTE_FAIL;
+    if (!context || EVP_PKEY_encrypt_init(context.get()) != 1) return mark.failure();
     if (const DWORD code = PrepareEncryption(context.get(), padding)) return code;
     if (plain.size() > LongestMessage(padding, size())) return NTE_BAD_LEN;
     SecretBytes made(size());
     size_t length = made.size();
     if (EVP_PKEY_encrypt(context.get(), made.data(), &length, plain.data(), plain.size()) != 1)
-      return NTE_FAIL;
+      return mark.failure();
     made.resize(length);
     sealed = std::move(made);
     return ERROR_SUCCESS;
@@ -175,6 +211,7 @@ class RsaPublicKey final : public PublicKey {
 
  private:
   const PkeyPtr key_;
+  const SecretBytes modulus_;
   mutable SpareContext verifying_;
   const Purpose purpose_;
 };
@@ -182,7 +219,8 @@ class RsaPublicKey final : public PublicKey {
 class RsaPrivateKey final : public PrivateKey {
  public:
   RsaPrivateKey(PkeyPtr key, Purpose purpose)
-      : key_(std::move(key)), public_(std::make_shared<RsaPublicKey>(Share(key_), std::move(purpose))) {}
+      : key_(WithSizes(std::move(key))),
+        public_(std::make_shared<RsaPublicKey>(Share(key_), std::move(purpose))) {}
 
   PublicKeyPtr publicKey() const override { return public_; }
   DWORD signatureSize() const override { return public_->size(); }
@@ -207,7 +245,7 @@ class RsaPrivateKey final : public PrivateKey {
     if (public_->purpose().pssAlone()) return NTE_BAD_KEY;
     const ErrorMark mark;
     const PkeyContextPtr context = NewContext(key_);
-    if (!context || EVP_PKEY_decrypt_init(context.get()) != 1) return NTE_FAIL;
+    if (!context || EVP_PKEY_decrypt_init(context.get()) != 1) return mark.failure();
     if (const DWORD code = PrepareEncryption(context.get(), padding)) return code;
     if (sealed.size() != public_->size()) return NTE_BAD_DATA;
     SecretBytes opened(public_->size());
@@ -227,17 +265,19 @@ class RsaPrivateKey final : public PrivateKey {
 };
 
 // RSAPrivateKey ::= SEQUENCE { version 0, n, e, d, p, q, d mod (p-1), d mod (q-1), (inverse of q) mod p }
-bool TakeParts(std::span<const BYTE> octets, Parts& parts) {
+DWORD TakeParts(std::span<const BYTE> octets, Parts& parts) {
   der::Reader in(octets), body;
   uint32_t version;
-  if (!in.take(der::kSequence, body) || !in.empty() || !body.takeSmall(version) || version != 0) return false;
+  if (!in.take(der::kSequence, body) || !in.empty() || !body.takeSmall(version) || version != 0)
+    return NTE_BAD_KEY;
   for (size_t i = 0; i < parts.size(); ++i) {
     std::span<const BYTE> magnitude;
-    if (!body.takeUnsigned(magnitude) || magnitude.size() > kMaxRsaBits / 8) return false;
-    if ((i == kN && !IsModulus(magnitude)) || (i == kE && !IsExponent(magnitude))) return false;
+    if (!body.takeUnsigned(magnitude)) return NTE_BAD_KEY;
+    if (IsTooLong(BitsOf(magnitude))) return NTE_BAD_LEN;
+    if ((i == kN && !IsModulus(magnitude)) || (i == kE && !IsExponent(magnitude))) return NTE_BAD_KEY;
     parts[i] = ToNumber(magnitude);
   }
-  return body.empty();
+  return body.empty() ? ERROR_SUCCESS : NTE_BAD_KEY;
 }
 
 }  // namespace
@@ -252,13 +292,14 @@ DWORD ParseRsaPublicKey(const std::string& oid, std::span<const BYTE> parameters
       || !body.takeUnsigned(n) || !body.takeUnsigned(e) || !body.empty() || !IsModulus(n) || !IsExponent(e)) {
     return NTE_BAD_PUBLIC_KEY;
   }
+  if (IsTooLong(BitsOf(n))) return NTE_BAD_LEN;
   const ErrorMark mark;
   const BnPtr modulus = ToNumber(n), exponent = ToNumber(e);
   PkeyPtr made = KeyPieces()
                      .number(OSSL_PKEY_PARAM_RSA_N, modulus)
                      .number(OSSL_PKEY_PARAM_RSA_E, exponent)
                      .build("RSA", EVP_PKEY_PUBLIC_KEY);
-  if (!made) return NTE_BAD_PUBLIC_KEY;
+  if (!made) return mark.failure();
   key = std::make_shared<RsaPublicKey>(std::move(made), std::move(purpose));
   return ERROR_SUCCESS;
 }
@@ -268,27 +309,27 @@ DWORD ParseRsaPrivateKey(const std::string& oid, std::span<const BYTE> parameter
   const ErrorMark mark;
   Purpose purpose;
   Parts parts;
-  if (!ReadPurpose(oid, parameters, purpose) || !TakeParts(octets, parts) || !BelongTogether(parts)) {
-    return NTE_BAD_KEY;
-  }
+  if (!ReadPurpose(oid, parameters, purpose)) return NTE_BAD_KEY;
+  if (const DWORD code = TakeParts(octets, parts)) return code;
+  if (!BelongTogether(parts)) return NTE_BAD_KEY;
   KeyPieces pieces;
   for (size_t i = 0; i < parts.size(); ++i) pieces.number(kPartNames[i], parts[i]);
   PkeyPtr made = pieces.build("RSA", EVP_PKEY_KEYPAIR);
-  if (!made) return NTE_BAD_KEY;
+  if (!made) return mark.failure();
   key = std::make_shared<RsaPrivateKey>(std::move(made), std::move(purpose));
   return ERROR_SUCCESS;
 }
 
 DWORD GenerateRsaKey(DWORD bits, PrivateKeyPtr& key) {
   if (bits == 0) bits = kUsualBits;
-  if (bits < kMinGeneratedBits || bits > kMaxRsaBits || bits % 8 != 0) return NTE_BAD_LEN;
+  if (bits < kMinGeneratedBits || IsTooLong(bits) || bits % 8 != 0) return NTE_BAD_LEN;
   const ErrorMark mark;
   const PkeyContextPtr context(EVP_PKEY_CTX_new_from_name(LibcryptoContext(), "RSA", nullptr));
   EVP_PKEY* made = nullptr;
   if (!context || EVP_PKEY_keygen_init(context.get()) != 1
       || EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), static_cast<int>(bits)) != 1
       || EVP_PKEY_generate(context.get(), &made) != 1) {
-    return NTE_FAIL;
+    return mark.failure();
   }
   key = std::make_shared<RsaPrivateKey>(PkeyPtr(made), Purpose());
   return ERROR_SUCCESS;

@@ -1,6 +1,6 @@
 // Long messages in pieces: positions, sections and key meshing, beside what openssl with its GOST plug-in made of
 // 600000 zeros, as in
-//   CRYPT_PARAMS=id-Gost28147-89-CryptoPro-B-ParamSet openssl enc -gost89 -nopad -K 000102..1F -iv 010203.. -in zeros
+//   CRYPT_PARAMS=1.2.643.2.2.31.2 openssl enc -gost89 -nopad -K 000102..1F -iv 010203.. -in zeros
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -105,7 +105,7 @@ TEST(LibcryptoKeys, AreMadeAsOthersRead) {
   }
   PrivateKeyPtr key;
   EXPECT_EQ(GenerateKey(Family::Rsa, 1016, "", key), NTE_BAD_LEN);
-  EXPECT_EQ(GenerateKey(Family::Rsa, 16392, "", key), NTE_BAD_LEN);
+  EXPECT_EQ(GenerateKey(Family::Rsa, 8200, "", key), NTE_BAD_LEN);
   EXPECT_EQ(GenerateKey(Family::Ec, 0, "1.2.840.10045.3.1.1", key), NTE_BAD_ALGID);
   EXPECT_EQ(GenerateKey(Family::EdDsa, 0, "1.3.132.0.34", key), NTE_BAD_ALGID);
   EXPECT_EQ(GenerateKey(Family::Dsa, 0, "", key), NTE_BAD_ALGID);
@@ -400,17 +400,17 @@ TEST(LibcryptoKeys, PublicKeysThatAreNone) {
   } rows[] = {
       {"RSA: good",                                  rsa(n,                             e),0},
       {"RSA: even modulus",                                            rsa(even,                                                           e),NTE_BAD_PUBLIC_KEY},
-      {"RSA: modulus too long",                          rsa(huge,                                                           e),                              NTE_BAD_PUBLIC_KEY},
-      {"RSA: modulus too short",                                          rsa(tiny,e),NTE_BAD_PUBLIC_KEY},
-      {"RSA: exponent 1",rsa(n,                            der::Small(1)),                                         NTE_BAD_PUBLIC_KEY},
+      {"RSA: modulus too long",                          rsa(huge,                                                           e),                              NTE_BAD_LEN},
+      {"RSA: modulus too short",                                          rsa(tiny,      e),NTE_BAD_PUBLIC_KEY},
+      {"RSA: exponent 1",rsa(n,                     der::Small(1)),                           NTE_BAD_PUBLIC_KEY},
       {"RSA: even exponent",                            rsa(n,                                                              der::Small(65536)),NTE_BAD_PUBLIC_KEY},
       {"RSA: exponent of 64 bits",                                            rsa(n,                                                          der::Unsigned(FromHex("FFFFFFFFFFFFFFFF"))),0},
-      {"RSA: exponent of 65 bits",                          rsa(n,                                                           der::Unsigned(FromHex("01FFFFFFFFFFFFFFFF"))),              NTE_BAD_PUBLIC_KEY},
+      {"RSA: exponent of 65 bits",                          rsa(n,                                                           der::Unsigned(FromHex("01FFFFFFFFFFFFFFFF"))),       NTE_BAD_PUBLIC_KEY},
       {"EC: infinity", ec(p256,SecretBytes(1)),NTE_BAD_PUBLIC_KEY},
       {"EC: off the curve",              ec(p256,off),NTE_BAD_PUBLIC_KEY},
       {"EC: hybrid form",                               ec(p256,                                                         hybrid),NTE_BAD_PUBLIC_KEY},
       {"EC: of another curve",                                            ec(der::Oid("1.3.132.0.34"),                                                           point),NTE_BAD_PUBLIC_KEY},
-      {"EC: curve of the issuer",                          ec(der::Null(),                                                           point),                                                                                                                                   NTE_BAD_ALGID},
+      {"EC: curve of the issuer",                          ec(der::Null(),                                                           point),                                                                                                                            NTE_BAD_ALGID},
       {"EC: no such curve",                                     ec(der::Oid("1.2.3"),point),NTE_BAD_ALGID},
       {"Ed25519: with parameters",PublicInfo("1.3.101.112",der::Null(),SecretBytes(32, 9)),
        NTE_BAD_PUBLIC_KEY},
@@ -423,6 +423,40 @@ TEST(LibcryptoKeys, PublicKeysThatAreNone) {
     PublicKeyPtr key;
     EXPECT_EQ(ParsePublicKeyInfo(row.encoded, key), row.code) << row.name;
   }
+}
+
+SecretBytes RsaInfo(size_t bits) {
+  const SecretBytes n = der::Unsigned(std::vector<BYTE>(bits / 8, 0xFF));
+  return PublicInfo("1.2.840.113549.1.1.1", der::Null(), der::Sequence({n, der::Small(65537)}));
+}
+
+TEST(LibcryptoKeys, TheConfigurationAllowsLongerKeysOfRsa) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // another process reads another configuration
+  const OpensslBench bench;
+  const char* const before = getenv("CERTKERN_CONFIG");  // NOLINT(concurrency-mt-unsafe): one thread
+  const std::string configuration = before ? before : "";
+  const struct {
+    const char* setting;
+    size_t bits;
+    DWORD code;
+  } rows[] = {
+      {"",                       8192,  0          },
+      {"",                       8200,  NTE_BAD_LEN},
+      {"MaxRsaKeyBits = 16384",  16384, 0          },
+      {"MaxRsaKeyBits = 16384",  16392, NTE_BAD_LEN},
+      {"MaxRsaKeyBits = 10000",  10008, NTE_BAD_LEN},
+      {"MaxRsaKeyBits = 100000", 8200,  NTE_BAD_LEN},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.setting + std::to_string(row.bits));
+    std::ofstream(bench.path("config.toml")) << "[config.Parameters]\n" << row.setting << '\n';
+    setenv("CERTKERN_CONFIG", bench.path("config.toml").c_str(),
+           1);  // NOLINT(concurrency-mt-unsafe): one thread
+    PublicKeyPtr key;
+    EXPECT_EXIT(std::_Exit(ParsePublicKeyInfo(RsaInfo(row.bits), key) == row.code ? 0 : 1),
+                testing::ExitedWithCode(0), "");
+  }
+  setenv("CERTKERN_CONFIG", configuration.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): one thread
 }
 
 TEST(LibcryptoKeys, PointsAndCurvesInOtherForms) {
