@@ -160,14 +160,12 @@ const EVP_MD* DigestOf(const SignatureInput& input) {
   return digest && input.value.size() == static_cast<size_t>(EVP_MD_get_size(digest)) ? digest : nullptr;
 }
 
-DWORD VerifyPair(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input,
-                 std::span<const BYTE> signature) {
+DWORD VerifyHash(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input,
+                 std::span<const BYTE> standard, Prepare prepare) {
   const EVP_MD* digest = DigestOf(input);
   if (!digest) return NTE_BAD_HASH;
-  const SecretBytes standard = Reversed(signature);
-  if (!IsPairOfNumbers(standard)) return NTE_BAD_SIGNATURE;
   const ErrorMark mark;
-  auto prepared = PrepareContext(key, spare, EVP_PKEY_verify_init, input, digest, nullptr);
+  auto prepared = PrepareContext(key, spare, EVP_PKEY_verify_init, input, digest, prepare);
   if (!prepared) return mark.failure();
   const int status = EVP_PKEY_verify(prepared->context.get(), standard.data(), standard.size(),
                                      input.value.data(), input.value.size());
@@ -175,6 +173,13 @@ DWORD VerifyPair(const PkeyPtr& key, SpareContext& spare, const SignatureInput& 
   if (status == 1) return ERROR_SUCCESS;
   // 0 is a mismatch; what kept libcrypto from finding out is negative
   return status == 0 ? DWORD{NTE_BAD_SIGNATURE} : mark.failure();
+}
+
+DWORD VerifyPair(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input,
+                 std::span<const BYTE> signature) {
+  if (!DigestOf(input)) return NTE_BAD_HASH;
+  const SecretBytes standard = Reversed(signature);
+  return IsPairOfNumbers(standard) ? VerifyHash(key, spare, input, standard) : DWORD{NTE_BAD_SIGNATURE};
 }
 
 DWORD SignHash(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input, SecretBytes& signature,

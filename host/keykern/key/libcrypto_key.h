@@ -104,6 +104,11 @@ class SpareContext {
   std::atomic<Prepared*> waiting_{nullptr};
 };
 
+// What libcrypto itself says of a signature in its own order: ERROR_SUCCESS, NTE_BAD_SIGNATURE, or the code of a failure.
+// For some families a lack of memory looks like a mismatch: their callers look again.
+DWORD VerifyHash(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input,
+                 std::span<const BYTE> standard, Prepare prepare = nullptr);
+
 // Signatures of a hash value, in the reversed order of the key level; codes as PublicKey::verify and PrivateKey::sign.
 // VerifyPair: those that are SEQUENCE { r INTEGER, s INTEGER }, of ECDSA and DSA.
 DWORD VerifyPair(const PkeyPtr& key, SpareContext& spare, const SignatureInput& input,

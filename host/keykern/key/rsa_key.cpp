@@ -180,7 +180,7 @@ class RsaPublicKey final : public PublicKey {
   DWORD verify(const SignatureInput& input, std::span<const BYTE> signature) const override {
     if (const DWORD code = judge(input)) return code;
     if (!saltFits(input)) return NTE_BAD_SIGNATURE;
-    return VerifyRsa(key_, modulus_, verifying_, input, signature);
+    return VerifyRsa(key_, modulus_, verifying_, &PreparePadding, input, signature);
   }
 
   DWORD encrypt(const RsaPadding& padding, std::span<const BYTE> plain, SecretBytes& sealed) const override {

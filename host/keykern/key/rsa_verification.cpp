@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <bit>
 #include <new>
-#include <utility>
 
 namespace keykern {
 namespace {
@@ -18,23 +17,17 @@ constexpr BYTE kPssTrailer = 0xBC;
 constexpr size_t kPssZeros = 8;  // in front of what is hashed
 
 // signature^e mod n. The signature is as long as n, and smaller.
-DWORD Open(const PkeyPtr& key, SpareContext& spare, std::span<const BYTE> signature, SecretBytes& opened) {
+DWORD Open(const PkeyPtr& key, std::span<const BYTE> signature, SecretBytes& opened) {
   const ErrorMark mark;
-  auto prepared = spare.take();
-  if (!prepared) {
-    prepared = std::make_unique<SpareContext::Prepared>();
-    prepared->context = NewContext(key);
-    EVP_PKEY_CTX* const context = prepared->context.get();
-    if (!context || EVP_PKEY_verify_recover_init(context) != 1
-        || EVP_PKEY_CTX_set_rsa_padding(context, RSA_NO_PADDING) != 1) {
-      return mark.failure();
-    }
+  const PkeyContextPtr context = NewContext(key);
+  if (!context || EVP_PKEY_verify_recover_init(context.get()) != 1
+      || EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_NO_PADDING) != 1) {
+    return mark.failure();
   }
   size_t size = signature.size();
   opened.resize(size);
-  const int status = EVP_PKEY_verify_recover(prepared->context.get(), opened.data(), &size, signature.data(),
-                                             signature.size());
-  spare.giveBack(std::move(prepared));
+  const int status =
+      EVP_PKEY_verify_recover(context.get(), opened.data(), &size, signature.data(), signature.size());
   return status == 1 && size == opened.size() ? DWORD{ERROR_SUCCESS} : mark.failure();
 }
 
@@ -105,17 +98,19 @@ size_t BitsOf(std::span<const BYTE> modulus) {
 
 }  // namespace
 
-DWORD VerifyRsa(const PkeyPtr& key, std::span<const BYTE> modulus, SpareContext& spare,
+DWORD VerifyRsa(const PkeyPtr& key, std::span<const BYTE> modulus, SpareContext& spare, Prepare prepare,
                 const SignatureInput& input, std::span<const BYTE> signature) {
   const EVP_MD* digest = DigestOf(input);
   if (!digest) return NTE_BAD_HASH;
   const SecretBytes standard = Reversed(signature);
   if (standard.size() != modulus.size() || !std::ranges::lexicographical_compare(standard, modulus))
     return NTE_BAD_SIGNATURE;
+  if (VerifyHash(key, spare, input, standard, prepare) == ERROR_SUCCESS) return ERROR_SUCCESS;
   SecretBytes opened;
-  if (const DWORD code = Open(key, spare, standard, opened)) return code;
-  const bool valid = input.pss ? IsPssOf(opened, BitsOf(modulus), input, digest) : IsPkcs1Of(opened, input);
-  return valid ? ERROR_SUCCESS : NTE_BAD_SIGNATURE;
+  if (const DWORD code = Open(key, standard, opened)) return code;
+  const bool fits = input.pss ? IsPssOf(opened, BitsOf(modulus), input, digest) : IsPkcs1Of(opened, input);
+  // the numbers agree, so something else stopped libcrypto, and may not do so again
+  return fits ? DWORD{NTE_FAIL} : DWORD{NTE_BAD_SIGNATURE};
 }
 
 }  // namespace keykern
