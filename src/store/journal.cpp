@@ -94,6 +94,8 @@ bool ReadPieces(std::span<const BYTE> body, FileChange& change) {
   std::span<const BYTE> table = body.subspan(kPiecesHead);
   if (count > table.size() / kPieceHead) return false;
   std::span<const BYTE> bytes = table.subspan(count * kPieceHead);
+  // a file grows by what is written into it: a few bytes must not become a large file of zeros
+  if (change.newSize > bytes.size() && change.newSize - bytes.size() > change.oldSize) return false;
   for (size_t i = 0; i < count; ++i) {
     const uint64_t offset = WordAt(table, i * kPieceHead), length = WordAt(table, i * kPieceHead + kWord);
     if (length > bytes.size() || length > change.newSize || offset > change.newSize - length) return false;
