@@ -12,6 +12,8 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <utility>
+#include <vector>
 
 namespace certkern::cli {
 namespace {
@@ -19,6 +21,7 @@ namespace {
 constexpr mode_t kOwnerOnly = 0600;
 constexpr mode_t kEverybody = 0666;  // the umask takes its part away
 constexpr mode_t kModeBits = 07777;
+constexpr size_t kCopied = size_t{1} << 16;
 
 std::string Shown(const std::string& path) { return Escaped(Utf8Of(std::string_view(path))); }
 
@@ -28,14 +31,22 @@ mode_t Mask() {
   return mask;
 }
 
-// A file of a name that nobody else has, which goes again unless it takes its place.
+std::string DirectoryOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == path.npos ? "./" : path.substr(0, slash + 1);
+}
+
+// A file beside the target that takes its place when it is whole. It has no name until then where the file system allows
+// that, so that nothing stays behind when the tool is killed.
 class Unfinished {
  public:
   explicit Unfinished(const std::string& target) : target_(target) {
-    const size_t slash = target.rfind('/');
-    path_ = (slash == target.npos ? "" : target.substr(0, slash + 1)) + ".certkern-XXXXXX";
+    const std::string directory = DirectoryOf(target);
+    file_ = FileDescriptor(open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, kOwnerOnly));
+    if (file_) return;
+    path_ = directory + std::string(kPattern);
     file_ = FileDescriptor(mkostemp(path_.data(), O_CLOEXEC));
-    if (!file_) ThrowErrno(Shown(target));
+    if (!file_) path_.clear();
   }
   ~Unfinished() {
     if (!path_.empty()) unlink(path_.c_str());
@@ -43,19 +54,45 @@ class Unfinished {
   Unfinished(const Unfinished&) = delete;
   Unfinished& operator=(const Unfinished&) = delete;
 
+  // Whether there is one that can look like `old` (null: nothing is there yet). Where the directory takes no files of ours,
+  // or the file is another's, the target itself has to be written.
+  bool canReplace(const struct stat* old) const {
+    if (!file_) return false;
+    if (old && fchown(file(), old->st_uid, old->st_gid) != 0) return false;
+    return fchmod(file(), old ? old->st_mode & kModeBits : kEverybody & ~Mask()) == 0;
+  }
   int file() const { return file_.get(); }
-  // `old`: what it takes the place of, or null.
-  void take(const struct stat* old) {
-    // who may not give a file away keeps it, as if he had written it anew
-    if (old && fchown(file(), old->st_uid, old->st_gid) != 0 && errno != EPERM) ThrowErrno(Shown(target_));
-    const mode_t mode = old ? old->st_mode & kModeBits : kEverybody & ~Mask();
-    if (fchmod(file(), mode) != 0 || (fsync(file()) != 0 && errno != EINVAL)
-        || rename(path_.c_str(), target_.c_str()) != 0)
+  // False where the target can't be replaced, as one that something is mounted on.
+  bool take() {
+    if (fsync(file()) != 0 && errno != EINVAL) ThrowErrno(Shown(target_));
+    if (path_.empty()) giveName();
+    if (rename(path_.c_str(), target_.c_str()) != 0) {
+      if (errno == EBUSY) return false;
       ThrowErrno(Shown(target_));
+    }
     path_.clear();
+    return true;
   }
 
  private:
+  static constexpr std::string_view kPattern = ".certkern-XXXXXX";
+
+  // A link can't take the place of a file, so it needs a name of its own on the way.
+  void giveName() {
+    const std::string self = "/proc/self/fd/" + std::to_string(file());
+    for (int attempt = 0; attempt < 100; ++attempt) {
+      std::string name = DirectoryOf(target_) + std::string(kPattern);
+      const FileDescriptor taken(mkostemp(name.data(), O_CLOEXEC));  // a name that was free just now
+      if (!taken || unlink(name.c_str()) != 0) break;
+      if (linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+        path_ = std::move(name);
+        return;
+      }
+      if (errno != EEXIST) break;
+    }
+    ThrowErrno(Shown(target_));
+  }
+
   std::string target_;
   std::string path_;
   FileDescriptor file_;
@@ -78,13 +115,28 @@ void WriteInPlace(const std::string& path, const std::function<void(const Sink&)
   write([&](std::span<const BYTE> bytes) { WriteAll(file.get(), bytes, Shown(path)); });
 }
 
+void CopyInto(const std::string& path, int from) {
+  if (lseek(from, 0, SEEK_SET) != 0) ThrowErrno(Shown(path));
+  WriteInPlace(path, [&](const Sink& sink) {
+    std::vector<BYTE> room(kCopied);
+    for (;;) {
+      const ssize_t count = read(from, room.data(), room.size());
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) ThrowErrno(Shown(path));
+      if (count == 0) return;
+      sink(std::span(room).first(static_cast<size_t>(count)));
+    }
+  });
+}
+
 void WriteBeside(const std::string& path, const struct stat* old,
                  const std::function<void(const Sink&)>& write) {
   // who may not write the file itself does not get around that by way of its directory
   if (old && access(path.c_str(), W_OK) != 0) ThrowErrno(Shown(path));
   Unfinished unfinished(path);
+  if (!unfinished.canReplace(old)) return WriteInPlace(path, write);
   write([&](std::span<const BYTE> bytes) { WriteAll(unfinished.file(), bytes, Shown(path)); });
-  unfinished.take(old);
+  if (!unfinished.take()) CopyInto(path, unfinished.file());
 }
 
 // A secret never lands in a file that was there before: others may have it open, or may have made it a link.
@@ -125,7 +177,8 @@ void WriteFile(const std::string& path, Secrecy secrecy, const std::function<voi
   const std::string target = Resolved(path);
   struct stat resolved;
   const bool named = stat(target.c_str(), &resolved) == 0 && IsSameFile(resolved, old);
-  if (!S_ISREG(old.st_mode) || !named) return WriteInPlace(path, write);
+  // a file with a second name stays one under both
+  if (!S_ISREG(old.st_mode) || old.st_nlink > 1 || !named) return WriteInPlace(path, write);
   WriteBeside(target, &old, write);
 }
 

@@ -14,6 +14,15 @@
 
 namespace keykern {
 
+// The deleter of libcrypto's objects.
+template <auto Free>
+struct LibcryptoFree {
+  template <class T>
+  void operator()(T* object) const {
+    Free(object);
+  }
+};
+
 // Something of libcrypto's that is made on first need and stays for good. A failure is not kept: memory that was short
 // then may be there at the next call.
 template <auto kFree>

@@ -354,10 +354,9 @@ int DecodeRun::resolveMembers(const TypeInfo& type, uint8_t* base) {
   return ASN1_OK;
 }
 
-// What says nothing about the value, only about what its decoding may take.
-bool DecodeRun::isSpent(int status) const {
-  return status == ASN1_E_NO_MEMORY || status == ASN1_E_TOO_DEEP || budget_.elements == 0;
-}
+// What says nothing about the value, only about what its decoding may take. A value that is nested too deeply is not meant:
+// it stays as its bytes like any other that does not decode.
+bool DecodeRun::isSpent(int status) const { return status == ASN1_E_NO_MEMORY || budget_.elements == 0; }
 
 int DecodeRun::resolveMember(const ObjectInfo* object, ASN1OpenValue& value, bool contained) {
   const uint8_t* const place = at_;

@@ -213,3 +213,17 @@ TEST(CraftedMessages, ListsComeAndGo) {
                           SignerCertificate("p256").get()),
             0u);
 }
+
+// A stamp may hold a stamp, deeper than anybody looks.
+TEST(CraftedMessages, StampsInStamps) {
+  const OwnKey key("p256");
+  const std::vector<Bytes> sent = {Attribute(kMessageDigest, {Der(0x04, DigestOf(key, SignedContent()))})};
+  Bytes encoded = Craft(key, sent, sent);
+  for (int levels = 0; levels < 40; ++levels) {
+    encoded = Craft(key, sent, sent, Der(0xA1, Attribute("060b2a864886f70d010910020e", {encoded})));
+  }
+  const Message message = OpenMessage(encoded);
+  ASSERT_TRUE(message) << std::hex << GetLastError();
+  EXPECT_EQ(VerifyByIndex(message.get(), 0, key.certificate()), 0u);
+  EXPECT_EQ(Parameter(message.get(), CMSG_ENCODED_MESSAGE), encoded);
+}

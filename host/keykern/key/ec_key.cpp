@@ -65,11 +65,17 @@ GroupPtr NewGroup(const Curve& curve) {
   return GroupPtr(EC_GROUP_new_by_curve_name_ex(LibcryptoContext(), nullptr, curve.nid));
 }
 
+bool IsAboutCurve(unsigned long error) {
+  const int reason = ERR_GET_REASON(error);
+  return ERR_GET_LIB(error) == ERR_LIB_EC && (reason == EC_R_UNKNOWN_GROUP || reason == EC_R_INVALID_CURVE);
+}
+
+// Null only where the host lacks the curve: whoever hears of an unknown algorithm may remember that for good.
 EVP_PKEY* MakeParameters(const Curve& curve) {
   const ErrorMark mark;
   PkeyPtr made =
       KeyPieces().text(OSSL_PKEY_PARAM_GROUP_NAME, curve.name).build("EC", EVP_PKEY_KEY_PARAMETERS);
-  if (!made && mark.failure() == NTE_NO_MEMORY) throw std::bad_alloc();
+  if (!made && mark.refusal(NTE_BAD_ALGID, IsAboutCurve) != NTE_BAD_ALGID) throw std::bad_alloc();
   return made.release();
 }
 

@@ -5,6 +5,7 @@
 #ifndef CERTKERN_KEYKERN_KEY_LIBCRYPTO_KEY_H
 #define CERTKERN_KEYKERN_KEY_LIBCRYPTO_KEY_H
 
+#include "keykern/crypto_library.h"
 #include "keykern/error_mark.h"
 #include "keykern/key/asymmetric_key.h"
 
@@ -18,13 +19,6 @@
 
 namespace keykern {
 
-template <auto Free>
-struct LibcryptoFree {
-  template <class T>
-  void operator()(T* object) const {
-    Free(object);
-  }
-};
 using PkeyPtr = std::unique_ptr<EVP_PKEY, LibcryptoFree<EVP_PKEY_free>>;
 using PkeyContextPtr = std::unique_ptr<EVP_PKEY_CTX, LibcryptoFree<EVP_PKEY_CTX_free>>;
 using MdContextPtr = std::unique_ptr<EVP_MD_CTX, LibcryptoFree<EVP_MD_CTX_free>>;
