@@ -159,7 +159,8 @@ CERTKERN_RECORD_SIZE(CMSG_CMS_SIGNER_INFO, 144);
  *  @param pStreamInfo           NULL: without a stream; not for CMSG_HASHED
  *  @return a handle for CryptMsgClose; NULL on failure
  *  @errors ERROR_INVALID_PARAMETER; E_INVALIDARG: what the type does not take; CRYPT_E_SIGNER_NOT_FOUND: with
- *          SVCMSG_CADES_STRICT, no certificate; E_FAIL: the display can't be had; those of the key level */
+ *          SVCMSG_CADES_STRICT, no certificate; NTE_BAD_ALGID: a signer's RSASSA-PSS key is bound to another hash than
+ *          its HashAlgorithm; E_FAIL: the display can't be had; those of the key level */
 CERTKERN_API HCRYPTMSG CryptMsgOpenToEncode(DWORD dwMsgEncodingType, DWORD dwFlags, DWORD dwMsgType,
                                             const void* pvMsgEncodeInfo, LPSTR pszInnerContentObjID,
                                             PCMSG_STREAM_INFO pStreamInfo);

@@ -213,6 +213,9 @@ SignerInfo& SignedDataCore::addSigner(const CMSG_SIGNER_ENCODE_INFO& given) {
   std::vector<BYTE> pssParameters;
   if (IsBarePss(key)) pssParameters = PssParametersFor(info.HashAlgorithm, info.hCryptProv);
   SetSignatureAlgorithm(*context_, key, pssParameters, *signer);
+  // a key that is bound to one hash would sign what the message says was hashed with another: nobody could verify that
+  const ALG_ID bound = IsPss(key) ? SchemeOf(*signer).hash : 0;
+  if (bound && bound != AlgIdOfOid(info.HashAlgorithm.pszObjId)) throw CryptException(NTE_BAD_ALGID);
   OwnSigner own = prepareOwnSigner(info, *signer);
   addDigestAlgorithm(signer->digestAlgorithm);
   own_.emplace(signer, std::move(own));

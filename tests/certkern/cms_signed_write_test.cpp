@@ -132,6 +132,12 @@ TEST(SignedWrite, PssWithoutParametersInTheKey) {
               FromHex(parameters))
         << hash;
   }
+  Bytes bound = FromHex(kCases[1].parameters);
+  info.SubjectPublicKeyInfo.Algorithm.Parameters = {static_cast<DWORD>(bound.size()), bound.data()};
+  CMSG_SIGNER_ENCODE_INFO other = key.signer(kCases[2].hash);
+  other.pCertInfo = &info;
+  EXPECT_TRUE(SignMessage({other}, SignedContent(), kNoMore).empty()) << "nobody could verify that";
+  EXPECT_EQ(GetLastError(), DWORD{NTE_BAD_ALGID});
 }
 
 // What speaks of a signature, as a time stamp does, stays true while others come.
