@@ -1,4 +1,4 @@
-// What a CRL is asked. There are few of these, and no index.
+// What a CRL is asked.
 #include <certkern/errors.h>
 
 #include <algorithm>
@@ -48,6 +48,7 @@ class CrlOfIssuer final : public CrlQuery {
 class CrlOfLine final : public CrlQuery {
  public:
   explicit CrlOfLine(const CRL_INFO& wanted) : wanted_(wanted) {}
+  std::optional<IndexQuestion> question() const override { return AskCrlLine(wanted_); }
 
  private:
   bool matchesInfo(const CRL_INFO& info) const override { return SameCrlLine(wanted_, info); }

@@ -12,6 +12,7 @@
 
 #include "store/certificate_primitives.h"
 #include "store/context_property.h"
+#include "store/existing_element.h"
 
 namespace certkern {
 namespace {
@@ -39,6 +40,14 @@ uint32_t HashOf(const CERT_NAME_BLOB& issuer, const CRYPT_INTEGER_BLOB& serialNu
       ^ HashOf(WithoutSignBytes({serialNumber.pbData, serialNumber.cbData}));
 }
 
+uint32_t HashOf(const CRL_INFO& crl) {
+  constexpr uint32_t kBase = 0x85EBCA6B, kDelta = 0xC2B2AE35;
+  const CrlPurpose purpose = PurposeOf(crl);
+  const uint32_t line = HashOf({crl.Issuer.pbData, crl.Issuer.cbData}) * (purpose.delta ? kDelta : kBase);
+  if (!purpose.authorityKey) return line;
+  return line ^ HashOf({purpose.authorityKey->Value.pbData, purpose.authorityKey->Value.cbData});
+}
+
 bool IsPropertyKey(IndexKey key) { return key == IndexKey::Sha1 || key == IndexKey::KeyIdentifier; }
 
 // A context that can't be made now but could later must not be taken for an object that can't be decoded.
@@ -64,6 +73,7 @@ std::optional<uint32_t> KeyHash(StoreElement& element, IndexKey key) {
   if (key == IndexKey::KeyIdentifier) return PropertyHash(element, CERT_KEY_IDENTIFIER_PROP_ID);
   const ContextOwner context = ContextOf(element);
   if (!context) return std::nullopt;
+  if (element.type == ElementType::Crl) return HashOf(*context->crl.pCrlInfo);
   const CERT_INFO& info = *context->certificate.pCertInfo;
   if (key == IndexKey::Subject) return SubjectHash({info.Subject.pbData, info.Subject.cbData});
   return HashOf(info.Issuer, info.SerialNumber);
@@ -88,6 +98,8 @@ IndexQuestion AskSubject(const NormalName& subject) { return {IndexKey::Subject,
 IndexQuestion AskIssuerSerial(const CERT_NAME_BLOB& issuer, const CRYPT_INTEGER_BLOB& serialNumber) {
   return {IndexKey::IssuerSerial, HashOf(issuer, serialNumber)};
 }
+
+IndexQuestion AskCrlLine(const CRL_INFO& crl) { return {IndexKey::CrlLine, HashOf(crl)}; }
 
 // An element may carry the number that an index before this one gave it.
 bool StoreIndex::has(const StoreElement& element) const {
@@ -207,8 +219,7 @@ size_t StoreIndex::bytes() const {
   return sum;
 }
 
-const StoreIndex* SearchableIndex(CertStore& store, IndexKey key) {
-  ElementList& list = store.certificates;
+const StoreIndex* SearchableIndex(ElementList& list, IndexKey key) {
   if (list.size < kSmallestIndexedList) return nullptr;
   try {
     if (!list.index) list.index = std::make_unique<StoreIndex>();
