@@ -14,7 +14,7 @@ namespace {
 
 Found SameObject(const ContextRecord& wanted, StoreElement& element) {
   if (element.type == ElementType::Certificate) {
-    return SameCertificate(wanted.element(), element) ? Found::Yes : Found::No;
+    return SameCertificate(wanted.certificate, element) ? Found::Yes : Found::No;
   }
   const ContextOwner context(AcquireContext(element));
   if (!context) return Found::Failed;
@@ -32,8 +32,9 @@ std::optional<IndexQuestion> QuestionFor(CertStore& store, const ContextRecord& 
 
 }  // namespace
 
-bool SameCertificate(const StoreElement& a, const StoreElement& b) {
-  return (a.encoding & b.encoding) && std::ranges::equal(a.encoded(), b.encoded());
+bool SameCertificate(const CERT_CONTEXT& wanted, const StoreElement& element) {
+  return (wanted.dwCertEncodingType & element.encoding)
+      && std::ranges::equal(EncodedBytes(wanted), element.encoded());
 }
 
 // A caller may have put the record together, so what it counts need not be there.

@@ -11,7 +11,7 @@
 namespace certkern {
 
 // Same bytes, and an encoding type in common.
-bool SameCertificate(const StoreElement& a, const StoreElement& b);
+bool SameCertificate(const CERT_CONTEXT& wanted, const StoreElement& element);
 
 // What tells the lists of one issuer apart.
 struct CrlPurpose {
