@@ -106,6 +106,12 @@ bool StoreIndex::has(const StoreElement& element) const {
   return element.indexSlot < entries_.size() && entries_[element.indexSlot].element == &element;
 }
 
+// kNone: it stands in no chain any more.
+uint32_t StoreIndex::placeOf(const StoreElement& element, size_t key) const {
+  if (has(element)) return element.indexSlot;
+  return left_.sequence == element.sequence && left_.chained[key] ? left_.slot : kNone;
+}
+
 uint32_t StoreIndex::slotFor(StoreElement& element) {
   if (has(element)) return element.indexSlot;
   uint32_t slot = free_;
@@ -132,6 +138,7 @@ void StoreIndex::chain(Chains& chains, size_t key, uint32_t slot) {
 // From the hashes that are known, in the order of the list.
 void StoreIndex::rechain(const ElementList& list, size_t key, size_t buckets) {
   Chains& chains = chains_[key];
+  left_ = {};
   if (chains.heads.size() != buckets) chains.heads = std::vector<uint32_t>(buckets);
   std::ranges::fill(chains.heads, kNone);
   for (const StoreElement* each = list.oldest; each && each->sequence <= chains.upTo; each = each->prev) {
@@ -143,6 +150,7 @@ void StoreIndex::sweep(const ElementList& list) {
   for (size_t key = 0; key < kIndexKeys; ++key) {
     if (!chains_[key].heads.empty()) rechain(list, key, chains_[key].heads.size());
   }
+  left_ = {};
   free_ = kNone;
   for (size_t slot = entries_.size(); slot--;) {
     if (!entries_[slot].element) entries_[slot].next[0] = std::exchange(free_, static_cast<uint32_t>(slot));
@@ -188,10 +196,15 @@ void StoreIndex::unlinked(StoreElement& element) noexcept {
   }
   if (!has(element)) return;
   entries_[element.indexSlot].element = nullptr;
+  left_ = {element.sequence, element.indexSlot, {}};
+  for (size_t key = 0; key < kIndexKeys; ++key) {
+    left_.chained[key] = !chains_[key].heads.empty() && element.sequence <= chains_[key].upTo;
+  }
   if (++dead_ <= entries_.size() / 2) return;
   // nobody has searched while half the store went: its memory goes, too
   entries_ = {};
   for (Chains& each : chains_) each.clear();
+  left_ = {};
   free_ = kNone;
   dead_ = 0;
 }
@@ -199,9 +212,9 @@ void StoreIndex::unlinked(StoreElement& element) noexcept {
 StoreElement* StoreIndex::next(const IndexQuestion& question, const StoreElement* previous) const {
   const auto key = static_cast<size_t>(question.key);
   const std::vector<uint32_t>& heads = chains_[key].heads;
-  uint32_t slot;
-  if (previous && has(*previous) && entries_[previous->indexSlot].hash[key] == question.hash) {
-    slot = entries_[previous->indexSlot].next[key];
+  uint32_t slot = previous ? placeOf(*previous, key) : kNone;
+  if (slot != kNone && entries_[slot].hash[key] == question.hash) {
+    slot = entries_[slot].next[key];
   } else {
     slot = heads[question.hash & (heads.size() - 1)];
   }

@@ -85,7 +85,15 @@ class StoreIndex final : public ElementIndex {
     void clear() { *this = {}; }
   };
 
+  // The element that left last still stands in its chains: a walk that deletes what it meets goes on from there.
+  struct Left {
+    uint64_t sequence = 0;
+    uint32_t slot = kNone;
+    std::array<bool, kIndexKeys> chained{};
+  };
+
   bool has(const StoreElement& element) const;
+  uint32_t placeOf(const StoreElement& element, size_t key) const;
   uint32_t slotFor(StoreElement& element);
   void forgetChanged(IndexKey key);
   void chain(Chains& chains, size_t key, uint32_t slot);
@@ -94,6 +102,7 @@ class StoreIndex final : public ElementIndex {
 
   std::vector<Entry> entries_;
   std::array<Chains, kIndexKeys> chains_;
+  Left left_;              // until a chain is made anew
   uint32_t free_ = kNone;  // entries in no chain, by their first `next`
   size_t dead_ = 0;        // entries without an element that are still in chains
 };

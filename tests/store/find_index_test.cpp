@@ -89,7 +89,7 @@ void Model::compareOne(const char* name, DWORD type, const void* parameter, bool
   PCCERT_CONTEXT context = nullptr;
   while ((context = CertFindCertificateInStore(store.get(), 1, 0, type, parameter, context))) {
     found.push_back(&FindLiveContext(context)->element());
-    if (below(20)) continue;
+    if (below(8)) continue;
     held.emplace_back(CertDuplicateCertificateContext(context));
     for (size_t i = 0; i < all.size(); ++i) {
       if (all[i].element == found.back()) remove(i);
