@@ -75,7 +75,8 @@ CERTKERN_API BOOL CertGetIntendedKeyUsage(DWORD dwCertEncodingType, PCERT_INFO p
  *  @param pcbUsage  in: bytes at pUsage; out: the size
  *  @return TRUE or FALSE. No identifiers, always with last error CRYPT_E_NOT_FOUND: neither list exists, or both have
  *          nothing in common
- *  @errors ERROR_INVALID_PARAMETER: a null argument, or not a live context; ERROR_INVALID_FLAGS; ERROR_MORE_DATA;
+ *  @errors ERROR_INVALID_PARAMETER: a null argument; a context that is not live, whose property can't be asked, but
+ *          for the extension alone; ERROR_INVALID_FLAGS; ERROR_MORE_DATA;
  *          CRYPT_E_ASN1_ERROR: the extension does not decode; those of CryptDecodeObject: the property does not;
  *          CRYPT_E_NOT_FOUND: with a flag, no such list, or an empty one; ERROR_NOT_ENOUGH_MEMORY */
 CERTKERN_API BOOL CertGetEnhancedKeyUsage(PCCERT_CONTEXT pCertContext, DWORD dwFlags,

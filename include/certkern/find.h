@@ -55,8 +55,9 @@ CERTKERN_FIELD_AT(CERT_ID, IssuerSerialNumber, 8);
   0x000A0000u /**< CERT_ENHKEY_USAGE: all of these purposes are in the extension */
 #define CERT_FIND_CTL_USAGE CERT_FIND_ENHKEY_USAGE
 #define CERT_FIND_SUBJECT_CERT \
-  0x000B0000u                          /**< CERT_INFO: same issuer and serial number; also archived ones */
-#define CERT_FIND_EXISTING 0x000D0000u /**< CERT_CONTEXT: the same certificate */
+  0x000B0000u /**< CERT_INFO: same issuer and serial number; also archived ones */
+#define CERT_FIND_EXISTING \
+  0x000D0000u /**< CERT_CONTEXT, of which the encoded bytes and the encoding are read: the same certificate */
 #define CERT_FIND_KEY_IDENTIFIER 0x000F0000u  /**< CRYPT_HASH_BLOB */
 #define CERT_FIND_CERT_ID 0x00100000u         /**< CERT_ID; also archived ones */
 #define CERT_FIND_HAS_PRIVATE_KEY 0x00150000u /**< ignored: with key provider information */
@@ -71,7 +72,8 @@ CERTKERN_FIELD_AT(CERT_ID, IssuerSerialNumber, 8);
  *  @param pPrevCertContext    where to go on from; freed. NULL: from the start, after a resynchronisation if the store
  *                             was told to do that by itself
  *  @return a context; NULL when there is none, or on failure
- *  @errors CRYPT_E_NOT_FOUND: no more; ERROR_INVALID_PARAMETER: no store, not a live context, an unknown type */
+ *  @errors CRYPT_E_NOT_FOUND: no more; ERROR_INVALID_PARAMETER: no store, a previous context that is not live, an
+ *          unknown type, a parameter that lacks what is read of it */
 CERTKERN_API PCCERT_CONTEXT CertFindCertificateInStore(HCERTSTORE hCertStore, DWORD dwCertEncodingType,
                                                        DWORD dwFindFlags, DWORD dwFindType,
                                                        const void* pvFindPara,
@@ -109,7 +111,8 @@ CERTKERN_RECORD_SIZE(CRL_FIND_ISSUED_FOR_PARA, 16);
  *  @param dwFindType          CRL_FIND_...
  *  @param pPrevCrlContext     where to go on from; freed. NULL: from the start
  *  @return a context; NULL when there is none, or on failure
- *  @errors CRYPT_E_NOT_FOUND: no more; ERROR_INVALID_PARAMETER: no store, not a live context, an unknown type */
+ *  @errors CRYPT_E_NOT_FOUND: no more; ERROR_INVALID_PARAMETER: no store, a previous context that is not live, an
+ *          unknown type, a parameter that lacks what is read of it */
 CERTKERN_API PCCRL_CONTEXT CertFindCRLInStore(HCERTSTORE hCertStore, DWORD dwCertEncodingType,
                                               DWORD dwFindFlags, DWORD dwFindType, const void* pvFindPara,
                                               PCCRL_CONTEXT pPrevCrlContext);
@@ -135,12 +138,14 @@ CERTKERN_API PCCERT_CONTEXT CertGetSubjectCertificateFromStore(HCERTSTORE hCertS
 /** Finds the next issuer of a certificate: a certificate whose name and, where given, key identifier match, and whose
  *  key verifies the subject's signature. For a self-signed subject, which needs no store, the answer is
  *  CRYPT_E_SELF_SIGNED.
+ *  @param pSubjectContext     of which the published fields are read: it may be put together by the caller
  *  @param pPrevIssuerContext  where to go on from; NULL: from the start
  *  @param pdwFlags            in: checks of the subject against what was found, CERT_STORE_SIGNATURE_FLAG and
  *                             CERT_STORE_TIME_VALIDITY_FLAG; out: those that failed
  *  @return a context to be freed; NULL when there is none, or on failure
  *  @errors E_INVALIDARG: no subject, flags or store, other flags; CRYPT_E_SELF_SIGNED: what was found is the subject;
- *          CRYPT_E_NOT_FOUND: no more */
+ *          CRYPT_E_NOT_FOUND: no more; ERROR_INVALID_PARAMETER: a previous context that is not live, a subject without
+ *          names or encoded bytes */
 CERTKERN_API PCCERT_CONTEXT CertGetIssuerCertificateFromStore(HCERTSTORE hCertStore,
                                                               PCCERT_CONTEXT pSubjectContext,
                                                               PCCERT_CONTEXT pPrevIssuerContext,

@@ -90,7 +90,8 @@ CERTKERN_API DWORD CertRDNValueToStrW(DWORD dwValueType, PCERT_RDN_VALUE_BLOB pV
  *  @param pszNameString  receives the text and its NUL; NULL asks for the size
  *  @param cchNameString  bytes at pszNameString; a text that does not fit is cut between characters
  *  @return bytes with the NUL; 1 when there is no such name, or on failure
- *  @errors ERROR_INVALID_PARAMETER: no certificate, an unknown type */
+ *  @errors ERROR_INVALID_PARAMETER: no certificate, an unknown type, or CERT_NAME_FRIENDLY_DISPLAY_TYPE of a context that
+ *          is not live, which has no properties; the other types read the published fields alone */
 CERTKERN_API DWORD CertGetNameStringA(PCCERT_CONTEXT pCertContext, DWORD dwType, DWORD dwFlags,
                                       void* pvTypePara, LPSTR pszNameString, DWORD cchNameString);
 /** As CertGetNameStringA, in wide characters; a text that does not fit is cut, and the result is cchNameString then. */

@@ -59,13 +59,7 @@ PCCRL_CONTEXT NextCrl(Frame& frame, HCERTSTORE store, DWORD type, const void* pa
   return HandOutCrl(frame, certkern::FindCrl(*AsStore(store), type, parameter, from.get()));
 }
 
-// A certificate that need not be given, but must be live if it is.
-bool TakeCertificate(PCCERT_CONTEXT context, const ContextRecord*& record) {
-  record = FindLiveContext(context, ElementType::Certificate);
-  return !context || record || Fault(ERROR_INVALID_PARAMETER);
-}
-
-// The same where only the published fields are read.
+// A certificate that need not be given, and of which only the published fields are read.
 bool TakeReadable(PCCERT_CONTEXT context, const CERT_CONTEXT*& certificate) {
   certificate = certkern::ReadableCertificate(context);
   return !context || certificate || Fault(ERROR_INVALID_PARAMETER);
@@ -153,10 +147,11 @@ PCCERT_CONTEXT CertGetIssuerCertificateFromStore(HCERTSTORE hCertStore, PCCERT_C
     frame.entry("(hCertStore = %p, pSubjectContext = %p, pPrevIssuerContext = %p, pdwFlags = %p)", hCertStore,
                 pSubjectContext, pPrevIssuerContext, pdwFlags);
     ContextOwner previous;
-    const ContextRecord* subject;
     if (!TakePrevious(pPrevIssuerContext, ElementType::Certificate, previous)) return frame.failed();
     if (!pSubjectContext || !AreGoodChecks(pdwFlags)) return frame.failed(E_INVALIDARG);
-    if (!TakeCertificate(pSubjectContext, subject)) return frame.failed();
+    const CERT_CONTEXT* const subject = certkern::ReadableCertificate(pSubjectContext);
+    if (!subject || !certkern::HasWholeNames(*subject->pCertInfo) || certkern::EncodedBytes(*subject).empty())
+      return frame.failed(ERROR_INVALID_PARAMETER);
     return HandOut(frame,
                    certkern::FindIssuer(AsStore(hCertStore), *subject, std::move(previous), *pdwFlags));
   });

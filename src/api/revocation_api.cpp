@@ -51,14 +51,14 @@ const CERT_EXTENSION* FindIn(const CRL_INFO& crl, LPCSTR oid) {
   return certkern::FindByOid(oid, AsSpan<const CERT_EXTENSION>(crl.rgExtension, crl.cExtension));
 }
 
-bool IsGoodSignature(const ContextRecord& crl, const ContextRecord& issuer) {
+bool IsGoodSignature(const ContextRecord& crl, const CERT_CONTEXT& issuer) {
   const certkern::LastErrorKeeper keeper;
   return certkern::VerifySignedObject(0, {crl.crl.pbCrlEncoded, crl.crl.cbCrlEncoded},
-                                      &issuer.certificate.pCertInfo->SubjectPublicKeyInfo);
+                                      &issuer.pCertInfo->SubjectPublicKeyInfo);
 }
 
 // Takes away the flag of each check that holds. That there is no issuer is told unasked.
-void CheckCrl(const ContextRecord& crl, const ContextRecord* issuer, DWORD& flags) {
+void CheckCrl(const ContextRecord& crl, const CERT_CONTEXT* issuer, DWORD& flags) {
   const CRL_INFO& info = *crl.crl.pCrlInfo;
   if ((flags & CERT_STORE_TIME_VALIDITY_FLAG) && CompareWithUpdates(Now(), info) == kInside)
     flags &= ~CERT_STORE_TIME_VALIDITY_FLAG;
@@ -122,7 +122,7 @@ PCCRL_CONTEXT CertGetCRLFromStore(HCERTSTORE hCertStore, PCCERT_CONTEXT pIssuerC
     frame.entry("(hCertStore = %p, pIssuerContext = %p, pPrevCrlContext = %p, pdwFlags = %p)", hCertStore,
                 pIssuerContext, pPrevCrlContext, pdwFlags);
     const ContextOwner previous(FindLiveContext(pPrevCrlContext, ElementType::Crl));
-    const ContextRecord* const issuer = FindLiveContext(pIssuerContext, ElementType::Certificate);
+    const CERT_CONTEXT* const issuer = certkern::ReadableCertificate(pIssuerContext);
     if (!pdwFlags) return frame.failed(E_INVALIDARG);
     if (!hCertStore || (pPrevCrlContext && !previous) || (pIssuerContext && !issuer))
       return frame.failed(ERROR_INVALID_PARAMETER);
@@ -145,11 +145,11 @@ LONG CertVerifyCRLTimeValidity(LPFILETIME pTimeToVerify, PCRL_INFO pCrlInfo) {
 BOOL CertIsValidCRLForCertificate(PCCERT_CONTEXT pCert, PCCRL_CONTEXT pCrl, DWORD dwFlags, void* pvReserved) {
   return Plain([&](Frame& frame) -> BOOL {
     frame.entry("(pCert = %p, pCrl = %p, dwFlags = 0x%x, pvReserved = %p)", pCert, pCrl, dwFlags, pvReserved);
-    const ContextRecord* const certificate = FindLiveContext(pCert, ElementType::Certificate);
-    const ContextRecord* const crl = FindLiveContext(pCrl, ElementType::Crl);
+    const CERT_CONTEXT* const certificate = certkern::ReadableCertificate(pCert);
+    const CRL_CONTEXT* const crl = certkern::ReadableCrl(pCrl);
     if (!certificate || !crl) return frame.failed(ERROR_INVALID_PARAMETER);
-    const CRL_INFO& info = *crl->crl.pCrlInfo;
-    const CERT_INFO& subject = *certificate->certificate.pCertInfo;
+    const CRL_INFO& info = *crl->pCrlInfo;
+    const CERT_INFO& subject = *certificate->pCertInfo;
     if (!FindIn(info, szOID_ISSUING_DIST_POINT)) return frame.result(TRUE);
     const auto issuing = certkern::DecodeExtension<CRL_ISSUING_DIST_POINT>(
         AsSpan<const CERT_EXTENSION>(info.rgExtension, info.cExtension), szOID_ISSUING_DIST_POINT,

@@ -79,12 +79,13 @@ bool Write(std::span<const LPCSTR> purposes, PCERT_ENHKEY_USAGE usage, DWORD& si
 }  // namespace
 
 bool GetEnhancedKeyUsage(PCCERT_CONTEXT context, DWORD flags, PCERT_ENHKEY_USAGE usage, DWORD& size) {
+  const bool asksProperty = flags != CERT_FIND_EXT_ONLY_ENHKEY_USAGE_FLAG;
   ContextRecord* const record = FindLiveContext(context, ElementType::Certificate);
-  if (!record) return Fault(ERROR_INVALID_PARAMETER);
-  AddContextReference(*record);
+  if (asksProperty ? !record : !ReadableCertificate(context)) return Fault(ERROR_INVALID_PARAMETER);
+  if (record) AddContextReference(*record);
   const ContextOwner pinned(record);
   UsageRecord property, extension;
-  if (flags != CERT_FIND_EXT_ONLY_ENHKEY_USAGE_FLAG) property = UsagesOfProperty(context);
+  if (asksProperty) property = UsagesOfProperty(context);
   if (flags != CERT_FIND_PROP_ONLY_ENHKEY_USAGE_FLAG && !UsagesOfExtension(*context->pCertInfo, extension)) {
     return false;
   }

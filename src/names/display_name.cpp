@@ -14,7 +14,7 @@
 #include "names/attribute_search.h"
 #include "names/name_text.h"
 #include "platform/owner.h"
-#include "store/context_record.h"
+#include "store/certificate_primitives.h"
 
 namespace certkern {
 namespace {
@@ -147,7 +147,7 @@ static_assert(std::size(kStepsOfType) == CERT_NAME_URL_TYPE + 1);
 
 bool FindDisplayName(const NameQuestion& question, std::wstring& text) {
   text.clear();
-  if (!FindLiveContext(question.certificate, ElementType::Certificate) || !question.type
+  if (!ReadableCertificate(question.certificate) || !IsWhole(&NameOf(question)) || !question.type
       || question.type >= std::size(kStepsOfType))
     return Fault(ERROR_INVALID_PARAMETER);
   for (const Step step : kStepsOfType[question.type]) {

@@ -17,8 +17,9 @@ struct NameQuestion {
   bool bufferWithoutRoom;
 };
 
-// Empty when the certificate has no such name. False with a code: ERROR_INVALID_PARAMETER for what is no live certificate
-// and for a type that does not exist, or that of a property that is there and cannot be read.
+// Empty when the certificate has no such name. False with a code: ERROR_INVALID_PARAMETER for what is no certificate, for
+// a type that does not exist, and for the friendly name, a property, of a context that the caller put together; or that of
+// a property that is there and cannot be read.
 [[nodiscard]] bool FindDisplayName(const NameQuestion& question, std::wstring& text);
 
 }  // namespace certkern

@@ -45,6 +45,7 @@ bool IsValidityNested(const CERT_INFO& subject, const CERT_INFO& issuer);
 
 // Blobs that a caller gave: their bytes must be there.
 inline bool IsWhole(const CRYPT_DATA_BLOB* blob) { return blob && (blob->pbData || !blob->cbData); }
+inline bool HasWholeNames(const CERT_INFO& info) { return IsWhole(&info.Issuer) && IsWhole(&info.Subject); }
 // Of whole blobs. Names are compared as bytes, integers by value.
 bool AreSameBytes(const CRYPT_DATA_BLOB& one, const CRYPT_DATA_BLOB& other);
 bool AreSameIntegers(const CRYPT_INTEGER_BLOB& one, const CRYPT_INTEGER_BLOB& other);

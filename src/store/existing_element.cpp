@@ -5,25 +5,43 @@
 #include <algorithm>
 #include <cstring>
 
+#include "store/certificate_primitives.h"
 #include "store/context_property.h"
 #include "store/store_index.h"
 
 namespace certkern {
 namespace {
 
-bool SameBytes(const CRYPT_DATA_BLOB& a, const CRYPT_DATA_BLOB& b) {
-  return std::ranges::equal(std::span(a.pbData, a.cbData), std::span(b.pbData, b.cbData));
+Found SameObject(const ContextRecord& wanted, StoreElement& element) {
+  if (element.type == ElementType::Certificate) {
+    return SameCertificate(wanted.certificate, element) ? Found::Yes : Found::No;
+  }
+  const ContextOwner context(AcquireContext(element));
+  if (!context) return Found::Failed;
+  return SameCrlLine(*wanted.crl.pCrlInfo, *context->crl.pCrlInfo) ? Found::Yes : Found::No;
 }
 
-// What tells the lists of one issuer apart.
-struct CrlPurpose {
-  const CERT_EXTENSION* authorityKey = nullptr;
-  bool delta = false;
-};
+// Same bytes say the same issuer and serial number.
+std::optional<IndexQuestion> QuestionFor(CertStore& store, const ContextRecord& wanted) {
+  const ElementType type = wanted.element().type;
+  if (!IsWorthIndexing(store.list(type))) return {};
+  if (type == ElementType::Crl) return AskCrlLine(*wanted.crl.pCrlInfo);
+  const CERT_INFO& info = *wanted.certificate.pCertInfo;
+  return AskIssuerSerial(info.Issuer, info.SerialNumber);
+}
 
+}  // namespace
+
+bool SameCertificate(const CERT_CONTEXT& wanted, const StoreElement& element) {
+  return (wanted.dwCertEncodingType & element.encoding)
+      && std::ranges::equal(EncodedBytes(wanted), element.encoded());
+}
+
+// A caller may have put the record together, so what it counts need not be there.
 CrlPurpose PurposeOf(const CRL_INFO& info) {
   CrlPurpose purpose;
-  for (const CERT_EXTENSION& each : std::span(info.rgExtension, info.cExtension)) {
+  for (const CERT_EXTENSION& each : AsSpan(info.rgExtension, info.cExtension)) {
+    if (!each.pszObjId) continue;
     if (!purpose.authorityKey && !std::strcmp(each.pszObjId, szOID_AUTHORITY_KEY_IDENTIFIER2)) {
       purpose.authorityKey = &each;
     }
@@ -32,34 +50,12 @@ CrlPurpose PurposeOf(const CRL_INFO& info) {
   return purpose;
 }
 
-Found SameObject(const ContextRecord& wanted, StoreElement& element) {
-  if (element.type == ElementType::Certificate) {
-    return SameCertificate(wanted.element(), element) ? Found::Yes : Found::No;
-  }
-  const ContextOwner context(AcquireContext(element));
-  if (!context) return Found::Failed;
-  return SameCrlLine(*wanted.crl.pCrlInfo, *context->crl.pCrlInfo) ? Found::Yes : Found::No;
-}
-
-// Same bytes say the same issuer and serial number.
-std::optional<IndexQuestion> QuestionFor(const CertStore& store, const ContextRecord& wanted) {
-  if (wanted.element().type != ElementType::Certificate || !IsWorthIndexing(store.certificates)) return {};
-  const CERT_INFO& info = *wanted.certificate.pCertInfo;
-  return AskIssuerSerial(info.Issuer, info.SerialNumber);
-}
-
-}  // namespace
-
-bool SameCertificate(const StoreElement& a, const StoreElement& b) {
-  return (a.encoding & b.encoding) && std::ranges::equal(a.encoded(), b.encoded());
-}
-
 bool SameCrlLine(const CRL_INFO& a, const CRL_INFO& b) {
-  if (!SameBytes(a.Issuer, b.Issuer)) return false;
+  if (!AreSameBytes(a.Issuer, b.Issuer)) return false;
   const CrlPurpose first = PurposeOf(a);
   const CrlPurpose second = PurposeOf(b);
   if (first.delta != second.delta || !first.authorityKey != !second.authorityKey) return false;
-  return !first.authorityKey || SameBytes(first.authorityKey->Value, second.authorityKey->Value);
+  return !first.authorityKey || AreSameBytes(first.authorityKey->Value, second.authorityKey->Value);
 }
 
 bool IsHidden(const CertStore& store, StoreElement& element) {

@@ -11,7 +11,14 @@
 namespace certkern {
 
 // Same bytes, and an encoding type in common.
-bool SameCertificate(const StoreElement& a, const StoreElement& b);
+bool SameCertificate(const CERT_CONTEXT& wanted, const StoreElement& element);
+
+// What tells the lists of one issuer apart.
+struct CrlPurpose {
+  const CERT_EXTENSION* authorityKey = nullptr;
+  bool delta = false;
+};
+CrlPurpose PurposeOf(const CRL_INFO& info);
 // Same issuer, same authority key identifier or none in both, both base or both delta.
 bool SameCrlLine(const CRL_INFO& a, const CRL_INFO& b);
 

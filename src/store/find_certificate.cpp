@@ -42,7 +42,8 @@ struct FindRow {
   // One of the two: by the element and its properties, or by what it says in its context.
   Found (*matchElement)(const Wanted& wanted, StoreElement& element, ContextOwner& context);
   bool (*matchInfo)(const Wanted& wanted, const CERT_INFO& info);
-  IndexQuestion (*ask)(const void* parameter);  // null: every element is looked at
+  // Null or no question: every element is looked at.
+  std::optional<IndexQuestion> (*ask)(const void* parameter);
 };
 
 Found Answer(bool matches) { return matches ? Found::Yes : Found::No; }
@@ -76,8 +77,9 @@ bool IsGoodIssuerSerial(const void* parameter) {
   return IsWhole(&id.Issuer) && IsWhole(&id.SerialNumber);
 }
 
-bool IsLiveCertificate(const void* parameter) {
-  return FindLiveContext(parameter, ElementType::Certificate) != nullptr;
+bool IsGoodCertificate(const void* parameter) {
+  const CERT_CONTEXT* const certificate = ReadableCertificate(parameter);
+  return certificate && !EncodedBytes(*certificate).empty();
 }
 
 // --- by element ---
@@ -99,8 +101,7 @@ Found MatchProperty(const Wanted& wanted, StoreElement& element, ContextOwner& c
 }
 
 Found MatchExisting(const Wanted& wanted, StoreElement& element, ContextOwner&) {
-  const auto* const record = FindLiveContext(wanted.parameter);
-  return Answer(record && SameCertificate(record->element(), element));
+  return Answer(SameCertificate(wanted.as<CERT_CONTEXT>(), element));
 }
 
 bool HasOrComputes(StoreElement& element, DWORD id) {
@@ -189,20 +190,26 @@ bool MatchIssuerSerial(const Wanted& wanted, const CERT_INFO& info) {
 // --- where the index has it ---
 
 template <IndexKey key>
-IndexQuestion AskBlob(const void* parameter) {
+std::optional<IndexQuestion> AskBlob(const void* parameter) {
   return AskBytes(key, Bytes(*static_cast<const CRYPT_DATA_BLOB*>(parameter)));
 }
 
-IndexQuestion AskInfo(const void* parameter) {
+std::optional<IndexQuestion> AskInfo(const void* parameter) {
   const auto& info = *static_cast<const CERT_INFO*>(parameter);
   return AskIssuerSerial(info.Issuer, info.SerialNumber);
 }
 
-IndexQuestion AskContext(const void* parameter) {
-  return AskInfo(static_cast<PCCERT_CONTEXT>(parameter)->pCertInfo);
+// Only the bytes are compared, and the fields that a caller put beside them may be others'.
+std::optional<IndexQuestion> AskContext(const void* parameter) {
+  const auto& certificate = *static_cast<PCCERT_CONTEXT>(parameter);
+  if (FindLiveContext(parameter)) return AskInfo(certificate.pCertInfo);
+  const LastErrorKeeper keeper;
+  const ContextOwner own(
+      CreateContext(ElementType::Certificate, X509_ASN_ENCODING, EncodedBytes(certificate)));
+  return own ? AskInfo(own->certificate.pCertInfo) : std::nullopt;
 }
 
-IndexQuestion AskId(const void* parameter) {
+std::optional<IndexQuestion> AskId(const void* parameter) {
   const auto& id = *static_cast<const CERT_ISSUER_SERIAL_NUMBER*>(parameter);
   return AskIssuerSerial(id.Issuer, id.SerialNumber);
 }
@@ -221,7 +228,7 @@ constexpr FindRow kFindRows[] = {
     {CERT_FIND_SHA1_HASH,       true,  IsGoodBlob,        kBySha1,                              nullptr,                 kAskSha1                  },
     {CERT_FIND_MD5_HASH,        true,  IsGoodBlob,        MatchProperty<CERT_MD5_HASH_PROP_ID>, nullptr,                 nullptr                   },
     {CERT_FIND_KEY_IDENTIFIER,  false, IsGoodBlob,        kByKeyId,                             nullptr,                 kAskKeyId                 },
-    {CERT_FIND_EXISTING,        false, IsLiveCertificate, MatchExisting,                        nullptr,                 AskContext                },
+    {CERT_FIND_EXISTING,        false, IsGoodCertificate, MatchExisting,                        nullptr,                 AskContext                },
     {CERT_FIND_SUBJECT_NAME,    false, IsGoodBlob,        nullptr,                              MatchName<kSubject>,     AskBlob<IndexKey::Subject>},
     {CERT_FIND_ISSUER_NAME,     false, IsGoodBlob,        nullptr,                              MatchName<kIssuer>,      nullptr                   },
     {CERT_FIND_SUBJECT_STR_A,   false, IsThere,           nullptr,                              MatchText<kSubject>,     nullptr                   },

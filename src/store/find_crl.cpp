@@ -1,4 +1,4 @@
-// What a CRL is asked. There are few of these, and no index.
+// What a CRL is asked.
 #include <certkern/errors.h>
 
 #include <algorithm>
@@ -48,6 +48,7 @@ class CrlOfIssuer final : public CrlQuery {
 class CrlOfLine final : public CrlQuery {
  public:
   explicit CrlOfLine(const CRL_INFO& wanted) : wanted_(wanted) {}
+  std::optional<IndexQuestion> question() const override { return AskCrlLine(wanted_); }
 
  private:
   bool matchesInfo(const CRL_INFO& info) const override { return SameCrlLine(wanted_, info); }
@@ -60,9 +61,10 @@ ContextOwner BadParameter() {
   return {};
 }
 
+// Null where the names, which are compared, are not there.
 const CERT_INFO* InfoOf(const void* context) {
   const CERT_CONTEXT* const certificate = ReadableCertificate(context);
-  return certificate ? certificate->pCertInfo : nullptr;
+  return certificate && HasWholeNames(*certificate->pCertInfo) ? certificate->pCertInfo : nullptr;
 }
 
 // The lists of the issuer that the subject names. The given issuer's own name counts only where there is none of them in
@@ -94,7 +96,9 @@ ContextOwner FindCrl(CertStore& store, DWORD type, const void* parameter, const 
     }
     case CRL_FIND_EXISTING: {
       const CRL_CONTEXT* const wanted = ReadableCrl(parameter);
-      return wanted ? FindInMembers(store, CrlOfLine(*wanted->pCrlInfo), previous) : BadParameter();
+      return wanted && IsWhole(&wanted->pCrlInfo->Issuer)
+          ? FindInMembers(store, CrlOfLine(*wanted->pCrlInfo), previous)
+          : BadParameter();
     }
     case CRL_FIND_ISSUED_FOR:
       return FindIssuedFor(store, static_cast<const CRL_FIND_ISSUED_FOR_PARA*>(parameter), previous);

@@ -17,17 +17,14 @@
 namespace certkern {
 namespace {
 
-const CERT_INFO& InfoOf(const ContextRecord& certificate) { return *certificate.certificate.pCertInfo; }
-
 bool IsSignedBy(const CERT_CONTEXT& subject, const CERT_CONTEXT& issuer) {
   return VerifySubject(0, CRYPT_VERIFY_CERT_SIGN_SUBJECT_CERT, &subject, CRYPT_VERIFY_CERT_SIGN_ISSUER_CERT,
                        const_cast<CERT_CONTEXT*>(&issuer));
 }
 
-bool IsSelfSigned(const ContextRecord& certificate) {
-  const CERT_INFO& info = InfoOf(certificate);
-  return AreSameBytes(info.Subject, info.Issuer)
-      && IsSignedBy(certificate.certificate, certificate.certificate);
+bool IsSelfSigned(const CERT_CONTEXT& certificate) {
+  const CERT_INFO& info = *certificate.pCertInfo;
+  return AreSameBytes(info.Subject, info.Issuer) && IsSignedBy(certificate, certificate);
 }
 
 using AuthorityKey = Owner<CERT_AUTHORITY_KEY_ID2_INFO*, LocalFree>;
@@ -55,16 +52,15 @@ bool IsNamedBy(const AuthorityKey& authority, const ContextRecord& candidate) {
   if (!authority) return true;
   if (authority->KeyId.cbData && !HasKeyIdentifier(candidate, authority->KeyId)) return false;
   return !authority->AuthorityCertSerialNumber.cbData
-      || AreSameIntegers(authority->AuthorityCertSerialNumber, InfoOf(candidate).SerialNumber);
+      || AreSameIntegers(authority->AuthorityCertSerialNumber, candidate.certificate.pCertInfo->SerialNumber);
 }
 
 // By subject name, which gives what a walk over all would, in its order. No lock is held while signatures are checked.
-ContextOwner FindSigner(CertStore& store, const ContextRecord& subject, ContextOwner candidate) {
-  const AuthorityKey authority = AuthorityKeyOf(InfoOf(subject));
-  const CertificateRequest request{X509_ASN_ENCODING, 0, CERT_FIND_SUBJECT_NAME, &InfoOf(subject).Issuer};
+ContextOwner FindSigner(CertStore& store, const CERT_CONTEXT& subject, ContextOwner candidate) {
+  const AuthorityKey authority = AuthorityKeyOf(*subject.pCertInfo);
+  const CertificateRequest request{X509_ASN_ENCODING, 0, CERT_FIND_SUBJECT_NAME, &subject.pCertInfo->Issuer};
   while ((candidate = FindCertificate(store, request, candidate.get()))) {
-    if (IsNamedBy(authority, *candidate.get()) && IsSignedBy(subject.certificate, candidate->certificate))
-      break;
+    if (IsNamedBy(authority, *candidate.get()) && IsSignedBy(subject, candidate->certificate)) break;
   }
   return candidate;
 }
@@ -86,9 +82,9 @@ void CheckSubject(const CERT_CONTEXT* subject, const CERT_CONTEXT* issuer, DWORD
     flags &= ~CERT_STORE_SIGNATURE_FLAG;
 }
 
-ContextOwner FindIssuer(CertStore* store, const ContextRecord& subject, ContextOwner previous, DWORD& flags) {
+ContextOwner FindIssuer(CertStore* store, const CERT_CONTEXT& subject, ContextOwner previous, DWORD& flags) {
   if (IsSelfSigned(subject)) {
-    CheckSubject(&subject.certificate, &subject.certificate, flags);
+    CheckSubject(&subject, &subject, flags);
     return SelfSigned();
   }
   if (!store) {
@@ -97,8 +93,8 @@ ContextOwner FindIssuer(CertStore* store, const ContextRecord& subject, ContextO
   }
   ContextOwner found = FindSigner(*store, subject, std::move(previous));
   if (!found) return {};
-  CheckSubject(&subject.certificate, found->asCertificate(), flags);
-  return SameCertificate(subject.element(), found->element()) ? SelfSigned() : std::move(found);
+  CheckSubject(&subject, found->asCertificate(), flags);
+  return SameCertificate(subject, found->element()) ? SelfSigned() : std::move(found);
 }
 
 }  // namespace certkern

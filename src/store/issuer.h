@@ -16,8 +16,8 @@ inline constexpr DWORD kSubjectChecks = CERT_STORE_SIGNATURE_FLAG | CERT_STORE_T
 // made, and their flags stay.
 void CheckSubject(const CERT_CONTEXT* subject, const CERT_CONTEXT* issuer, DWORD& flags);
 
-// CertGetIssuerCertificateFromStore. Empty with a code.
-ContextOwner FindIssuer(CertStore* store, const ContextRecord& subject, ContextOwner previous, DWORD& flags);
+// CertGetIssuerCertificateFromStore. Empty with a code. The subject's names and bytes are there.
+ContextOwner FindIssuer(CertStore* store, const CERT_CONTEXT& subject, ContextOwner previous, DWORD& flags);
 
 }  // namespace certkern
 

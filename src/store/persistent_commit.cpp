@@ -50,8 +50,22 @@ bool Stamp(int descriptor, const timespec& before, FileWitness& file) {
       && IsOnLocalFileSystem(descriptor);
 }
 
+// Who had all that the file held, and has now written it, has all that it holds: there is nothing to read again until
+// somebody else writes it.
+bool HasAllOf(CertStore& store, const struct stat& file) {
+  const std::lock_guard guard(store.lock);
+  return store.read.settled && store.read.isOf(file);
+}
+
+void NoteOwnWriting(CertStore& store, const FileWitness& file) {
+  const std::lock_guard guard(store.lock);
+  store.read = file;
+  store.read.settled = true;  // by the stamp
+}
+
 bool Write(CertStore& store, StoreChanges& changes, const struct stat& before, PlannedChange& plan) {
   const int descriptor = fileno(store.file);
+  const bool hadAll = HasAllOf(store, before);
   const Committed committed = CommitStoreFile(store.path, store.file, plan.change);
   if (committed == Committed::No) {
     store.layout.certain = false;
@@ -59,6 +73,7 @@ bool Write(CertStore& store, StoreChanges& changes, const struct stat& before, P
   }
   plan.layout.certain = committed == Committed::Yes && Stamp(descriptor, before.st_mtim, plan.layout.file);
   changes.written(plan.layout, plan.places);
+  if (hadAll && plan.layout.certain) NoteOwnWriting(store, plan.layout.file);
   return true;
 }
 

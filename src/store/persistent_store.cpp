@@ -195,6 +195,12 @@ bool Commit(CertStore& store) {
   return store.path.empty() ? CommitToStream(store) : CommitToPath(store);
 }
 
+// What the last commit of this store has stamped can't be changed unseen, however short a time ago that was.
+bool IsOwnWriting(CertStore& store, const FileWitness& file) {
+  const std::lock_guard guard(store.lock);
+  return store.layout.certain && store.layout.file.isSameAs(file);
+}
+
 // What the file of the store's path holds by now, and what it was when that was read. Whoever only reads finds nothing where
 // the file has gone.
 struct Reading {
@@ -203,7 +209,7 @@ struct Reading {
   FileWitness file;
 };
 
-bool ReadAgain(const CertStore& store, std::atomic<DWORD>& flags, Reading& reading) {
+bool ReadAgain(CertStore& store, std::atomic<DWORD>& flags, Reading& reading) {
   StoreFileLock lock;
   if (!lock.take(store.fileMutex, NTE_PROVIDER_DLL_FAIL)) return false;
   FileLock fileLock;
@@ -213,6 +219,7 @@ bool ReadAgain(const CertStore& store, std::atomic<DWORD>& flags, Reading& readi
   if (!reading.stream) return DoesWithoutFile(flags);
   fileLock.follow(store.path, reading.stream.get());
   reading.file = WitnessOf(reading.stream.get());
+  if (IsOwnWriting(store, reading.file)) reading.file.settled = true;
   if (reading.bytes.empty()) return ReadWholeFile(fileno(reading.stream.get()), reading.bytes);
   reading.file.settled = false;  // the file itself holds something else
   return true;

@@ -12,6 +12,7 @@
 
 #include "store/certificate_primitives.h"
 #include "store/context_property.h"
+#include "store/existing_element.h"
 
 namespace certkern {
 namespace {
@@ -39,6 +40,14 @@ uint32_t HashOf(const CERT_NAME_BLOB& issuer, const CRYPT_INTEGER_BLOB& serialNu
       ^ HashOf(WithoutSignBytes({serialNumber.pbData, serialNumber.cbData}));
 }
 
+uint32_t HashOf(const CRL_INFO& crl) {
+  constexpr uint32_t kBase = 0x85EBCA6B, kDelta = 0xC2B2AE35;
+  const CrlPurpose purpose = PurposeOf(crl);
+  const uint32_t line = HashOf({crl.Issuer.pbData, crl.Issuer.cbData}) * (purpose.delta ? kDelta : kBase);
+  if (!purpose.authorityKey) return line;
+  return line ^ HashOf({purpose.authorityKey->Value.pbData, purpose.authorityKey->Value.cbData});
+}
+
 bool IsPropertyKey(IndexKey key) { return key == IndexKey::Sha1 || key == IndexKey::KeyIdentifier; }
 
 // A context that can't be made now but could later must not be taken for an object that can't be decoded.
@@ -64,6 +73,7 @@ std::optional<uint32_t> KeyHash(StoreElement& element, IndexKey key) {
   if (key == IndexKey::KeyIdentifier) return PropertyHash(element, CERT_KEY_IDENTIFIER_PROP_ID);
   const ContextOwner context = ContextOf(element);
   if (!context) return std::nullopt;
+  if (element.type == ElementType::Crl) return HashOf(*context->crl.pCrlInfo);
   const CERT_INFO& info = *context->certificate.pCertInfo;
   if (key == IndexKey::Subject) return SubjectHash({info.Subject.pbData, info.Subject.cbData});
   return HashOf(info.Issuer, info.SerialNumber);
@@ -89,9 +99,17 @@ IndexQuestion AskIssuerSerial(const CERT_NAME_BLOB& issuer, const CRYPT_INTEGER_
   return {IndexKey::IssuerSerial, HashOf(issuer, serialNumber)};
 }
 
+IndexQuestion AskCrlLine(const CRL_INFO& crl) { return {IndexKey::CrlLine, HashOf(crl)}; }
+
 // An element may carry the number that an index before this one gave it.
 bool StoreIndex::has(const StoreElement& element) const {
   return element.indexSlot < entries_.size() && entries_[element.indexSlot].element == &element;
+}
+
+// kNone: it stands in no chain any more.
+uint32_t StoreIndex::placeOf(const StoreElement& element, size_t key) const {
+  if (has(element)) return element.indexSlot;
+  return left_.sequence == element.sequence && left_.chained[key] ? left_.slot : kNone;
 }
 
 uint32_t StoreIndex::slotFor(StoreElement& element) {
@@ -120,6 +138,7 @@ void StoreIndex::chain(Chains& chains, size_t key, uint32_t slot) {
 // From the hashes that are known, in the order of the list.
 void StoreIndex::rechain(const ElementList& list, size_t key, size_t buckets) {
   Chains& chains = chains_[key];
+  left_ = {};
   if (chains.heads.size() != buckets) chains.heads = std::vector<uint32_t>(buckets);
   std::ranges::fill(chains.heads, kNone);
   for (const StoreElement* each = list.oldest; each && each->sequence <= chains.upTo; each = each->prev) {
@@ -131,6 +150,7 @@ void StoreIndex::sweep(const ElementList& list) {
   for (size_t key = 0; key < kIndexKeys; ++key) {
     if (!chains_[key].heads.empty()) rechain(list, key, chains_[key].heads.size());
   }
+  left_ = {};
   free_ = kNone;
   for (size_t slot = entries_.size(); slot--;) {
     if (!entries_[slot].element) entries_[slot].next[0] = std::exchange(free_, static_cast<uint32_t>(slot));
@@ -176,10 +196,15 @@ void StoreIndex::unlinked(StoreElement& element) noexcept {
   }
   if (!has(element)) return;
   entries_[element.indexSlot].element = nullptr;
+  left_ = {element.sequence, element.indexSlot, {}};
+  for (size_t key = 0; key < kIndexKeys; ++key) {
+    left_.chained[key] = !chains_[key].heads.empty() && element.sequence <= chains_[key].upTo;
+  }
   if (++dead_ <= entries_.size() / 2) return;
   // nobody has searched while half the store went: its memory goes, too
   entries_ = {};
   for (Chains& each : chains_) each.clear();
+  left_ = {};
   free_ = kNone;
   dead_ = 0;
 }
@@ -187,9 +212,9 @@ void StoreIndex::unlinked(StoreElement& element) noexcept {
 StoreElement* StoreIndex::next(const IndexQuestion& question, const StoreElement* previous) const {
   const auto key = static_cast<size_t>(question.key);
   const std::vector<uint32_t>& heads = chains_[key].heads;
-  uint32_t slot;
-  if (previous && has(*previous) && entries_[previous->indexSlot].hash[key] == question.hash) {
-    slot = entries_[previous->indexSlot].next[key];
+  uint32_t slot = previous ? placeOf(*previous, key) : kNone;
+  if (slot != kNone && entries_[slot].hash[key] == question.hash) {
+    slot = entries_[slot].next[key];
   } else {
     slot = heads[question.hash & (heads.size() - 1)];
   }
@@ -207,8 +232,7 @@ size_t StoreIndex::bytes() const {
   return sum;
 }
 
-const StoreIndex* SearchableIndex(CertStore& store, IndexKey key) {
-  ElementList& list = store.certificates;
+const StoreIndex* SearchableIndex(ElementList& list, IndexKey key) {
   if (list.size < kSmallestIndexedList) return nullptr;
   try {
     if (!list.index) list.index = std::make_unique<StoreIndex>();

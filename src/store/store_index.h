@@ -1,9 +1,9 @@
-// The index beside a store's certificates: by SHA-1, key identifier, subject, and issuer with serial number. It gives
-// the elements that a search would stop at, in the order of the list, and leaves the comparing to the search; so a
-// search by index and a walk can't differ in anything but time.
+// The index beside a store's certificates (by SHA-1, key identifier, subject, and issuer with serial number) or its CRLs
+// (by what a newer list takes the place of). It gives the elements that a search would stop at, in the order of the list,
+// and leaves the comparing to the search; so a search by index and a walk can't differ in anything but time.
 //
 // Each key is built by the first search that asks for it, and later searches add what has come since. Memory: at most 64
-// bytes a certificate with all keys built. An element that has no such key (it can't be decoded) may end a walk, so a
+// bytes an element with all keys built. An element that has no such key (it can't be decoded) may end a walk, so a
 // list with one is walked. Everything is guarded by the store's lock.
 #ifndef CERTKERN_STORE_STORE_INDEX_H
 #define CERTKERN_STORE_STORE_INDEX_H
@@ -19,7 +19,13 @@
 
 namespace certkern {
 
-enum class IndexKey : uint8_t { Sha1, KeyIdentifier, Subject, IssuerSerial };
+enum class IndexKey : uint8_t {
+  Sha1,
+  KeyIdentifier,
+  Subject,
+  IssuerSerial,
+  CrlLine = IssuerSerial,  // a list has elements of one type: the place is free in that of the CRLs
+};
 inline constexpr size_t kIndexKeys = 4;
 
 // Different values may share a hash.
@@ -32,6 +38,9 @@ IndexQuestion AskBytes(IndexKey key, std::span<const BYTE> value);
 IndexQuestion AskSubject(const NormalName& subject);
 // Serial numbers of one value are one, however they are written.
 IndexQuestion AskIssuerSerial(const CERT_NAME_BLOB& issuer, const CRYPT_INTEGER_BLOB& serialNumber);
+
+// The issuer's bytes, and what tells its lists apart.
+IndexQuestion AskCrlLine(const CRL_INFO& crl);
 
 // To walk so few is no slower.
 inline constexpr size_t kSmallestIndexedList = 32;
@@ -76,7 +85,15 @@ class StoreIndex final : public ElementIndex {
     void clear() { *this = {}; }
   };
 
+  // The element that left last still stands in its chains: a walk that deletes what it meets goes on from there.
+  struct Left {
+    uint64_t sequence = 0;
+    uint32_t slot = kNone;
+    std::array<bool, kIndexKeys> chained{};
+  };
+
   bool has(const StoreElement& element) const;
+  uint32_t placeOf(const StoreElement& element, size_t key) const;
   uint32_t slotFor(StoreElement& element);
   void forgetChanged(IndexKey key);
   void chain(Chains& chains, size_t key, uint32_t slot);
@@ -85,12 +102,13 @@ class StoreIndex final : public ElementIndex {
 
   std::vector<Entry> entries_;
   std::array<Chains, kIndexKeys> chains_;
+  Left left_;              // until a chain is made anew
   uint32_t free_ = kNone;  // entries in no chain, by their first `next`
   size_t dead_ = 0;        // entries without an element that are still in chains
 };
 
-// The index of a store's certificates, ready for this key; null: walk. The caller holds the store's lock.
-const StoreIndex* SearchableIndex(CertStore& store, IndexKey key);
+// The index of a store's list, ready for this key; null: walk. The caller holds the store's lock.
+const StoreIndex* SearchableIndex(ElementList& list, IndexKey key);
 
 // The elements that a search can match, newest first: those that the index proposes, or all where there is no question
 // or no index. The caller holds the store's lock.
@@ -100,7 +118,7 @@ class Candidates {
       : store_(store),
         type_(type),
         question_(question),
-        index_(question ? SearchableIndex(store, question->key) : nullptr) {}
+        index_(question ? SearchableIndex(store.list(type), question->key) : nullptr) {}
 
   StoreElement* behind(const StoreElement* previous) const {
     return index_ ? index_->next(*question_, previous) : NextElement(store_, type_, previous);

@@ -65,6 +65,28 @@ TEST_F(Chains, StatusTellsValidInvalidAndUndeterminedApart) {
   EXPECT_EQ(chain("a.crt --usage clientAuth,serverAuth --any-usage").status, 0);
 }
 
+// Whoever can't be told still learns the status.
+TEST_F(Chains, StatusOutlivesStandardError) {
+  const struct {
+    const char* script;
+    int status;
+  } kCases[] = {
+      {"certkern show missing",        1                                     },
+      {"certkern hash missing",        1                                     },
+      {"echo junk | certkern show",    1                                     },
+      {"certkern chain a.crt --usage", 2                                     },
+      {"certkern nonsense",            2                                     },
+      {"certkern chain b.crt --store root.crt --additional ca.crt --additional ca.crl --additional root.crl "
+       "--cache-only",                               3                                                        },
+      {"certkern chain a.crt --store ca.crt --revocation none --cache-only",                              4},
+  };
+  for (const auto& [script, status] : kCases) {
+    for (const char* target : {" 2>&-", " 2>/dev/full"}) {
+      EXPECT_EQ(home.run(script + std::string(target)).status, status) << script << target;
+    }
+  }
+}
+
 TEST_F(Chains, PoliciesForServers) {
   EXPECT_EQ(chain("a.crt --policy ssl --host WWW.example.org").status, 0);
   const ToolResult other = chain("a.crt --policy ssl --host www.example.com");

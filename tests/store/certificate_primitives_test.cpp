@@ -146,8 +146,10 @@ TEST(EnhancedKeyUsage, BadArguments) {
   DWORD size = 0;
   EXPECT_FALSE(CertGetEnhancedKeyUsage(nullptr, 0, nullptr, &size));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
-  EXPECT_FALSE(Enhanced(&stranger, CERT_FIND_EXT_ONLY_ENHKEY_USAGE_FLAG)) << "not a live context";
-  EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+  for (const DWORD flags : {0u, CERT_FIND_PROP_ONLY_ENHKEY_USAGE_FLAG}) {
+    EXPECT_FALSE(Enhanced(&stranger, flags)) << "only a live context has properties";
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+  }
   for (const DWORD flags : {1u, 6u, 8u}) {
     EXPECT_FALSE(Enhanced(context.get(), flags));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_FLAGS});

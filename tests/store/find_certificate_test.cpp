@@ -105,6 +105,9 @@ TEST_F(FindTest, EveryType) {
   const DWORD sha1Id = 3, keyIdId = 20, noId = 77, contextId = CERT_KEY_CONTEXT_PROP_ID;
   LPSTR purposes[] = {const_cast<LPSTR>(kMail), const_cast<LPSTR>(kServer), const_cast<LPSTR>(kTime)};
   const CERT_ENHKEY_USAGE two{2, purposes}, three{3, purposes}, anyUsage{0, nullptr}, broken{1, nullptr};
+  Bytes copy(wanted->pbCertEncoded, wanted->pbCertEncoded + wanted->cbCertEncoded);
+  const CERT_CONTEXT made{X509_ASN_ENCODING, copy.data(), wanted->cbCertEncoded, hidden->pCertInfo, nullptr};
+  const CERT_CONTEXT hollow{X509_ASN_ENCODING, nullptr, wanted->cbCertEncoded, wanted->pCertInfo, nullptr};
   const std::string bad = "code 87";
   const struct {
     const char* name;
@@ -152,8 +155,9 @@ TEST_F(FindTest, EveryType) {
       {"no identifier",                              CERT_FIND_CERT_ID,                                                       nullptr,                                                              bad                                                                                                                                                                                                                    },
       {"no hash",                              CERT_FIND_SHA1_HASH,                                                       nullptr,            bad},
       {"purposes without their array",                              CERT_FIND_ENHKEY_USAGE,                                                       &broken,                                         bad                                                                                                                                                                                                                                              },
-      {"a context that is none",                              CERT_FIND_EXISTING,                                                       &info,                  bad},
-      {"a type that there is not",                              0x00120000,                                                       nullptr,                                       bad                                                                                                                                                                                                                                                                           },
+      {"existing, by bytes alone",                              CERT_FIND_EXISTING,                                                       &made,                "1"},
+      {"existing, without its bytes",                              CERT_FIND_EXISTING,                                                       &hollow,                                      bad                                                                                                                                                                                                                                                                    },
+      {"a type that there is not",                              0x00120000,                                                       nullptr,                   bad},
   };
   for (const auto& [name, type, parameter, found, flags] : kCases) {
     SCOPED_TRACE(name);

@@ -1,6 +1,9 @@
 // CRL searches, and who issued a certificate.
+#include <certkern/cert.h>
 #include <certkern/errors.h>
 #include <certkern/find.h>
+#include <certkern/name.h>
+#include <certkern/revocation.h>
 #include <gtest/gtest.h>
 
 #include <random>
@@ -262,6 +265,98 @@ TEST(FindCrl, ContextsOfTheCallersMaking) {
   DWORD checks = CERT_STORE_TIME_VALIDITY_FLAG;
   EXPECT_TRUE(CertVerifySubjectCertificateContext(&certificate, nullptr, &checks));
   EXPECT_EQ(checks, 0u);
+}
+
+// The same answers as for one of the library's, and a clear refusal where what is read is not there.
+TEST(FindCrl, CallersContextsAreReadAsOurs) {
+  struct Asked {
+    HCERTSTORE store;
+    PCCRL_CONTEXT list;
+  };
+  // 0: refused
+  const struct {
+    const char* name;
+    DWORD (*ask)(PCCERT_CONTEXT certificate, const Asked& with);
+    bool readsBytes = false;
+  } kQuestions[] = {
+      {"existing",
+       [](PCCERT_CONTEXT c, const Asked& with) {
+         const CertificateHandle found(
+             CertFindCertificateInStore(with.store, 1, 0, CERT_FIND_EXISTING, c, nullptr));
+         return found ? found->cbCertEncoded : 0;
+       }, true},
+      {"issuer",
+       [](PCCERT_CONTEXT c,          const Asked& with) {
+         DWORD checks = 3;
+         const CertificateHandle found(CertGetIssuerCertificateFromStore(with.store, c, nullptr, &checks));
+         return found ? found->cbCertEncoded + checks : 0;
+       },          true},
+      {"list of an issuer",
+       [](PCCERT_CONTEXT c,             const Asked& with) {
+         DWORD checks = 3;
+         const CrlHandle found(CertGetCRLFromStore(with.store, c, nullptr, &checks));
+         return found ? found->cbCrlEncoded + checks : 0;
+       }},
+      {"list for it",
+       [](PCCERT_CONTEXT c,          const Asked& with) {
+         return static_cast<DWORD>(CertIsValidCRLForCertificate(c, with.list, 0, nullptr));
+       }            },
+      {"purposes",
+       [](PCCERT_CONTEXT c,          const Asked&) {
+         DWORD size = 0;
+         return CertGetEnhancedKeyUsage(c, CERT_FIND_EXT_ONLY_ENHKEY_USAGE_FLAG, nullptr, &size) ? size : 0;
+       }},
+      {"name",
+       [](PCCERT_CONTEXT c,          const Asked&) {
+         return CertGetNameStringW(c, CERT_NAME_SIMPLE_DISPLAY_TYPE, 0, nullptr, nullptr, 0) - 1;
+       }                },
+  };
+  const Bytes serverUse = Der(0x30, Der(0x06, {0x2B, 6, 1, 5, 5, 7, 3, 1}));
+  const CertificateHandle leaf = CreateCertificate(FromHex(kLeaf));
+  const CertificateHandle ours = CreateCertificate(
+      MakeCertificate({.subject = "ca", .issuer = "ca", .extensions = MakeExtension(37, serverUse)}));
+  const CrlHandle list = CreateCrl(MakeCrl({.issuer = "ca"}));
+  const StoreHandle store = OpenMemoryStore(0);
+  for (const CertificateHandle& each :
+       {CreateCertificate(FromHex(kAuthority)), CreateCertificate(FromHex(kLeaf))})
+    ASSERT_TRUE(CertAddCertificateContextToStore(store.get(), each.get(), CERT_STORE_ADD_ALWAYS, nullptr));
+  ASSERT_TRUE(CertAddCertificateContextToStore(store.get(), ours.get(), CERT_STORE_ADD_ALWAYS, nullptr));
+  ASSERT_TRUE(CertAddCRLContextToStore(store.get(), list.get(), CERT_STORE_ADD_ALWAYS, nullptr));
+  const CRL_INFO ownInfo = *list->pCrlInfo;
+  const CRL_CONTEXT ownList{1, nullptr, 0, const_cast<PCRL_INFO>(&ownInfo), nullptr};
+
+  for (const auto& [name, ask, readsBytes] : kQuestions) {
+    SCOPED_TRACE(name);
+    const CERT_CONTEXT& live = readsBytes ? *leaf.get() : *ours.get();
+    Bytes bytes(live.pbCertEncoded, live.pbCertEncoded + live.cbCertEncoded);
+    CERT_INFO info = *live.pCertInfo;
+    const CERT_CONTEXT made{1, bytes.data(), live.cbCertEncoded, &info, nullptr};
+    const DWORD answer = ask(&live, {store.get(), list.get()});
+    EXPECT_NE(answer, 0u);
+    EXPECT_EQ(ask(&made, {store.get(), &ownList}), answer);
+    const auto expectRefused = [&](const CERT_CONTEXT& hollow) {
+      SetLastError(0);
+      EXPECT_EQ(ask(&hollow, {store.get(), &ownList}), 0u);
+      EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+    };
+    expectRefused({1, bytes.data(), live.cbCertEncoded, nullptr, nullptr});
+    if (readsBytes) expectRefused({1, nullptr, live.cbCertEncoded, &info, nullptr});
+  }
+
+  CERT_INFO nameless = *ours->pCertInfo;
+  nameless.Subject.pbData = nullptr;
+  const CERT_CONTEXT made{1, ours->pbCertEncoded, ours->cbCertEncoded, &nameless, nullptr};
+  DWORD checks = 0;
+  const auto isRefused = [](bool taken) {
+    return !taken && GetLastError() == DWORD{ERROR_INVALID_PARAMETER};
+  };
+  EXPECT_TRUE(isRefused(CertGetNameStringW(&made, CERT_NAME_RDN_TYPE, 0, nullptr, nullptr, 0) > 1));
+  EXPECT_TRUE(isRefused(CertGetIssuerCertificateFromStore(store.get(), &made, nullptr, &checks)));
+  EXPECT_TRUE(isRefused(CertGetCRLFromStore(store.get(), &made, nullptr, &checks)));
+  // a property, which is the record's
+  nameless = *ours->pCertInfo;
+  EXPECT_TRUE(
+      isRefused(CertGetNameStringW(&made, CERT_NAME_FRIENDLY_DISPLAY_TYPE, 0, nullptr, nullptr, 0) > 1));
 }
 
 TEST(FindCrl, CertificateInAList) {
