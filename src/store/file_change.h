@@ -26,12 +26,22 @@ struct FileChange {
   // pieces are all of it.
   uint64_t inode = 0;
   uint64_t oldSize = 0;
+  uint64_t rest = 0;  // see ChecksumOfRest
 
   static FileChange Whole(std::span<const BYTE> image);
   bool isWhole() const { return inode == 0; }
   bool isFor(const struct stat& file) const;
   uint64_t bytes() const;
 };
+
+// A checksum over bytes of a file that pieces leave as they are: near the pieces, at the start, in front of the end. It is the
+// same before, amidst and after the change, and tells a file that somebody has written anew meanwhile. False when the file
+// can't be read.
+[[nodiscard]] bool ChecksumOfRest(int descriptor, const FileChange& change, uint64_t& sum);
+
+// FNV-1a: damage is what it finds, not malice.
+inline constexpr uint64_t kEmptyChecksum = 0xCBF29CE484222325u;
+uint64_t Checksum(std::span<const BYTE> bytes, uint64_t sum = kEmptyChecksum);
 
 // All of it is on the disk in the end. Blocks that ReserveFile has made sure of are not given up on the way. Else
 // ERROR_WRITE_FAULT.

@@ -29,13 +29,15 @@ class StreamLock {
   std::FILE* const stream_;
 };
 
-// Without a journal, where none may be made. One that stands there, from somebody who could, would undo it later.
-Committed ChangeUnsafely(StoreJournal& journal, std::FILE* stream, const FileChange& change) {
+// One that stands would undo later what is written without it.
+bool StandsNoJournal(StoreJournal& journal) {
   KeptChange standing;
-  if (journal.read(standing) != StoreJournal::Kept::None) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return Committed::No;
-  }
+  return journal.read(standing) == StoreJournal::Kept::None || Fault(ERROR_ACCESS_DENIED);
+}
+
+// Without a journal, where none may be made. One that stands there is from somebody who could.
+Committed ChangeUnsafely(StoreJournal& journal, std::FILE* stream, const FileChange& change) {
+  if (!StandsNoJournal(journal)) return Committed::No;
   const int descriptor = fileno(stream);
   // cut first: whoever reads it half written misses the end marker, and never takes a mixture for a store
   if (change.isWhole() && ::ftruncate(descriptor, 0) != 0) {
@@ -173,6 +175,17 @@ bool RecoverStoreFile(const std::string& path, const FileLock& lock, std::vector
     }
   }
   return ReadChanged(path, kept, image);
+}
+
+bool SettleStoreFile(const std::string& path, const FileLock& lock) {
+  std::vector<BYTE> image;
+  {
+    const LastErrorKeeper keeper;
+    if (RecoverStoreFile(path, lock, image) && image.empty()) return true;
+  }
+  StoreJournal journal(path);
+  journal.drop();
+  return StandsNoJournal(journal);
 }
 
 Committed CommitStoreFile(const std::string& path, std::FILE* stream, const FileChange& change) {

@@ -200,7 +200,8 @@ class Patch {
     plan_.change.newSize = size;
     plan_.change.oldSize = static_cast<uint64_t>(file.st_size);
     plan_.change.inode = file.st_ino;
-    return Patched::Yes;
+    const bool readable = ChecksumOfRest(fileno(store_.file), plan_.change, plan_.change.rest);
+    return readable ? Patched::Yes : Patched::NotPossible;
   }
 
  private:

@@ -7,8 +7,10 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <functional>
 
 #include "platform/file.h"
+#include "store/store_file.h"
 #include "store/store_file_fixture.h"
 
 using namespace certkern;
@@ -31,6 +33,16 @@ struct SaveToFile : StoreFile {
     blob.pbData = bytes.data();
     EXPECT_EQ(save(store, CERT_STORE_SAVE_TO_MEMORY, &blob), 0u);
     return bytes;
+  }
+  // Of a commit that was to add a 4, and died before it wrote anything.
+  void leaveJournal(bool pieces) const {
+    const StoreHandle store = open(kCommit);
+    store->layout.certain = pieces;
+    add(store, 4);
+    FileStream readOnly(std::fopen(path.c_str(), "rb"));
+    const FileStream old(store->file.exchange(readOnly.release()));
+    EXPECT_TRUE(commit(store));
+    EXPECT_TRUE(Exists(directory + "/.a.sto.journal"));
   }
 };
 
@@ -126,6 +138,48 @@ TEST_F(SaveToFile, ReplacesAnOrdinaryFileAtOnce) {
   EXPECT_EQ(inode(), replaced) << "one of two names";
   const auto files = std::filesystem::directory_iterator(directory);
   EXPECT_EQ(std::distance(begin(files), end(files)), 3) << "nothing is left beside it";
+}
+
+// A commit that was cut short has left a journal, a whole image or pieces of one. The save is the last writer.
+TEST_F(SaveToFile, IsNotUndoneByAJournalThatStands) {
+  const StoreHandle store = OpenMemoryStore(0);
+  for (const DWORD serial : {7u, 8u, 9u}) add(store, serial);
+  const std::string twin = directory + "/twin.sto";
+  const auto toStream = [&] {
+    const FileStream stream(std::fopen(path.c_str(), "r+b"));
+    const StoreHandle own = open(0);  // finishes the commit
+    leaveJournal(false);
+    return save(own, CERT_STORE_SAVE_TO_FILE, stream.get());
+  };
+  const auto toPath = [&] { return save(store, CERT_STORE_SAVE_TO_FILENAME_A, path.c_str()); };
+  const auto byAnother = [&] {  // who knows of no journals
+    const Bytes saved = image(store);
+    const FileStream stream(std::fopen(path.c_str(), "r+b"));
+    return RewriteFile(stream.get(), saved) ? 0u : GetLastError();
+  };
+  const struct {
+    const char* name;
+    bool pieces, twoNames;
+    std::function<DWORD()> save;
+    const char* expected;
+  } kCases[] = {
+      {"a whole one, replaced",                       false, false, toPath,    "9 8 7"},
+      {"a whole one, written in place",               false, true,  toPath,    "9 8 7"},
+      {"a whole one, into the store's own stream",    false, false, toStream,  "4 1"  },
+      {"pieces, replaced",                            true,  false, toPath,    "9 8 7"},
+      {"pieces, written in place",                    true,  true,  toPath,    "9 8 7"},
+      {"pieces, written in place by another program", true,  false, byAnother, "9 8 7"},
+  };
+  for (const auto& [name, pieces, twoNames, saves, expected] : kCases) {
+    SCOPED_TRACE(name);
+    std::filesystem::remove(path);
+    std::filesystem::remove(twin);
+    fill(1);
+    leaveJournal(pieces);
+    ASSERT_EQ(twoNames ? ::link(path.c_str(), twin.c_str()) : 0, 0);
+    EXPECT_EQ(saves(), 0u);
+    EXPECT_EQ(content(), expected);
+  }
 }
 
 // --- what has not changed for long is not read ---
