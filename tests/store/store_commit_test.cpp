@@ -25,7 +25,7 @@ namespace {
 // --- two handles ---
 
 // Both handles open a file with 1 and 2. A step names the handle, what it does and a serial number: "a+3" adds, "a-3" takes
-// out, "a=3" sets a property, "aC" commits, "aR" resynchronises, "aX" closes. Expected are the file's certificates, newest
+// out, "a=3" sets a property, "a~3" does so through a link, "aC" commits, "aR" resynchronises, "aX" closes. Expected are the file's certificates, newest
 // first, each with the name of who has set its property.
 struct Script {
   const char* name;
@@ -44,6 +44,8 @@ constexpr Script kScripts[] = {
     {"the last writer's property",               "a=1 b=1 aC bC",               "2 1b"       },
     {"a deletion beats a property",              "a-1 b=1 aC bC",               "2"          },
     {"also the earlier property",                "a=1 b-1 aC bC",               "2"          },
+    {"a property set through a link",            "a~1 a+3 aC",                  "3 2 1a"     },
+    {"also where the file is written anew",      "b+4 bC a~1 a+3 aC",           "3 4 2 1a"   },
     {"a property that was set before is kept",   "a=1 aC b+3 bC b=2 bC a+4 aC", "4 3 2b 1a"  },
     {"changed again in place",                   "a=1 aC a=1 aC a=2 aC",        "2a 1a"      },
     {"added and taken out at once",              "a+3 a-3 aC",                  "2 1"        },
@@ -87,7 +89,10 @@ class TwoHandles : public SystemStore {
           ASSERT_TRUE(CertDeleteCertificateFromStore(find(store, serial).release())) << word;
           break;
         case '=':
-          setName(store, serial, word[0]);
+          setName(find(store, serial), word[0]);
+          break;
+        case '~':
+          setName(linked(store, serial), word[0]);
           break;
         case 'C':
           ASSERT_TRUE(commit(store)) << word << ' ' << GetLastError();
@@ -118,10 +123,16 @@ class TwoHandles : public SystemStore {
     return CertificateHandle(
         CertFindCertificateInStore(store.get(), 1, 0, CERT_FIND_EXISTING, wanted.get(), nullptr));
   }
-  static void setName(const StoreHandle& store, DWORD serial, char name) {
+  static CertificateHandle linked(const StoreHandle& store, DWORD serial) {
+    const StoreHandle links = OpenMemoryStore(0);
+    PCCERT_CONTEXT link = nullptr;
+    EXPECT_TRUE(
+        CertAddCertificateLinkToStore(links.get(), find(store, serial).get(), CERT_STORE_ADD_ALWAYS, &link));
+    return CertificateHandle(link);
+  }
+  static void setName(const CertificateHandle& certificate, char name) {
     const CRYPT_DATA_BLOB blob{1, reinterpret_cast<BYTE*>(&name)};
-    ASSERT_TRUE(
-        CertSetCertificateContextProperty(find(store, serial).get(), CERT_FRIENDLY_NAME_PROP_ID, 0, &blob));
+    ASSERT_TRUE(CertSetCertificateContextProperty(certificate.get(), CERT_FRIENDLY_NAME_PROP_ID, 0, &blob));
   }
 
   StoreHandle handles_[2];
@@ -223,6 +234,17 @@ TEST_F(TwoHandles, ACommitWithItsJournalIsDone) {
     run(next);
     EXPECT_EQ(named(SystemStore::open(L"two")), "4 3 2 1");
   }
+}
+
+TEST_F(TwoHandles, ADirectoryThatIsAwayLosesNothing) {
+  start(true);
+  run("a+3");
+  std::filesystem::rename(directory, directory + "_away");
+  EXPECT_FALSE(resync(handles_[0]));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+  std::filesystem::rename(directory + "_away", directory);
+  run("aX");
+  EXPECT_EQ(named(SystemStore::open(L"two")), "3 2 1");
 }
 
 // The file's room is made sure of, and the journal does not fit: both files are as large as before.
