@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 #include "ber/read_cursor.h"
 
@@ -118,6 +119,20 @@ bool MakeDurably(int descriptor, const FileChange& change) {
       std::ranges::all_of(change.pieces, [&](const FilePiece& each) { return WriteAt(descriptor, each); })
       && ::ftruncate(descriptor, static_cast<off_t>(change.newSize)) == 0 && ::fsync(descriptor) == 0;
   return made || Fault(ERROR_WRITE_FAULT);
+}
+
+bool RewriteDurably(int descriptor, std::span<const BYTE> image) {
+  constexpr BYTE kNoMagic[8] = {};
+  const size_t head = std::min(image.size(), std::size(kNoMagic));
+  const auto size = static_cast<off_t>(image.size());
+  struct stat file;
+  if (::fstat(descriptor, &file) != 0 || (file.st_size < size && ::ftruncate(descriptor, size) != 0))
+    return Fault(ERROR_WRITE_FAULT);
+  const bool written = WriteAt(descriptor, {0, std::span(kNoMagic).first(head)}) && ::fsync(descriptor) == 0
+      && WriteAt(descriptor, {head, image.subspan(head)}) && ::fsync(descriptor) == 0
+      && WriteAt(descriptor, {0, image.first(head)}) && ::ftruncate(descriptor, size) == 0
+      && ::fsync(descriptor) == 0;
+  return written || Fault(ERROR_WRITE_FAULT);
 }
 
 void MakeInMemory(std::vector<BYTE>& content, const FileChange& change) {

@@ -46,7 +46,11 @@ uint64_t Checksum(std::span<const BYTE> bytes, uint64_t sum = kEmptyChecksum);
 // All of it is on the disk in the end. Blocks that ReserveFile has made sure of are not given up on the way. Else
 // ERROR_WRITE_FAULT.
 [[nodiscard]] bool MakeDurably(int descriptor, const FileChange& change);
-// The same with what was read of the file.
+// A whole store without a journal. The file is made large enough first, which can be refused while nothing is lost; its room
+// is not given up on the way. From then until the end it has no magic, so nobody takes a mixture for a store. Else
+// ERROR_WRITE_FAULT.
+[[nodiscard]] bool RewriteDurably(int descriptor, std::span<const BYTE> image);
+// As MakeDurably, with what was read of the file.
 void MakeInMemory(std::vector<BYTE>& content, const FileChange& change);
 
 }  // namespace certkern
