@@ -207,10 +207,14 @@ StoreJournal::StoreJournal(const std::string& storePath) : storePath_(RealPath(s
   unfinished_ = name.append(kUnfinishedSuffix);
 }
 
+std::string StoreJournal::unfinishedPath() const {
+  return directory_ + unfinished_ + std::string(kUnfinishedEnd);
+}
+
 StoreJournal::Written StoreJournal::write(const FileChange& change) {
   const IdBracket ids;
   // a name that nobody else has: not even where there are no locks does one committer write into another's journal
-  std::string unfinished = directory_ + unfinished_ + std::string(kUnfinishedEnd);
+  std::string unfinished = unfinishedPath();
   errno = 0;
   FileStream stream = StreamOf(::mkostemp(unfinished.data(), O_CLOEXEC), "wb");
   if (!stream) {

@@ -56,6 +56,8 @@ class StoreJournal {
   void dropUnfinished() noexcept;
 
   const std::string& path() const { return path_; }
+  // Of a file that is to become the journal, or the store file itself: so it goes with dropUnfinished. For mkostemp.
+  std::string unfinishedPath() const;
 
  private:
   void empty() noexcept;

@@ -3,6 +3,8 @@
 #include <certkern/text.h>
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -138,6 +140,43 @@ TEST_F(SaveToFile, ReplacesAnOrdinaryFileAtOnce) {
   EXPECT_EQ(inode(), replaced) << "one of two names";
   const auto files = std::filesystem::directory_iterator(directory);
   EXPECT_EQ(std::distance(begin(files), end(files)), 3) << "nothing is left beside it";
+}
+
+TEST_F(SaveToFile, AKilledSaveLeavesNothing) {
+  fill(2);
+  const StoreHandle store = OpenMemoryStore(0);
+  add(store, 1);
+  EXPECT_EQ(InChild([&] {
+              const struct rlimit none = {0, 0}, small = {image(store).size() / 4, RLIM_INFINITY};
+              std::signal(SIGXFSZ, SIG_DFL);
+              ::setrlimit(RLIMIT_CORE, &none);
+              ::setrlimit(RLIMIT_FSIZE, &small);
+              return save(store, CERT_STORE_SAVE_TO_FILENAME_A, path.c_str()) == 0;
+            }),
+            -1);
+  const auto files = std::filesystem::directory_iterator(directory);
+  EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+  WriteAll(directory + "/.a.sto.journal-new-abcdef", {1});  // of one who was killed before he could rename it
+  EXPECT_EQ(save(store, CERT_STORE_SAVE_TO_FILENAME_A, path.c_str()), 0u);
+  EXPECT_FALSE(Exists(directory + "/.a.sto.journal-new-abcdef"));
+}
+
+TEST_F(SaveToFile, IntoAFileThatIsMounted) {
+  const StoreHandle store = OpenMemoryStore(0);
+  add(store, 3);
+  fill(2);
+  const std::string other = directory + "/other.sto";
+  WriteAll(other, {1});
+  const int answer = InChild([&] {
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0
+        || ::mount(path.c_str(), other.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+      ::_exit(77);
+    }
+    return save(store, CERT_STORE_SAVE_TO_FILENAME_A, other.c_str()) == 0;
+  });
+  if (answer == 77) GTEST_SKIP() << "may not mount";
+  EXPECT_EQ(answer, 0);
+  EXPECT_EQ(content(), "3");
 }
 
 // A commit that was cut short has left a journal, a whole image or pieces of one. The save is the last writer.
