@@ -99,10 +99,7 @@ PropertyItemOwner CrlIssuerOf(StoreElement& element) {
     return {};
   }
   const CERT_NAME_BLOB& issuer = context->crl.pCrlInfo->Issuer;
-  PropertyItemOwner item = NewPropertyItem(SV_CRL_ISSUER_PROP_ID, {issuer.pbData, issuer.cbData});
-  if (CertStore* store = item ? StoreOf(element) : nullptr)
-    NotePropertyChange(*store, element);  // worth keeping
-  return item;
+  return NewPropertyItem(SV_CRL_ISSUER_PROP_ID, {issuer.pbData, issuer.cbData});
 }
 
 struct Computation {

@@ -62,7 +62,8 @@ class Matching {
     for (const ElementType type : kTypes) matchType(type);
   }
   const Verdict& of(size_t inFile) const { return verdicts_[inFile]; }
-  // Additions that the file is to hold in the place of an object of its own.
+  // Additions that don't come behind what the file holds: they take the place of an object there, or stay away because the
+  // one that they inherited from was taken out.
   const ElementSet& placed() const { return placed_; }
 
  private:
@@ -82,8 +83,13 @@ class Matching {
       if (each->type == type) enter(each);
     }
     for (const ElementOwner& each : changes_.added()) {
-      const auto found = each->type == type ? all.find(KeyOf(each->encoded())) : all.end();
-      if (found != all.end()) found->second.added.push_back(each.get());
+      if (each->type != type) continue;
+      const auto found = all.find(KeyOf(each->encoded()));
+      if (found != all.end()) {
+        found->second.added.push_back(each.get());
+      } else if (each->isHeir) {
+        placed_.insert(each.get());
+      }
     }
     for (auto& [bytes, equals] : all) matchEquals(equals);
   }
@@ -99,6 +105,11 @@ class Matching {
         if (onlyRemoved && !removed_.contains(mine[i])) continue;
         mine.erase(mine.begin() + static_cast<std::ptrdiff_t>(i));
         --gone;
+        if (!onlyRemoved) continue;
+        const auto heir = std::ranges::find_if(equals.added, &StoreElement::isHeir);
+        if (heir == equals.added.end()) continue;
+        placed_.insert(*heir);
+        equals.added.erase(heir);
       }
     }
     size_t next = 0;

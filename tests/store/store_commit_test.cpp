@@ -25,7 +25,7 @@ namespace {
 // --- two handles ---
 
 // Both handles open a file with 1 and 2. A step names the handle, what it does and a serial number: "a+3" adds, "a-3" takes
-// out, "a=3" sets a property, "a~3" does so through a link, "aC" commits, "aR" resynchronises, "aX" closes. Expected are the file's certificates, newest
+// out, "a=3" sets a property, "a~3" does so through a link, "a^3" adds it once more for its properties, "aC" commits, "aR" resynchronises, "aX" closes. Expected are the file's certificates, newest
 // first, each with the name of who has set its property.
 struct Script {
   const char* name;
@@ -45,6 +45,8 @@ constexpr Script kScripts[] = {
     {"a deletion beats a property",              "a-1 b=1 aC bC",               "2"          },
     {"also the earlier property",                "a=1 b-1 aC bC",               "2"          },
     {"a property set through a link",            "a~1 a+3 aC",                  "3 2 1a"     },
+    {"inherited",                                "b+3 bC a^1 aC",               "1a 3 2"     },
+    {"inherited by what was taken out",          "b-1 bC a^1 a^1 aC",           "2"          },
     {"also where the file is written anew",      "b+4 bC a~1 a+3 aC",           "3 4 2 1a"   },
     {"a property that was set before is kept",   "a=1 aC b+3 bC b=2 bC a+4 aC", "4 3 2b 1a"  },
     {"changed again in place",                   "a=1 aC a=1 aC a=2 aC",        "2a 1a"      },
@@ -91,6 +93,9 @@ class TwoHandles : public SystemStore {
         case '=':
           setName(find(store, serial), word[0]);
           break;
+        case '^':
+          inherit(store, serial, word[0]);
+          break;
         case '~':
           setName(linked(store, serial), word[0]);
           break;
@@ -122,6 +127,12 @@ class TwoHandles : public SystemStore {
     const CertificateHandle wanted = CreateCertificate(MakeCertificate({.serial = serial}));
     return CertificateHandle(
         CertFindCertificateInStore(store.get(), 1, 0, CERT_FIND_EXISTING, wanted.get(), nullptr));
+  }
+  static void inherit(const StoreHandle& store, DWORD serial, char name) {
+    const CertificateHandle bearer = CreateCertificate(MakeCertificate({.serial = serial}));
+    setName(bearer, name);
+    ASSERT_TRUE(CertAddCertificateContextToStore(
+        store.get(), bearer.get(), CERT_STORE_ADD_REPLACE_EXISTING_INHERIT_PROPERTIES, nullptr));
   }
   static CertificateHandle linked(const StoreHandle& store, DWORD serial) {
     const StoreHandle links = OpenMemoryStore(0);
@@ -266,6 +277,21 @@ TEST_F(TwoHandles, ARefusedCommitGivesBackWhatItReserved) {
   ASSERT_EQ(::stat(store->path.c_str(), &after), 0);
   EXPECT_EQ(after.st_blocks, before.st_blocks);
   EXPECT_EQ(named(SystemStore::open(L"two")), "2 1");
+}
+
+TEST_F(StoreFile, WhoOnlyReadsAPropertyWritesNothing) {
+  const StoreHandle store = open(kCommit);
+  const Bytes list = MakeCrl({});
+  PCCRL_CONTEXT added = nullptr;
+  ASSERT_TRUE(CertAddEncodedCRLToStore(store.get(), 1, list.data(), static_cast<DWORD>(list.size()),
+                                       CERT_STORE_ADD_NEW, &added));
+  ASSERT_TRUE(commit(store));
+  for (const DWORD id : {DWORD{SV_CRL_ISSUER_PROP_ID}, DWORD{CERT_SHA1_HASH_PROP_ID}}) {
+    DWORD size = 0;
+    EXPECT_TRUE(CertGetCRLContextProperty(added, id, nullptr, &size));
+    EXPECT_FALSE(store->dirty) << id;
+  }
+  EXPECT_TRUE(CertFreeCRLContext(added));
 }
 
 // --- what the name means by now ---
