@@ -182,7 +182,7 @@ TEST_F(SaveToFile, IntoAFileThatIsMounted) {
 // A commit that was cut short has left a journal, a whole image or pieces of one. The save is the last writer.
 TEST_F(SaveToFile, IsNotUndoneByAJournalThatStands) {
   const StoreHandle store = OpenMemoryStore(0);
-  for (const DWORD serial : {7u, 8u, 9u}) add(store, serial);
+  for (const DWORD serial : {8u, 9u}) add(store, serial);  // as large as what the commit would have made
   const std::string twin = directory + "/twin.sto";
   const auto toStream = [&] {
     const FileStream stream(std::fopen(path.c_str(), "r+b"));
@@ -202,12 +202,11 @@ TEST_F(SaveToFile, IsNotUndoneByAJournalThatStands) {
     std::function<DWORD()> save;
     const char* expected;
   } kCases[] = {
-      {"a whole one, replaced",                       false, false, toPath,    "9 8 7"},
-      {"a whole one, written in place",               false, true,  toPath,    "9 8 7"},
-      {"a whole one, into the store's own stream",    false, false, toStream,  "4 1"  },
-      {"pieces, replaced",                            true,  false, toPath,    "9 8 7"},
-      {"pieces, written in place",                    true,  true,  toPath,    "9 8 7"},
-      {"pieces, written in place by another program", true,  false, byAnother, "9 8 7"},
+      {"a whole one, replaced",                       false, false, toPath,    "9 8"},
+      {"a whole one, written in place",               false, true,  toPath,    "9 8"},
+      {"a whole one, into the store's own stream",    false, false, toStream,  "4 1"},
+      {"pieces, written in place",                    true,  true,  toPath,    "9 8"},
+      {"pieces, written in place by another program", true,  false, byAnother, "9 8"},
   };
   for (const auto& [name, pieces, twoNames, saves, expected] : kCases) {
     SCOPED_TRACE(name);
