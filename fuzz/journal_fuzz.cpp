@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -40,8 +41,7 @@ void PutWord(std::string& out, uint64_t word) {
 }
 
 std::string Journal(bool pieces, const std::string& body) {
-  uint64_t sum = 0xCBF29CE484222325u;  // FNV-1a
-  for (const char each : body) sum = (sum ^ static_cast<uint8_t>(each)) * 0x100000001B3u;
+  const uint64_t sum = certkern::Checksum({reinterpret_cast<const uint8_t*>(body.data()), body.size()});
   std::string journal = pieces ? "CKJOURN2" : "CKJOURN1";
   PutWord(journal, body.size());
   PutWord(journal, sum);
@@ -51,6 +51,22 @@ std::string Journal(bool pieces, const std::string& body) {
 void Write(const std::string& path, const std::string& content) {
   std::ofstream(path, std::ios::binary) << content;
   std::filesystem::permissions(path, std::filesystem::perms(0600));
+}
+
+// The number of the file and the checksum of its rest can't be guessed.
+void Sign(std::string& body, const std::string& path) {
+  if (body.size() < 16) return;
+  const certkern::Owner<std::FILE*, std::fclose> file(std::fopen(path.c_str(), "rb"));
+  struct stat status;
+  Require(file && ::fstat(fileno(file.get()), &status) == 0);
+  certkern::FileChange change;
+  uint64_t rest = 0;
+  if (!certkern::ReadPieces({reinterpret_cast<const uint8_t*>(body.data()), body.size()}, change)) return;
+  Require(certkern::ChecksumOfRest(fileno(file.get()), change, rest));
+  std::string words;
+  PutWord(words, status.st_ino);
+  PutWord(words, rest);
+  body.replace(0, words.size(), words);
 }
 
 Store Open(const std::string& path) {
@@ -81,14 +97,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   const std::string path = directory.path + "/store";
   Write(path, {content.begin(), content.end()});
-  struct stat status;
-  Require(::stat(path.c_str(), &status) == 0);
   std::string body(asked.begin(), asked.end());
-  if (pieces && body.size() >= 8) {  // the number of the file can't be guessed
-    std::string inode;
-    PutWord(inode, status.st_ino);
-    body.replace(0, 8, inode);
-  }
+  if (pieces) Sign(body, path);
   Write(certkern::StoreJournal(path).path(), Journal(pieces, body));
 
   std::vector<BYTE> first;

@@ -99,10 +99,7 @@ PropertyItemOwner CrlIssuerOf(StoreElement& element) {
     return {};
   }
   const CERT_NAME_BLOB& issuer = context->crl.pCrlInfo->Issuer;
-  PropertyItemOwner item = NewPropertyItem(SV_CRL_ISSUER_PROP_ID, {issuer.pbData, issuer.cbData});
-  if (CertStore* store = item ? StoreOf(element) : nullptr)
-    NotePropertyChange(*store, element);  // worth keeping
-  return item;
+  return NewPropertyItem(SV_CRL_ISSUER_PROP_ID, {issuer.pbData, issuer.cbData});
 }
 
 struct Computation {
@@ -181,9 +178,9 @@ bool CanBeSet(ElementType type, DWORD id) {
 // Properties are part of what a store keeps: it must be writable, and has changed.
 bool MarkStoreChanged(StoreElement& element) {
   CertStore* const store = StoreOf(element);
-  if (!store) return true;
-  if (store->has(CERT_STORE_READONLY_FLAG)) return Fault(E_ACCESSDENIED);
-  NotePropertyChange(*store, element);
+  if (store && store->has(CERT_STORE_READONLY_FLAG)) return Fault(E_ACCESSDENIED);
+  if (element.isLink) NoteChangeThroughLink(*element.properties);
+  if (store) NotePropertyChange(*store, element);
   return true;
 }
 

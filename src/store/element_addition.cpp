@@ -27,6 +27,7 @@ struct Addition {
   ElementForm form;
   ContextRecord** out;                   // null: no context is wanted
   const CertStore* confirmed = nullptr;  // the store for which the user has said yes already
+  bool inherits = false;                 // the object is there, and only gets properties
 };
 
 enum class Outcome { Done, Existing, NotThere, Failed };
@@ -68,7 +69,9 @@ class Newcomer {
     if (addition.out) context_.reset(AcquireContext(*element_.get()));
     return !addition.out || context_;
   }
-  // The caller holds the store's lock.
+  // Where an old one is in the file, whoever takes that out there takes this one out: it is the same object. The caller holds
+  // the store's lock, also for the next.
+  void inherit(const StoreElement& old) { element_->isHeir |= old.isFiled || old.isHeir; }
   void enter(CertStore& store, const Addition& addition) {
     LinkElement(store, std::move(element_));
     store.dirty = true;
@@ -156,7 +159,10 @@ Outcome ReplaceIn(CertStore& store, const Addition& addition) {
   old.clear();  // others may have come and gone meanwhile
   if (!FindAllExisting(store, addition.source, old)) return Outcome::Failed;
   leaving.reserve(old.size());
-  for (StoreElement* each : old) leaving.push_back(UnlinkElement(store, *each));
+  for (StoreElement* each : old) {
+    if (addition.inherits) newcomer.inherit(*each);
+    leaving.push_back(UnlinkElement(store, *each));
+  }
   newcomer.enter(store, addition);
   return Outcome::Done;
 }
@@ -251,7 +257,7 @@ class AddedProperties {
 Outcome Inherit(const StoreMembers& members, const Addition& addition, ContextOwner& existing) {
   StoreElement& element = existing->element();
   CertStore* const store = StoreOf(element);
-  const Addition itself{*existing.get(), addition.form, addition.out, store};
+  const Addition itself{*existing.get(), addition.form, addition.out, store, true};
   if (store && !(Confirm(*store, addition) && IsWritable(*store))) return Outcome::Failed;
   AddedProperties properties(*element.properties);
   if (!properties.add(*addition.source.element().properties)) return Outcome::Failed;

@@ -29,18 +29,11 @@ constexpr std::array<BYTE, 8> kWholeMagic = {'C', 'K', 'J', 'O', 'U', 'R', 'N', 
 constexpr std::array<BYTE, 8> kPiecesMagic = {'C', 'K', 'J', 'O', 'U', 'R', 'N', '2'};
 constexpr size_t kHeader = 24;
 constexpr size_t kWord = 8;
-constexpr size_t kPiecesHead = 4 * kWord;  // inode, old size, new size, number of pieces
+constexpr size_t kPiecesHead = 5 * kWord;  // inode, rest, old size, new size, number of pieces
 constexpr size_t kPieceHead = 2 * kWord;   // offset, length
 constexpr char kSuffix[] = ".journal";
 constexpr std::string_view kUnfinishedSuffix = ".journal-new-";
 constexpr std::string_view kUnfinishedEnd = "XXXXXX";  // what mkostemp replaces
-
-// FNV-1a: damage is what it finds, not malice.
-constexpr uint64_t kEmptyChecksum = 0xCBF29CE484222325u;
-uint64_t Checksum(std::span<const BYTE> bytes, uint64_t sum = kEmptyChecksum) {
-  for (const BYTE byte : bytes) sum = (sum ^ byte) * 0x100000001B3u;
-  return sum;
-}
 
 void PutWord(std::vector<BYTE>& out, uint64_t word) {
   for (size_t i = 0; i < kWord; ++i) out.push_back(static_cast<BYTE>(word >> (8 * i)));
@@ -56,7 +49,8 @@ uint64_t WordAt(std::span<const BYTE> bytes, size_t at) {
 std::vector<BYTE> TableOf(const FileChange& change) {
   std::vector<BYTE> table;
   if (change.isWhole()) return table;
-  for (const uint64_t word : {change.inode, change.oldSize, change.newSize, uint64_t{change.pieces.size()}}) {
+  for (const uint64_t word :
+       {change.inode, change.rest, change.oldSize, change.newSize, uint64_t{change.pieces.size()}}) {
     PutWord(table, word);
   }
   for (const FilePiece& each : change.pieces) {
@@ -83,13 +77,15 @@ bool WriteChange(std::FILE* stream, const FileChange& change) {
                              [&](const FilePiece& each) { return WriteFile(stream, each.bytes); });
 }
 
-// The pieces of a change, one behind the other, and inside the file that they are for.
+}  // namespace
+
 bool ReadPieces(std::span<const BYTE> body, FileChange& change) {
   if (body.size() < kPiecesHead) return false;
   change.inode = WordAt(body, 0);
-  change.oldSize = WordAt(body, kWord);
-  change.newSize = WordAt(body, 2 * kWord);
-  const uint64_t count = WordAt(body, 3 * kWord);
+  change.rest = WordAt(body, kWord);
+  change.oldSize = WordAt(body, 2 * kWord);
+  change.newSize = WordAt(body, 3 * kWord);
+  const uint64_t count = WordAt(body, 4 * kWord);
   if (!change.inode || change.newSize > kMaxStoreFile) return false;
   std::span<const BYTE> table = body.subspan(kPiecesHead);
   if (count > table.size() / kPieceHead) return false;
@@ -104,6 +100,8 @@ bool ReadPieces(std::span<const BYTE> body, FileChange& change) {
   }
   return bytes.empty();
 }
+
+namespace {
 
 std::string RealPath(const std::string& path) {
   const MallocOwner<char> real(::realpath(path.c_str(), nullptr));
@@ -189,6 +187,15 @@ Kept Unreadable(int error) {
   return Kept::Unreadable;
 }
 
+// Whether somebody has written the file anew since, in its own place.
+Kept CompareRest(const std::string& storePath, const FileChange& change) {
+  const FileStream stream = StreamOf(::open(storePath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK), "rb");
+  if (!stream) return Unreadable(errno);
+  uint64_t rest = 0;
+  if (!ChecksumOfRest(fileno(stream.get()), change, rest)) return Unreadable(errno);
+  return rest == change.rest ? Kept::Whole : Kept::None;
+}
+
 }  // namespace
 
 StoreJournal::StoreJournal(const std::string& storePath) : storePath_(RealPath(storePath)) {
@@ -200,10 +207,14 @@ StoreJournal::StoreJournal(const std::string& storePath) : storePath_(RealPath(s
   unfinished_ = name.append(kUnfinishedSuffix);
 }
 
+std::string StoreJournal::unfinishedPath() const {
+  return directory_ + unfinished_ + std::string(kUnfinishedEnd);
+}
+
 StoreJournal::Written StoreJournal::write(const FileChange& change) {
   const IdBracket ids;
   // a name that nobody else has: not even where there are no locks does one committer write into another's journal
-  std::string unfinished = directory_ + unfinished_ + std::string(kUnfinishedEnd);
+  std::string unfinished = unfinishedPath();
   errno = 0;
   FileStream stream = StreamOf(::mkostemp(unfinished.data(), O_CLOEXEC), "wb");
   if (!stream) {
@@ -242,9 +253,10 @@ StoreJournal::Kept StoreJournal::read(KeptChange& kept) {
   if (!stream) return Unreadable(error);
   Kept found = ReadChangeOf(stream.get(), journal, kept);
   // pieces of another file would only damage this one
-  const bool isOfStore =
-      kept.change.isWhole() || (kept.change.isFor(store) && journal.st_dev == store.st_dev);
-  if (found == Kept::Whole && !isOfStore) found = Kept::None;
+  if (found == Kept::Whole && !kept.change.isWhole()) {
+    const bool isOfStore = kept.change.isFor(store) && journal.st_dev == store.st_dev;
+    found = isOfStore ? CompareRest(storePath_, kept.change) : Kept::None;
+  }
   if (found == Kept::Whole) return found;
   kept = {};
   if (found == Kept::None) static_cast<void>(::unlink(path_.c_str()));

@@ -3,9 +3,9 @@
 //
 //   header  "CKJOURN1" or "CKJOURN2"; the length of what follows and its checksum, 64 bits each, little-endian
 //   1       a whole image
-//   2       words of 64 bits: inode, old and new size of the store file, number of pieces, offset and length of each; then
-//           the bytes of all pieces. Good for that inode only, on the disk that the journal lies on itself, and only where
-//           inodes keep their numbers
+//   2       words of 64 bits: inode of the store file, checksum of what the pieces leave as it is, old and new size, number
+//           of pieces, offset and length of each; then the bytes of all pieces. Good for that inode only, on the disk that
+//           the journal lies on itself, and only where inodes keep their numbers
 //
 // The name begins with a full stop, in the directory of the file itself where the path is a symbolic link. It appears
 // by a rename, so it is complete, and holds a checksum for disks that order their writes otherwise. Whoever may read the
@@ -28,6 +28,9 @@ struct KeptChange {
   std::vector<BYTE> bytes;
   FileChange change;
 };
+
+// The body of the second form. False unless the pieces lie one behind the other, and inside the file that they are for.
+[[nodiscard]] bool ReadPieces(std::span<const BYTE> body, FileChange& change);
 
 class StoreJournal {
  public:
@@ -53,6 +56,8 @@ class StoreJournal {
   void dropUnfinished() noexcept;
 
   const std::string& path() const { return path_; }
+  // Of a file that is to become the journal, or the store file itself: so it goes with dropUnfinished. For mkostemp.
+  std::string unfinishedPath() const;
 
  private:
   void empty() noexcept;

@@ -1,6 +1,7 @@
 #include "store/pem_bundle.h"
 
 #include <certkern/errors.h>
+#include <certkern/keykern.h>
 #include <certkern/text.h>
 
 #include <algorithm>
@@ -78,6 +79,8 @@ bool ReadBlock(const Block& block, Content content, MessageObjects& objects) {
 
 }  // namespace
 
+bool FailAsUnreadable() { return GetLastError() != ERROR_NOT_ENOUGH_MEMORY && Fault(CRYPT_E_FILE_ERROR); }
+
 bool IsPemBundle(std::string_view text) {
   // an encoded object may have a text in it
   if (text.size() < 2 || (text[0] == 0x30 && static_cast<unsigned char>(text[1]) >= 0x80)) return false;
@@ -91,7 +94,8 @@ bool ReadPemBundle(std::string_view text, MessageObjects& objects) {
     const auto* const row = std::find_if(std::begin(kLabels), std::end(kLabels),
                                          [&](const Label& each) { return each.name == block->label; });
     if (row == std::end(kLabels)) continue;
-    if (!ReadBlock(*block, row->content, blocks.emplace_back())) return Fault(CRYPT_E_FILE_ERROR);
+    SetLastError(ERROR_SUCCESS);
+    if (!ReadBlock(*block, row->content, blocks.emplace_back())) return FailAsUnreadable();
     for (const ImageElement& each : blocks.back().content.elements) size += each.encoded.size();
   }
   objects = {};

@@ -1,6 +1,7 @@
 #include "store/persistent_content.h"
 
 #include <certkern/errors.h>
+#include <certkern/keykern.h>
 #include <certkern/text.h>
 
 #include <algorithm>
@@ -123,7 +124,10 @@ bool StoreContent::take(std::vector<BYTE> bytes) {
   if (bytes_.empty()) return true;
   if (serialized_) return ReadImage(bytes_, image_);
   if (IsPemBundle(AsText(bytes_))) return takeBundle();
-  return BinaryFromText(bytes_) && (takeMessage() || takeCertificate());
+  if (!BinaryFromText(bytes_)) return false;
+  SetLastError(ERROR_SUCCESS);
+  if (takeMessage()) return true;
+  return GetLastError() != ERROR_NOT_ENOUGH_MEMORY && takeCertificate();
 }
 
 bool StoreContent::takeMessage() {
@@ -143,8 +147,9 @@ bool StoreContent::takeObjects(MessageObjects objects) {
 }
 
 bool StoreContent::takeCertificate() {
+  SetLastError(ERROR_SUCCESS);
   const ContextOwner context(CreateContext(ElementType::Certificate, X509_ASN_ENCODING, bytes_));
-  if (!context) return Fault(CRYPT_E_FILE_ERROR);
+  if (!context) return FailAsUnreadable();
   const std::span<const BYTE> encoded = std::span(bytes_).first(context->certificate.cbCertEncoded);
   image_.elements.push_back({ElementType::Certificate, encoded, 0, 0});
   return true;

@@ -13,7 +13,7 @@ namespace certkern {
 // message with certificates and CRLs, or one certificate, either encoded or in a text form. Of several PEM blocks each is read.
 class StoreContent {
  public:
-  // False with ERROR_END_OF_MEDIA or CRYPT_E_FILE_ERROR.
+  // False with ERROR_END_OF_MEDIA, CRYPT_E_FILE_ERROR or ERROR_NOT_ENOUGH_MEMORY.
   [[nodiscard]] bool take(std::vector<BYTE> bytes);
   const ImageContent& image() const { return image_; }
   // Whether the objects stand in the bytes where their places say.

@@ -3,15 +3,20 @@
 #include <certkern/errors.h>
 #include <certkern/keykern.h>
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstring>
 #include <iterator>
 
 #include "ber/read_cursor.h"
+#include "platform/id_bracket.h"
 #include "platform/limits.h"
+#include "platform/owner.h"
 #include "platform/text_conversion.h"
 #include "store/file_replacement.h"
 #include "store/message_store.h"
+#include "store/persistent_store.h"
 #include "store/serialized_image.h"
 #include "store/store_file.h"
 
@@ -25,13 +30,53 @@ bool WriteSerialized(CertStore& store, ImageBytes& image) {
   return SerializeStore(store, ImageUse::Save, image);
 }
 
+// What is no file, such as a pipe, has neither committers nor a journal.
+bool IsFile(const std::string& path) {
+  const IdBracket ids;
+  struct stat status;
+  return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// Keeps the committers of a file out while another content is put in its place, and settles what they have left undone.
+class Takeover {
+ public:
+  [[nodiscard]] bool take(ubi_mutex* mutex, const std::string& path) {
+    return lock_.take(mutex, ERROR_LOCK_FAILED) && takeFile(path);
+  }
+  // The named lock is that of any store with this path. Committers take both locks, so one of them is enough where there is
+  // no directory for named ones, or the file lies where there are no others.
+  [[nodiscard]] bool take(const std::string& path) {
+    bool named;
+    {
+      const LastErrorKeeper keeper;
+      named = ubi_mutex_open(mutex_.out(), StoreLockName(path).c_str(), 8) == 0
+          && lock_.take(mutex_.get(), ERROR_LOCK_FAILED);
+    }
+    if (!IsFile(path)) return true;
+    return takeFile(path) && (named || fileLock_.isExclusive() || Fault(ERROR_LOCK_FAILED));
+  }
+
+ private:
+  bool takeFile(const std::string& path) {
+    fileLock_.take(path);
+    return SettleStoreFile(path, fileLock_);
+  }
+
+  Owner<ubi_mutex*, ubi_mutex_close> mutex_;
+  StoreFileLock lock_;  // behind the mutex, so that it goes first
+  FileLock fileLock_;
+};
+
 bool SaveToStream(CertStore& store, WriteForm write, void* target) {
   const std::lock_guard inTurn(store.writing);
   ImageBytes image(ImageBytes::Mode::Keep);
   if (!write(store, image)) return false;
-  StoreFileLock lock;  // the stream may well be that of the store's own file
-  return lock.take(store.fileMutex, ERROR_LOCK_FAILED)
-      && RewriteFile(static_cast<std::FILE*>(target), image.bytes);
+  auto* const stream = static_cast<std::FILE*>(target);
+  Takeover takeover;
+  const bool isOwnFile =
+      !store.path.empty() && ((store.file && IsSameFile(stream, store.file)) || LeadsTo(store.path, stream));
+  if (isOwnFile && !takeover.take(store.fileMutex, store.path)) return false;
+  return RewriteFile(stream, image.bytes);
 }
 
 bool SaveToMemory(CertStore& store, WriteForm write, void* target) {
@@ -49,8 +94,8 @@ bool SaveToMemory(CertStore& store, WriteForm write, void* target) {
 bool SaveToPath(CertStore& store, WriteForm write, const char* path) {
   ImageBytes image(ImageBytes::Mode::Keep);
   if (!write(store, image)) return false;
-  StoreFileLock lock;
-  if (!lock.take(store.fileMutex, ERROR_LOCK_FAILED)) return false;
+  Takeover takeover;
+  if (!takeover.take(path)) return false;
   switch (ReplaceFile(path, image.bytes)) {
     case Replaced::Yes:
       return true;

@@ -57,7 +57,8 @@ FileStream OpenForFlags(const std::string& path, std::atomic<DWORD>& flags) {
   return OpenStoreFile(path.c_str(), kReadAccess, CreationOf(flags));
 }
 
-// After an open that failed: whether the store is empty then, and without a file.
+// After an open that failed: whether the store is empty then, and without a file. By the flags as they were before it: it
+// tries to read where it can't write, and that makes nobody a mere reader.
 bool DoesWithoutFile(DWORD flags) {
   return (flags & CERT_STORE_READONLY_FLAG) && !(flags & CERT_STORE_OPEN_EXISTING_FLAG)
       && GetLastError() == ERROR_FILE_NOT_FOUND;
@@ -215,8 +216,9 @@ bool ReadAgain(CertStore& store, std::atomic<DWORD>& flags, Reading& reading) {
   FileLock fileLock;
   fileLock.take(store.path);
   if (!RecoverStoreFile(store.path, fileLock, reading.bytes)) return false;
+  const DWORD asked = flags;
   reading.stream = OpenForFlags(store.path, flags);
-  if (!reading.stream) return DoesWithoutFile(flags);
+  if (!reading.stream) return DoesWithoutFile(asked);
   fileLock.follow(store.path, reading.stream.get());
   reading.file = WitnessOf(reading.stream.get());
   if (IsOwnWriting(store, reading.file)) reading.file.settled = true;

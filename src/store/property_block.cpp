@@ -14,6 +14,7 @@ namespace certkern {
 namespace {
 
 constinit std::atomic<uint64_t> indexedPropertyGeneration{0};
+constinit std::atomic<uint64_t> changesThroughLinks{0};
 
 }  // namespace
 
@@ -143,6 +144,13 @@ void SetKeyContext(PropertyBlock& block, const CERT_KEY_CONTEXT& keyContext) {
   if (!old || old == keyContext.hCryptProv) return;
   const LastErrorKeeper keeper;
   static_cast<void>(CryptReleaseContext(old, 0));
+}
+
+uint64_t ChangesThroughLinks() { return changesThroughLinks.load(); }
+
+void NoteChangeThroughLink(PropertyBlock& block) {
+  block.changedThroughLink = true;
+  changesThroughLinks.fetch_add(1);
 }
 
 uint64_t IndexedPropertyGeneration() { return indexedPropertyGeneration.load(std::memory_order_acquire); }

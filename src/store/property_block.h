@@ -10,6 +10,7 @@
 
 #include <certkern/properties.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -76,6 +77,7 @@ struct PropertyBlock {
   uint32_t refs = 1;              // elements that share the block; under lock
   PropertyList items;             // under lock
   CERT_KEY_CONTEXT keyContext{};  // under lock; hCryptProv 0: none. The provider is the block's own
+  std::atomic<bool> changedThroughLink{false};  // since the element's own store has looked
 };
 using PropertyLock = std::unique_lock<std::recursive_mutex>;
 
@@ -94,6 +96,11 @@ PropertyBlockOwner NewPropertyBlock(PropertyList items = {});
 
 // Replaces the key context, and releases the provider of the old one unless it is the same. {} removes it.
 void SetKeyContext(PropertyBlock& block, const CERT_KEY_CONTEXT& keyContext);  // caller holds lock
+
+// A link doesn't know the element whose properties it shares, nor that one's store. The block is marked, and this number of
+// the whole process moves, so that a store looks at its elements' blocks only when some link has changed something.
+uint64_t ChangesThroughLinks();
+void NoteChangeThroughLink(PropertyBlock& block);  // caller holds lock; before the change
 
 // An index beside a store's lists reads the hash and the key identifier once. Setting or removing one of these by hand,
 // which is rare, moves this number of the whole process, and what was read before must then be read anew. Caching a

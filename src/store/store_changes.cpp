@@ -61,11 +61,15 @@ void StoreChanges::takeAdditions() {
 }
 
 void StoreChanges::takePropertyChanges() {
-  tookMarks_ = store_.propertiesChanged.exchange(false);
+  const uint64_t throughLinks = ChangesThroughLinks();  // before the blocks are looked at
+  const bool byLink = std::exchange(store_.changesThroughLinks, throughLinks) != throughLinks;
+  tookMarks_ = store_.propertiesChanged.exchange(false) || byLink;
   if (!tookMarks_) return;
   for (const ElementType type : kTypes) {
     for (StoreElement* each = store_.list(type).newest; each; each = each->next) {
-      if (!each->isFiled || !each->propertiesChanged.load()) continue;
+      if (!each->isFiled) continue;
+      if (each->properties->changedThroughLink.exchange(false)) each->propertiesChanged = true;
+      if (!each->propertiesChanged.load()) continue;
       changed_.push_back(ShareElement(*each));
       each->propertiesChanged = false;
     }

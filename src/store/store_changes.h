@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -65,6 +66,8 @@ struct FileLayout {
   bool certain = false;  // a file of the same marks holds the same
   DWORD end = 0;         // where its end marker stands; 0: it is in no such form, or unknown
   DWORD dead = 0;        // bytes in front of that which no element takes up
+  // Hashes of objects that others have added and this store has not read, in their order; null: there are none.
+  std::shared_ptr<const std::vector<size_t>> unseen;
 };
 
 // The changes of one commit. What was not written in the end is the store's again, to be written by the next.

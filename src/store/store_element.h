@@ -53,7 +53,9 @@ struct StoreElement {
   bool detached = false;                // the store's contents are gone: the element has no store any more
   bool isLink = false;                  // the properties are another element's
   bool isFiled = false;  // stood in the file when that was last read or written; under the store's lock
-  FilePlace place;       // under the store's lock
+  bool isHeir =
+      false;  // not filed; another of its bytes was, and was replaced for its properties' sake; as isFiled
+  FilePlace place;                             // under the store's lock
   StoreElement* nextRemoved = nullptr;         // see RemovedElements
   std::atomic<bool> propertiesChanged{false};  // since the file was last written
   const ElementType type;

@@ -29,20 +29,18 @@ class StreamLock {
   std::FILE* const stream_;
 };
 
-// Without a journal, where none may be made. One that stands there, from somebody who could, would undo it later.
-Committed ChangeUnsafely(StoreJournal& journal, std::FILE* stream, const FileChange& change) {
+// One that stands would undo later what is written without it.
+bool StandsNoJournal(StoreJournal& journal) {
   KeptChange standing;
-  if (journal.read(standing) != StoreJournal::Kept::None) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return Committed::No;
-  }
-  const int descriptor = fileno(stream);
-  // cut first: whoever reads it half written misses the end marker, and never takes a mixture for a store
-  if (change.isWhole() && ::ftruncate(descriptor, 0) != 0) {
-    SetLastError(ERROR_SEEK_ON_DEVICE);
-    return Committed::No;
-  }
-  return MakeDurably(descriptor, change) ? Committed::Yes : Committed::No;
+  return journal.read(standing) == StoreJournal::Kept::None || Fault(ERROR_ACCESS_DENIED);
+}
+
+// Without a journal, where none may be made. One that stands there is from somebody who could.
+Committed ChangeUnsafely(StoreJournal& journal, std::FILE* stream, const FileChange& change) {
+  if (!StandsNoJournal(journal)) return Committed::No;
+  const bool changed = change.isWhole() ? RewriteDurably(fileno(stream), change.pieces.front().bytes)
+                                        : MakeDurably(fileno(stream), change);
+  return changed ? Committed::Yes : Committed::No;
 }
 
 // Room that was made sure of for nothing: a full disk needs it. To cut a file at its end frees what lies behind.
@@ -50,6 +48,23 @@ void GiveBackReserved(int descriptor) {
   const LastErrorKeeper keeper;
   struct stat status;
   if (::fstat(descriptor, &status) == 0) static_cast<void>(!::ftruncate(descriptor, status.st_size));
+}
+
+// The file's room is made sure of.
+Committed ChangeReserved(const std::string& path, std::FILE* stream, const FileChange& change) {
+  StoreJournal journal(path);
+  switch (journal.write(change)) {
+    case StoreJournal::Written::Safe:
+      break;
+    case StoreJournal::Written::NotAllowed:
+      return ChangeUnsafely(journal, stream, change);
+    case StoreJournal::Written::Failed:
+      return Committed::No;
+  }
+  const LastErrorKeeper keeper;
+  if (!MakeDurably(fileno(stream), change)) return Committed::Standing;
+  journal.drop();
+  return Committed::Yes;
 }
 
 // What the file is to hold once a change is made that isn't ours to make.
@@ -175,26 +190,23 @@ bool RecoverStoreFile(const std::string& path, const FileLock& lock, std::vector
   return ReadChanged(path, kept, image);
 }
 
-Committed CommitStoreFile(const std::string& path, std::FILE* stream, const FileChange& change) {
-  const int descriptor = fileno(stream);
-  if (!ReserveFile(descriptor, change.newSize)) {
-    GiveBackReserved(descriptor);
-    return Committed::No;
+bool SettleStoreFile(const std::string& path, const FileLock& lock) {
+  std::vector<BYTE> image;
+  {
+    const LastErrorKeeper keeper;
+    if (RecoverStoreFile(path, lock, image) && image.empty()) return true;
   }
   StoreJournal journal(path);
-  switch (journal.write(change)) {
-    case StoreJournal::Written::Safe:
-      break;
-    case StoreJournal::Written::NotAllowed:
-      return ChangeUnsafely(journal, stream, change);
-    case StoreJournal::Written::Failed:
-      GiveBackReserved(descriptor);
-      return Committed::No;
-  }
-  const LastErrorKeeper keeper;
-  if (!MakeDurably(descriptor, change)) return Committed::Standing;
   journal.drop();
-  return Committed::Yes;
+  return StandsNoJournal(journal);
+}
+
+Committed CommitStoreFile(const std::string& path, std::FILE* stream, const FileChange& change) {
+  const int descriptor = fileno(stream);
+  const Committed committed =
+      ReserveFile(descriptor, change.newSize) ? ChangeReserved(path, stream, change) : Committed::No;
+  if (committed == Committed::No) GiveBackReserved(descriptor);
+  return committed;
 }
 
 }  // namespace certkern

@@ -60,6 +60,11 @@ bool DirectoryIsGone(const std::string& path);
 // the file is to hold can't be told.
 [[nodiscard]] bool RecoverStoreFile(const std::string& path, const FileLock& lock, std::vector<BYTE>& image);
 
+// For whoever puts a content of his own in the place of what the path leads to: a journal that stands would undo it, or make
+// a mixture of both. What it asks for is done, or no longer asked for. False with ERROR_ACCESS_DENIED: it can't be taken away.
+// Under the locks of the file.
+[[nodiscard]] bool SettleStoreFile(const std::string& path, const FileLock& lock);
+
 // Changes the file that is open as `stream` and that the path leads to, through the journal. Where no journal is allowed
 // beside the file, it is changed without. False with ERROR_WRITE_FAULT, ERROR_FILE_NOT_FOUND (the directory is gone) or
 // ERROR_ACCESS_DENIED (a journal stands that is not ours to replace): the file holds what it held then, unless there was no

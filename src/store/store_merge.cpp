@@ -3,6 +3,8 @@
 #include <certkern/errors.h>
 
 #include <algorithm>
+#include <functional>
+#include <memory>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
@@ -29,17 +31,21 @@ std::string_view KeyOf(std::span<const BYTE> encoded) {
   return {reinterpret_cast<const char*>(encoded.data()), encoded.size()};
 }
 
+size_t HashOf(std::span<const BYTE> encoded) { return std::hash<std::string_view>()(KeyOf(encoded)); }
+
 enum class Fate { Keep, Replace, Drop };
 struct Verdict {
   Fate fate = Fate::Keep;
   StoreElement* mine = nullptr;
 };
 
-// Objects of the same bytes, oldest first in both.
+// Objects of the same bytes, oldest first in each.
 struct Equals {
   std::vector<size_t> inFile;
   std::vector<StoreElement*> mine;  // those that were filed, with those that have left since
+  std::vector<StoreElement*> added;
 };
+using ElementSet = std::unordered_set<StoreElement*>;
 using EqualsByBytes = std::unordered_map<std::string_view, Equals>;
 
 class Matching {
@@ -51,11 +57,14 @@ class Matching {
       removed_.insert(each);
   }
 
-  std::vector<Verdict> match() {
+  void match() {
     const std::lock_guard guard(store_.lock);
     for (const ElementType type : kTypes) matchType(type);
-    return std::move(verdicts_);
   }
+  const Verdict& of(size_t inFile) const { return verdicts_[inFile]; }
+  // Additions that don't come behind what the file holds: they take the place of an object there, or stay away because the
+  // one that they inherited from was taken out.
+  const ElementSet& placed() const { return placed_; }
 
  private:
   void matchType(ElementType type) {
@@ -73,10 +82,20 @@ class Matching {
     for (StoreElement* each : removed_) {
       if (each->type == type) enter(each);
     }
+    for (const ElementOwner& each : changes_.added()) {
+      if (each->type != type) continue;
+      const auto found = all.find(KeyOf(each->encoded()));
+      if (found != all.end()) {
+        found->second.added.push_back(each.get());
+      } else if (each->isHeir) {
+        placed_.insert(each.get());
+      }
+    }
     for (auto& [bytes, equals] : all) matchEquals(equals);
   }
 
-  // Where others have taken some of several equal objects out, those that have left here count as the same ones.
+  // Where others have taken some of several equal objects out, those that have left here count as the same ones. Where
+  // others have added more of them, what was added here is the same object: a second copy would outlive its deletion.
   void matchEquals(Equals& equals) {
     std::vector<StoreElement*>& mine = equals.mine;
     std::ranges::sort(mine, {}, &StoreElement::sequence);
@@ -86,9 +105,20 @@ class Matching {
         if (onlyRemoved && !removed_.contains(mine[i])) continue;
         mine.erase(mine.begin() + static_cast<std::ptrdiff_t>(i));
         --gone;
+        if (!onlyRemoved) continue;
+        const auto heir = std::ranges::find_if(equals.added, &StoreElement::isHeir);
+        if (heir == equals.added.end()) continue;
+        placed_.insert(*heir);
+        equals.added.erase(heir);
       }
     }
-    for (size_t i = 0; i < mine.size(); ++i) verdicts_[equals.inFile[i]] = verdictOn(mine[i]);
+    size_t next = 0;
+    for (StoreElement* each : mine) verdicts_[equals.inFile[next++]] = verdictOn(each);
+    for (StoreElement* each : equals.added) {
+      if (next == equals.inFile.size()) break;
+      verdicts_[equals.inFile[next++]] = {Fate::Replace, each};
+      placed_.insert(each);
+    }
   }
 
   Verdict verdictOn(StoreElement* mine) const {
@@ -99,15 +129,16 @@ class Matching {
   CertStore& store_;
   const ImageContent& file_;
   const StoreChanges& changes_;
-  std::unordered_set<StoreElement*> changed_, removed_;
+  ElementSet changed_, removed_, placed_;
   std::vector<Verdict> verdicts_;
 };
 
 // --- the image ---
 
-bool PutAdditions(const StoreChanges& changes, ElementType type, PlannedChange& plan) {
+bool PutAdditions(const StoreChanges& changes, const ElementSet& placed, ElementType type,
+                  PlannedChange& plan) {
   for (const ElementOwner& each : changes.added()) {
-    if (each->type != type) continue;
+    if (each->type != type || placed.contains(each.get())) continue;
     FilePlace place;
     if (!SerializeElement(*each.get(), plan.bytes, &place)) return false;
     plan.places.emplace_back(each.get(), place);
@@ -115,10 +146,9 @@ bool PutAdditions(const StoreChanges& changes, ElementType type, PlannedChange& 
   return true;
 }
 
-bool PutKept(const ImageContent& file, ElementType type, const std::vector<Verdict>& verdicts,
-             PlannedChange& plan) {
+bool PutKept(const ImageContent& file, ElementType type, const Matching& matching, PlannedChange& plan) {
   for (size_t i = 0; i < file.elements.size(); ++i) {
-    const auto& [fate, mine] = verdicts[i];
+    const auto& [fate, mine] = matching.of(i);
     if (file.elements[i].type != type || fate == Fate::Drop) continue;
     FilePlace place;
     if (fate == Fate::Replace ? !SerializeElement(*mine, plan.bytes, &place)
@@ -128,6 +158,18 @@ bool PutKept(const ImageContent& file, ElementType type, const std::vector<Verdi
     if (mine) plan.places.emplace_back(mine, place);
   }
   return true;
+}
+
+// Hashes of the objects that only the file holds, in their order. What this store adds may be one of them.
+std::shared_ptr<const std::vector<size_t>> UnseenOf(const ImageContent& file, const Matching& matching) {
+  std::vector<size_t> hashes;
+  for (size_t i = 0; i < file.elements.size(); ++i) {
+    const auto& [fate, mine] = matching.of(i);
+    if (fate != Fate::Drop && !mine) hashes.push_back(HashOf(file.elements[i].encoded));
+  }
+  if (hashes.empty()) return {};
+  std::ranges::sort(hashes);
+  return std::make_shared<const std::vector<size_t>>(std::move(hashes));
 }
 
 void NumberPlaces(PlannedChange& plan) {
@@ -158,7 +200,7 @@ class Patch {
   Patched make(const struct stat& file) {
     plan_.layout = store_.layout;
     if (!removals() || !properties()) return possible_ ? Patched::Failed : Patched::NotPossible;
-    if (isMoreDeadThanAlive()) return Patched::NotPossible;
+    if (isMoreDeadThanAlive() || addsUnseen()) return Patched::NotPossible;
     uint64_t size = static_cast<uint64_t>(file.st_size);
     if (!changes_.added().empty() && !additions(size)) return Patched::Failed;
     if (size > kMaxStoreFile) return Patched::NotPossible;  // without what is dead it may still fit
@@ -169,7 +211,8 @@ class Patch {
     plan_.change.newSize = size;
     plan_.change.oldSize = static_cast<uint64_t>(file.st_size);
     plan_.change.inode = file.st_ino;
-    return Patched::Yes;
+    const bool readable = ChecksumOfRest(fileno(store_.file), plan_.change, plan_.change.rest);
+    return readable ? Patched::Yes : Patched::NotPossible;
   }
 
  private:
@@ -202,7 +245,7 @@ class Patch {
     plan_.bytes.bytes.reserve(room);  // a large list must not be copied while it grows
     const DWORD end = store_.layout.end;
     for (const ElementType type : kTypes) {
-      if (!PutAdditions(changes_, type, plan_)) return false;
+      if (!PutAdditions(changes_, {}, type, plan_)) return false;
     }
     for (auto& [element, place] : plan_.places) {
       const auto moved = static_cast<DWORD>(end - from);
@@ -215,6 +258,13 @@ class Patch {
     pieces_.push_back({end, from, kImageEnd.size()});
     size = uint64_t{end} + (plan_.bytes.size - from);
     return true;
+  }
+
+  // Others may have added the same object, which only the file tells.
+  bool addsUnseen() const {
+    return store_.layout.unseen && std::ranges::any_of(changes_.added(), [&](const ElementOwner& each) {
+             return std::ranges::binary_search(*store_.layout.unseen, HashOf(each->encoded()));
+           });
   }
 
   bool isMoreDeadThanAlive() const {
@@ -241,11 +291,16 @@ class Patch {
 
 bool MergeChanges(CertStore& store, const StoreContent& file, const StoreChanges& changes,
                   PlannedChange& plan) {
-  const std::vector<Verdict> verdicts = Matching(store, file.image(), changes).match();
+  Matching matching(store, file.image(), changes);
+  matching.match();
   if (!PutImageBytes(plan.bytes, kImageMagic)) return false;
   for (const ElementType type : kTypes) {
-    if (!PutKept(file.image(), type, verdicts, plan) || !PutAdditions(changes, type, plan)) return false;
+    if (!PutKept(file.image(), type, matching, plan)
+        || !PutAdditions(changes, matching.placed(), type, plan)) {
+      return false;
+    }
   }
+  plan.layout.unseen = UnseenOf(file.image(), matching);
   plan.layout.number = store.layout.number + 1;
   plan.layout.end = static_cast<DWORD>(plan.bytes.size);
   NumberPlaces(plan);

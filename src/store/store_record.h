@@ -104,6 +104,7 @@ struct CertStore {
   // From the making of an image until it is in the file: an older one is never written last. And while the store is
   // resynchronised.
   std::mutex writing;
+  uint64_t changesThroughLinks = 0;  // as of the last look at the elements' properties; under `writing`
 
   bool has(DWORD flag) const { return (flags.load(std::memory_order_relaxed) & flag) != 0; }
   ElementList& list(ElementType type) { return type == ElementType::Certificate ? certificates : crls; }

@@ -25,7 +25,7 @@ namespace {
 // --- two handles ---
 
 // Both handles open a file with 1 and 2. A step names the handle, what it does and a serial number: "a+3" adds, "a-3" takes
-// out, "a=3" sets a property, "aC" commits, "aR" resynchronises, "aX" closes. Expected are the file's certificates, newest
+// out, "a=3" sets a property, "a~3" does so through a link, "a^3" adds it once more for its properties, "aC" commits, "aR" resynchronises, "aX" closes. Expected are the file's certificates, newest
 // first, each with the name of who has set its property.
 struct Script {
   const char* name;
@@ -44,12 +44,19 @@ constexpr Script kScripts[] = {
     {"the last writer's property",               "a=1 b=1 aC bC",               "2 1b"       },
     {"a deletion beats a property",              "a-1 b=1 aC bC",               "2"          },
     {"also the earlier property",                "a=1 b-1 aC bC",               "2"          },
+    {"a property set through a link",            "a~1 a+3 aC",                  "3 2 1a"     },
+    {"inherited",                                "b+3 bC a^1 aC",               "1a 3 2"     },
+    {"inherited by what was taken out",          "b-1 bC a^1 a^1 aC",           "2"          },
+    {"also where the file is written anew",      "b+4 bC a~1 a+3 aC",           "3 4 2 1a"   },
     {"a property that was set before is kept",   "a=1 aC b+3 bC b=2 bC a+4 aC", "4 3 2b 1a"  },
     {"changed again in place",                   "a=1 aC a=1 aC a=2 aC",        "2a 1a"      },
     {"added and taken out at once",              "a+3 a-3 aC",                  "2 1"        },
     {"most of it is dead",                       "a+3 aC a-1 a-2 aC a+4 aC",    "4 3"        },
     {"all is taken out",                         "a-1 a-2 aC b+3 bC",           "3"          },
-    {"equal ones: each adds its own",            "a+1 b+1 aC bC",               "1 1 2 1"    },
+    {"one adds the same twice",                  "a+3 a+3 aC b+4 bC",           "4 3 3 2 1"  },
+    {"both add the same: the last one's name",   "a+3 a=3 b+3 b=3 aC bC",       "3b 2 1"     },
+    {"the same again, unseen in the file",       "b+3 bC a+4 aC a+3 aC",        "4 3 2 1"    },
+    {"both add the same, one takes it out",      "a+3 b+3 aC bC aR a-3 aC",     "2 1"        },
     {"equal ones: one of two is taken out",      "a+1 aC aR a-1 b+3 bC aC",     "3 2 1"      },
     {"equal ones: the same one by both",         "a+1 aC aR bR a-1 b-1 aC bC",  "2 1"        },
     {"a resynchronisation drops what is not in", "a+3 aR a+4 aC",               "4 2 1"      },
@@ -84,7 +91,13 @@ class TwoHandles : public SystemStore {
           ASSERT_TRUE(CertDeleteCertificateFromStore(find(store, serial).release())) << word;
           break;
         case '=':
-          setName(store, serial, word[0]);
+          setName(find(store, serial), word[0]);
+          break;
+        case '^':
+          inherit(store, serial, word[0]);
+          break;
+        case '~':
+          setName(linked(store, serial), word[0]);
           break;
         case 'C':
           ASSERT_TRUE(commit(store)) << word << ' ' << GetLastError();
@@ -115,10 +128,22 @@ class TwoHandles : public SystemStore {
     return CertificateHandle(
         CertFindCertificateInStore(store.get(), 1, 0, CERT_FIND_EXISTING, wanted.get(), nullptr));
   }
-  static void setName(const StoreHandle& store, DWORD serial, char name) {
+  static void inherit(const StoreHandle& store, DWORD serial, char name) {
+    const CertificateHandle bearer = CreateCertificate(MakeCertificate({.serial = serial}));
+    setName(bearer, name);
+    ASSERT_TRUE(CertAddCertificateContextToStore(
+        store.get(), bearer.get(), CERT_STORE_ADD_REPLACE_EXISTING_INHERIT_PROPERTIES, nullptr));
+  }
+  static CertificateHandle linked(const StoreHandle& store, DWORD serial) {
+    const StoreHandle links = OpenMemoryStore(0);
+    PCCERT_CONTEXT link = nullptr;
+    EXPECT_TRUE(
+        CertAddCertificateLinkToStore(links.get(), find(store, serial).get(), CERT_STORE_ADD_ALWAYS, &link));
+    return CertificateHandle(link);
+  }
+  static void setName(const CertificateHandle& certificate, char name) {
     const CRYPT_DATA_BLOB blob{1, reinterpret_cast<BYTE*>(&name)};
-    ASSERT_TRUE(
-        CertSetCertificateContextProperty(find(store, serial).get(), CERT_FRIENDLY_NAME_PROP_ID, 0, &blob));
+    ASSERT_TRUE(CertSetCertificateContextProperty(certificate.get(), CERT_FRIENDLY_NAME_PROP_ID, 0, &blob));
   }
 
   StoreHandle handles_[2];
@@ -222,6 +247,17 @@ TEST_F(TwoHandles, ACommitWithItsJournalIsDone) {
   }
 }
 
+TEST_F(TwoHandles, ADirectoryThatIsAwayLosesNothing) {
+  start(true);
+  run("a+3");
+  std::filesystem::rename(directory, directory + "_away");
+  EXPECT_FALSE(resync(handles_[0]));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+  std::filesystem::rename(directory + "_away", directory);
+  run("aX");
+  EXPECT_EQ(named(SystemStore::open(L"two")), "3 2 1");
+}
+
 // The file's room is made sure of, and the journal does not fit: both files are as large as before.
 TEST_F(TwoHandles, ARefusedCommitGivesBackWhatItReserved) {
   start(false);
@@ -241,6 +277,21 @@ TEST_F(TwoHandles, ARefusedCommitGivesBackWhatItReserved) {
   ASSERT_EQ(::stat(store->path.c_str(), &after), 0);
   EXPECT_EQ(after.st_blocks, before.st_blocks);
   EXPECT_EQ(named(SystemStore::open(L"two")), "2 1");
+}
+
+TEST_F(StoreFile, WhoOnlyReadsAPropertyWritesNothing) {
+  const StoreHandle store = open(kCommit);
+  const Bytes list = MakeCrl({});
+  PCCRL_CONTEXT added = nullptr;
+  ASSERT_TRUE(CertAddEncodedCRLToStore(store.get(), 1, list.data(), static_cast<DWORD>(list.size()),
+                                       CERT_STORE_ADD_NEW, &added));
+  ASSERT_TRUE(commit(store));
+  for (const DWORD id : {DWORD{SV_CRL_ISSUER_PROP_ID}, DWORD{CERT_SHA1_HASH_PROP_ID}}) {
+    DWORD size = 0;
+    EXPECT_TRUE(CertGetCRLContextProperty(added, id, nullptr, &size));
+    EXPECT_FALSE(store->dirty) << id;
+  }
+  EXPECT_TRUE(CertFreeCRLContext(added));
 }
 
 // --- what the name means by now ---

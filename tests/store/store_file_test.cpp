@@ -19,7 +19,9 @@
 
 #include "platform/limits.h"
 #include "store/element_addition.h"
+#include "store/fault_plan.h"
 #include "store/journal.h"
+#include "store/persistent_content.h"
 #include "store/persistent_store.h"
 #include "store/sample_objects.h"
 #include "store/store_file.h"
@@ -152,6 +154,21 @@ TEST_F(StoreFile, SeveralPemBlocks) {
     add(store, 3);
     EXPECT_TRUE(commit(store));
     EXPECT_EQ(content(), std::string("3 ").append(certificates)) << "in the form of a store";
+  }
+}
+
+TEST(StoreFileContent, WantOfMemoryIsNoDamage) {
+  const std::string one = Pem("CERTIFICATE", MakeCertificate({.serial = 1})), two = one + one;
+  const Bytes der = MakeCertificate({.serial = 1});
+  for (const Bytes& form : {Bytes(one.begin(), one.end()), Bytes(two.begin(), two.end()), der}) {
+    for (FaultPlan plan; plan.next();) {
+      const bool taken = plan.run([&] {
+        StoreContent content;
+        SetLastError(0);
+        return content.take(form);
+      });
+      EXPECT_TRUE(taken || GetLastError() != CRYPT_E_FILE_ERROR) << plan.faults();
+    }
   }
 }
 

@@ -3,12 +3,16 @@
 #include <certkern/text.h>
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <csignal>
+#include <functional>
 
 #include "platform/file.h"
+#include "store/store_file.h"
 #include "store/store_file_fixture.h"
 
 using namespace certkern;
@@ -31,6 +35,16 @@ struct SaveToFile : StoreFile {
     blob.pbData = bytes.data();
     EXPECT_EQ(save(store, CERT_STORE_SAVE_TO_MEMORY, &blob), 0u);
     return bytes;
+  }
+  // Of a commit that was to add a 4, and died before it wrote anything.
+  void leaveJournal(bool pieces) const {
+    const StoreHandle store = open(kCommit);
+    store->layout.certain = pieces;
+    add(store, 4);
+    FileStream readOnly(std::fopen(path.c_str(), "rb"));
+    const FileStream old(store->file.exchange(readOnly.release()));
+    EXPECT_TRUE(commit(store));
+    EXPECT_TRUE(Exists(directory + "/.a.sto.journal"));
   }
 };
 
@@ -126,6 +140,84 @@ TEST_F(SaveToFile, ReplacesAnOrdinaryFileAtOnce) {
   EXPECT_EQ(inode(), replaced) << "one of two names";
   const auto files = std::filesystem::directory_iterator(directory);
   EXPECT_EQ(std::distance(begin(files), end(files)), 3) << "nothing is left beside it";
+}
+
+TEST_F(SaveToFile, AKilledSaveLeavesNothing) {
+  fill(2);
+  const StoreHandle store = OpenMemoryStore(0);
+  add(store, 1);
+  EXPECT_EQ(InChild([&] {
+              const struct rlimit none = {0, 0}, small = {image(store).size() / 4, RLIM_INFINITY};
+              std::signal(SIGXFSZ, SIG_DFL);
+              ::setrlimit(RLIMIT_CORE, &none);
+              ::setrlimit(RLIMIT_FSIZE, &small);
+              return save(store, CERT_STORE_SAVE_TO_FILENAME_A, path.c_str()) == 0;
+            }),
+            -1);
+  const auto files = std::filesystem::directory_iterator(directory);
+  EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+  WriteAll(directory + "/.a.sto.journal-new-abcdef", {1});  // of one who was killed before he could rename it
+  EXPECT_EQ(save(store, CERT_STORE_SAVE_TO_FILENAME_A, path.c_str()), 0u);
+  EXPECT_FALSE(Exists(directory + "/.a.sto.journal-new-abcdef"));
+}
+
+TEST_F(SaveToFile, IntoAFileThatIsMounted) {
+  const StoreHandle store = OpenMemoryStore(0);
+  add(store, 3);
+  fill(2);
+  const std::string other = directory + "/other.sto";
+  WriteAll(other, {1});
+  const int answer = InChild([&] {
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0
+        || ::mount(path.c_str(), other.c_str(), nullptr, MS_BIND, nullptr) != 0) {
+      ::_exit(77);
+    }
+    return save(store, CERT_STORE_SAVE_TO_FILENAME_A, other.c_str()) == 0;
+  });
+  if (answer == 77) GTEST_SKIP() << "may not mount";
+  EXPECT_EQ(answer, 0);
+  EXPECT_EQ(content(), "3");
+}
+
+// A commit that was cut short has left a journal, a whole image or pieces of one. The save is the last writer.
+TEST_F(SaveToFile, IsNotUndoneByAJournalThatStands) {
+  const StoreHandle store = OpenMemoryStore(0);
+  for (const DWORD serial : {8u, 9u}) add(store, serial);  // as large as what the commit would have made
+  const std::string twin = directory + "/twin.sto";
+  const auto toStream = [&] {
+    const FileStream stream(std::fopen(path.c_str(), "r+b"));
+    const StoreHandle own = open(0);  // finishes the commit
+    leaveJournal(false);
+    return save(own, CERT_STORE_SAVE_TO_FILE, stream.get());
+  };
+  const auto toPath = [&] { return save(store, CERT_STORE_SAVE_TO_FILENAME_A, path.c_str()); };
+  const auto byAnother = [&] {  // who knows of no journals
+    const Bytes saved = image(store);
+    const FileStream stream(std::fopen(path.c_str(), "r+b"));
+    return RewriteFile(stream.get(), saved) ? 0u : GetLastError();
+  };
+  const struct {
+    const char* name;
+    bool pieces, twoNames;
+    std::function<DWORD()> save;
+    const char* expected;
+  } kCases[] = {
+      {"a whole one, replaced",                       false, false, toPath,    "9 8"},
+      {"a whole one, written in place",               false, true,  toPath,    "9 8"},
+      {"a whole one, into the store's own stream",    false, false, toStream,  "4 1"},
+      {"pieces, written in place",                    true,  true,  toPath,    "9 8"},
+      {"pieces, written in place by another program", true,  false, byAnother, "9 8"},
+  };
+  for (const auto& [name, pieces, twoNames, saves, expected] : kCases) {
+    SCOPED_TRACE(name);
+    std::filesystem::remove(path);
+    std::filesystem::remove(twin);
+    fill(1);
+    leaveJournal(pieces);
+    ASSERT_EQ(twoNames ? ::link(path.c_str(), twin.c_str()) : 0, 0);
+    EXPECT_EQ(saves(), 0u);
+    EXPECT_EQ(content(), expected);
+  }
 }
 
 // --- what has not changed for long is not read ---

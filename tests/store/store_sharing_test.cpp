@@ -168,6 +168,27 @@ TEST_F(Users, AJournalInAnothersDirectoryIsSpentOnce) {
   EXPECT_EQ(content(), "3 2 1");
 }
 
+// Without a journal the file is made large enough before anything in it is given up.
+TEST_F(Users, AFullDiskDestroysNoFileWithoutAJournal) {
+  belongs(kOwner, 0644);
+  ASSERT_EQ(::chown(directory.c_str(), 0, 0), 0);
+  ASSERT_EQ(::chmod(directory.c_str(), 0755), 0);
+  EXPECT_EQ(as(kOwner, kGroup,
+               [&] {
+                 const StoreHandle store = open(kCommit);
+                 for (const DWORD serial : {3u, 4u}) add(store, serial);
+                 std::signal(SIGXFSZ, SIG_IGN);
+                 const rlim_t room = ReadAll(path).size() + 10;
+                 const struct rlimit small = {room, RLIM_INFINITY}, large = {RLIM_INFINITY, RLIM_INFINITY};
+                 ::setrlimit(RLIMIT_FSIZE, &small);
+                 const bool refused = !commit(store) && content() == "2 1";
+                 ::setrlimit(RLIMIT_FSIZE, &large);
+                 return refused && commit(store);
+               }),
+            0);
+  EXPECT_EQ(content(), "4 3 2 1");
+}
+
 // --- one file, several names ---
 
 TEST_F(StoreFile, AReaderUnderAnotherNameDisturbsNoCommit) {
@@ -211,7 +232,7 @@ TEST_F(StoreFile, UnfinishedJournalsAreClearedAway) {
 }
 
 // Opened by a path that means nothing any more once the commit comes. A commit that fails tells whether the file is under
-// the protection of a journal: without one it is cut first.
+// the protection of a journal: without one there is none where it is looked for.
 TEST_F(StoreFile, ARelativePathMeansWhereTheProcessWasThen) {
   fill(1);
   std::filesystem::create_directory(directory + "/sub");
