@@ -9,6 +9,7 @@
 #include "certkern/chain/cert_facts.h"
 #include "certkern/chain/chain_builder.h"
 #include "certkern/chain/crl_facts.h"
+#include "certkern/chain/memory_check.h"
 #include "keys/certificate_signature.h"
 #include "platform/supkern.h"
 #include "store/certificate_digest.h"
@@ -84,8 +85,10 @@ bool Pay(std::span<const BYTE> encoded, const CertRecord& issuer, BuildBudget& b
 
 SignatureVerdict Verify(std::span<const BYTE> encoded, const CertRecord& issuer, BuildBudget& budget) {
   if (!Pay(encoded, issuer, budget)) return SignatureVerdict::NotAffordable;
+  SetLastError(ERROR_SUCCESS);
   if (VerifySignedObject(0, encoded, &issuer.context->pCertInfo->SubjectPublicKeyInfo))
     return SignatureVerdict::Good;
+  if (IsLackOfMemory(GetLastError())) throw std::bad_alloc();
   return IsAboutTheBytes(GetLastError()) ? SignatureVerdict::Bad : SignatureVerdict::Failed;
 }
 
@@ -100,6 +103,7 @@ SignatureVerdict VerifyOnce(const Record& subject, const CertRecord& issuer, Bui
     const SignatureVerdict found = Verify(subject.encoded(), issuer, budget);
     if (found != SignatureVerdict::Good && found != SignatureVerdict::Bad) return found;
     good = found == SignatureVerdict::Good;
+    (*good ? issuer.facts->hasSigned : issuer.facts->triedInVain).store(true, std::memory_order_relaxed);
     if (key) subject.facts->signatures.keep(*key, *good);
   }
   subject.signatures.emplace(&issuer, *good);
