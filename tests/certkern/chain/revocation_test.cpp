@@ -165,9 +165,10 @@ TEST(Revocation, Verdicts) {
 // Whichever allocation fails: the call says so or has the verdict, and what it leaves behind serves the next one.
 TEST(Revocation, LackOfMemoryHidesNothing) {
   const ChainObjects objects(R"(
+section far | fullname = URI:http://crl.invalid/far
 cert root | | | | | ca
 cert inter | root | | | | ca
-cert leaf | inter
+cert leaf | inter | | | | ids; crlDistributionPoints = far
 crl rootlist | root
 crl old | inter | -10 days..+30 days
 crl listed | inter | | leaf:keyCompromise
