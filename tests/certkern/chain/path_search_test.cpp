@@ -648,6 +648,40 @@ cert EE2 | A | | | | ids
   EXPECT_EQ(unitsFor(other, 0), kEach);
 }
 
+// What is hashed counts, and what it takes to open a signature: twice if it is a bad one.
+TEST(PathSearchBounds, VerificationCosts) {
+  const ChainObjects objects(R"(
+cert A | | rsa | | | ca
+cert B | | rsa | | | ca
+cert byA | A | | | | none
+)");
+  InternedRecords records;
+  const auto unitsFor = [&](PCCERT_CONTEXT issuer, PCCERT_CONTEXT subject) {
+    BuildBudget budget;
+    SignatureBy(records.certificate(issuer, false), records.certificate(subject, false), budget);
+    return budget.verificationUnits;
+  };
+  const PCCERT_CONTEXT byA = objects.certificate("byA");
+  EXPECT_EQ(unitsFor(objects.certificate("A"), byA), 2u);
+  EXPECT_EQ(unitsFor(objects.certificate("B"), byA), 4u) << "a bad one";
+
+  const std::string key =
+      DerSequence({Der(0x02, std::string(256, '\x71')), Der(0x02, std::string(8, '\x7F'))});
+  const CertificateOwner longExponent = MadeCertificate{.subject = "C", .issuer = "C"}.context();
+  CERT_PUBLIC_KEY_INFO& info = longExponent->pCertInfo->SubjectPublicKeyInfo;
+  info = objects.certificate("A")->pCertInfo->SubjectPublicKeyInfo;
+  info.PublicKey.cbData = static_cast<DWORD>(key.size());
+  info.PublicKey.pbData = reinterpret_cast<BYTE*>(const_cast<char*>(key.data()));
+  EXPECT_GE(unitsFor(longExponent.get(), byA), 2u * 4) << "an exponent of 64 bits";
+
+  MadeCertificate made{.subject = "EE", .issuer = "CA"};
+  const uint32_t small = unitsFor(byA, made.context().get());
+  made.extensions = {
+      {"1.2.3", std::string(1 << 20, 'x')}
+  };
+  EXPECT_EQ(unitsFor(byA, made.context().get()), small + 64) << "a megabyte more";
+}
+
 // Each further chain passes over the roots of those before it: one budget of the call ends that.
 TEST(PathSearchBounds, FurtherChains) {
   const StoreOwner roots = MakeMemoryStore();
