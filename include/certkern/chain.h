@@ -116,9 +116,11 @@ typedef struct _CERT_CHAIN_ELEMENT {
   PCCERT_CONTEXT pCertContext;
   CERT_TRUST_STATUS TrustStatus;
   PCERT_REVOCATION_INFO pRevocationInfo; /**< NULL when revocation was not asked for */
-  PCERT_ENHKEY_USAGE pIssuanceUsage;     /**< certificate policies; NULL: any */
-  PCERT_ENHKEY_USAGE pApplicationUsage;  /**< application policies or key purposes; NULL: any */
-  LPCWSTR pwszExtendedErrorInfo;         /**< NULL */
+  PCERT_ENHKEY_USAGE
+      pIssuanceUsage; /**< certificate policies that hold for the path down to here; NULL: none can be
+                                            named, as the path asks for none, has any, or has none in common */
+  PCERT_ENHKEY_USAGE pApplicationUsage; /**< application policies or key purposes; NULL: as above */
+  LPCWSTR pwszExtendedErrorInfo;        /**< NULL */
 } CERT_CHAIN_ELEMENT, *PCERT_CHAIN_ELEMENT;
 typedef const CERT_CHAIN_ELEMENT* PCCERT_CHAIN_ELEMENT;
 CERTKERN_RECORD_SIZE(CERT_CHAIN_ELEMENT, 56);
@@ -238,8 +240,9 @@ typedef BOOL (*PFN_CERT_CHAIN_FIND_BY_ISSUER_CALLBACK)(PCCERT_CONTEXT pCert, voi
 /** Which certificates to look for: with a private key, of one of these issuers, good for this purpose. */
 typedef struct _CERT_CHAIN_FIND_BY_ISSUER_PARA {
   DWORD cbSize;
-  LPCSTR pszUsageIdentifier;      /**< NULL: any; a certificate without usage restriction does not match */
-  DWORD dwKeySpec;                /**< 0 */
+  LPCSTR
+      pszUsageIdentifier; /**< NULL: not asked; if given, a certificate without usage restriction does not match */
+  DWORD dwKeySpec;        /**< 0 */
   DWORD dwAcquirePrivateKeyFlags; /**< 0 */
   DWORD cIssuer;                  /**< 0: any issuer */
   CERT_NAME_BLOB* rgIssuer;       /**< encoded Names; the certificate's direct issuer is compared */

@@ -134,7 +134,7 @@ std::optional<size_t> FindCommonName(std::wstring_view text) {
   bool quoted = false;
   bool atStart = true;
   for (size_t at = 0; at < text.size(); ++at) {
-    if (atStart && text.substr(at).starts_with(kKey)) return at + kKey.size();
+    if (atStart && LowerCase(text.substr(at, kKey.size())) == kKey) return at + kKey.size();
     if (text[at] == L'"') quoted = !quoted;
     const std::wstring_view behind = text.substr(0, at + 1);
     atStart = !quoted && (behind.ends_with(L", ") || behind.ends_with(L" + "));
@@ -146,6 +146,7 @@ std::optional<size_t> FindCommonName(std::wstring_view text) {
 
 std::wstring LowerCase(std::wstring_view text) {
   std::wstring lower(text);
+  if (std::ranges::any_of(text, [](wchar_t unit) { return unit < 0 || unit > 0x7F; })) return lower;
   for (wchar_t& unit : lower) {
     if (unit >= L'A' && unit <= L'Z') unit += L'a' - L'A';
   }
@@ -185,11 +186,11 @@ AltNameVerdict CompareAltNames(const CERT_INFO& certificate, std::wstring_view s
 
 std::optional<std::wstring> CommonNameOf(const CERT_NAME_BLOB& subject) {
   if (HasCommonNameWithNul(subject)) return std::nullopt;
-  const std::wstring text = LowerCase(NameText(&subject, CERT_X500_NAME_STR));
+  const std::wstring text = NameText(&subject, CERT_X500_NAME_STR);
   const std::optional<size_t> start = FindCommonName(text);
   if (!start) return std::nullopt;
   const size_t comma = text.find(L',', *start);
-  return text.substr(*start, comma == text.npos ? comma : comma - *start);
+  return LowerCase(std::wstring_view(text).substr(*start, comma == text.npos ? comma : comma - *start));
 }
 
 }  // namespace certkern

@@ -23,8 +23,8 @@ AltNameVerdict CompareAltNames(const CERT_INFO& certificate, std::wstring_view s
 // NUL inside.
 std::optional<std::wstring> CommonNameOf(const CERT_NAME_BLOB& subject);
 
-// Of A to Z only, whatever the locale: a domain's case is that of ASCII, and other letters that fold onto these (the Kelvin
-// sign onto k) would make one name of two.
+// Of a name in ASCII, whatever the locale. One with any other character stays as it is, and so matches only itself: other
+// letters that fold onto these (the Kelvin sign onto k) would make one name of two.
 std::wstring LowerCase(std::wstring_view text);
 
 }  // namespace certkern

@@ -62,7 +62,8 @@ TEST(ServerName, StarIsOneWholeFirstLabel) {
 // Whatever the program's locale takes for the other case of a letter.
 TEST(ServerName, CaseIsThatOfAscii) {
   ASSERT_TRUE(setlocale(LC_ALL, "C.UTF-8"));
-  EXPECT_EQ(LowerCase(L"K\u212A\u00C4\u0130.Example"), L"k\u212A\u00C4\u0130.example");
+  EXPECT_EQ(LowerCase(L"K.Example"), L"k.example");
+  EXPECT_EQ(LowerCase(L"K\u212A.Example"), L"K\u212A.Example");
   setlocale(LC_ALL, "C");
 }
 
@@ -128,6 +129,8 @@ std::optional<std::wstring> NameOf(std::initializer_list<Bytes> attributes) {
 TEST(ServerName, CommonNameIsAnAttributeAndNoPartOfOne) {
   constexpr BYTE kCommonName = 3, kOrganization = 10;
   EXPECT_EQ(NameOf({Attribute(kOrganization, "Org"), Attribute(kCommonName, "WWW.Example")}), L"www.example");
+  EXPECT_EQ(NameOf({Attribute(kOrganization, "\xC3\x84"), Attribute(kCommonName, "WWW.Example")}),
+            L"www.example");
   EXPECT_EQ(NameOf({Attribute(kCommonName, "first"), Attribute(kCommonName, "second")}), L"first");
   EXPECT_EQ(NameOf({Attribute(kOrganization, "cn=bank.com,x")}), std::nullopt);
   EXPECT_EQ(NameOf({Attribute(kOrganization, "x, cn=bank.com")}), std::nullopt);

@@ -50,6 +50,8 @@ struct CertFacts {
   // The same for other certificates' keys (SignatureBy), and what they know this one's key by.
   mutable LinkVerdicts signatures;
   mutable KeyDigestOnce keyDigest;
+  // Whether this one's key has made a signature that was verified with it, and whether it has not made one.
+  mutable std::atomic<bool> hasSigned{false}, triedInVain{false};
 
   // Of the authority key identifier; empty: none.
   std::span<const BYTE> authorityKeyIdBytes() const;

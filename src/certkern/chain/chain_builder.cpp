@@ -7,18 +7,12 @@
 
 #include "certkern/chain/engine.h"
 #include "certkern/chain/good_verdicts.h"
+#include "certkern/chain/memory_check.h"
 #include "certkern/chain/trust_status.h"
 #include "platform/exceptions.h"
 
 namespace certkern {
 namespace {
-
-bool IsInStore(HCERTSTORE store, PCCERT_CONTEXT certificate) {
-  const LastErrorKeeper keeper;
-  return CertificateOwner(CertFindCertificateInStore(store, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0,
-                                                     CERT_FIND_EXISTING, certificate, nullptr))
-      .get();
-}
 
 // Trust ends a path at a self-signed certificate, and exempts from revocation: where neither can come up, a file that
 // may hold all the roots of the world need not be read.
@@ -69,6 +63,15 @@ void TraceResult(const ChainBuilder& builder) {
 }
 
 }  // namespace
+
+bool IsInStore(HCERTSTORE store, PCCERT_CONTEXT certificate) {
+  const LastErrorKeeper keeper;
+  return CheckingMemory([&] {
+           return CertificateOwner(CertFindCertificateInStore(store, X509_ASN_ENCODING | PKCS_7_ASN_ENCODING,
+                                                              0, CERT_FIND_EXISTING, certificate, nullptr));
+         })
+      .get();
+}
 
 ChainBuilder::ChainBuilder(std::shared_ptr<BuildBudget> shared)
     : records(std::make_shared<InternedRecords>()),
@@ -122,7 +125,11 @@ void ChainBuilder::addStore(std::vector<StoreRef>& stores, HCERTSTORE store, boo
 
 HCERTSTORE ChainBuilder::userStore(UserStoreName name) {
   std::optional<StoreOwner>& kept = name == UserStoreName::Root ? userRoots_ : userAuthorities_;
-  if (!kept) kept = UserStore(name);
+  if (!kept) {
+    StoreOwner store = UserStore(name);
+    if (!store && GetLastError() != ERROR_FILE_NOT_FOUND) ThrowLastError();
+    kept = std::move(store);
+  }
   return kept->get();
 }
 

@@ -57,6 +57,7 @@ struct BuildBudget {
   uint32_t crlSteps = 0;           // taken, at most kMaxChainCrlSteps
   uint64_t policyVisits = 0;       // to nodes of policy trees, at most kMaxPolicyVisits
   uint64_t wireMs = 0;             // spent on the network, at most what is configured
+  bool passedOver = false;         // somebody was not tried who may be the issuer, as the rest was spent
 };
 
 // Whose issuer is sought: the name, and what the authority key identifier adds.
@@ -92,9 +93,14 @@ class ChainBuilder {
   bool loadUrl(const std::string& url, IssuerCandidates& candidates, DWORD retrievalFlags);
   // Keeps a copy of the chain as the best failure so far if it is; `node` null: the chain as a whole.
   void recordPathError(DWORD status, const ChainNode* node, DWORD reason = 0);
+  // A candidate can't be paid for: false, and nothing is recorded, as nobody knows.
+  bool passOver();
+  // A signature is no bad one as long as some who may have made it were not tried: the best failure is then that no issuer
+  // was found.
+  void withdrawRefusal();
   bool isWireAllowed() const;
-  // Those of the path that came by URL go into the user's store if all signatures up to the trusted root hold: what
-  // merely lies at a URL must not stand in the way of later builds.
+  // Those of a valid path that came by URL go into the user's store. Of any other path they would stand in the way of later
+  // builds: every holder of a certificate can sign more of them, in any authority's name.
   void keepWireIssuers();
   // Milliseconds for the next look-up in the cache, and for the next retrieval by network; 0: none is left.
   uint64_t retrievalBudget() const;
@@ -110,8 +116,8 @@ class ChainBuilder {
   // False: the status is recorded at the node.
   bool checkRevocation(ChainNode& node, ChainNode& issuer);
 
-  // A store of the user's by its name, as it was when the build first asked for it; null: there is none. A build looks at
-  // each file once, so that all its searches see the same.
+  // A store of the user's by its name; null: there is none. Throws CryptException when it is there and can't be had. A build
+  // looks at each file once; the store is shared, so that a build of another thread may bring it up to date meanwhile.
   HCERTSTORE userStore(UserStoreName name);
 
   bool isTimeValid(const CERT_INFO& certificate) const;  // at checkTime; bounds belong to it
@@ -152,6 +158,9 @@ class ChainBuilder {
  private:
   std::optional<StoreOwner> userRoots_, userAuthorities_;
 };
+
+// Whether the very certificate is there. Throws std::bad_alloc.
+bool IsInStore(HCERTSTORE store, PCCERT_CONTEXT certificate);
 
 // What is known of a signature and a key. Only Good and Bad follow from the bytes and are remembered.
 enum class SignatureVerdict {

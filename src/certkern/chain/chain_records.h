@@ -64,7 +64,8 @@ struct CrlRecord {
   uint64_t sequence = 0;
   CertRecord* signer = nullptr;                          // whose key verified it
   mutable std::map<const CertRecord*, bool> signatures;  // as above
-  std::set<std::string> urls;                            // where it came from; the cache has it under these
+  std::set<std::string> urls;                            // the cache has it under these
+  std::set<std::string> wireUrls;                        // it came from these, and may yet go into the cache
 
   std::span<const BYTE> encoded() const { return {context->pbCrlEncoded, context->cbCrlEncoded}; }
   const CRL_INFO& info() const { return *context->pCrlInfo; }
@@ -96,8 +97,8 @@ class InternedRecords {
   CertRecord& certificate(PCCERT_CONTEXT context, bool trusted);
   CrlRecord& crl(PCCRL_CONTEXT context);
 
-  // The lists that the network was asked for, by URL; null: nothing came. One call asks once: its data is fresh enough, and
-  // a server that does not answer is not waited for again.
+  // The lists that the network was asked for, by URL; null: nothing came. One build asks once: its data is fresh enough, and
+  // a server that does not answer is not waited for again. The further chains of a call are builds of their own.
   std::map<std::string, CrlRecord*> wireLists;
 
   const CertMap& certificates() const { return certificates_; }

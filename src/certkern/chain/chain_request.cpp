@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "certkern/chain/engine.h"
+#include "platform/exceptions.h"
 
 namespace certkern {
 namespace {
@@ -64,7 +65,7 @@ bool AddOtherChains(const ChainRequest& request, PCCERT_CHAIN_CONTEXT chain,
 
 }  // namespace
 
-ChainContextOwner GetChain(const ChainRequest& request) {
+ChainContextOwner GetChain(const ChainRequest& request) try {
   const auto budget = std::make_shared<BuildBudget>();
   ChainContextOwner chain = BuildOne(request, nullptr, budget);
   if (chain && (request.flags & CERT_CHAIN_RETURN_LOWER_QUALITY_CONTEXTS)
@@ -72,6 +73,10 @@ ChainContextOwner GetChain(const ChainRequest& request) {
     chain.reset();
   }
   return chain;
+} catch (
+    const CryptException& failure) {  // without a store that exists there would be a verdict, and a wrong one
+  SetLastError(failure.code());
+  return {};
 }
 
 }  // namespace certkern

@@ -9,6 +9,7 @@
 #include <chrono>
 
 #include "certkern/chain/cert_facts.h"
+#include "certkern/chain/memory_check.h"
 #include "url/url_cache.h"
 
 namespace certkern {
@@ -24,21 +25,20 @@ bool IsFinal(const CrlRecord& crl, const FILETIME& now) {
 
 // What the cache has under a URL and is valid now.
 ContextOwner CachedCrl(const std::string& url) {
-  const UrlCacheHandle cache = UrlCacheSingleton(ElementType::Crl);
-  std::optional<CachedObject> found = cache ? cache->find(url) : std::nullopt;
+  const UrlCacheHandle cache = CheckingMemory([] { return UrlCacheSingleton(ElementType::Crl); });
+  if (!cache) return {};
+  std::optional<CachedObject> found = CheckingMemory([&] { return cache->find(url); });
   return found && IsValidNow(*found->context.get()) ? std::move(found->context) : ContextOwner();
-}
-
-CrlRecord& Intern(ChainBuilder& builder, PCCRL_CONTEXT context, const std::string& url) {
-  CrlRecord& record = builder.records->crl(context);
-  record.urls.insert(url);
-  return record;
 }
 
 CrlRecord* FindCached(ChainBuilder& builder, const std::vector<std::string>& urls) {
   if (!builder.retrievalBudget()) return nullptr;
   for (const std::string& url : urls) {
-    if (const ContextOwner found = CachedCrl(url)) return &Intern(builder, found->asCrl(), url);
+    if (const ContextOwner found = CachedCrl(url)) {
+      CrlRecord& record = builder.records->crl(found->asCrl());
+      record.urls.insert(url);
+      return &record;
+    }
   }
   return nullptr;
 }
@@ -46,8 +46,11 @@ CrlRecord* FindCached(ChainBuilder& builder, const std::vector<std::string>& url
 CrlOwner Retrieve(const std::string& url, uint64_t milliseconds) {
   void* crl = nullptr;
   const auto timeout = static_cast<DWORD>(std::min<uint64_t>(milliseconds, kMaxInterfaceSize));
-  if (CryptRetrieveObjectByUrlA(url.c_str(), CONTEXT_OID_CRL, CRYPT_WIRE_ONLY_RETRIEVAL, timeout, &crl,
-                                nullptr, nullptr, nullptr, nullptr)) {
+  if (CheckingMemory([&] {
+        return CryptRetrieveObjectByUrlA(url.c_str(), CONTEXT_OID_CRL,
+                                         CRYPT_WIRE_ONLY_RETRIEVAL | CRYPT_DONT_CACHE_RESULT, timeout, &crl,
+                                         nullptr, nullptr, nullptr, nullptr);
+      })) {
     return CrlOwner(static_cast<PCCRL_CONTEXT>(crl));
   }
   SetLastError(ERROR_SUCCESS);
@@ -69,7 +72,8 @@ CrlRecord* FromWire(ChainBuilder& builder, const std::string& url) {
   builder.addRetrievalTime(elapsed);
   builder.addWireTime(elapsed);
   if (!crl) builder.trace.line("Can't load ", url);
-  CrlRecord* const record = crl ? &Intern(builder, crl.get(), url) : nullptr;
+  CrlRecord* const record = crl ? &builder.records->crl(crl.get()) : nullptr;
+  if (record) record->wireUrls.insert(url);
   builder.records->wireLists.emplace(url, record);
   return record;
 }
@@ -108,7 +112,33 @@ std::pair<std::string, std::string> DeltaKeyOf(const CrlFacts& crl) {
   return {text(AuthorityKeyIdBytes(crl)), text(crl.rawIssuer)};
 }
 
+// Whether the cache is to stay as it is: it has this very list, or a newer one whose signer was verified too.
+bool IsKeptAlready(const CachedObject& cached, const CrlRecord& crl, const InternedRecords& records) {
+  const CRL_CONTEXT& context = *cached.context->asCrl();
+  const auto known = records.crls().find({context.pbCrlEncoded, context.cbCrlEncoded});
+  if (known == records.crls().end()) return false;
+  const CrlRecord& kept = *known->second;
+  return &kept == &crl || (kept.signer && NewestFirst()(&kept, &crl));
+}
+
 }  // namespace
+
+void KeepInCache(CrlRecord& crl, const InternedRecords& records) {
+  if (crl.wireUrls.empty()) return;
+  const LastErrorKeeper keeper;
+  try {
+    const UrlCacheHandle cache = UrlCacheSingleton(ElementType::Crl);
+    ContextRecord* const context = FindLiveContext(crl.context.get());
+    for (const std::string& url : std::exchange(crl.wireUrls, {})) {
+      if (!cache || !context) return;
+      const std::optional<CachedObject> cached = cache->find(url);
+      const bool isThere = cached && IsKeptAlready(*cached, crl, records);
+      if (!isThere && cache->add(url, {}, *context) == ERROR_SUCCESS) crl.urls.insert(url);
+    }
+  } catch (const std::bad_alloc&) {
+    // the verdict stands without the cache
+  }
+}
 
 bool NewestFirst::operator()(const CrlRecord* a, const CrlRecord* b) const {
   const LONG order = CompareFileTime(&a->info().ThisUpdate, &b->info().ThisUpdate);
@@ -141,8 +171,10 @@ void CrlCollection::addKnown() {
   for (const StoreRef& store : builder_.crlStores) {
     CrlOwner each;
     // a search takes its start, whatever comes of it
-    while (each = CrlOwner(
-               CertFindCRLInStore(store.store.get(), 0, 0, CRL_FIND_ISSUED_FOR, &whose, each.release())),
+    while (each = CheckingMemory([&] {
+             return CrlOwner(
+                 CertFindCRLInStore(store.store.get(), 0, 0, CRL_FIND_ISSUED_FOR, &whose, each.release()));
+           }),
            each) {
       if (!TakeCrlStep(*builder_.budget)) return;
       file(builder_.records->crl(each.get()));

@@ -51,6 +51,10 @@ class CrlCollection {
   std::map<std::pair<std::string, std::string>, NewestCrls> deltas_;  // by key identifier and issuer
 };
 
+// Puts a list that came over the wire into the URL cache, once its signer was verified: what anybody may answer in the
+// server's place must not throw a good list out. Never fails: what isn't kept is fetched again.
+void KeepInCache(CrlRecord& crl, const InternedRecords& records);
+
 // Between the two updates, bounds included; without a NextUpdate never.
 bool IsCurrent(const CRL_INFO& crl, const FILETIME& moment);
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "ber/read_cursor.h"
+#include "certkern/chain/memory_check.h"
 #include "platform/limits.h"
 #include "platform/text_conversion.h"
 #include "store/certificate_primitives.h"
@@ -96,7 +97,8 @@ std::vector<std::string> UrlsOf(const CRL_DIST_POINT_NAME& name) {
   if (name.dwDistPointNameChoice != CRL_DIST_POINT_FULL_NAME) return urls;
   for (const CERT_ALT_NAME_ENTRY& each : AsSpan(name.FullName.rgAltEntry, name.FullName.cAltEntry)) {
     if (each.dwAltNameChoice != CERT_ALT_NAME_URL) continue;
-    if (const ByteText url = BytesFromWide(each.pwszURL, CP_ACP)) urls.emplace_back(url.get());
+    if (const ByteText url = CheckingMemory([&] { return BytesFromWide(each.pwszURL, CP_ACP); }))
+      urls.emplace_back(url.get());
   }
   return urls;
 }

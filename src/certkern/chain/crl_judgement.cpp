@@ -137,29 +137,34 @@ RevocationResult CrlJudgement::judgeAll(CrlCollection& crls, CrlSource source) {
   if (cert_.facts->crlDistPoints) {
     const RevocationResult result = runStage(Stage::OfPoints, crls, source);
     if (result != kNotRevoked) {
-      builder_.trace.line("Certificate found at crl.");
+      traceResult(result);
       return result;
     }
     if (reasons_ == kAllReasons) {
       cert_.crlChecked = true;
       builder_.goodVerdicts->checkedForGood();
-      builder_.trace.line("Certificate not found at crl.");
+      traceResult(result);
       return result;
     }
   }
   CrlCollection known(builder_, cert_);
   known.addKnown();
   const RevocationResult result = runStage(Stage::Known, known, source);
-  const bool undetermined = result == kNotRevoked && reasons_ != kAllReasons;
-  builder_.trace.line(undetermined                ? "Certificate crl status undetermined."
+  const bool isCovered = result != kNotRevoked || reasons_ == kAllReasons;
+  traceResult(isCovered ? result : kUndetermined);
+  return isCovered ? result : kUndetermined;
+}
+
+void CrlJudgement::traceResult(const RevocationResult& result) const {
+  builder_.trace.line(result == kUndetermined     ? "Certificate crl status undetermined."
                           : result == kNotRevoked ? "Certificate not found at crl."
                                                   : "Certificate found at crl.");
-  return undetermined ? kUndetermined : result;
 }
 
 // Over what was collected before: the deltas' points may lead to further lists, which the next pass will see.
 RevocationResult CrlJudgement::runStage(Stage stage, CrlCollection& crls, CrlSource source) {
   reasons_ = 0;
+  isUnknown_ = false;
   RevocationResult result = kNotRevoked;
   for (CrlRecord* const crl : std::vector(crls.bases().begin(), crls.bases().end())) {
     if (!TakeCrlStep(*builder_.budget)) break;
@@ -171,6 +176,7 @@ RevocationResult CrlJudgement::runStage(Stage stage, CrlCollection& crls, CrlSou
         })) {
       result = kNotRevoked;
     }
+    if (result == kNotRevoked && isUnknown_) return kUndetermined;
     if (result != kNotRevoked || reasons_ == kAllReasons) break;
   }
   return result;
@@ -199,11 +205,18 @@ bool CrlJudgement::needsDelta(const CrlRecord& crl) const {
   return cert_.facts->freshestCrl || crl.facts->freshestCrl;
 }
 
-bool CrlJudgement::isSignedAsNeeded(const CrlRecord& crl) const {
+bool CrlJudgement::holds(SignatureVerdict verdict) {
+  if (verdict == SignatureVerdict::Failed || verdict == SignatureVerdict::NotAffordable) isUnknown_ = true;
+  return verdict == SignatureVerdict::Good;
+}
+
+bool CrlJudgement::isSignedAsNeeded(CrlRecord& crl) {
   const CrlKeyMatch match = crl.facts->keyMatch;
   const bool needed =
       match == CrlKeyMatch::Needed || (match == CrlKeyMatch::AsConfigured && IsKeyMatchForced());
-  return !needed || SignatureByKeyOf(*issuer_, crl, *builder_.budget) == SignatureVerdict::Good;
+  if (!needed || holds(SignatureByKeyOf(*issuer_, crl, *builder_.budget))) return true;
+  if (!crl.urls.empty()) static_cast<void>(findSigner(crl));  // one that nobody has signed leaves the cache
+  return false;
 }
 
 RevocationResult CrlJudgement::judgeInAllPoints(CrlRecord& crl, const NewestCrls& deltas) {
@@ -236,7 +249,7 @@ RevocationResult CrlJudgement::judgeInCrl(CrlRecord& crl, const NewestCrls& delt
     return kNotRevoked;
   }
   const CrlRecord* const delta = chooseDelta(crl, deltas);
-  if (!delta && needsDelta(crl)) return kNotRevoked;
+  if (!delta && (needsDelta(crl) || isUnknown_)) return kNotRevoked;
   const CRL_ENTRY* entry = delta ? findEntry(*delta) : nullptr;
   if (!entry) entry = findEntry(crl);
   KeepUsed(cert_, {&crl, delta});
@@ -277,15 +290,19 @@ bool CrlJudgement::isInScope(const CrlRecord& crl, const CRL_DIST_POINT* point) 
   return true;
 }
 
-const CrlRecord* CrlJudgement::chooseDelta(const CrlRecord& crl, const NewestCrls& deltas) const {
-  const auto found = std::ranges::find_if(deltas, [&](CrlRecord* delta) {
+const CrlRecord* CrlJudgement::chooseDelta(const CrlRecord& crl, const NewestCrls& deltas) {
+  for (CrlRecord* const delta : deltas) {
     if (!IsSameScope(*delta->facts, *crl.facts) || !IsInKeyPeriod(delta->info().ThisUpdate, *crl.signer))
-      return false;
+      continue;
     const SignatureVerdict verdict = SignatureBy(*crl.signer, *delta, *builder_.budget);
+    if (holds(verdict)) {
+      KeepInCache(*delta, *builder_.records);
+      return delta;
+    }
+    if (isUnknown_) return nullptr;
     if (verdict == SignatureVerdict::Bad) DropFromCache(*delta);
-    return verdict == SignatureVerdict::Good;
-  });
-  return found != deltas.end() ? *found : nullptr;
+  }
+  return nullptr;
 }
 
 // What will only be revoked later does not count yet.
@@ -299,7 +316,10 @@ bool CrlJudgement::verifySigner(CrlRecord& crl) {
   builder_.trace.line("Verifing crl signature.");
   CertRecord* const signer = findSigner(crl);
   builder_.trace.line(signer ? "Crl signature verified." : "Crl signature is not verified.");
-  if (signer) crl.signer = signer;
+  if (signer) {
+    crl.signer = signer;
+    KeepInCache(crl, *builder_.records);
+  }
   return signer;
 }
 
@@ -313,7 +333,7 @@ CertRecord* CrlJudgement::findSigner(CrlRecord& crl) {
   builder_.chain.clear();
   IssuerCandidates candidates(key, builder_.chain, *builder_.budget);
   builder_.findIssuers(key, candidates);
-  bool isRefusedByAll = true;
+  bool isRefusedByAll = true, isUndecided = false;
   for (const IssuerCandidate& each : candidates.take()) {
     // without this any certificate holder could sign the lists of any authority: the key identifier is his to choose
     if (each.repeated || !each.named) continue;
@@ -323,7 +343,10 @@ CertRecord* CrlJudgement::findSigner(CrlRecord& crl) {
       return each.record;
     isRefusedByAll =
         isRefusedByAll && (verdict == SignatureVerdict::Bad || verdict == SignatureVerdict::OtherKey);
+    isUndecided =
+        isUndecided || verdict == SignatureVerdict::Failed || verdict == SignatureVerdict::NotAffordable;
   }
+  if (isUndecided) isUnknown_ = true;
   // The issuer's key is known to be his, as it made a certificate on a path to a trusted root; strangers may bear his name.
   if (isRefusedByAll && SignatureBy(*issuer_, crl, *builder_.budget) == SignatureVerdict::Bad)
     DropFromCache(crl);

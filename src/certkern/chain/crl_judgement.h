@@ -20,15 +20,18 @@ class CrlJudgement {
 
   const CertRecord* findIssuer();
   RevocationResult judgeAll(CrlCollection& crls, CrlSource source);
+  void traceResult(const RevocationResult& result) const;
   RevocationResult runStage(Stage stage, CrlCollection& crls, CrlSource source);
   RevocationResult judgeCrl(Stage stage, CrlRecord& crl, CrlCollection& crls, CrlSource source);
-  bool isSignedAsNeeded(const CrlRecord& crl) const;
+  bool isSignedAsNeeded(CrlRecord& crl);
+  // Whether it is a yes; what is neither yes nor no is remembered.
+  bool holds(SignatureVerdict verdict);
   RevocationResult judgeInAllPoints(CrlRecord& crl, const NewestCrls& deltas);
   RevocationResult judgeInCrl(CrlRecord& crl, const NewestCrls& deltas, const CRL_DIST_POINT* point);
   bool isInScope(const CrlRecord& crl, const CRL_DIST_POINT* point) const;
   bool needsDelta(const CrlRecord& crl) const;
   // The first that the CRL's signer has signed; null: none.
-  const CrlRecord* chooseDelta(const CrlRecord& crl, const NewestCrls& deltas) const;
+  const CrlRecord* chooseDelta(const CrlRecord& crl, const NewestCrls& deltas);
   bool verifySigner(CrlRecord& crl);
   CertRecord* findSigner(CrlRecord& crl);
   // The verdict stays as it is where the signature is not looked at.
@@ -44,6 +47,8 @@ class CrlJudgement {
   const CertRecord* issuer_ = nullptr;  // whose key signed the certificate
   ReasonSet reasons_ = 0;               // covered so far
   unsigned counter_ = 0;                // of the CRLs, for the trace
+  // Nobody can tell now whether a list counts. No older one may speak in its place.
+  bool isUnknown_ = false;
 };
 
 }  // namespace certkern

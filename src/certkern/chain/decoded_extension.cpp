@@ -5,6 +5,7 @@
 #include <new>
 
 #include "ber/object_codec.h"
+#include "certkern/chain/memory_check.h"
 #include "platform/owner.h"
 #include "store/certificate_primitives.h"
 
@@ -14,13 +15,14 @@ void* DecodeExtensionBlock(std::span<const CERT_EXTENSION> extensions, LPCSTR oi
   const CERT_EXTENSION* const extension = FindByOid(oid, extensions);
   if (!extension) return nullptr;
   const LastErrorKeeper keeper;
+  SetLastError(ERROR_SUCCESS);  // decoding sets a code only where there is none
   void* record = nullptr;
   if (DecodeObjectEx(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, structType, extension->Value.pbData,
                      extension->Value.cbData, CRYPT_DECODE_ALLOC_FLAG, nullptr, &record, nullptr)) {
     return record;
   }
   // a lack of memory must not pass for a lack of restrictions
-  if (GetLastError() == ERROR_NOT_ENOUGH_MEMORY) throw std::bad_alloc();
+  if (IsLackOfMemory(GetLastError())) throw std::bad_alloc();
   return nullptr;
 }
 

@@ -10,13 +10,13 @@
 #include <cstring>
 
 #include "ber/read_cursor.h"
+#include "certkern/chain/memory_check.h"
+#include "platform/exceptions.h"
 #include "platform/supkern.h"
 #include "store/certificate_primitives.h"
 
 namespace certkern {
 namespace {
-
-constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 
 // --- settings, read once ---
 
@@ -78,20 +78,24 @@ void AddToBoth(ChainBuilder& builder, HCERTSTORE store, bool trusted) {
 
 // --- the user's engine ---
 
-// What can't be had is passed over. Only the first build of a process fails for it, and a store may still come: `legacy`
+constinit std::atomic<bool> hasUserEngine{false};
+
+// A store that does not exist is passed over. Only the first build of a process fails for it, as it may still come: `legacy`
 // builds never do.
-bool EquipAsUser(ChainBuilder& builder, bool legacy) {
-  static constinit std::atomic<bool> hasBegun{false};
+bool EquipAsUser(ChainBuilder& builder, bool legacy) try {
   const HCERTSTORE roots = builder.userStore(UserStoreName::Root);
   const HCERTSTORE authorities = builder.userStore(UserStoreName::Authorities);
   if (!legacy) {
-    if ((!roots || !authorities) && !hasBegun) return Fault(ERROR_DLL_INIT_FAILED);
-    hasBegun = true;
+    if ((!roots || !authorities) && !hasUserEngine) return Fault(ERROR_DLL_INIT_FAILED);
+    hasUserEngine = true;
   }
   AddToBoth(builder, roots, true);
   AddToBoth(builder, authorities, false);
   builder.urlTimeoutMs = ConfiguredUrlTimeout(builder.flags);
   return true;
+} catch (const CryptException&) {  // it exists, and can't be had
+  if (legacy || hasUserEngine) throw;
+  return Fault(ERROR_DLL_INIT_FAILED);
 }
 
 }  // namespace
@@ -155,11 +159,9 @@ bool AreUserRoots(HCERTSTORE roots) {
   const StoreOwner userRoots = UserStore(UserStoreName::Root);
   if (!userRoots) return Fault(ERROR_INTERNAL_ERROR);
   CertificateOwner root;
-  while (root.reset(CertEnumCertificatesInStore(roots, root.release())), root) {
-    if (!CertificateOwner(CertFindCertificateInStore(userRoots.get(), kEncoding, 0, CERT_FIND_EXISTING,
-                                                     root.get(), nullptr))) {
-      return Fault(ERROR_FILE_NOT_FOUND);
-    }
+  const auto next = [&] { return CertEnumCertificatesInStore(roots, root.release()); };
+  while (root.reset(CheckingMemory(next)), root) {
+    if (!IsInStore(userRoots.get(), root.get())) return Fault(ERROR_FILE_NOT_FOUND);
   }
   return true;
 }

@@ -46,6 +46,7 @@ inline bool IsPseudoHandle(HCERTCHAINENGINE engine) {
 }
 
 // Equips a builder from an engine; null is the user's, whose stores must be there at its first use. False with a code.
+// Throws CryptException when a store that exists can't be had.
 [[nodiscard]] bool EquipFromEngine(HCERTCHAINENGINE engine, ChainBuilder& builder);
 
 // Milliseconds, as configured: for one retrieval, or, in accumulative mode, for all of a build.

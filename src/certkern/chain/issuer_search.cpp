@@ -15,6 +15,7 @@
 
 #include "certkern/chain/cert_facts.h"
 #include "certkern/chain/engine.h"
+#include "certkern/chain/memory_check.h"
 #include "platform/text_conversion.h"
 #include "store/certificate_primitives.h"
 #include "store/subject_search.h"
@@ -58,7 +59,9 @@ std::vector<CertRecord*> SearchStore(const StoreRef& store, const IssuerKey& key
   std::vector<CertRecord*> found;
   CertificateOwner each;
   // a search takes its start, whatever comes of it
-  while (each = CertificateOwner(next(store.store.get(), key, each.release())), each) {
+  while (
+      each = CheckingMemory([&] { return CertificateOwner(next(store.store.get(), key, each.release())); }),
+      each) {
     if (!SerialExcludes(key, each.get())) found.push_back(&records.certificate(each.get(), store.trusted));
   }
   return found;
@@ -67,19 +70,19 @@ std::vector<CertRecord*> SearchStore(const StoreRef& store, const IssuerKey& key
 StoreOwner Retrieve(const std::string& url, DWORD flags, uint64_t milliseconds) {
   HCERTSTORE store = nullptr;
   const auto timeout = static_cast<DWORD>(std::min<uint64_t>(milliseconds, kMaxInterfaceSize));
-  if (!CryptRetrieveObjectByUrlA(url.c_str(), CONTEXT_OID_CERTIFICATE,
-                                 flags | CRYPT_RETRIEVE_MULTIPLE_OBJECTS, timeout, &store, nullptr, nullptr,
-                                 nullptr, nullptr)) {
-    return {};
-  }
-  return StoreOwner(store);
+  const BOOL came = CheckingMemory([&] {
+    return CryptRetrieveObjectByUrlA(url.c_str(), CONTEXT_OID_CERTIFICATE,
+                                     flags | CRYPT_RETRIEVE_MULTIPLE_OBJECTS, timeout, &store, nullptr,
+                                     nullptr, nullptr, nullptr);
+  });
+  return StoreOwner(came ? store : nullptr);
 }
 
 // At most kMaxChainBundleCertificates: a server must not fill our memory, nor the user's store.
 std::vector<CertificateOwner> CertificatesOf(const StoreOwner& bundle) {
   std::vector<CertificateOwner> certificates;
   PCCERT_CONTEXT each = nullptr;
-  while ((each = CertEnumCertificatesInStore(bundle.get(), each))) {
+  while ((each = CheckingMemory([&] { return CertEnumCertificatesInStore(bundle.get(), each); }))) {
     if (certificates.size() == kMaxChainBundleCertificates) {
       CertFreeCertificateContext(each);
       break;
@@ -129,7 +132,9 @@ std::vector<std::string> IssuerUrls(const CertRecord& subject) {
   for (const CERT_ACCESS_DESCRIPTION& each : AsSpan(access->rgAccDescr, access->cAccDescr)) {
     if (urls.size() == kMaxChainIssuerUrls) break;
     if (!IsIssuerUrl(each)) continue;
-    if (const ByteText url = BytesFromWide(each.AccessLocation.pwszURL, CP_ACP)) urls.emplace_back(url.get());
+    const LPCWSTR text = each.AccessLocation.pwszURL;
+    if (const ByteText url = CheckingMemory([&] { return BytesFromWide(text, CP_ACP); }))
+      urls.emplace_back(url.get());
   }
   return urls;
 }
@@ -142,9 +147,9 @@ IssuerCandidates::IssuerCandidates(const IssuerKey& key, const Chain& path, Buil
 void IssuerCandidates::offer(CertRecord& record) {
   const bool named = BearsIssuerName(key_, record);
   if (known_.insert(&record).second) {
-    found_.push_back({&record, 0, named, false});
+    found_.push_back({.record = &record, .named = named});
   } else if (!record.trusted && record.facts->selfSigned != TriState::No) {
-    found_.push_back({&record, 0, named, true});
+    found_.push_back({.record = &record, .named = named, .repeated = true});
   }
 }
 
@@ -158,12 +163,16 @@ bool IssuerCandidates::hasAskedSerial(const CertRecord& record) const {
 std::vector<IssuerCandidate> IssuerCandidates::take() {
   std::erase_if(found_, [](const IssuerCandidate& each) { return each.repeated && each.record->trusted; });
   for (IssuerCandidate& each : found_) {
+    each.vain = each.record->facts->triedInVain && !each.record->facts->hasSigned;
     if (each.named && !each.repeated) each.score = ScoreOf(*each.record, budget_);
   }
   std::ranges::stable_sort(found_, std::greater(), [this](const IssuerCandidate& each) {
-    return std::tuple(each.named, each.score, hasAskedSerial(*each.record));
+    return std::tuple(each.named, each.score, !each.vain, hasAskedSerial(*each.record));
   });
-  if (found_.size() > kMaxChainCandidates) found_.resize(kMaxChainCandidates);
+  if (found_.size() > kMaxChainCandidates) {
+    found_.resize(kMaxChainCandidates);
+    budget_.passedOver = true;
+  }
   found_.shrink_to_fit();
   known_ = {};
   return std::move(found_);

@@ -26,14 +26,15 @@ struct IssuerCandidate {
   CertRecord* record = nullptr;
   int score = 0;
   bool named = false;  // BearsIssuerName
+  bool vain = false;   // its key was tried for others, and has never held
   // Found before, or in the path already. To be tried only if it is self-signed, which nobody has looked at yet, for it
   // costs a signature verification; whoever only wants a key may pass it over.
   bool repeated = false;
 };
 
 // What a search has found so far. Trusted roots are tried first, then certificates whose revocation is decided, then
-// the rest; of equals, those with the serial number that is asked for, then the first found. Those without the name come
-// last.
+// the rest; of equals, those come last whose key was tried in vain by other builds; then those with the serial number that
+// is asked for go first, then the first found. Those without the name come last.
 class IssuerCandidates {
  public:
   // The path is that from the subject to the end certificate; what is in it is no issuer.

@@ -5,11 +5,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <new>
 
+#include "ber/read_cursor.h"
 #include "certkern/chain/cert_facts.h"
 #include "certkern/chain/chain_builder.h"
 #include "certkern/chain/crl_facts.h"
+#include "certkern/chain/memory_check.h"
 #include "keys/certificate_signature.h"
+#include "platform/limits.h"
 #include "platform/supkern.h"
 #include "store/certificate_digest.h"
 #include "store/store_record.h"
@@ -48,19 +52,50 @@ bool IsAboutTheBytes(DWORD code) {
   return std::ranges::find(kVerdicts, code) != std::end(kVerdicts);
 }
 
-// In units of an RSA verification with 2048 bits, which grows with the square of the bits. The size of the signature
-// tells, as a key of another size refuses it at once.
-uint32_t CostOf(std::span<const BYTE> encoded, const CERT_PUBLIC_KEY_INFO& key) {
-  constexpr uint32_t kUnitOctets = 256;
+constexpr unsigned kUsualExponentBits = 17;  // 65537
+
+// Of an RSAPublicKey, { n INTEGER, e INTEGER }; the usual one's where there is none to be read.
+unsigned ExponentBits(const CRYPT_BIT_BLOB& key) {
+  BerReadCursor in({key.pbData, key.cbData}), numbers, modulus, exponent;
+  BYTE tag = 0;
+  if (!in.readElement(tag, numbers) || !numbers.readElement(tag, modulus)
+      || !numbers.readElement(tag, exponent))
+    return kUsualExponentBits;
+  const size_t octets =
+      std::min(exponent.rest().size(), kMaxRsaExponentOctets);  // a longer one is refused at once
+  return std::max(static_cast<unsigned>(octets) * 8, kUsualExponentBits);
+}
+
+// In units of an RSA verification with 2048 bits.
+struct VerificationCost {
+  uint32_t hashing = 0;
+  uint32_t opening = 1;
+  uint32_t refusing = 0;  // what a refusal costs besides
+};
+
+// Opening an RSA signature grows with the square of the bits and the bits of the exponent; a bad one is opened twice. The size
+// of the signature tells, as a key of another size refuses it at once. The object is hashed for each key.
+VerificationCost CostOf(std::span<const BYTE> encoded, const CERT_PUBLIC_KEY_INFO& key) {
+  constexpr uint64_t kUnitOctets = 256;
   constexpr uint32_t kShortSignature = 80, kShortCost = 3, kLongCost = 12;  // curves of 256 bits; of more
   const LastErrorKeeper keeper;
+  VerificationCost cost;
   SignedObject object;
-  if (!ReadSignedObject(encoded, object)) return 1;  // so will the verification
+  if (!ReadSignedObject(encoded, object)) return cost;  // so will the verification
+  // the largest list can still be afforded, once
+  cost.hashing = static_cast<uint32_t>(
+      std::min<uint64_t>(encoded.size() / kHashedPerVerificationUnit, kMaxChainVerificationUnits / 2));
   const std::string_view oid(key.Algorithm.pszObjId ? key.Algorithm.pszObjId : "");
-  if (!oid.starts_with("1.2.840.113549.1.1."))
-    return object.signature.size() <= kShortSignature ? kShortCost : kLongCost;
-  const auto octets = static_cast<uint32_t>(std::min<size_t>(object.signature.size(), key.PublicKey.cbData));
-  return std::min(octets * octets / (kUnitOctets * kUnitOctets) + 1, kMaxChainVerificationUnits);
+  if (!oid.starts_with("1.2.840.113549.1.1.")) {
+    cost.opening = object.signature.size() <= kShortSignature ? kShortCost : kLongCost;
+    return cost;
+  }
+  const uint64_t octets =
+      std::min<uint64_t>({object.signature.size(), key.PublicKey.cbData, kMaxRsaBits / 8});
+  cost.opening = static_cast<uint32_t>(
+      octets * octets * ExponentBits(key.PublicKey) / (kUnitOctets * kUnitOctets * kUsualExponentBits) + 1);
+  cost.refusing = cost.opening;
+  return cost;
 }
 
 // What somebody put into a message is paid for by the message, so that its many signers don't multiply the work.
@@ -74,8 +109,7 @@ bool DrawFromStore(const CertRecord& issuer, uint32_t cost) {
   return false;
 }
 
-bool Pay(std::span<const BYTE> encoded, const CertRecord& issuer, BuildBudget& budget) {
-  const uint32_t cost = CostOf(encoded, issuer.info().SubjectPublicKeyInfo);
+bool Pay(uint32_t cost, const CertRecord& issuer, BuildBudget& budget) {
   if (cost > kMaxChainVerificationUnits - budget.verificationUnits || !DrawFromStore(issuer, cost))
     return false;
   budget.verificationUnits += cost;
@@ -83,10 +117,15 @@ bool Pay(std::span<const BYTE> encoded, const CertRecord& issuer, BuildBudget& b
 }
 
 SignatureVerdict Verify(std::span<const BYTE> encoded, const CertRecord& issuer, BuildBudget& budget) {
-  if (!Pay(encoded, issuer, budget)) return SignatureVerdict::NotAffordable;
+  const VerificationCost cost = CostOf(encoded, issuer.info().SubjectPublicKeyInfo);
+  if (!Pay(cost.hashing + cost.opening, issuer, budget)) return SignatureVerdict::NotAffordable;
+  SetLastError(ERROR_SUCCESS);
   if (VerifySignedObject(0, encoded, &issuer.context->pCertInfo->SubjectPublicKeyInfo))
     return SignatureVerdict::Good;
-  return IsAboutTheBytes(GetLastError()) ? SignatureVerdict::Bad : SignatureVerdict::Failed;
+  const DWORD code = GetLastError();
+  if (IsLackOfMemory(code)) throw std::bad_alloc();
+  static_cast<void>(Pay(cost.refusing, issuer, budget));
+  return IsAboutTheBytes(code) ? SignatureVerdict::Bad : SignatureVerdict::Failed;
 }
 
 template <class Record>
@@ -100,6 +139,7 @@ SignatureVerdict VerifyOnce(const Record& subject, const CertRecord& issuer, Bui
     const SignatureVerdict found = Verify(subject.encoded(), issuer, budget);
     if (found != SignatureVerdict::Good && found != SignatureVerdict::Bad) return found;
     good = found == SignatureVerdict::Good;
+    (*good ? issuer.facts->hasSigned : issuer.facts->triedInVain).store(true, std::memory_order_relaxed);
     if (key) subject.facts->signatures.keep(*key, *good);
   }
   subject.signatures.emplace(&issuer, *good);

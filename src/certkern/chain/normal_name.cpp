@@ -12,6 +12,7 @@
 
 #include "ber/object_codec.h"
 #include "ber/struct_types.h"
+#include "certkern/chain/memory_check.h"
 #include "platform/owner.h"
 
 namespace certkern {
@@ -84,12 +85,15 @@ void AppendAttribute(std::string& key, const CERT_RDN_ATTR& attribute) {
 
 NormalName::NormalName(std::span<const BYTE> encoded) {
   const LastErrorKeeper keeper;
+  SetLastError(ERROR_SUCCESS);  // decoding sets a code only where there is none
   NameRecord name;
   // the type is a number in the shape of a pointer
   const auto type = reinterpret_cast<LPCSTR>(kTypeDisplayName);
   if (!DecodeObjectEx(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, type, encoded.data(),
                       static_cast<DWORD>(encoded.size()), CRYPT_DECODE_ALLOC_FLAG, nullptr, name.out(),
                       nullptr)) {
+    if (IsLackOfMemory(GetLastError()))
+      throw std::bad_alloc();  // such a name would be kept as one that equals none
     return;
   }
   std::string& key = key_.emplace();

@@ -16,8 +16,8 @@ namespace certkern {
 // that two names are equal exactly when their keys are.
 class NormalName {
  public:
-  NormalName() = default;  // of a name that does not decode
-  explicit NormalName(std::span<const BYTE> encoded);
+  NormalName() = default;                              // of a name that does not decode
+  explicit NormalName(std::span<const BYTE> encoded);  // throws std::bad_alloc
 
   bool decoded() const { return key_.has_value(); }
   // False when either does not decode.

@@ -40,17 +40,15 @@ class PathSearch {
 
 // The caller has a chain to this root already.
 bool PathSearch::isUsedUp(const CertRecord& record) const {
-  if (!builder_.usedStore) return false;
-  return CertificateOwner(CertFindCertificateInStore(builder_.usedStore,
-                                                     X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, 0,
-                                                     CERT_FIND_EXISTING, record.context.get(), nullptr))
-      .get();
+  return builder_.usedStore && IsInStore(builder_.usedStore, record.context.get());
 }
 
 bool PathSearch::isSpent() const {
-  const BuildBudget& budget = *builder_.budget;
-  return chain_.size() >= kMaxChainNodes || budget.candidateSteps >= kMaxChainCandidateSteps
+  BuildBudget& budget = *builder_.budget;
+  const bool spent = chain_.size() >= kMaxChainNodes || budget.candidateSteps >= kMaxChainCandidateSteps
       || budget.candidateLooks >= kMaxChainCandidateLooks;
+  budget.passedOver = budget.passedOver || spent;
+  return spent;
 }
 
 bool PathSearch::endAtRoot(const CertRecord& root) {
@@ -63,7 +61,7 @@ bool PathSearch::endAtRoot(const CertRecord& root) {
     return false;
   }
   const bool valid = builder_.validatePath();
-  builder_.keepWireIssuers();
+  if (valid) builder_.keepWireIssuers();
   builder_.trace.line(valid ? "Build chain is valid." : "Build chain is not valid.");
   return valid;
 }
@@ -160,7 +158,7 @@ bool PathSearch::isLinked(const CertRecord& subject, const CertRecord& issuer) {
   if (builder_.hasFlag(CERT_CHAIN_DISABLE_PASS1_QUALITY_FILTERING)) return true;
   if (!IsInKeyPeriod(subject.info().NotBefore, issuer)) return refuse(CERT_TRUST_IS_NOT_TIME_VALID);
   const SignatureVerdict verdict = SignatureBy(issuer, subject, *builder_.budget);
-  if (verdict == SignatureVerdict::NotAffordable) return false;  // nobody knows, so nothing is recorded
+  if (verdict == SignatureVerdict::NotAffordable) return builder_.passOver();
   return verdict == SignatureVerdict::Good || refuse(CERT_TRUST_IS_NOT_SIGNATURE_VALID);
 }
 
@@ -175,7 +173,21 @@ bool ChainBuilder::verifyCertificate(CertRecord& record) {
     return true;
   }
   while (chain.size() > height) chain.pop_front();
+  withdrawRefusal();
   return false;
+}
+
+bool ChainBuilder::passOver() {
+  budget->passedOver = true;
+  return false;
+}
+
+void ChainBuilder::withdrawRefusal() {
+  if (!budget->passedOver || !bestError || bestError->chainError != CERT_TRUST_IS_NOT_SIGNATURE_VALID) return;
+  bestError->chainError = CERT_TRUST_IS_PARTIAL_CHAIN;
+  Chain& path = bestError->chain;
+  if (path.front().errorStatus) path.pop_front();  // who has not issued
+  for (ChainNode& node : path) node.errorStatus = CERT_TRUST_NO_ERROR;
 }
 
 void ChainBuilder::recordPathError(DWORD status, const ChainNode* node, DWORD reason) {

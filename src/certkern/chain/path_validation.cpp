@@ -152,7 +152,7 @@ bool ValidationPass::checkDeferredSignature(ChainNode& node, const CertRecord& i
   if (!builder_.hasFlag(CERT_CHAIN_DISABLE_PASS1_QUALITY_FILTERING)) return true;
   if (!IsInKeyPeriod(node.record->info().NotBefore, issuer)) return fail(CERT_TRUST_IS_NOT_TIME_VALID, &node);
   const SignatureVerdict verdict = SignatureBy(issuer, *node.record, *builder_.budget);
-  if (verdict == SignatureVerdict::NotAffordable) return false;  // nobody knows, so nothing is recorded
+  if (verdict == SignatureVerdict::NotAffordable) return builder_.passOver();
   return verdict == SignatureVerdict::Good || fail(CERT_TRUST_IS_NOT_SIGNATURE_VALID, &node);
 }
 

@@ -1,5 +1,6 @@
 #include "certkern/chain/user_stores.h"
 
+#include <certkern/errors.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -56,8 +57,15 @@ class SharedStore {
  public:
   StoreOwner get(LPCWSTR name) {
     std::shared_ptr<const OpenedStore> opened = exchange(nullptr, nullptr);
-    if (!opened || !IsUpToDate(*opened)) opened = exchange(opened, OpenAnew(name));
-    return opened ? StoreOwner(CertDuplicateStore(opened->store.get())) : StoreOwner();
+    if (!opened || !IsUpToDate(*opened)) {
+      std::shared_ptr<const OpenedStore> fresh = OpenAnew(name);
+      // what can't be had for now, say for want of descriptors, is still there
+      if (!fresh && GetLastError() != ERROR_FILE_NOT_FOUND) return {};
+      opened = exchange(opened, std::move(fresh));
+    }
+    if (opened) return StoreOwner(CertDuplicateStore(opened->store.get()));
+    SetLastError(ERROR_FILE_NOT_FOUND);
+    return {};
   }
 
  private:

@@ -14,7 +14,8 @@ using StoreOwner = Owner<HCERTSTORE, CertCloseStore>;
 enum class UserStoreName { Root, Authorities };
 
 // One of the two, to be read, with what its files hold now: what another process has written is seen, and where a newly
-// opened store would fail this one does. Shared with all builds of the process. Empty with a code. Throws std::bad_alloc.
+// opened store would fail this one does. Shared with all builds of the process. Empty with a code, which
+// is ERROR_FILE_NOT_FOUND when there is no such store. Throws std::bad_alloc.
 StoreOwner UserStore(UserStoreName name);
 
 }  // namespace certkern

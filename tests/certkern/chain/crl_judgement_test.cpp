@@ -1,4 +1,6 @@
 // The revocation step by itself: what it selects, what it leaves behind, where it fetches, and where it stops.
+#include <certkern/url.h>
+
 #include <chrono>
 #include <sstream>
 
@@ -102,6 +104,7 @@ cert held | root | | | | ids; freshestCRL = one
 cert point | root | | | | ids; crlDistributionPoints = one
 cert plain | root
 crl base | root | | held:certificateHold plain:superseded
+crl clean | root | -10 days..+30 days
 crl delta | root | -2 hours..+1 day | held:keyCompromise | authorityKeyIdentifier = keyid; !number:02; 2.5.29.27 = critical, DER:020101
 crl newdelta | root | -1 hour..+1 day | held:removeFromCRL | authorityKeyIdentifier = keyid; !number:03; 2.5.29.27 = critical, DER:020101
 crl points | root | | | authorityKeyIdentifier = keyid; issuingDistributionPoint = @one
@@ -187,6 +190,22 @@ TEST(CrlJudgement, Bounds) {
 }
 
 // Authorities in a row, of which each has a list.
+// The newer list can't be verified for now, the older one was before.
+TEST(CrlJudgement, NoOlderListInPlaceOfOneThatCannotBeJudged) {
+  Build build(Objects(), "base clean", kChain | kNoWire);
+  CertRecord& root = build.record("root");
+  BuildBudget before;
+  ASSERT_TRUE(IsSelfSigned(root, before));
+  ASSERT_EQ(SignatureBy(root, build.record("plain"), before), SignatureVerdict::Good);
+  CrlRecord& clean = build.builder.records->crl(Objects().crl("clean"));
+  ASSERT_EQ(SignatureBy(root, clean, before), SignatureVerdict::Good);
+  build.builder.budget->verificationUnits = kMaxChainVerificationUnits;
+  EXPECT_EQ(build.run("plain"), CERT_TRUST_REVOCATION_STATUS_UNKNOWN);
+  build.builder.budget->verificationUnits = 0;
+  build.builder.bestError.reset();
+  EXPECT_EQ(build.run("plain"), CERT_TRUST_IS_REVOKED);
+}
+
 TEST(CrlJudgement, LongPaths) {
   std::string table = "cert root | | | | | ca\ncrl list0 | root\n", rows = "list0";
   std::string issuer = "root";
@@ -352,44 +371,72 @@ crl delta | root | | other:keyCompromise | authorityKeyIdentifier = keyid; !numb
   EXPECT_EQ(server.requests(), before);
 }
 
-bool IsCached(const std::string& url) {
-  const UrlCacheHandle cache = UrlCacheSingleton(ElementType::Crl);
-  return cache && cache->find(url);
-}
-
-// What the cache says is asked again of the network, and what is no list of the issuer's does not stay in it.
+// What the cache says is asked again of the network. What is no list of the issuer's throws no good one out, and what somebody
+// else has put into the cache does not stay there.
 TEST(CrlFetch, LiftedHoldsAndBadLists) {
   CrlServer server;
   const ChainObjects objects(WithServer(R"(
 section one | fullname = URI:SERVER/one
+section far | fullname = URI:SERVER/far
 cert root | | | | | ca
 cert absent | root | | /CN=root | | ca
 cert leaf | root | | | | ids; crlDistributionPoints = one
+crl early | root | -4 hours..+1 day
 crl holds | root | -3 hours..+1 day | leaf:certificateHold
 crl lifts | root | -2 hours..+1 day
 crl bad | root | -1 hour..+1 day | | authorityKeyIdentifier = keyid; !badsig
+crl version | root | -1 hour..+1 day | | authorityKeyIdentifier = keyid; 1.3.6.1.4.1.311.21.1 = DER:020100; !badsig
 crl unknown | absent | -1 hour..+1 day
+crl foreign | root | -1 hour..+1 day | | authorityKeyIdentifier = keyid; issuingDistributionPoint = @far; !badsig
 )",
                                         server.url("")));
-  constexpr DWORD kUnknown = CERT_TRUST_REVOCATION_STATUS_UNKNOWN;
+  const std::string url = server.url("/one");
+  const auto cached = [&]() -> std::string {
+    const UrlCacheHandle cache = UrlCacheSingleton(ElementType::Crl);
+    const std::optional<CachedObject> found = cache ? cache->find(url) : std::nullopt;
+    if (!found) return "";
+    for (const char* row : {"early", "holds", "lifts", "bad", "version", "unknown", "foreign"}) {
+      const PCCRL_CONTEXT crl = objects.crl(row);
+      if (std::ranges::equal(found->context->element().encoded(),
+                             std::span(crl->pbCrlEncoded, crl->cbCrlEncoded)))
+        return row;
+    }
+    return "?";
+  };
+  constexpr DWORD kUnknown = CERT_TRUST_REVOCATION_STATUS_UNKNOWN, kRevoked = CERT_TRUST_IS_REVOKED;
   const struct {
     const char* list;  // on the server
+    bool byOthers;     // a program fetches it by itself before
     DWORD flags;
     DWORD status;
-    bool isCached;
+    const char* cached;
   } steps[] = {
-      {"bad",     kChain,           kUnknown,              false},
-      {"unknown", kChain,           kUnknown,              true },
-      {"holds",   kChain | kNoWire, kUnknown,              true },
-      {"holds",   kChain,           CERT_TRUST_IS_REVOKED, true },
-      {"lifts",   kChain | kNoWire, CERT_TRUST_IS_REVOKED, true },
-      {"lifts",   kChain,           0,                     true },
+      {"bad",     true,  kChain | kNoWire, kUnknown, ""     },
+      {"version", true,  kChain | kNoWire, kUnknown, ""     },
+      {"unknown", false, kChain,           kUnknown, ""     },
+      {"holds",   false, kChain | kNoWire, kUnknown, ""     },
+      {"holds",   false, kChain,           kRevoked, "holds"},
+      {"bad",     false, kChain,           kRevoked, "holds"},
+      {"version", false, kChain,           kRevoked, "holds"},
+      {"unknown", false, kChain,           kRevoked, "holds"},
+      {"foreign", false, kChain,           kRevoked, "holds"},
+      {"early",   false, kChain,           kRevoked, "holds"},
+      {"lifts",   false, kChain | kNoWire, kRevoked, "holds"},
+      {"lifts",   false, kChain,           0,        "lifts"},
   };
   for (const auto& each : steps) {
     SCOPED_TRACE(each.list);
     server.put("/one", objects.crl(each.list));
+    CrlHandle fetched;
+    if (each.byOthers) {
+      void* crl = nullptr;
+      ASSERT_TRUE(CryptRetrieveObjectByUrlA(url.c_str(), CONTEXT_OID_CRL, CRYPT_WIRE_ONLY_RETRIEVAL, 5000,
+                                            &crl, nullptr, nullptr, nullptr, nullptr));
+      fetched.reset(static_cast<PCCRL_CONTEXT>(crl));
+      ASSERT_EQ(cached(), each.list);
+    }
     EXPECT_EQ(Ask(objects, "leaf", each.flags), each.status);
-    EXPECT_EQ(IsCached(server.url("/one")), each.isCached);
+    EXPECT_EQ(cached(), each.cached);
   }
 }
 

@@ -280,6 +280,23 @@ TEST_F(Engines, TheUsersOwnMayComeLate) {
   EXPECT_EXIT(tryTwice(), testing::ExitedWithCode(0), "");
 }
 
+// Where no file can be opened the verdict would be one over the stores that are left.
+TEST_F(Engines, StoresThatCannotBeReadNow) {
+  FillSystemStore(L"CA", objects(), "inter");
+  const PCCERT_CONTEXT leaf = objects().certificate("leaf");
+  ASSERT_EQ(Verdict(objects(), AskChain(nullptr, leaf).get()), "leaf inter root");
+  ReplaceAuthority(objects(), "inter");  // so that the file has to be read again
+  std::vector<int> taken;
+  for (int each; (each = dup(0)) >= 0;) taken.push_back(each);
+  SetLastError(ERROR_SUCCESS);
+  const bool built = static_cast<bool>(AskChain(nullptr, leaf));
+  const DWORD code = GetLastError();
+  for (const int each : taken) close(each);
+  EXPECT_FALSE(built);
+  EXPECT_TRUE(code != ERROR_SUCCESS && code != ERROR_FILE_NOT_FOUND) << code;
+  EXPECT_EQ(Verdict(objects(), AskChain(nullptr, leaf).get()), "leaf inter root");
+}
+
 // The sandbox's configuration says 65536 for one, 65535 for all.
 TEST_F(Engines, TimeoutsOutOfRangeAreNotTaken) {
   EXPECT_EQ(ConfiguredUrlTimeout(0), 15000u);

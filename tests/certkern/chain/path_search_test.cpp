@@ -367,6 +367,9 @@ const ChainObjects& Linked() {
       "basicConstraints = CA:TRUE; subjectKeyIdentifier = 6B6579\ncert other | R | p256:a | /CN=other | | "
       "basicConstraints = CA:TRUE; subjectKeyIdentifier = 6B6579\ncert strange | | | | | ca\n"
       "cert own | strange | p256:a | /CN=A | | basicConstraints = CA:TRUE; subjectKeyIdentifier = 6B6579; "
+      "authorityKeyIdentifier = keyid\ncert holder | R | | | | basicConstraints = CA:FALSE; "
+      "subjectKeyIdentifier = hash\n"
+      "cert minted | holder | p256:a | /CN=A | | basicConstraints = CA:TRUE; subjectKeyIdentifier = 6B6579; "
       "authorityKeyIdentifier = keyid\ncert EE | A | | | | 2.5.29.35 = DER:300580036B6579; "
       "1.3.6.1.5.5.7.1.1 = DER:"
       + ToHex(std::span(reinterpret_cast<const BYTE*>(access.data()), access.size())));
@@ -385,20 +388,21 @@ TEST(PathSearchUrls, TheCacheThenTheWire) {
     const char* verdict;
     size_t kept;  // for the user
   } cases[] = {
-      {"the second URL has it",                     0,                                              "A",            kTwice, "EE A R good",        1},
-      {"nobody has it",                             0,                                              nullptr,        kTwice, "EE 65536",           0},
-      {"not allowed",                               kNoWire,                                        "A",            kOnce,  "EE 65536",           0},
-      {"not allowed for CRLs",                      CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY,         "A",            kTwice, "EE A R good",        1},
+      {"the second URL has it",                     0,                                              "A",             kTwice, "EE A R good",              1},
+      {"nobody has it",                             0,                                              nullptr,         kTwice, "EE 65536",                 0},
+      {"not allowed",                               kNoWire,                                        "A",             kOnce,  "EE 65536",                 0},
+      {"not allowed for CRLs",                      CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY,         "A",             kTwice, "EE A R good",              1},
       {"not allowed, as revocation asks",
-       CERT_CHAIN_REVOCATION_CHECK_CHAIN | CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY,                  "A",            kOnce,  "EE 65536",           0},
+       CERT_CHAIN_REVOCATION_CHECK_CHAIN | CERT_CHAIN_REVOCATION_CHECK_CACHE_ONLY,                  "A",             kOnce,  "EE 65536",                 0},
       {"tried without the network",                 CERT_CHAIN_REVOCATION_CHECK_END_CERT | kNoWire, "A",
-       "a:?2 b:?2 a:?6 b:?6 ",                                                                                              "EE 65536",           0},
-      {"a root that came along is the trusted one", 0,                                              "A R",          kTwice, "EE A R good",        2},
-      {"fakes are not kept",                        0,                                              "A fake other", kTwice, "EE A R good",        1},
-      {"nor where signatures are verified late",    kLate,                                          "A fake other", kTwice, "EE A R good",        1},
-      {"nor where nothing else comes",              0,                                              "fake",         kTwice, "EE fake! 8",         0},
-      {"nor under a root of their own",             0,                                              "own strange",  kTwice, "EE own strange! 32", 0},
-      {"another name is no issuer",                 0,                                              "other",        kTwice, "EE 65536",           0},
+       "a:?2 b:?2 a:?6 b:?6 ",                                                                                               "EE 65536",                 0},
+      {"a root that came along is the trusted one", 0,                                              "A R",           kTwice, "EE A R good",              2},
+      {"fakes are not kept",                        0,                                              "A fake other",  kTwice, "EE A R good",              1},
+      {"nor where signatures are verified late",    kLate,                                          "A fake other",  kTwice, "EE A R good",              1},
+      {"nor where nothing else comes",              0,                                              "fake",          kTwice, "EE fake! 8",               0},
+      {"nor under a root of their own",             0,                                              "own strange",   kTwice, "EE own strange! 32",       0},
+      {"nor what no authority has signed",          0,                                              "minted holder", kTwice, "EE minted holder! R 1024", 0},
+      {"another name is no issuer",                 0,                                              "other",         kTwice, "EE 65536",                 0},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.name);
@@ -564,15 +568,32 @@ TEST(PathSearchBounds, FakesBeforeTheHonestIssuer) {
 cert R | | | | | ca
 cert A | R | p256:k | /CN=CA | | ca
 cert EE | A | | | | ids
+cert EE2 | A | | | | ids
+cert EE3 | A | | | | ids
 )");
-  Search search(objects, "R", "A");
   const std::vector<BYTE> keyId = *CertFactsOf(objects.certificate("A"))->subjectKeyId;
-  for (int i = 0; i < 5120; ++i) {
-    MadeCertificate fake = Authority("CA", "CA", {keyId.begin(), keyId.end()}, "");
-    fake.serial = {'\x01', static_cast<char>(i >> 8), static_cast<char>(i)};
-    AddTo(search.others, fake);
-  }
+  const auto addFakes = [&](const Search& search, int count) {
+    for (int i = 0; i < count; ++i) {
+      MadeCertificate fake = Authority("CA", "CA", {keyId.begin(), keyId.end()}, "");
+      fake.serial = {'\x01', static_cast<char>(i >> 8), static_cast<char>(i)};
+      AddTo(search.others, fake);
+    }
+  };
+  Search search(objects, "R", "A");
+  addFakes(search, 5120);
   EXPECT_EQ(search.verdict(objects, "EE"), "EE A R good");
+
+  constexpr uint32_t kTwo = 2 * 3;  // verifications with curves
+  Search again;
+  again.trusted.reset(CertDuplicateStore(search.trusted.get()));
+  again.others.reset(CertDuplicateStore(search.others.get()));
+  again.builder.budget->verificationUnits = kMaxChainVerificationUnits - kTwo;
+  EXPECT_EQ(again.verdict(objects, "EE2"), "EE2 A R good") << "who was tried in vain comes behind";
+
+  Search spent(objects, "R", "A");
+  addFakes(spent, 3);
+  spent.builder.budget->verificationUnits = kMaxChainVerificationUnits - kTwo;
+  EXPECT_EQ(spent.verdict(objects, "EE3"), "EE3 65536") << "the right one was not tried";
 }
 
 // Of one call, and of a message: what is spent, what costs nothing, and what is left when nothing is left.
@@ -625,6 +646,40 @@ cert EE2 | A | | | | ids
   EXPECT_EQ(unitsFor(end, 0), 0);
   left = kEach;
   EXPECT_EQ(unitsFor(other, 0), kEach);
+}
+
+// What is hashed counts, and what it takes to open a signature: twice if it is a bad one.
+TEST(PathSearchBounds, VerificationCosts) {
+  const ChainObjects objects(R"(
+cert A | | rsa | | | ca
+cert B | | rsa | | | ca
+cert byA | A | | | | none
+)");
+  InternedRecords records;
+  const auto unitsFor = [&](PCCERT_CONTEXT issuer, PCCERT_CONTEXT subject) {
+    BuildBudget budget;
+    SignatureBy(records.certificate(issuer, false), records.certificate(subject, false), budget);
+    return budget.verificationUnits;
+  };
+  const PCCERT_CONTEXT byA = objects.certificate("byA");
+  EXPECT_EQ(unitsFor(objects.certificate("A"), byA), 2u);
+  EXPECT_EQ(unitsFor(objects.certificate("B"), byA), 4u) << "a bad one";
+
+  const std::string key =
+      DerSequence({Der(0x02, std::string(256, '\x71')), Der(0x02, std::string(8, '\x7F'))});
+  const CertificateOwner longExponent = MadeCertificate{.subject = "C", .issuer = "C"}.context();
+  CERT_PUBLIC_KEY_INFO& info = longExponent->pCertInfo->SubjectPublicKeyInfo;
+  info = objects.certificate("A")->pCertInfo->SubjectPublicKeyInfo;
+  info.PublicKey.cbData = static_cast<DWORD>(key.size());
+  info.PublicKey.pbData = reinterpret_cast<BYTE*>(const_cast<char*>(key.data()));
+  EXPECT_GE(unitsFor(longExponent.get(), byA), 2u * 4) << "an exponent of 64 bits";
+
+  MadeCertificate made{.subject = "EE", .issuer = "CA"};
+  const uint32_t small = unitsFor(byA, made.context().get());
+  made.extensions = {
+      {"1.2.3", std::string(1 << 20, 'x')}
+  };
+  EXPECT_EQ(unitsFor(byA, made.context().get()), small + 64) << "a megabyte more";
 }
 
 // Each further chain passes over the roots of those before it: one budget of the call ends that.

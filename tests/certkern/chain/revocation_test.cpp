@@ -2,6 +2,7 @@
 #include <certkern/revocation.h>
 
 #include "certkern/chain/chain_fixture.h"
+#include "store/fault_plan.h"
 
 namespace certkern::test {
 namespace {
@@ -159,6 +160,47 @@ const RevocationCase kVerdicts[] = {
 
 TEST(Revocation, Verdicts) {
   for (const RevocationCase& test : kVerdicts) EXPECT_EQ(Outcome(test), test.verdict) << test.name;
+}
+
+// Whichever allocation fails: the call says so or has the verdict, and what it leaves behind serves the next one.
+TEST(Revocation, LackOfMemoryHidesNothing) {
+  const ChainObjects objects(R"(
+section far | fullname = URI:http://crl.invalid/far
+cert root | | | | | ca
+cert inter | root | | | | ca
+cert leaf | inter | | | | ids; crlDistributionPoints = far
+crl rootlist | root
+crl old | inter | -10 days..+30 days
+crl listed | inter | | leaf:keyCompromise
+)");
+  constexpr char kRevoked[] = "leaf:0x4 inter root = 0x4";
+  const PCCERT_CONTEXT made = objects.certificate("leaf");
+  FaultPlan plan;
+  while (plan.next() && !testing::Test::HasFailure()) {
+    SCOPED_TRACE(plan.faults());
+    const MemoryStore roots = objects.store("root"), others = objects.store("inter rootlist listed old");
+    CERT_CHAIN_ENGINE_CONFIG config{};
+    config.cbSize = sizeof config;
+    config.hExclusiveRoot = roots.get();
+    config.hRestrictedOther = others.get();
+    EngineHandle engine;
+    ASSERT_TRUE(CertCreateCertificateChainEngine(&config, engine.out()));
+    const CertificateHandle leaf(
+        CertCreateCertificateContext(X509_ASN_ENCODING, made->pbCertEncoded, made->cbCertEncoded));
+    ChainHandle chain;
+    const bool built = plan.run([&] {
+      chain = AskChain(engine.get(), leaf.get(), {.flags = kChain});
+      return static_cast<bool>(chain);
+    });
+    const DWORD code = GetLastError();
+    if (built) {
+      EXPECT_EQ(Verdict(objects, chain.get()), kRevoked);
+    } else {
+      EXPECT_EQ(code, DWORD{ERROR_NOT_ENOUGH_MEMORY});
+    }
+    EXPECT_EQ(Verdict(objects, AskChain(engine.get(), leaf.get(), {.flags = kChain}).get()), kRevoked);
+  }
+  EXPECT_GT(plan.faults(), 100);
 }
 
 // The child's part: the setting is read once in a process.
