@@ -258,7 +258,7 @@ void ExpectAll(Work& work, DWORD writers) {
   _exit(0);
 }
 
-TEST(StoreDurability, ManyProcessesLoseNothing) {
+TEST(StoreDurability, ThreadsAndProcessesLoseNothing) {
   const Place directory;
   ASSERT_EQ(setenv("XDG_DATA_HOME", directory.path("").c_str(), 1), 0);
   const Shared<Work> work;

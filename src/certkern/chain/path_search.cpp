@@ -186,7 +186,7 @@ void ChainBuilder::withdrawRefusal() {
   if (!budget->passedOver || !bestError || bestError->chainError != CERT_TRUST_IS_NOT_SIGNATURE_VALID) return;
   bestError->chainError = CERT_TRUST_IS_PARTIAL_CHAIN;
   Chain& path = bestError->chain;
-  if (path.front().errorStatus) path.pop_front();  // who has not issued
+  if (path.size() > 1 && path.front().errorStatus) path.pop_front();  // who has not issued
   for (ChainNode& node : path) node.errorStatus = CERT_TRUST_NO_ERROR;
 }
 

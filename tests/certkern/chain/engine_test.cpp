@@ -242,7 +242,7 @@ TEST_F(Engines, BuildsSeeWhatAnotherProcessHasWritten) {
 }
 
 // While the store changes under them, each sees what was there at one time or the other.
-TEST_F(Engines, ManyBuildsAtOnce) {
+TEST_F(Engines, ThreadsBuildAtOnce) {
   ReplaceAuthority(objects(), "inter");
   const PCCERT_CONTEXT leaf = objects().certificate("leaf");
   std::atomic<int> wrong{0};
