@@ -231,8 +231,7 @@ TEST_F(StoreFile, UnfinishedJournalsAreClearedAway) {
   EXPECT_TRUE(Exists(directory + "/.a.sto.journal-new-b.sto.journal")) << "another store's";
 }
 
-// Opened by a path that means nothing any more once the commit comes. A commit that fails tells whether the file is under
-// the protection of a journal: without one there is none where it is looked for.
+// Opened by a path that means nothing any more once the commit comes. A commit that fails leaves the file as it was.
 TEST_F(StoreFile, ARelativePathMeansWhereTheProcessWasThen) {
   fill(1);
   std::filesystem::create_directory(directory + "/sub");
