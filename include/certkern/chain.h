@@ -110,17 +110,16 @@ typedef struct _CERT_REVOCATION_INFO {
 } CERT_REVOCATION_INFO, *PCERT_REVOCATION_INFO;
 CERTKERN_RECORD_SIZE(CERT_REVOCATION_INFO, 40);
 
-/** One certificate of a chain. */
+/** One certificate of a chain. A list of usages has the identifiers that hold for the path down to here; it is NULL when none
+ *  can be named: the path names none, allows any, or has none in common. */
 typedef struct _CERT_CHAIN_ELEMENT {
   DWORD cbSize;
   PCCERT_CONTEXT pCertContext;
   CERT_TRUST_STATUS TrustStatus;
   PCERT_REVOCATION_INFO pRevocationInfo; /**< NULL when revocation was not asked for */
-  PCERT_ENHKEY_USAGE
-      pIssuanceUsage; /**< certificate policies that hold for the path down to here; NULL: none can be
-                                            named, as the path asks for none, has any, or has none in common */
-  PCERT_ENHKEY_USAGE pApplicationUsage; /**< application policies or key purposes; NULL: as above */
-  LPCWSTR pwszExtendedErrorInfo;        /**< NULL */
+  PCERT_ENHKEY_USAGE pIssuanceUsage;     /**< certificate policies */
+  PCERT_ENHKEY_USAGE pApplicationUsage;  /**< application policies or key purposes */
+  LPCWSTR pwszExtendedErrorInfo;         /**< NULL */
 } CERT_CHAIN_ELEMENT, *PCERT_CHAIN_ELEMENT;
 typedef const CERT_CHAIN_ELEMENT* PCCERT_CHAIN_ELEMENT;
 CERTKERN_RECORD_SIZE(CERT_CHAIN_ELEMENT, 56);
@@ -240,9 +239,8 @@ typedef BOOL (*PFN_CERT_CHAIN_FIND_BY_ISSUER_CALLBACK)(PCCERT_CONTEXT pCert, voi
 /** Which certificates to look for: with a private key, of one of these issuers, good for this purpose. */
 typedef struct _CERT_CHAIN_FIND_BY_ISSUER_PARA {
   DWORD cbSize;
-  LPCSTR
-      pszUsageIdentifier; /**< NULL: not asked; if given, a certificate without usage restriction does not match */
-  DWORD dwKeySpec;        /**< 0 */
+  LPCSTR pszUsageIdentifier;      /**< NULL: not asked; a purpose matches only where it is listed */
+  DWORD dwKeySpec;                /**< 0 */
   DWORD dwAcquirePrivateKeyFlags; /**< 0 */
   DWORD cIssuer;                  /**< 0: any issuer */
   CERT_NAME_BLOB* rgIssuer;       /**< encoded Names; the certificate's direct issuer is compared */

@@ -38,7 +38,7 @@ bool IsKeyMatchForced() {
   return forced;
 }
 
-// A list that nobody can use must not stay in the cache until its own next update.
+// A list that its issuer has not signed must not stay in the cache until its own next update, whoever has put it there.
 void DropFromCache(CrlRecord& crl) {
   for (const std::string& url : crl.urls) DropFromUrlCache(ElementType::Crl, url, crl.encoded());
   crl.urls.clear();
