@@ -71,14 +71,14 @@ TEST_F(Chains, StatusOutlivesStandardError) {
     const char* script;
     int status;
   } kCases[] = {
-      {"certkern show missing",        1                                     },
-      {"certkern hash missing",        1                                     },
-      {"echo junk | certkern show",    1                                     },
-      {"certkern chain a.crt --usage", 2                                     },
-      {"certkern nonsense",            2                                     },
+      {"certkern show missing",                                              1},
+      {"certkern hash missing",                                              1},
+      {"echo junk | certkern show",                                          1},
+      {"certkern chain a.crt --usage",                                       2},
+      {"certkern nonsense",                                                  2},
       {"certkern chain b.crt --store root.crt --additional ca.crt --additional ca.crl --additional root.crl "
-       "--cache-only",                               3                                                        },
-      {"certkern chain a.crt --store ca.crt --revocation none --cache-only",                              4},
+       "--cache-only",                                                3},
+      {"certkern chain a.crt --store ca.crt --revocation none --cache-only", 4},
   };
   for (const auto& [script, status] : kCases) {
     for (const char* target : {" 2>&-", " 2>/dev/full"}) {
