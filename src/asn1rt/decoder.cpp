@@ -117,7 +117,7 @@ bool DecodeRun::Matches(const TypeInfo& type, Tags tags, Asn1Tag tag) {
 // --- one value ---
 
 int DecodeRun::whole(const TypeInfo& type, void* slot, const uint8_t* limit) {
-  ElementHeader header;
+  ElementHeader header{};
   if (const int status = readHeader(limit, header); status < 0) return status;
   // an untagged choice says itself what it misses
   if (!type.tags.empty() && type.tags.front() != header.tag) return fail(ASN1_E_WRONG_TAG);

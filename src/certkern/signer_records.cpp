@@ -1,6 +1,5 @@
 // Signers as the records that callers read.
 #include <algorithm>
-#include <ranges>
 
 #include "certkern/ASN1Traits.h"
 #include "certkern/signed_data.h"
@@ -83,7 +82,8 @@ bool IsSignedBy(const SignerInfo& signer, const CERT_INFO& info) {
   const ASN1T_IssuerAndSerialNumber& named = *signer.sid.u.issuerAndSerialNumber;
   // a name is written anew to be compared, which most signers of a large message need not cost
   const auto serial = GivenBytes(info.SerialNumber);
-  if (!std::ranges::equal(named.serialNumber.bytes(), std::views::reverse(serial))) return false;
+  const auto number = named.serialNumber.bytes();
+  if (!std::equal(number.begin(), number.end(), serial.rbegin(), serial.rend())) return false;
   BerDecodeArena counting(sizeof(CERT_ISSUER_SERIAL_NUMBER));
   CERT_ISSUER_SERIAL_NUMBER id{};
   IssuerSerialTraits::get(named, id, counting);
