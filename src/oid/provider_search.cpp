@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/exceptions.h"
+#include "platform/lack_of_memory.h"
 
 namespace certkern {
 namespace {
@@ -54,13 +55,11 @@ bool Walk(const Enumerate& enumerate, Solvane::CFindAlgIdIn& finder) {
   }
 }
 
-bool IsWantOfMemory(DWORD code) { return code == ERROR_NOT_ENOUGH_MEMORY || code == NTE_NO_MEMORY; }
-
 }  // namespace
 
 void ThrowSearchFailed() {
   const DWORD code = GetLastError();
-  if (IsWantOfMemory(code)) throw CryptException(E_OUTOFMEMORY);
+  if (IsLackOfMemory(code)) throw CryptException(E_OUTOFMEMORY);
   throw CryptException(static_cast<DWORD>(HRESULT_FROM_WIN32(code)));
 }
 
@@ -82,7 +81,7 @@ bool CFindAlgIdIn::checkNamed(DWORD type, LPCSTR name) {
   // one that can't be opened, perhaps a token that is not there, must not hide those behind it; but want of memory must not
   // pass for an algorithm that nobody has
   if (!CryptAcquireContextA(provider_.out(), nullptr, name, type, CRYPT_VERIFYCONTEXT | flags_)) {
-    if (certkern::IsWantOfMemory(GetLastError())) certkern::ThrowSearchFailed();
+    if (certkern::IsLackOfMemory(GetLastError())) certkern::ThrowSearchFailed();
     return false;
   }
   const bool hasAll = std::all_of(algorithms_.begin(), algorithms_.end(), [this](ALG_ID algorithm) {

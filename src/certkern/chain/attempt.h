@@ -14,8 +14,9 @@
 
 namespace certkern {
 
-// The body's answer; false if it threw, which is traced under the routine's name. Throws std::bad_alloc. A cancelled thread passes through; its
-// reference, which the compiler makes, is null, so the function is not sanitized, and the body stays one of its own.
+// The body's answer; false if it threw, which is traced under the routine's name. Throws std::bad_alloc. A cancelled thread
+// passes through; its reference, which the compiler makes, is null, so the function is not sanitized, and the body stays one
+// of its own.
 template <class Body>
 __attribute__((no_sanitize("undefined"))) bool Attempt(const ChainTrace& trace, std::string_view routine,
                                                        Body body) {

@@ -3,16 +3,13 @@
 #ifndef CERTKERN_CERTKERN_CHAIN_MEMORY_CHECK_H
 #define CERTKERN_CERTKERN_CHAIN_MEMORY_CHECK_H
 
-#include <certkern/errors.h>
 #include <certkern/keykern.h>
 
 #include <new>
 
-namespace certkern {
+#include "platform/lack_of_memory.h"
 
-inline bool IsLackOfMemory(DWORD code) {
-  return code == ERROR_NOT_ENOUGH_MEMORY || code == NTE_NO_MEMORY || code == E_OUTOFMEMORY;
-}
+namespace certkern {
 
 // What a function answers that reports failures by the last error alone. Calls it with none, as a stale code must not pass
 // for its own, and throws std::bad_alloc when it leaves behind that memory was lacking.
